@@ -1,0 +1,36 @@
+# What every target of the project is compiled with.
+
+find_program(CCACHE ccache)
+if(CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+  set(CMAKE_C_COMPILER_LAUNCHER ${CCACHE})
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE})
+endif()
+
+add_library(kestrova_options INTERFACE)
+target_compile_options(kestrova_options INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
+  # Options structs are filled by name and leave the rest at their defaults.
+  -Wno-missing-field-initializers
+  $<$<BOOL:${KESTROVA_WERROR}>:-Werror>)
+target_compile_definitions(kestrova_options INTERFACE BOOST_ASIO_NO_DEPRECATED)
+if(KESTROVA_SANITIZE)
+  target_compile_options(kestrova_options INTERFACE
+    -fsanitize=${KESTROVA_SANITIZE} -fno-omit-frame-pointer)
+  target_link_options(kestrova_options INTERFACE -fsanitize=${KESTROVA_SANITIZE})
+endif()
+
+# kestrova_library(<name> <source>...): a static library of the project.
+function(kestrova_library name)
+  add_library(${name} STATIC ${ARGN})
+  target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR})
+  target_link_libraries(${name} PRIVATE kestrova_options)
+endfunction()
+
+# kestrova_add_test(<name> <source>...): a GoogleTest program, each of its tests known to CTest.
+function(kestrova_add_test name)
+  find_package(GTest REQUIRED)
+  include(GoogleTest)
+  add_executable(${name} ${ARGN})
+  target_link_libraries(${name} PRIVATE kestrova_options GTest::gmock GTest::gtest_main)
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 60)
+endfunction()

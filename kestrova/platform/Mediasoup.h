@@ -1,0 +1,183 @@
+#pragma once
+
+#include <kestrova/platform/Task.h>
+#include <kestrova/platform/WebRTC.h>
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace kestrova {
+
+enum class MediaKind { audio, video };
+enum class TransportConnectionState {
+  new_,
+  checking,
+  connected,
+  completed,
+  failed,
+  disconnected,
+  closed
+};
+enum class ICETransportPolicy { all, relay };
+
+/// A refused operation of the media layer; `what()` says which and why.
+struct MediasoupError : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+class Producer;
+class Consumer;
+class SendTransport;
+class ReceiveTransport;
+
+class ProducerDelegate {
+public:
+  virtual ~ProducerDelegate() = default;
+  virtual void onTransportClose(const std::shared_ptr<Producer>& producer) = 0;
+};
+
+class ConsumerDelegate {
+public:
+  virtual ~ConsumerDelegate() = default;
+  virtual void onTransportClose(const std::shared_ptr<Consumer>& consumer) = 0;
+};
+
+/// One published track. Texts are JSON. Thread-safe; `close` waits for the engine, at most a few ms.
+class Producer {
+public:
+  virtual ~Producer() = default;
+  virtual std::string id() const = 0;
+  virtual MediaKind kind() const = 0;
+  virtual std::shared_ptr<RTCMediaStreamTrack> track() const = 0;
+  virtual std::string appData() const = 0;
+  virtual bool closed() const = 0;
+  virtual bool paused() const = 0;
+  virtual void pause() = 0;
+  virtual void resume() = 0;
+  virtual void close() = 0;
+  virtual void setDelegate(std::weak_ptr<ProducerDelegate> delegate) = 0;
+  /// The sender's statistics as JSON text of a list of objects, each with "type" and "id", as the
+  /// W3C's webrtc-stats identifiers name them.
+  virtual Task<std::string> stats() = 0;
+};
+
+/// One received track. Texts are JSON. Thread-safe; `close` waits for the engine, at most a few ms.
+class Consumer {
+public:
+  virtual ~Consumer() = default;
+  virtual std::string id() const = 0;
+  virtual std::string producerId() const = 0;
+  virtual MediaKind kind() const = 0;
+  virtual std::shared_ptr<RTCMediaStreamTrack> track() const = 0;
+  virtual std::string appData() const = 0;
+  virtual bool closed() const = 0;
+  virtual bool paused() const = 0;
+  virtual void pause() = 0;
+  virtual void resume() = 0;
+  virtual void close() = 0;
+  virtual void setDelegate(std::weak_ptr<ConsumerDelegate> delegate) = 0;
+  virtual Task<std::string> stats() = 0;
+};
+
+/// Both transports: an ICE, DTLS and SRTP connection to the media server.
+class Transport {
+public:
+  virtual ~Transport() = default;
+  virtual std::string id() const = 0;
+  virtual TransportConnectionState connectionState() const = 0;
+  virtual bool closed() const = 0;
+  /// Closes every producer or consumer on it. Call it on the main queue.
+  virtual void close() = 0;
+  /// \param iceParameters JSON text of the server's new ICE parameters
+  /// \throws MediasoupError
+  virtual void restartICE(const std::string& iceParameters) = 0;
+  virtual Task<std::string> stats() = 0;
+};
+
+/// Callbacks come on threads of the media layer and must not block.
+class TransportDelegate {
+public:
+  virtual ~TransportDelegate() = default;
+  /// Raised once, when the first producer or consumer is made; `dtlsParameters` is JSON text. The
+  /// connection goes on by itself once the server has them.
+  virtual void onConnect(const std::shared_ptr<Transport>& transport,
+                         const std::string& dtlsParameters) = 0;
+  virtual void onConnectionStateChange(const std::shared_ptr<Transport>& transport,
+                                       TransportConnectionState state) = 0;
+};
+
+class SendTransportDelegate : public TransportDelegate {
+public:
+  /// Answer by calling `callback` once, from any thread, with the server's producer id, or with
+  /// nothing to make `createProducer` fail. Dropping the callback counts as nothing.
+  using ProduceCallback = std::function<void(std::optional<std::string> producerId)>;
+  virtual void onProduce(const std::shared_ptr<SendTransport>& transport, MediaKind kind,
+                         const std::string& rtpParameters, const std::string& appData,
+                         ProduceCallback callback) = 0;
+};
+
+/// What `createProducer` publishes and how. JSON texts are optional; empty means none.
+struct ProducerOptions {
+  std::shared_ptr<RTCMediaStreamTrack> track;
+  std::vector<RTCRtpEncodingParameters> encodings;
+  std::string codecOptions;
+  std::string codec;
+  std::string appData;
+};
+
+class SendTransport : public Transport {
+public:
+  virtual void setDelegate(std::weak_ptr<SendTransportDelegate> delegate) = 0;
+  /// Negotiates a sender for the track and asks the delegate for the server's producer id.
+  /// Several calls at once are carried out one after the other.
+  /// \throws MediasoupError; the transport is then as it was before.
+  virtual Task<std::shared_ptr<Producer>> createProducer(ProducerOptions options) = 0;
+};
+
+class ReceiveTransport : public Transport {
+public:
+  virtual void setDelegate(std::weak_ptr<TransportDelegate> delegate) = 0;
+  /// Negotiates a receiver and waits for the engine (some ms). `rtpParameters` and `appData` are
+  /// JSON texts. Calls from several threads are carried out one after the other.
+  /// \throws MediasoupError; the transport is then as it was before.
+  virtual std::shared_ptr<Consumer> consume(const std::string& consumerId,
+                                            const std::string& producerId, MediaKind kind,
+                                            const std::string& rtpParameters,
+                                            const std::string& appData) = 0;
+};
+
+/// What a server said of the transport that it made; JSON texts.
+struct TransportDetails {
+  std::string id;
+  std::string iceParameters;
+  std::string iceCandidates;
+  std::string dtlsParameters;
+  std::string sctpParameters;
+  std::string iceServers;
+  ICETransportPolicy iceTransportPolicy = ICETransportPolicy::all;
+  std::string appData;
+};
+
+/// The endpoint's media capabilities, matched with those of the server's router. Thread-safe.
+/// Model and JSON shapes: mediasoup's "RTP Parameters and Capabilities" document.
+class Device {
+public:
+  virtual ~Device() = default;
+  virtual bool isLoaded() const = 0;
+  /// \param routerRtpCapabilities JSON text \throws MediasoupError
+  virtual void load(const std::string& routerRtpCapabilities) = 0;
+  /// The endpoint's receiving capabilities as JSON text. \throws MediasoupError before `load`
+  virtual std::string rtpCapabilities() const = 0;
+  /// \throws MediasoupError before `load`
+  virtual bool canProduce(MediaKind kind) const = 0;
+  /// \throws MediasoupError before `load`, or when the details make no sense
+  virtual std::shared_ptr<SendTransport> createSendTransport(const TransportDetails& details) = 0;
+  virtual std::shared_ptr<ReceiveTransport> createReceiveTransport(
+      const TransportDetails& details) = 0;
+};
+
+}  // namespace kestrova

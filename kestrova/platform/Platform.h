@@ -1,0 +1,47 @@
+#pragma once
+
+#include <kestrova/platform/Capture.h>
+#include <kestrova/platform/Mediasoup.h>
+#include <kestrova/platform/Scheduler.h>
+#include <kestrova/platform/SocketIO.h>
+#include <kestrova/platform/URLSession.h>
+
+#include <boost/asio/any_io_executor.hpp>
+
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace kestrova {
+
+/// What the operating system says of itself.
+struct OperatingSystem {
+  std::string machine;  ///< the hardware name, as `uname` gives it
+  int major = 0;
+  int minor = 0;
+  int patch = 0;
+};
+
+/// Everything that the library takes from the world outside, as factories. One record is the
+/// process's platform: `kestrova::kestrova` brings the Linux one, tests install a scripted one.
+struct Platform {
+  /// Runs background work; may use several threads.
+  boost::asio::any_io_executor background;
+  std::shared_ptr<Scheduler> scheduler;
+  std::shared_ptr<URLSession> urlSession;
+  std::shared_ptr<CaptureDevices> captureDevices;
+  /// Nothing when `url` is no URL.
+  std::function<std::shared_ptr<SocketManager>(const std::string& url, SocketManagerConfig config)>
+      makeSocketManager;
+  std::function<std::shared_ptr<Device>()> makeDevice;
+  std::function<std::shared_ptr<RTCPeerConnectionFactory>()> peerConnectionFactory;
+  OperatingSystem operatingSystem;
+
+  static std::shared_ptr<const Platform> current();
+  /// Replaces the process's platform. Objects made before keep the one they were made with.
+  static void install(Platform platform);
+  /// What `current` makes on first use when nothing was installed.
+  static void setDefault(std::function<Platform()> factory);
+};
+
+}  // namespace kestrova

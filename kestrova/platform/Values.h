@@ -1,0 +1,47 @@
+#pragma once
+
+#include <boost/json.hpp>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace kestrova {
+
+/// A JSON object, array and value. Everything that crosses the wire is made of these.
+using Dictionary = boost::json::object;
+using List = boost::json::array;
+using Value = boost::json::value;
+
+/// Typed readers. Input from the network is never trusted: a key that is missing or of another type
+/// gives the default (or nothing), never an error. Pointers point into `dictionary`.
+const Dictionary* dictionary(const Dictionary& dictionary, std::string_view key);
+const List* list(const Dictionary& dictionary, std::string_view key);
+std::optional<std::string> text(const Dictionary& dictionary, std::string_view key);
+std::string text(const Dictionary& dictionary, std::string_view key, std::string_view fallback);
+/// Whole numbers only; a number with a fraction or outside the 64-bit range is no integer.
+std::optional<std::int64_t> integer(const Dictionary& dictionary, std::string_view key);
+std::int64_t integer(const Dictionary& dictionary, std::string_view key, std::int64_t fallback);
+std::optional<bool> boolean(const Dictionary& dictionary, std::string_view key);
+bool boolean(const Dictionary& dictionary, std::string_view key, bool fallback);
+
+/// The value as a dictionary, or an empty one.
+const Dictionary& asDictionary(const Value& value);
+
+/// Parses JSON text with bounded nesting; nothing if it is not JSON or not UTF-8.
+std::optional<Value> parseJson(std::string_view json);
+/// The text parsed as a dictionary; an empty one if it is anything else.
+Dictionary parseDictionary(std::string_view json);
+
+/// Whether every number is finite and every text is UTF-8, so that the value can travel as JSON.
+bool isJsonEncodable(const Value& value);
+bool isJsonEncodable(const Dictionary& dictionary);
+
+/// Compact JSON text, or nothing when the value is not encodable.
+std::optional<std::string> jsonText(const Value& value);
+std::optional<std::string> jsonText(const Dictionary& dictionary);
+
+bool isUtf8(std::string_view text);
+
+}  // namespace kestrova

@@ -1,0 +1,168 @@
+#include <kestrova/media/AppData.h>
+#include <kestrova/media/Consuming.h>
+#include <kestrova/media/ConsumerClosing.h>
+#include <kestrova/signalling/RoomClientError.h>
+#include <kestrova/tracing/Trace.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace kestrova {
+namespace {
+
+/// How long a stream that ended is still listed, so that its end is heard before it goes.
+constexpr std::chrono::milliseconds removalDelay{100};
+
+struct ConsumerFacts {
+  MediaType kind;
+  std::string peerId;
+};
+
+ConsumerFacts factsOf(const Consumer& consumer) {
+  const auto appData = consumer.appData();
+  return {mediaTypeOf(consumer.kind(), isShare(appData)),
+          text(parseDictionary(appData), "peerId", "")};
+}
+
+}  // namespace
+
+Consuming::Consuming(std::shared_ptr<RoomContext> context, std::shared_ptr<MediaRegistry> registry,
+                     std::shared_ptr<Transports> transports)
+    : _context(std::move(context)),
+      _registry(std::move(registry)),
+      _transports(std::move(transports)) {}
+
+void Consuming::handleNewConsumer(const Dictionary& notification) {
+  static const Dictionary empty;
+  const auto* found = dictionary(notification, "data");
+  const auto& data = found ? *found : empty;
+  const auto peerId = text(data, "peerId", "");
+  const auto* appData = dictionary(data, "appData");
+  auto label = text(data, "kind", "");
+  if (label == "video" && appData && boolean(*appData, "share", false)) label = "share";
+
+  const auto span = openSpan([&] { return "Starting participant's " + label + " stream"; },
+                             {{"peerId", peerId}, {"kind", label}}, _context->spans.peer(peerId));
+  const auto emitting = openSpan("Emitting STREAM_ENABLE Event",
+                                 {{"kind", label}, {"peerId", peerId}}, span);
+  auto& tracer = SdkTracer::shared();
+  try {
+    const auto consumer = consumeTrack(data);
+    _context->spans.setConsumer(consumer->id(), span);
+  } catch (const std::exception& error) {
+    const std::string cause = error.what();
+    tracer.endSpan(emitting, {.success = false, .message = "Unable to send event: " + cause});
+    traceError([&] { return "Unable to receive participant's media stream: " + cause; }, {}, span);
+    tracer.endSpan(span, {.success = false, .message = cause});
+    throw;
+  }
+  trace("Stream event sent successfully", {}, emitting);
+  tracer.endSpan(emitting);
+  trace("New media stream received successfully", {}, span);
+}
+
+std::shared_ptr<Consumer> Consuming::consumeTrack(const Dictionary& data) {
+  const auto id = text(data, "id");
+  const auto kind = text(data, "kind");
+  const auto producerId = text(data, "producerId");
+  const auto* rtpParameters = dictionary(data, "rtpParameters");
+  const auto* appData = dictionary(data, "appData");
+  const auto peerId = text(data, "peerId");
+  const auto transport = _transports->receiveTransport();
+  if (!id || !kind || !producerId || !rtpParameters || !appData || !peerId || !transport)
+    throw RoomClientFailure(RoomClientError::couldNotStartConsumerStream);
+
+  const auto consumer = transport->consume(
+      *id, *producerId, *kind == "video" ? MediaKind::video : MediaKind::audio,
+      jsonText(*rtpParameters).value_or(""), jsonText(*appData).value_or(""));
+  consumer->setDelegate(weak_from_this());
+  _registry->add(consumer);
+  if (auto delegate = _context->delegate())
+    delegate->addStream(consumer, boolean(*appData, "share", false), *peerId);
+  return consumer;
+}
+
+void Consuming::handleConsumerClosed(const std::string& consumerId) {
+  const auto consumer = _registry->consumer(consumerId);
+  if (!consumer) return;
+  const auto facts = factsOf(*consumer);
+  const auto span =
+      openSpan([&] { return "Closing participant's " + std::string(text(facts.kind)) + " stream"; },
+               {{"consumerId", consumerId}}, _context->spans.peer(facts.peerId));
+  auto& main = MainQueue::shared();
+  main.async([weak = weak_from_this(), facts, consumerId, trackId = consumer->track()->id(), span] {
+    const auto self = weak.lock();
+    auto delegate = self ? self->_context->delegate() : nullptr;
+    if (delegate && facts.kind == MediaType::video)
+      delegate->handleStreamStateChange(StreamState::ENDED, facts.peerId, trackId);
+    trace("Stream: Ended",
+          {{"peerId", facts.peerId}, {"consumerId", consumerId}, {"kind", text(facts.kind)}}, span);
+  });
+  main.after(removalDelay, [weak = weak_from_this(), facts, consumerId, span] {
+    if (const auto self = weak.lock()) {
+      self->removeTrack(consumerId);
+      if (auto delegate = self->_context->delegate()) delegate->removeStream(consumerId);
+    }
+    SdkTracer::shared().endSpan(
+        span, {.attributes = {{"consumerId", consumerId}, {"kind", text(facts.kind)}},
+               .message = "Participant's stream disabled successfully"});
+  });
+}
+
+void Consuming::removeTrack(const std::string& consumerId) {
+  if (const auto consumer = _registry->takeConsumer(consumerId)) closeConsumer(*_context, consumer);
+}
+
+void Consuming::handleConsumerPaused(const std::string& consumerId) {
+  const auto consumer = _registry->consumer(consumerId);
+  if (!consumer) return;
+  const auto facts = factsOf(*consumer);
+  consumer->pause();
+  trace("Stream: Paused", {{"peerId", facts.peerId}, {"kind", text(facts.kind)}},
+        _context->spans.consumer(consumerId));
+}
+
+void Consuming::handleConsumerResumed(const std::string& consumerId) {
+  const auto consumer = _registry->consumer(consumerId);
+  if (!consumer) return;
+  const auto facts = factsOf(*consumer);
+  consumer->resume();
+  trace("Stream: Resumed", {{"peerId", facts.peerId}, {"kind", text(facts.kind)}},
+        _context->spans.consumer(consumerId));
+  if (facts.kind != MediaType::video) return;
+  MainQueue::shared().async(
+      [weak = std::weak_ptr(_context), facts, trackId = consumer->track()->id()] {
+        const auto context = weak.lock();
+        if (auto delegate = context ? context->delegate() : nullptr)
+          delegate->handleStreamStateChange(StreamState::ACTIVE, facts.peerId, trackId);
+      });
+}
+
+void Consuming::handleConsumerLayersChanged(const std::string& consumerId, const Dictionary& data) {
+  const auto consumer = _registry->consumer(consumerId);
+  if (!consumer) return;
+  const auto facts = factsOf(*consumer);
+  trace([&] { return "Consumer layers changed for peerId: " + facts.peerId; },
+        {{"consumerId", consumerId},
+         {"spatialLayer", integer(data, "spatialLayer", 0)},
+         {"temporalLayer", integer(data, "temporalLayer", 0)}},
+        _context->spans.consumer(consumerId));
+}
+
+void Consuming::recordUnsupportedCodec(VideoCodec codec) {
+  std::scoped_lock held(_unsupportedCodecsLock);
+  auto& codecs = _unsupportedCodecsList;
+  if (std::find(codecs.begin(), codecs.end(), codec) == codecs.end()) codecs.push_back(codec);
+}
+
+std::vector<VideoCodec> Consuming::unsupportedCodecs() const {
+  std::scoped_lock held(_unsupportedCodecsLock);
+  return _unsupportedCodecsList;
+}
+
+void Consuming::onTransportClose(const std::shared_ptr<Consumer>& consumer) {
+  traceDebug("Transport is closed",
+             {{"kind", consumer->kind() == MediaKind::audio ? "audio" : "video"}});
+}
+
+}  // namespace kestrova

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <kestrova/platform/Mediasoup.h>
+
+#include <string_view>
+
+namespace kestrova {
+
+/// What a stream shows: a medium of the person, or a shared screen.
+enum class MediaType { audio, video, share };
+
+/// "audio", "video" or "share".
+constexpr std::string_view text(MediaType type) {
+  return type == MediaType::share ? "share" : type == MediaType::video ? "video" : "audio";
+}
+/// "video" and "share" by name; any other text counts as audio.
+constexpr MediaType mediaTypeFrom(std::string_view kind) {
+  return kind == "share"   ? MediaType::share
+         : kind == "video" ? MediaType::video
+                           : MediaType::audio;
+}
+constexpr MediaType mediaTypeOf(MediaKind kind, bool share) {
+  if (kind == MediaKind::audio) return MediaType::audio;
+  return share ? MediaType::share : MediaType::video;
+}
+
+/// What became of a stream's encryption.
+enum class E2EEState {
+  EncryptionSuccess,
+  DecryptionSuccess,
+  EncryptionFailed,
+  DecryptionFailed,
+  InternalError
+};
+
+}  // namespace kestrova

@@ -1,0 +1,327 @@
+#include <kestrova/media/Publishing.h>
+#include <kestrova/media/SdkCapabilities.h>
+#include <kestrova/media/VideoCodecCapabilityResolver.h>
+#include <kestrova/platform/Await.h>
+#include <kestrova/signalling/Response.h>
+#include <kestrova/signalling/RoomClientError.h>
+#include <kestrova/tracing/Trace.h>
+
+#include <array>
+#include <utility>
+
+namespace kestrova {
+
+/// What is said, and reported, about one kind of published stream.
+struct Publishing::Row {
+  MediaType type;
+  MediaKind kind;
+  const char* noTransport;
+  const char* notSupported;
+  KestrovaError notSupportedError;
+  const char* noTrack;
+  const char* started;
+  const char* publishFailed;
+  const char* turnedOn;
+  const char* stopSpan;
+  const char* alreadyClosed;
+  const char* alreadyClosedError;
+  const char* stopped;
+  const char* disabled;
+  const char* disableFailed;
+  const char* disableFailedError;
+};
+
+const Publishing::Row& Publishing::row(MediaType type) {
+  static const std::array<Row, 3> rows{{
+      {MediaType::audio, MediaKind::audio,
+       "Error in unmuteMic() -> Tried to enable mic while meeting is in CONNECTING state.",
+       "Audio capture is not supported on this device or browser.",
+       KestrovaError::ERROR_GET_AUDIO_MEDIA, "Microphone Track is not found!",
+       "Audio Stream transmission started successfully",
+       "Error in unmuteMic() -> while creating microphone track",
+       "Microphone turned on successfully", "Stopping Audio Stream transmission",
+       "Audio stream is already closed!",
+       "Attempted to call muteMic() while microphone is already disabled",
+       "Audio Stream transmission stopped successfully", "Microphone disabled successfully",
+       "Error in muteMic() -> ", "Error encountered while disabling the microphone."},
+      {MediaType::video, MediaKind::video,
+       "Error in enableWebcam() -> Tried to enable webcam while meeting is in CONNECTING state.",
+       "Error in enableWebcam() -> Camera access unavailable.",
+       KestrovaError::ERROR_GET_VIDEO_MEDIA, "Camera Track is not found!",
+       "Video Stream transmission started successfully", "Enable WebCam Failed",
+       "Webcam turned on successfully", "Stopping Video Stream transmission",
+       "Webcam stream is already disabled!",
+       "Attempted to call disableWebcam() while Webcam is already disabled.",
+       "Video Stream transmission stopped successfully", "Webcam disabled successfully",
+       "Error in disableWebcam() -> ", "Error encountered while disabling the webcam."},
+      {MediaType::share, MediaKind::video, "",
+       "Screen sharing is not supported on this device or browser.",
+       KestrovaError::ERROR_GET_DISPLAY_MEDIA, "", "Screen share transmission started successfully",
+       "", "", "Stopping Screen Share Stream transmission",
+       "Screenshare stream is already disabled!",
+       "Attempted to call disableScreenShare() while screenshare is already disabled",
+       "ScreenShare Stream transmission stopped successfully",
+       "Screen share stream disabled successfully", "Error in disableScreenShare() -> ",
+       "Error encountered while disabling the screen share."},
+  }};
+  return rows.at(static_cast<std::size_t>(type));
+}
+
+Publishing::Publishing(std::shared_ptr<RoomContext> context,
+                       std::shared_ptr<MediaRegistry> registry,
+                       std::shared_ptr<Transports> transports,
+                       std::shared_ptr<MediaCapturer> capturer)
+    : _context(std::move(context)),
+      _registry(std::move(registry)),
+      _transports(std::move(transports)),
+      _capturer(std::move(capturer)) {}
+
+// ---- Publishing --------------------------------------------------------------------------------
+
+namespace {
+
+std::string audioOptions(const std::optional<CustomAudioTrackConfig>& config) {
+  Dictionary options{{"opusStereo", false},
+                     {"opusFec", false},
+                     {"opusDtx", false},
+                     {"opusMaxPlaybackRate", 0},
+                     {"opusPtime", 0}};
+  if (config) {
+    const auto& row = audioTrackPreset(*config);
+    options["opusStereo"] = row.stereo;
+    options["opusFec"] = row.fec;
+    options["opusDtx"] = row.dtx;
+    options["opusMaxPlaybackRate"] = row.maxPlaybackRate;
+    options["opusPtime"] = row.packetTime;
+  }
+  return boost::json::serialize(options);
+}
+
+constexpr int startBitrateKbps = 1000;
+
+[[noreturn]] void refuse(const ScopedSpan& span, const char* line, RoomClientError error) {
+  traceError(line, {}, span.scope());
+  throw RoomClientFailure(error);
+}
+
+}  // namespace
+
+/// How a camera is to be sent.
+struct Publishing::VideoPlan {
+  int width = 0;
+  int height = 0;
+  bool simulcast = false;
+  std::string codecJSON;
+  std::vector<RTCRtpEncodingParameters> encodings;
+};
+
+Task<std::shared_ptr<Producer>> Publishing::produceLocalAudio(
+    std::shared_ptr<CustomRTCMediaStream> customAudioStream,
+    std::optional<SpanScope> enableMicSpan) {
+  const auto self = shared_from_this();
+  const auto& texts = row(MediaType::audio);
+  ScopedSpan span("Starting Audio Stream transmission",
+                  {{"config", [&] { return customAudioStream->toJsonString(true); }}},
+                  enableMicSpan);
+  requireTransport(texts, span);
+  requireDevice(texts, span);
+  const auto fields = customAudioStream->fields();
+  {
+    ScopedSpan resolving("Utilising resolved microphone track", {}, span.scope());
+    if (!fields.audioTrack) {
+      if (auto delegate = _context->delegate()) delegate->onError(texts.notSupportedError);
+      refuse(resolving, texts.noTrack, RoomClientError::audioNotSupported);
+    }
+    resolving.event("Microphone Track Generated");
+  }
+  RTCRtpEncodingParameters encoding;
+  encoding.networkPriority = RTCRtpEncodingParameters::Priority::high;
+  ProducerOptions options;
+  options.track = fields.audioTrack;
+  options.encodings.push_back(encoding);
+  options.codecOptions = audioOptions(fields.audioEncoderConfig);
+  co_return co_await publish(texts, std::move(options), span.scope());
+}
+
+Task<std::shared_ptr<Producer>> Publishing::produceLocalVideo(
+    std::shared_ptr<CustomRTCMediaStream> customVideoStream,
+    std::optional<SpanScope> enableCamSpan) {
+  const auto self = shared_from_this();
+  const auto& texts = row(MediaType::video);
+  ScopedSpan span("Generating configurations for video stream",
+                  {{"config", [&] { return customVideoStream->toJsonString(false); }}},
+                  enableCamSpan);
+  requireTransport(texts, span);
+  requireDevice(texts, span);
+  auto track = customVideoStream->videoTrack();
+  {
+    ScopedSpan resolving("Utilising resolved camera track", {}, span.scope());
+    if (!track) {
+      if (auto delegate = _context->delegate()) delegate->onError(texts.notSupportedError);
+      refuse(resolving, texts.noTrack, RoomClientError::videoNotSupported);
+    }
+    resolving.event("Camera Track Generated");
+  }
+  auto plan = planVideo(*customVideoStream);
+  span.event("Video stream configurations generated",
+             {{"width", plan.width}, {"height", plan.height}, {"simulcast", plan.simulcast}});
+  const auto transmission =
+      openSpan("Starting Video Stream transmission", {}, enableCamSpan);
+  _context->spans.set(RoomSpans::Slot::current, transmission);
+
+  ProducerOptions options;
+  options.track = std::move(track);
+  options.encodings = std::move(plan.encodings);
+  options.codecOptions =
+      boost::json::serialize(Dictionary{{"videoGoogleStartBitrate", startBitrateKbps}});
+  options.codec = std::move(plan.codecJSON);
+  auto producer = co_await publish(texts, std::move(options), transmission);
+  SdkTracer::shared().endSpan(transmission, {.success = producer != nullptr});
+  co_return producer;
+}
+
+Publishing::VideoPlan Publishing::planVideo(CustomRTCMediaStream& stream) {
+  const auto fields = stream.fields();
+  const auto delegate = _context->delegate();
+  const auto deviceCodecs = _transports->deviceCodecs();
+
+  auto codec = fields.videoCodec.value_or(VideoCodec::VP8);
+  if (!VideoCodecCapabilityResolver::isCodecSupported(codec, deviceCodecs)) {
+    codec = VideoCodec::VP8;
+    if (delegate) delegate->recordVideoCodec(codec);
+    reportLater(KestrovaError::ERROR_VIDEO_PRODUCE_CODEC_NOT_SUPPORTED);
+  }
+  VideoPlan plan;
+  plan.codecJSON =
+      VideoCodecCapabilityResolver::resolveCodecJSON(codec, deviceCodecs, "42e01f").value_or("");
+  plan.simulcast = fields.multiStream.value_or(true);
+  if (plan.simulcast && codec != VideoCodec::VP8) {
+    plan.simulcast = false;
+    if (delegate) delegate->recordMultiStreamDowngrade();
+    reportLater(KestrovaError::ERROR_MULTISTREAM_NOT_SUPPORTED);
+  }
+  const auto bitrateMode = fields.bitrateMode.value_or(BitrateMode::BALANCED);
+  const auto& preset =
+      videoTrackPreset(fields.encoderConfig.value_or(CustomVideoTrackConfig::h720p_w1280p));
+  plan.width = preset.width;
+  plan.height = preset.height;
+  const VideoEncodingOptions encodingOptions{.videoEncoding = MaxBitrate{preset.bitrates[bitrateMode]},
+                                             .simulcast = plan.simulcast};
+  plan.encodings = SdkCapabilities::computeVideoEncodings(
+      false, plan.width, plan.height, encodingOptions, bitrateMode,
+      fields.maxLayer.value_or(EncodingLayer::MAX_LAYER_3));
+  return plan;
+}
+
+std::shared_ptr<SendTransport> Publishing::requireTransport(const Row& texts,
+                                                            const ScopedSpan& span) {
+  if (auto transport = _transports->sendTransport()) return transport;
+  if (auto delegate = _context->delegate())
+    delegate->onError(KestrovaError::ERROR_ACTION_PERFORMED_BEFORE_MEETING_JOINED);
+  refuse(span, texts.noTransport, RoomClientError::sendTransportNotCreated);
+}
+
+void Publishing::requireDevice(const Row& texts, const ScopedSpan& span) {
+  if (_transports->device()->canProduce(texts.kind)) return;
+  if (auto delegate = _context->delegate()) delegate->onError(texts.notSupportedError);
+  refuse(span, texts.notSupported,
+         texts.kind == MediaKind::audio ? RoomClientError::audioNotSupported
+                                        : RoomClientError::videoNotSupported);
+}
+
+Task<std::shared_ptr<Producer>> Publishing::publish(const Row& texts, ProducerOptions options,
+                                                    SpanScope span) {
+  const auto transport = _transports->sendTransport();
+  if (!options.track->isEnabled() || !transport) co_return nullptr;
+  std::shared_ptr<Producer> producer;
+  try {
+    producer = co_await transport->createProducer(std::move(options));
+  } catch (const std::exception& error) {
+    traceError(texts.publishFailed, {{"error", std::string_view(error.what())}}, span);
+    co_return nullptr;
+  }
+  producer->setDelegate(weak_from_this());
+  producer->resume();
+  _registry->add(producer);
+  const auto& peerId = _context->options.meeting.localParticipantId;
+  trace(texts.started, {}, span);
+  trace("Emitting STREAM_ENABLED Event", {{"kind", text(texts.type)}, {"peerId", peerId}}, span);
+  trace(texts.turnedOn, {}, span);
+  co_return producer;
+}
+
+void Publishing::reportLater(const KestrovaError& error) {
+  MainQueue::shared().async([weak = std::weak_ptr(_context), error] {
+    const auto context = weak.lock();
+    if (auto delegate = context ? context->delegate() : nullptr) delegate->onError(error);
+  });
+}
+
+// ---- Closing -----------------------------------------------------------------------------------
+
+Task<std::string> Publishing::closeLocalAudio(bool withSocketRequest,
+                                              std::optional<SpanScope> parentSpan) {
+  return closeLocal(row(MediaType::audio), withSocketRequest, std::move(parentSpan));
+}
+Task<std::string> Publishing::closeLocalVideo(bool withSocketRequest,
+                                              std::optional<SpanScope> parentSpan) {
+  return closeLocal(row(MediaType::video), withSocketRequest, std::move(parentSpan));
+}
+Task<std::string> Publishing::closeLocalScreenShare(bool withSocketRequest,
+                                                    std::optional<SpanScope> parentSpan) {
+  return closeLocal(row(MediaType::share), withSocketRequest, std::move(parentSpan));
+}
+
+Task<std::string> Publishing::closeLocal(const Row& texts, bool withSocketRequest,
+                                         std::optional<SpanScope> parentSpan) {
+  const auto self = shared_from_this();
+  ScopedSpan span(texts.stopSpan, {}, parentSpan);
+  const auto producer = _registry->getProducerByKind(texts.kind, texts.type == MediaType::share);
+  if (!producer) {
+    span.event(texts.alreadyClosed);
+    refuse(span, texts.alreadyClosedError, RoomClientError::producerNotFound);
+  }
+  const auto producerId = producer->id();
+  co_await closeOnMain(producer);
+  span.event(texts.stopped);
+  span.event("Emitting STREAM_DISABLED Event",
+             {{"kind", text(texts.type)},
+              {"peerId", _context->options.meeting.localParticipantId}});
+  _registry->removeProducer(producerId);
+
+  if (withSocketRequest) {
+    Dictionary data{{"producerId", producerId}};
+    const Dictionary reply = co_await _context->socketRequestHandler->prepareAndSendRequest(
+        LocalEvent::closeProducer, std::move(data));
+    if (const auto status = isStatusOK(reply); !status.ok) {
+      traceError([&] { return texts.disableFailed + status.failure; }, {}, span.scope());
+      traceError(texts.disableFailedError, {}, span.scope());
+    }
+  }
+  removeTrack(texts.type);
+  span.event(texts.disabled);
+  co_return producerId;
+}
+
+Task<void> Publishing::closeOnMain(std::shared_ptr<Producer> producer) {
+  auto close = [producer](Completion<bool> done) {
+    MainQueue::shared().async([producer, done] {
+      if (!producer->closed()) producer->close();
+      producer->setDelegate({});
+      done(true);
+    });
+  };
+  co_await awaitCallback<bool>(std::move(close));
+}
+
+void Publishing::removeTrack(MediaType type) {
+  if (type == MediaType::audio) _capturer->removeAudioTrack();
+  if (type == MediaType::video) _capturer->removeVideoTrack();
+}
+
+void Publishing::onTransportClose(const std::shared_ptr<Producer>& producer) {
+  traceDebug("Transport is closed",
+             {{"kind", producer->kind() == MediaKind::audio ? "audio" : "video"}});
+}
+
+}  // namespace kestrova

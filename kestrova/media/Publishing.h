@@ -1,0 +1,68 @@
+#pragma once
+
+#include <kestrova/media/CustomRTCMediaStream.h>
+#include <kestrova/media/MediaCapturer.h>
+#include <kestrova/media/MediaRegistry.h>
+#include <kestrova/media/Transports.h>
+#include <kestrova/signalling/RoomContext.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace kestrova {
+
+/// Turns local tracks into producers on the send transport, and closes them again.
+///
+/// The local side closes before the service is asked, so that a refusal there leaves it closed.
+/// Failures are `RoomClientFailure`s.
+class Publishing : public ProducerDelegate, public std::enable_shared_from_this<Publishing> {
+public:
+  Publishing(std::shared_ptr<RoomContext> context, std::shared_ptr<MediaRegistry> registry,
+             std::shared_ptr<Transports> transports, std::shared_ptr<MediaCapturer> capturer);
+
+  /// \returns nothing, without a failure, when the track is disabled or the transport refuses it
+  Task<std::shared_ptr<Producer>> produceLocalAudio(
+      std::shared_ptr<CustomRTCMediaStream> customAudioStream,
+      std::optional<SpanScope> enableMicSpan);
+  /// A codec that the device lacks is replaced by VP8; any other codec than VP8 is sent as a single
+  /// stream. Both are reported through `onError`, and the publish goes on.
+  Task<std::shared_ptr<Producer>> produceLocalVideo(
+      std::shared_ptr<CustomRTCMediaStream> customVideoStream,
+      std::optional<SpanScope> enableCamSpan);
+
+  /// \param withSocketRequest false when the connection is being given up anyway
+  /// \returns the id of the stream that was closed
+  /// \throws RoomClientFailure producerNotFound when none is open
+  Task<std::string> closeLocalAudio(bool withSocketRequest, std::optional<SpanScope> parentSpan);
+  Task<std::string> closeLocalVideo(bool withSocketRequest, std::optional<SpanScope> parentSpan);
+  Task<std::string> closeLocalScreenShare(bool withSocketRequest,
+                                          std::optional<SpanScope> parentSpan);
+
+  /// A producer whose transport goes stays in the map until the next operation on it.
+  void onTransportClose(const std::shared_ptr<Producer>& producer) override;
+
+private:
+  struct Texts;
+  struct Row;
+  struct VideoPlan;
+  static const Row& row(MediaType type);
+
+  std::shared_ptr<SendTransport> requireTransport(const Row& row, const ScopedSpan& span);
+  void requireDevice(const Row& row, const ScopedSpan& span);
+  VideoPlan planVideo(CustomRTCMediaStream& stream);
+  Task<std::shared_ptr<Producer>> publish(const Row& row, ProducerOptions options,
+                                          SpanScope span);
+  Task<std::string> closeLocal(const Row& row, bool withSocketRequest,
+                               std::optional<SpanScope> parentSpan);
+  Task<void> closeOnMain(std::shared_ptr<Producer> producer);
+  void removeTrack(MediaType type);
+  void reportLater(const KestrovaError& error);
+
+  const std::shared_ptr<RoomContext> _context;
+  const std::shared_ptr<MediaRegistry> _registry;
+  const std::shared_ptr<Transports> _transports;
+  const std::shared_ptr<MediaCapturer> _capturer;
+};
+
+}  // namespace kestrova

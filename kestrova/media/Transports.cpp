@@ -1,0 +1,343 @@
+#include <kestrova/media/ConsumerClosing.h>
+#include <kestrova/media/Transports.h>
+#include <kestrova/signalling/DeviceInfo.h>
+#include <kestrova/tracing/Trace.h>
+
+#include <boost/algorithm/string/case_conv.hpp>
+
+#include <utility>
+
+namespace kestrova {
+namespace {
+
+constexpr const char* videoOrientation = "urn:3gpp:video-orientation";
+
+std::string_view stateText(TransportConnectionState state) {
+  constexpr EnumTexts<TransportConnectionState, 7> texts{
+      {"NEW", "CHECKING", "CONNECTED", "COMPLETED", "FAILED", "DISCONNECTED", "CLOSED"}};
+  return texts(state);
+}
+
+/// Orientation travels in no header extension here, so the device must never negotiate it.
+void removeVideoOrientation(Dictionary& capabilities) {
+  const auto* extensions = list(capabilities, "headerExtensions");
+  if (!extensions) return;
+  List kept;
+  for (const auto& extension : *extensions) {
+    if (!extension.is_object()) return;
+    if (text(extension.get_object(), "uri", "") != videoOrientation) kept.push_back(extension);
+  }
+  capabilities["headerExtensions"] = std::move(kept);
+}
+
+bool isLive(TransportConnectionState state) {
+  return state == TransportConnectionState::connected ||
+         state == TransportConnectionState::completed ||
+         state == TransportConnectionState::checking || state == TransportConnectionState::new_;
+}
+
+template <class T>
+void closeTransportOnMain(std::shared_ptr<T> transport) {
+  auto close = [transport = std::move(transport)] {
+    transport->setDelegate({});
+    if (!transport->closed()) transport->close();
+  };
+  if (MainQueue::shared().isCurrent()) close();
+  else MainQueue::shared().async(std::move(close));
+}
+
+}  // namespace
+
+std::optional<TransportDetails> getTransportDetails(const Dictionary& reply) {
+  const auto* data = dictionary(reply, "data");
+  if (!data) return std::nullopt;
+  auto id = text(*data, "id");
+  const auto* iceParameters = dictionary(*data, "iceParameters");
+  const auto* iceCandidates = list(*data, "iceCandidates");
+  const auto* dtlsParameters = dictionary(*data, "dtlsParameters");
+  if (!id || !iceParameters || !iceCandidates || !dtlsParameters) return std::nullopt;
+  for (const auto& candidate : *iceCandidates)
+    if (!candidate.is_object()) return std::nullopt;
+  return TransportDetails{.id = std::move(*id),
+                          .iceParameters = jsonText(*iceParameters).value_or(""),
+                          .iceCandidates = jsonText(Value(*iceCandidates)).value_or(""),
+                          .dtlsParameters = jsonText(*dtlsParameters).value_or("")};
+}
+
+Transports::Transports(std::shared_ptr<RoomContext> context,
+                       std::shared_ptr<MediaRegistry> registry)
+    : _context(std::move(context)),
+      _registry(std::move(registry)),
+      _device(_context->platform->makeDevice()) {}
+
+std::shared_ptr<SendTransport> Transports::sendTransport() const {
+  std::scoped_lock held(_transportLock);
+  return _send.transport;
+}
+
+std::shared_ptr<ReceiveTransport> Transports::receiveTransport() const {
+  std::scoped_lock held(_transportLock);
+  return _receive.transport;
+}
+
+List Transports::deviceCodecs() const {
+  std::scoped_lock held(_transportLock);
+  return _deviceCapabilitiesJson;
+}
+
+// ---- Set-up ------------------------------------------------------------------------------------
+
+Task<void> Transports::setupDeviceAndTransports(bool isLoaded,
+                                                std::optional<SpanScope> changeModeSpan,
+                                                bool needToCreateSendTransport,
+                                                bool needToCreateRecvTransport) {
+  const auto self = shared_from_this();
+  std::string capabilities;
+  {
+    ScopedSpan span("Loading device capabilities", {{"device", DeviceInfo::toStringify()}},
+                    changeModeSpan);
+    const Dictionary reply = co_await _context->socketRequestHandler->prepareAndSendRequest(
+        LocalEvent::getRouterRtpCapabilities);
+    const auto* data = dictionary(reply, "data");
+    if (!data) {
+      span.fail("Failed to load device capabilities");
+      co_return;
+    }
+    Dictionary routerCapabilities = *data;
+    removeVideoOrientation(routerCapabilities);
+    capabilities = jsonText(routerCapabilities).value_or("");
+    if (capabilities.empty()) co_return;
+    if (!co_await loadDevice(isLoaded, capabilities, span.scope())) co_return;
+  }
+  if (!isLoaded) {
+    std::scoped_lock held(_transportLock);
+    _send.transport.reset();
+    _receive.transport.reset();
+  }
+  const auto mode = _context->options.mode;
+  if (sendsMedia(mode) && needToCreateSendTransport && !sendTransport())
+    co_await createSendTransport(changeModeSpan);
+  if (receivesMedia(mode) && needToCreateRecvTransport && !receiveTransport())
+    co_await createReceiveTransport(changeModeSpan);
+}
+
+Task<bool> Transports::loadDevice(bool isLoaded, std::string routerCapabilities, SpanScope span) {
+  if (isLoaded || _device->isLoaded()) {
+    trace("Device Capabilities Already Loaded", {}, span);
+    co_return true;
+  }
+  try {
+    _device->load(routerCapabilities);
+    const auto own = parseDictionary(_device->rtpCapabilities());
+    const auto* codecs = list(own, "codecs");
+    std::scoped_lock held(_transportLock);
+    _deviceCapabilitiesJson = codecs ? *codecs : List();
+  } catch (const std::exception& error) {
+    const std::string_view cause = error.what();
+    traceError("Failed to load device capabilities with an error.", {{"error", cause}}, span);
+    traceError("Could not join the room due to an error.", {{"error", cause}}, span);
+    co_return false;
+  }
+  trace("Device Capabilities Loaded", {{"routerRTPCapabilities", routerCapabilities}}, span);
+  co_return true;
+}
+
+namespace {
+
+/// Claims a slot's creation for as long as it lives; several callers at once make one transport.
+template <class Slot>
+class CreationClaim {
+public:
+  CreationClaim(std::mutex& lock, Slot& slot) : _lock(lock), _slot(slot) {
+    std::scoped_lock held(_lock);
+    _granted = !_slot.transport && !_slot.isCreating;
+    if (_granted) _slot.isCreating = true;
+  }
+  ~CreationClaim() {
+    if (!_granted) return;
+    std::scoped_lock held(_lock);
+    _slot.isCreating = false;
+  }
+  CreationClaim(const CreationClaim&) = delete;
+  CreationClaim& operator=(const CreationClaim&) = delete;
+  bool granted() const { return _granted; }
+
+private:
+  std::mutex& _lock;
+  Slot& _slot;
+  bool _granted = false;
+};
+
+}  // namespace
+
+Task<void> Transports::createSendTransport(std::optional<SpanScope> parentSpan) {
+  const auto self = shared_from_this();
+  const auto span = openSpan("Creating Send Media Transport", {}, parentSpan);
+  _context->spans.set(RoomSpans::Slot::producerTransport, span);
+  const CreationClaim claim(_transportLock, _send);
+  if (!claim.granted()) co_return;
+
+  const Dictionary reply = co_await _context->socketRequestHandler->createWebRTCTransport(
+      _context->options.preferredProtocol, true, false);
+  if (sendTransport()) co_return;
+  const auto details = getTransportDetails(reply);
+  if (!details) co_return;
+  try {
+    auto transport = _device->createSendTransport(*details);
+    transport->setDelegate(weak_from_this());
+    std::scoped_lock held(_transportLock);
+    _send.transport = std::move(transport);
+  } catch (const std::exception& error) {
+    const std::string line = std::string("error while creating sendTransport: ") + error.what();
+    traceError(line, {}, span);
+    co_return;
+  }
+  trace("Send Transport Created Successfully", {}, span);
+}
+
+Task<void> Transports::createReceiveTransport(std::optional<SpanScope> parentSpan) {
+  const auto self = shared_from_this();
+  const auto span = openSpan("Creating Receive Media Transport", {}, parentSpan);
+  _context->spans.set(RoomSpans::Slot::consumerTransport, span);
+  const CreationClaim claim(_transportLock, _receive);
+  if (!claim.granted()) co_return;
+
+  const Dictionary reply = co_await _context->socketRequestHandler->createWebRTCTransport(
+      _context->options.preferredProtocol, false, true);
+  const auto details = getTransportDetails(reply);
+  if (!details) co_return;
+  try {
+    auto transport = _device->createReceiveTransport(*details);
+    transport->setDelegate(std::weak_ptr<TransportDelegate>(weak_from_this()));
+    std::scoped_lock held(_transportLock);
+    _receive.transport = std::move(transport);
+  } catch (const std::exception& error) {
+    const std::string line = std::string("error while creating recvTransport: ") + error.what();
+    traceError(line, {}, span);
+    co_return;
+  }
+  trace("Receive Transport Created Successfully", {}, span);
+}
+
+// ---- Callbacks of the transports ---------------------------------------------------------------
+
+Transports::Role Transports::roleOf(const std::string& transportId) const {
+  const auto send = sendTransport();
+  return send && send->id() == transportId ? Role::send : Role::receive;
+}
+
+std::optional<SpanScope> Transports::spanOf(Role role) const {
+  return _context->spans.get(role == Role::send ? RoomSpans::Slot::producerTransport
+                                                : RoomSpans::Slot::consumerTransport);
+}
+
+void Transports::onConnect(const std::shared_ptr<Transport>& transport,
+                           const std::string& dtlsParameters) {
+  auto task = [](std::weak_ptr<Transports> weak, std::string id,
+                 std::string parameters) -> Task<void> {
+    const auto self = weak.lock();
+    if (!self) co_return;
+    trace("Establishing connection: ICE+DTLS ", {}, self->spanOf(self->roleOf(id)));
+    Dictionary dtls = parseDictionary(parameters);
+    co_await self->_context->socketRequestHandler->connectWebRTCTransport(std::move(id),
+                                                                          std::move(dtls));
+  };
+  spawn(task(weak_from_this(), transport->id(), dtlsParameters));
+}
+
+void Transports::onProduce(const std::shared_ptr<SendTransport>& transport, MediaKind kind,
+                           const std::string& rtpParameters, const std::string& appData,
+                           ProduceCallback callback) {
+  auto task = [](std::weak_ptr<Transports> weak, std::string id, MediaKind medium,
+                 std::string parameters, std::string data, ProduceCallback answer) -> Task<void> {
+    if (const auto self = weak.lock())
+      co_await self->produce(std::move(id), medium, std::move(parameters), std::move(data),
+                             std::move(answer));
+  };
+  spawn(task(weak_from_this(), transport->id(), kind, rtpParameters, appData, std::move(callback)));
+}
+
+Task<void> Transports::produce(std::string transportId, MediaKind kind, std::string rtpParameters,
+                               std::string appData, ProduceCallback callback) {
+  Dictionary request{{"transportId", transportId},
+                     {"kind", kind == MediaKind::video ? "video" : "audio"},
+                     {"rtpParameters", parseDictionary(rtpParameters)},
+                     {"appData", parseDictionary(appData)}};
+  const Dictionary reply = co_await _context->socketRequestHandler->prepareAndSendRequest(
+      LocalEvent::produce, std::move(request));
+  const auto* data = dictionary(reply, "data");
+  auto id = data ? text(*data, "id") : std::nullopt;
+  const auto role = roleOf(transportId);
+  if (!id) {
+    SdkTracer::shared().routedEvent(
+        [&] {
+          return std::string("Error in produce event of ") +
+                 (role == Role::send ? "Send" : "Receive") + " Media Transport ";
+        },
+        {.targetMask = targetMasks::consolesAndBackend, .category = EventCategory::error});
+    callback(std::nullopt);
+    co_return;
+  }
+  const auto span = _context->spans.take(RoomSpans::Slot::current);
+  if (role == Role::send)
+    trace(kind == MediaKind::video ? "Starting Video Stream Negotiation"
+                                   : "Starting Audio Stream Negotiation",
+          {}, span);
+  callback(std::move(id));
+}
+
+void Transports::onConnectionStateChange(const std::shared_ptr<Transport>& transport,
+                                         TransportConnectionState state) {
+  if (state == TransportConnectionState::failed) return;
+  const auto role = roleOf(transport->id());
+  trace(
+      [&] {
+        // The second word is spelled as the service's dashboards know it.
+        return std::string(role == Role::send ? "Send" : "Recieve") + " Media Transport State: " +
+               std::string(stateText(state));
+      },
+      {}, spanOf(role));
+  if (_context->joined() || state != TransportConnectionState::disconnected) return;
+  const auto dropAll = [](const auto& streams) {
+    for (const auto& stream : streams) {
+      if (!stream->closed()) stream->close();
+      stream->setDelegate({});
+    }
+  };
+  if (role == Role::send) dropAll(_registry->producers());
+  else dropAll(_registry->consumers());
+}
+
+// ---- Taking down -------------------------------------------------------------------------------
+
+void Transports::disposeTransports(std::optional<SpanScope> parentSpan) {
+  ScopedSpan span("Closing resources", {}, parentSpan);
+  for (const auto& listed : _registry->consumers())
+    if (const auto consumer = _registry->takeConsumer(listed->id()))
+      closeConsumer(*_context, consumer);
+
+  const auto takeLive = [this](auto& slot) {
+    std::scoped_lock held(_transportLock);
+    using Pointer = decltype(slot.transport);
+    return slot.transport && isLive(slot.transport->connectionState())
+               ? std::exchange(slot.transport, nullptr)
+               : Pointer();
+  };
+  if (auto send = takeLive(_send)) closeTransportOnMain(std::move(send));
+  if (auto receive = takeLive(_receive)) closeTransportOnMain(std::move(receive));
+  span.event("All resources closed successfully");
+}
+
+void Transports::closeTransports() {
+  std::shared_ptr<SendTransport> send;
+  std::shared_ptr<ReceiveTransport> receive;
+  {
+    std::scoped_lock held(_transportLock);
+    send.swap(_send.transport);
+    receive.swap(_receive.transport);
+  }
+  if (send) closeTransportOnMain(std::move(send));
+  if (receive) closeTransportOnMain(std::move(receive));
+}
+
+}  // namespace kestrova

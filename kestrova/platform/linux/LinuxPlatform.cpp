@@ -1,0 +1,48 @@
+#include <kestrova/platform/Platform.h>
+#include <kestrova/platform/Runtime.h>
+#include <kestrova/platform/linux/capture/CaptureDevices.h>
+#include <kestrova/platform/linux/http/CurlSession.h>
+#include <kestrova/platform/linux/mediasoup/MediasoupDevice.h>
+#include <kestrova/platform/linux/socketio/SocketManager.h>
+#include <kestrova/platform/linux/webrtc/PeerConnectionFactory.h>
+
+#include <sys/utsname.h>
+
+#include <cstdio>
+#include <utility>
+
+namespace kestrova {
+namespace {
+
+OperatingSystem describeSystem() {
+  OperatingSystem system;
+  utsname names{};
+  if (::uname(&names) != 0) return system;
+  system.machine = names.machine;
+  std::sscanf(names.release, "%d.%d.%d", &system.major, &system.minor, &system.patch);
+  return system;
+}
+
+Platform makeLinuxPlatform() {
+  return {
+      .background = Runtime::background(),
+      .scheduler = Runtime::scheduler(),
+      .urlSession = makeURLSession(),
+      .captureDevices = makeCaptureDevices(),
+      .makeSocketManager =
+          [](const std::string& url, SocketManagerConfig config) {
+            return makeSocketManager(url, std::move(config), Runtime::network());
+          },
+      .makeDevice = [] { return makeDevice(); },
+      .peerConnectionFactory = [] { return sharedPeerConnectionFactory(); },
+      .operatingSystem = describeSystem(),
+  };
+}
+
+const bool registered = [] {
+  Platform::setDefault(makeLinuxPlatform);
+  return true;
+}();
+
+}  // namespace
+}  // namespace kestrova

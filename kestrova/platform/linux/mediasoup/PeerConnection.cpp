@@ -1,0 +1,238 @@
+#include <kestrova/platform/linux/mediasoup/PeerConnection.h>
+
+#include <api/jsep.h>
+#include <api/make_ref_counted.h>
+#include <api/stats/rtc_stats_collector_callback.h>
+#include <api/stats/rtc_stats_report.h>
+
+#include <chrono>
+#include <future>
+#include <mutex>
+
+namespace kestrova::mediasoup {
+namespace {
+
+using webrtc::PeerConnectionInterface;
+
+/// The engine answers in milliseconds; one that does not in this time is stuck.
+constexpr auto kLongestWait = std::chrono::seconds(10);
+
+template <class T>
+T awaited(std::future<T> result) {
+  if (result.wait_for(kLongestWait) != std::future_status::ready)
+    throw MediasoupError("the WebRTC engine does not answer");
+  return result.get();
+}
+
+std::exception_ptr failure(const webrtc::RTCError& error) {
+  return std::make_exception_ptr(MediasoupError(std::string("the WebRTC engine: ") + error.message()));
+}
+
+class CreateObserver : public webrtc::CreateSessionDescriptionObserver {
+public:
+  void OnSuccess(webrtc::SessionDescriptionInterface* description) override {
+    std::unique_ptr<webrtc::SessionDescriptionInterface> owned(description);
+    std::string sdp;
+    owned->ToString(&sdp);
+    result.set_value(std::move(sdp));
+  }
+  void OnFailure(webrtc::RTCError error) override { result.set_exception(failure(error)); }
+  std::promise<std::string> result;
+};
+
+class SetObserver : public webrtc::SetLocalDescriptionObserverInterface,
+                    public webrtc::SetRemoteDescriptionObserverInterface {
+public:
+  void OnSetLocalDescriptionComplete(webrtc::RTCError error) override { finish(error); }
+  void OnSetRemoteDescriptionComplete(webrtc::RTCError error) override { finish(error); }
+  std::promise<void> result;
+
+private:
+  void finish(const webrtc::RTCError& error) {
+    if (error.ok())
+      result.set_value();
+    else
+      result.set_exception(failure(error));
+  }
+};
+
+class StatsObserver : public webrtc::RTCStatsCollectorCallback {
+public:
+  explicit StatsObserver(PeerConnection::StatsHandler done) : _done(std::move(done)) {}
+  ~StatsObserver() override {
+    if (_done) _done("[]");
+  }
+  void OnStatsDelivered(const rtc::scoped_refptr<const webrtc::RTCStatsReport>& report) override {
+    if (auto done = std::exchange(_done, nullptr)) done(report->ToJson());
+  }
+
+private:
+  PeerConnection::StatsHandler _done;
+};
+
+std::unique_ptr<webrtc::SessionDescriptionInterface> description(webrtc::SdpType type,
+                                                                 const std::string& sdp) {
+  webrtc::SdpParseError error;
+  auto result = webrtc::CreateSessionDescription(type, sdp, &error);
+  if (!result)
+    throw MediasoupError("the WebRTC engine refuses the line \"" + error.line +
+                         "\": " + error.description);
+  return result;
+}
+
+}  // namespace
+
+class PeerConnection::Observer final : public webrtc::PeerConnectionObserver {
+public:
+  explicit Observer(StateHandler onState) : _onState(std::move(onState)) {}
+  void silence() {
+    std::scoped_lock held(_lock);
+    _onState = nullptr;
+  }
+
+  void OnSignalingChange(PeerConnectionInterface::SignalingState) override {}
+  void OnDataChannel(rtc::scoped_refptr<webrtc::DataChannelInterface>) override {}
+  void OnIceGatheringChange(PeerConnectionInterface::IceGatheringState) override {}
+  void OnIceCandidate(const webrtc::IceCandidateInterface*) override {}
+  void OnStandardizedIceConnectionChange(
+      PeerConnectionInterface::IceConnectionState state) override {
+    _iceCompleted = state == PeerConnectionInterface::kIceConnectionCompleted;
+    report();
+  }
+  void OnConnectionChange(PeerConnectionInterface::PeerConnectionState state) override {
+    _connection = state;
+    report();
+  }
+
+private:
+  TransportConnectionState state() const {
+    switch (_connection) {
+      case PeerConnectionInterface::PeerConnectionState::kNew:
+        return TransportConnectionState::new_;
+      case PeerConnectionInterface::PeerConnectionState::kConnecting:
+        return TransportConnectionState::checking;
+      case PeerConnectionInterface::PeerConnectionState::kConnected:
+        return _iceCompleted ? TransportConnectionState::completed
+                             : TransportConnectionState::connected;
+      case PeerConnectionInterface::PeerConnectionState::kDisconnected:
+        return TransportConnectionState::disconnected;
+      case PeerConnectionInterface::PeerConnectionState::kFailed:
+        return TransportConnectionState::failed;
+      case PeerConnectionInterface::PeerConnectionState::kClosed:
+        break;
+    }
+    return TransportConnectionState::closed;
+  }
+
+  void report() {
+    const auto now = state();
+    if (std::exchange(_reported, now) == now) return;
+    StateHandler handler;
+    {
+      std::scoped_lock held(_lock);
+      handler = _onState;
+    }
+    if (handler) handler(now);
+  }
+
+  std::mutex _lock;
+  StateHandler _onState;  // under _lock
+  // The engine's signalling thread:
+  PeerConnectionInterface::PeerConnectionState _connection =
+      PeerConnectionInterface::PeerConnectionState::kNew;
+  bool _iceCompleted = false;
+  TransportConnectionState _reported = TransportConnectionState::new_;
+};
+
+PeerConnection::PeerConnection(Engine& engine, const std::vector<IceServer>& iceServers,
+                               ICETransportPolicy policy, StateHandler onState)
+    : _observer(std::make_unique<Observer>(std::move(onState))) {
+  PeerConnectionInterface::RTCConfiguration config;
+  config.sdp_semantics = webrtc::SdpSemantics::kUnifiedPlan;
+  config.bundle_policy = PeerConnectionInterface::kBundlePolicyMaxBundle;
+  config.rtcp_mux_policy = PeerConnectionInterface::kRtcpMuxPolicyRequire;
+  config.type = policy == ICETransportPolicy::relay ? PeerConnectionInterface::kRelay
+                                                    : PeerConnectionInterface::kAll;
+  for (const auto& server : iceServers) {
+    PeerConnectionInterface::IceServer entry;
+    entry.urls = server.urls;
+    entry.username = server.username;
+    entry.password = server.credential;
+    config.servers.push_back(std::move(entry));
+  }
+  webrtc::PeerConnectionDependencies parts(_observer.get());
+  auto made = engine.factory().CreatePeerConnectionOrError(config, std::move(parts));
+  if (!made.ok()) std::rethrow_exception(failure(made.error()));
+  _connection = made.MoveValue();
+}
+
+PeerConnection::~PeerConnection() {
+  close();
+  _connection = nullptr;  // before the observer
+}
+
+void PeerConnection::close() {
+  _observer->silence();
+  _connection->Close();
+}
+
+std::string PeerConnection::createOffer(bool iceRestart) {
+  auto observer = rtc::make_ref_counted<CreateObserver>();
+  PeerConnectionInterface::RTCOfferAnswerOptions options;
+  options.ice_restart = iceRestart;
+  _connection->CreateOffer(observer.get(), options);
+  return awaited(observer->result.get_future());
+}
+
+std::string PeerConnection::createAnswer() {
+  auto observer = rtc::make_ref_counted<CreateObserver>();
+  _connection->CreateAnswer(observer.get(), {});
+  return awaited(observer->result.get_future());
+}
+
+void PeerConnection::setLocal(webrtc::SdpType type, const std::string& sdp) {
+  auto observer = rtc::make_ref_counted<SetObserver>();
+  _connection->SetLocalDescription(description(type, sdp), observer);
+  awaited(observer->result.get_future());
+}
+
+void PeerConnection::setRemote(webrtc::SdpType type, const std::string& sdp) {
+  auto observer = rtc::make_ref_counted<SetObserver>();
+  _connection->SetRemoteDescription(description(type, sdp), observer);
+  awaited(observer->result.get_future());
+}
+
+void PeerConnection::rollBack() {
+  const auto state = _connection->signaling_state();
+  auto observer = rtc::make_ref_counted<SetObserver>();
+  auto rollback = webrtc::CreateSessionDescription(webrtc::SdpType::kRollback, "");
+  if (state == PeerConnectionInterface::kHaveLocalOffer)
+    _connection->SetLocalDescription(std::move(rollback), observer);
+  else if (state == PeerConnectionInterface::kHaveRemoteOffer)
+    _connection->SetRemoteDescription(std::move(rollback), observer);
+  else
+    return;
+  observer->result.get_future().wait_for(kLongestWait);
+}
+
+rtc::scoped_refptr<webrtc::RtpTransceiverInterface> PeerConnection::transceiver(
+    const std::string& mid) {
+  for (const auto& candidate : _connection->GetTransceivers())
+    if (candidate->mid() == mid) return candidate;
+  return nullptr;
+}
+
+void PeerConnection::stats(rtc::scoped_refptr<webrtc::RtpSenderInterface> sender,
+                           rtc::scoped_refptr<webrtc::RtpReceiverInterface> receiver,
+                           StatsHandler done) {
+  rtc::scoped_refptr<webrtc::RTCStatsCollectorCallback> observer =
+      rtc::make_ref_counted<StatsObserver>(std::move(done));
+  if (sender)
+    _connection->GetStats(sender, observer);
+  else if (receiver)
+    _connection->GetStats(receiver, observer);
+  else
+    _connection->GetStats(observer.get());
+}
+
+}  // namespace kestrova::mediasoup

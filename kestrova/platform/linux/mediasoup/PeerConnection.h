@@ -1,0 +1,52 @@
+#pragma once
+
+#include <kestrova/platform/Mediasoup.h>
+#include <kestrova/platform/linux/mediasoup/TransportParameters.h>
+#include <kestrova/platform/linux/webrtc/Engine.h>
+
+#include <api/peer_connection_interface.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace kestrova::mediasoup {
+
+/// One peer connection of the engine with waiting operations. Engine thread only, unless stated.
+class PeerConnection {
+public:
+  /// Called on a thread of the engine, never after `close`.
+  using StateHandler = std::function<void(TransportConnectionState)>;
+  /// \throws MediasoupError
+  PeerConnection(Engine& engine, const std::vector<IceServer>& iceServers,
+                 ICETransportPolicy policy, StateHandler onState);
+  ~PeerConnection();
+  PeerConnection(const PeerConnection&) = delete;
+  PeerConnection& operator=(const PeerConnection&) = delete;
+
+  webrtc::PeerConnectionInterface& engine() { return *_connection; }
+  void close();
+
+  /// Each gives the description's text, or \throws MediasoupError.
+  std::string createOffer(bool iceRestart = false);
+  std::string createAnswer();
+  void setLocal(webrtc::SdpType type, const std::string& sdp);
+  void setRemote(webrtc::SdpType type, const std::string& sdp);
+  /// Gives up a negotiation that is half done. Never throws.
+  void rollBack();
+
+  rtc::scoped_refptr<webrtc::RtpTransceiverInterface> transceiver(const std::string& mid);
+
+  using StatsHandler = std::function<void(std::string json)>;
+  /// Calls `done` once, on a thread of the engine or here; with an empty list when there is nothing.
+  void stats(rtc::scoped_refptr<webrtc::RtpSenderInterface> sender,
+             rtc::scoped_refptr<webrtc::RtpReceiverInterface> receiver, StatsHandler done);
+
+private:
+  class Observer;
+  std::unique_ptr<Observer> _observer;
+  rtc::scoped_refptr<webrtc::PeerConnectionInterface> _connection;
+};
+
+}  // namespace kestrova::mediasoup

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <kestrova/platform/linux/mediasoup/Ortc.h>
+#include <kestrova/platform/linux/mediasoup/PeerConnection.h>
+#include <kestrova/platform/linux/mediasoup/RemoteSdp.h>
+#include <kestrova/platform/linux/mediasoup/SdpReader.h>
+
+#include <map>
+#include <memory>
+#include <string>
+
+namespace kestrova::mediasoup {
+
+/// The receiving side of the exchange: the server's offer, our answer. Engine thread only.
+class RecvHandler {
+public:
+  RecvHandler(Engine& engine, RemoteTransport remote, ICETransportPolicy policy,
+              CommonCapabilities common, PeerConnection::StateHandler onState);
+
+  struct Received {
+    std::string mid;
+    rtc::scoped_refptr<webrtc::MediaStreamTrackInterface> track;
+    DtlsFingerprint fingerprint;
+  };
+  /// \throws MediasoupError, having left things as they were
+  Received receive(const std::string& trackId, MediaKind kind, RtpParameters parameters);
+  /// Ends what `receive` began. Never throws.
+  void stop(const std::string& mid);
+  /// \throws MediasoupError
+  void restartIce(IceParameters ice);
+  void close();
+  /// Of one receiver, or of the whole connection where `mid` is empty.
+  void stats(const std::string& mid, PeerConnection::StatsHandler done);
+
+private:
+  using Transceiver = rtc::scoped_refptr<webrtc::RtpTransceiverInterface>;
+  RemoteSection sectionOf(const std::string& trackId, MediaKind kind, RtpParameters parameters);
+  std::string freeMid();
+  /// \return our answer
+  std::string negotiate(const RemoteSection* added);
+
+  PeerConnection _connection;
+  RemoteSdp _remote;
+  CommonCapabilities _common;
+  std::map<std::string, Transceiver> _transceivers;  // by mid
+  unsigned _nextMid = 0;
+};
+
+}  // namespace kestrova::mediasoup

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <kestrova/platform/linux/mediasoup/Ortc.h>
+#include <kestrova/platform/linux/mediasoup/PeerConnection.h>
+#include <kestrova/platform/linux/mediasoup/RemoteSdp.h>
+#include <kestrova/platform/linux/mediasoup/SdpReader.h>
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace kestrova::mediasoup {
+
+/// How a track is to be sent, checked and ready for the engine.
+struct SendRequest {
+  MediaKind kind = MediaKind::audio;
+  rtc::scoped_refptr<webrtc::MediaStreamTrackInterface> track;
+  std::vector<RTCRtpEncodingParameters> encodings;
+  Dictionary codecOptions;
+  std::optional<RtpCodec> codec;
+};
+
+/// The sending side of the exchange: our offer, the server's answer. Engine thread only.
+class SendHandler {
+public:
+  SendHandler(Engine& engine, RemoteTransport remote, ICETransportPolicy policy,
+              CommonCapabilities common, PeerConnection::StateHandler onState);
+
+  struct Sent {
+    std::string mid;
+    RtpParameters rtpParameters;  ///< for the server
+    DtlsFingerprint fingerprint;
+  };
+  /// \throws MediasoupError, having left things as they were
+  Sent send(const SendRequest& request);
+  /// Ends what `send` began. Never throws.
+  void stop(const std::string& mid);
+  /// \throws MediasoupError
+  void restartIce(IceParameters ice);
+  void close();
+  /// Of one sender, or of the whole connection where `mid` is empty.
+  void stats(const std::string& mid, PeerConnection::StatsHandler done);
+
+private:
+  using Transceiver = rtc::scoped_refptr<webrtc::RtpTransceiverInterface>;
+  struct Streams {
+    std::vector<webrtc::RtpEncodingParameters> forEngine;
+    std::vector<RtpEncoding> forServer;
+  };
+  Streams streamsOf(const SendRequest& request, const RtpCodec& codec) const;
+  Sent negotiate(const SendRequest& request, RtpParameters sending, RtpParameters answering);
+  const SdpMedia& newSection(const SdpSession& offer) const;
+
+  PeerConnection _connection;
+  RemoteSdp _remote;
+  CommonCapabilities _common;
+  std::map<std::string, Transceiver> _transceivers;  // by mid
+};
+
+}  // namespace kestrova::mediasoup

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <kestrova/platform/Scheduler.h>
+#include <kestrova/platform/SocketIO.h>
+
+#include <boost/asio/any_io_executor.hpp>
+
+#include <chrono>
+#include <cstddef>
+#include <memory>
+#include <string>
+
+namespace kestrova {
+
+/// What a `SocketManager` is made with beside the application's wishes.
+struct SocketManagerOptions {
+  /// The clock for acknowledgements and reconnection; the platform's when there is none.
+  std::shared_ptr<Scheduler> scheduler;
+  /// From the look-up of the name until the server has let the client in.
+  std::chrono::milliseconds connectTimeout{20'000};
+  /// How long a connection that is being closed may take to send what was queued.
+  std::chrono::milliseconds closeTimeout{2'000};
+  /// Longest message taken from the server, and all attachments of one event together.
+  std::size_t maxIncomingBytes = 16 * 1024 * 1024;
+};
+
+/// A Socket.IO 5 client over Engine.IO 4 on a WebSocket, with TLS for https and wss.
+///
+/// Network work runs on `io`, one piece at a time. Certificates are always verified, against the
+/// system's authorities or those that `SSL_CERT_FILE` and `SSL_CERT_DIR` name. Nothing when `url` is
+/// no http, https, ws or wss URL. Protocols: Engine.IO protocol 4 and Socket.IO protocol 5.
+std::shared_ptr<SocketManager> makeSocketManager(const std::string& url, SocketManagerConfig config,
+                                                 boost::asio::any_io_executor io,
+                                                 SocketManagerOptions options = {});
+
+}  // namespace kestrova

@@ -1,0 +1,150 @@
+#include <kestrova/platform/linux/webrtc/Engine.h>
+#include <kestrova/platform/linux/webrtc/SinkList.h>
+#include <kestrova/platform/linux/webrtc/Tracks.h>
+#include <kestrova/platform/linux/webrtc/VideoBuffers.h>
+
+#include <utility>
+
+namespace kestrova {
+namespace {
+
+/// Hands `data` to every live sink; a sink that lets go of its track or transport meanwhile is safe.
+template <class Sink, class Call>
+void forEachSink(SinkList<Sink>& sinks, Call call) {
+  EngineCallback delivering;
+  std::vector<std::shared_ptr<Sink>> live;
+  sinks.snapshot(live);
+  for (const auto& sink : live) call(*sink);
+}
+
+}  // namespace
+
+// ---- video -------------------------------------------------------------------------------------
+
+struct VideoTrack::Feed final : rtc::VideoSinkInterface<webrtc::VideoFrame> {
+  void OnFrame(const webrtc::VideoFrame& frame) override {
+    if (sinks.empty()) return;
+    const auto own = frameOf(frame);
+    if (own.buffer) forEachSink(sinks, [&](VideoSink& sink) { sink.onFrame(own); });
+  }
+  SinkList<VideoSink> sinks;
+  bool registered = false;  // engine thread
+};
+
+std::shared_ptr<VideoTrack> VideoTrack::make(std::shared_ptr<Engine> engine,
+                                             rtc::scoped_refptr<webrtc::VideoTrackInterface> track,
+                                             std::string id) {
+  return std::shared_ptr<VideoTrack>(
+      new VideoTrack(std::move(engine), std::move(track), std::move(id)));
+}
+
+VideoTrack::VideoTrack(std::shared_ptr<Engine> engine,
+                       rtc::scoped_refptr<webrtc::VideoTrackInterface> track, std::string id)
+    : _engine(std::move(engine)),
+      _track(std::move(track)),
+      _id(std::move(id)),
+      _enabled(true),
+      _feed(std::make_shared<Feed>()) {}
+
+VideoTrack::~VideoTrack() {
+  _engine->thread().post([feed = std::move(_feed), track = std::move(_track)] {
+    if (feed->registered) track->RemoveSink(feed.get());
+  });
+}
+
+void VideoTrack::setEnabled(bool enabled) {
+  _enabled = enabled;
+  _engine->thread().post([track = _track, enabled] { track->set_enabled(enabled); });
+}
+
+void VideoTrack::addSink(const std::shared_ptr<VideoSink>& sink) {
+  _feed->sinks.add(sink);
+  updateRegistration();
+}
+
+void VideoTrack::removeSink(const std::shared_ptr<VideoSink>& sink) {
+  _feed->sinks.remove(sink);
+  updateRegistration();
+}
+
+void VideoTrack::updateRegistration() {
+  _engine->thread().post([feed = _feed, track = _track] {
+    const bool wanted = !feed->sinks.empty();
+    if (std::exchange(feed->registered, wanted) == wanted) return;
+    if (wanted)
+      track->AddOrUpdateSink(feed.get(), rtc::VideoSinkWants());
+    else
+      track->RemoveSink(feed.get());
+  });
+}
+
+// ---- audio -------------------------------------------------------------------------------------
+
+struct AudioTrack::Feed final : webrtc::AudioTrackSinkInterface {
+  using AudioTrackSinkInterface::OnData;
+  void OnData(const void* samples, int bits, int rate, size_t channels, size_t frames) override {
+    if (bits != 16) return;
+    AudioData data{static_cast<const std::int16_t*>(samples), rate, static_cast<int>(channels),
+                   static_cast<int>(frames)};
+    // The engine's own silence for a disabled track comes after this point of its pipeline.
+    if (!enabled) {
+      silence.assign(channels * frames, 0);
+      data.samples = silence.data();
+    }
+    forEachSink(sinks, [&](AudioSink& sink) { sink.onData(data); });
+  }
+  SinkList<AudioSink> sinks;
+  std::atomic<bool> enabled{true};
+  std::vector<std::int16_t> silence;  // the delivering thread
+  bool registered = false;            // engine thread
+};
+
+std::shared_ptr<AudioTrack> AudioTrack::make(std::shared_ptr<Engine> engine,
+                                             rtc::scoped_refptr<webrtc::AudioTrackInterface> track,
+                                             std::string id) {
+  return std::shared_ptr<AudioTrack>(
+      new AudioTrack(std::move(engine), std::move(track), std::move(id)));
+}
+
+AudioTrack::AudioTrack(std::shared_ptr<Engine> engine,
+                       rtc::scoped_refptr<webrtc::AudioTrackInterface> track, std::string id)
+    : _engine(std::move(engine)),
+      _track(std::move(track)),
+      _id(std::move(id)),
+      _feed(std::make_shared<Feed>()) {}
+
+AudioTrack::~AudioTrack() {
+  _engine->thread().post([feed = std::move(_feed), track = std::move(_track)] {
+    if (feed->registered) track->RemoveSink(feed.get());
+  });
+}
+
+bool AudioTrack::isEnabled() const { return _feed->enabled; }
+
+void AudioTrack::setEnabled(bool enabled) {
+  _feed->enabled = enabled;
+  _engine->thread().post([track = _track, enabled] { track->set_enabled(enabled); });
+}
+
+void AudioTrack::addSink(const std::shared_ptr<AudioSink>& sink) {
+  _feed->sinks.add(sink);
+  updateRegistration();
+}
+
+void AudioTrack::removeSink(const std::shared_ptr<AudioSink>& sink) {
+  _feed->sinks.remove(sink);
+  updateRegistration();
+}
+
+void AudioTrack::updateRegistration() {
+  _engine->thread().post([feed = _feed, track = _track] {
+    const bool wanted = !feed->sinks.empty();
+    if (std::exchange(feed->registered, wanted) == wanted) return;
+    if (wanted)
+      track->AddSink(feed.get());
+    else
+      track->RemoveSink(feed.get());
+  });
+}
+
+}  // namespace kestrova

@@ -1,0 +1,87 @@
+#include <kestrova/session/MeetingContext.h>
+#include <kestrova/tracing/Trace.h>
+
+#include <utility>
+
+namespace kestrova {
+
+MeetingContext::MeetingContext(MeetingSettings meetingSettings, std::shared_ptr<Participant> local,
+                               std::shared_ptr<MediaConfigStore> configStore,
+                               std::shared_ptr<CustomRTCMediaStream> customVideo,
+                               std::shared_ptr<CustomRTCMediaStream> customAudio)
+    : settings(std::move(meetingSettings)),
+      localParticipant(std::move(local)),
+      mediaConfigStore(std::move(configStore)),
+      listeners(std::make_shared<MeetingMulticastDelegate>()),
+      _customVideoMediaStream(std::move(customVideo)),
+      _customAudioMediaStream(std::move(customAudio)) {}
+
+void MeetingContext::setRoomClientDelegate(std::weak_ptr<RoomClientDelegate> delegate) {
+  std::scoped_lock held(_roomClientLock);
+  _roomClientDelegate = std::move(delegate);
+}
+
+std::shared_ptr<RoomClient> MeetingContext::roomClient() {
+  std::scoped_lock held(_roomClientLock);
+  if (_roomClient) return _roomClient;
+  _roomClient = RoomClient::make({.meeting = {.id = settings.id,
+                                              .localParticipantId = localParticipant->id(),
+                                              .localParticipantName =
+                                                  localParticipant->displayName(),
+                                              .mode = std::string(wireText(settings.mode)),
+                                              .accessToken = settings.accessToken,
+                                              .metaData = settings.metaData,
+                                              .micEnabled = settings.micEnabled,
+                                              .webcamEnabled = settings.webcamEnabled},
+                                  .customVideoMediaStream = customVideoMediaStream(),
+                                  .customAudioMediaStream = customAudioMediaStream(),
+                                  .multiStream = settings.multiStream,
+                                  .mode = settings.mode,
+                                  .preferredProtocol = settings.preferredProtocol,
+                                  .signalingBaseUrl = settings.signalingBaseUrl});
+  _roomClient->setDelegate(_roomClientDelegate);
+  return _roomClient;
+}
+
+bool MeetingContext::joined() {
+  {
+    std::scoped_lock held(_roomClientLock);
+    if (!_roomClient) return false;
+  }
+  return roomClient()->joined();
+}
+
+std::shared_ptr<CustomRTCMediaStream> MeetingContext::customVideoMediaStream() const {
+  std::scoped_lock held(_customStreamLock);
+  return _customVideoMediaStream;
+}
+
+std::shared_ptr<CustomRTCMediaStream> MeetingContext::customAudioMediaStream() const {
+  std::scoped_lock held(_customStreamLock);
+  return _customAudioMediaStream;
+}
+
+void MeetingContext::forgetCustomStreams() {
+  std::scoped_lock held(_customStreamLock);
+  _customVideoMediaStream.reset();
+  _customAudioMediaStream.reset();
+}
+
+void MeetingContext::emit(std::function<void(MeetingMulticastDelegate&)> event) {
+  MainQueue::shared().async([weak = weak_from_this(), event = std::move(event)] {
+    if (const auto self = weak.lock()) event(*self->listeners);
+  });
+}
+
+void MeetingContext::onError(const KestrovaError& error) {
+  emit([error](MeetingMulticastDelegate& listener) {
+    traceError("Emitting ERROR Event", {{"error", [&] {
+                                           return "Error encountered with code: " +
+                                                  std::to_string(error.rawValue()) +
+                                                  " and message: " + error.message();
+                                         }}});
+    listener.onError(error);
+  });
+}
+
+}  // namespace kestrova

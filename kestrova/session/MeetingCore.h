@@ -1,0 +1,83 @@
+#pragma once
+
+#include <kestrova/platform/NotificationCenter.h>
+#include <kestrova/session/MediaControls.h>
+#include <kestrova/session/MeetingAction.h>
+#include <kestrova/session/MeetingContext.h>
+#include <kestrova/session/MeetingLifecycle.h>
+#include <kestrova/session/ParticipantRegistry.h>
+#include <kestrova/session/ServiceStatus.h>
+#include <kestrova/signalling/RoomClientDelegate.h>
+
+#include <memory>
+
+namespace kestrova {
+
+/// What stands behind a `Meeting`: its pieces, the guard that its objects ask, and the ear to which
+/// the room client reports. Each report goes to the piece that owns it.
+class MeetingCore final : public MeetingActionValidating,
+                          public RoomClientDelegate,
+                          public std::enable_shared_from_this<MeetingCore> {
+public:
+  static std::shared_ptr<MeetingCore> make(std::shared_ptr<MeetingContext> context);
+
+  const std::shared_ptr<MeetingContext> context;
+  const std::shared_ptr<ParticipantRegistry> registry;
+  const std::shared_ptr<MediaControls> media;
+  const std::shared_ptr<MeetingLifecycle> lifecycle;
+  ServiceStatus services;
+
+  std::optional<MeetingActionValidationFailure> meetingActionState() const override;
+  void emitMeetingActionValidationFailure(MeetingActionValidationFailure failure,
+                                          std::string_view methodName) override;
+  /// Whether an operation may go on; reports the refusal if not.
+  bool mayAct(std::string_view methodName);
+  void respondEntry(const std::string& peerId, const std::string& decision);
+
+  std::mutex& meetingStateLock() override { return lifecycle->meetingStateLock(); }
+  void meetingStateChanged(MeetingState state) override { lifecycle->meetingStateChanged(state); }
+  void meetingJoined(const std::optional<std::string>& switchMeetingId) override;
+  Task<void> disconnected(std::optional<LeaveReason> leaveReason) override;
+  Task<void> closeMeetingRequested(LeaveReason leaveReason) override;
+  void socketConnectionError(const std::string& message) override;
+  void onError(const KestrovaError& error) override { context->onError(error); }
+  void entryRequested(const Dictionary& data) override;
+  void entryResponded(const Dictionary& data) override { lifecycle->entryResponded(data); }
+
+  void addParticipant(const Peer& peer) override;
+  void removeParticipant(const std::string& id, LeaveReason leaveReason) override;
+  void addStream(const std::shared_ptr<Consumer>& consumer, bool isShare,
+                 const std::string& participantId) override;
+  void removeStream(const std::string& id) override { registry->removeStream(id); }
+  void handleStreamStateChange(StreamState state, const std::string& peerId,
+                               const std::string& trackId) override;
+  void participantMediaStatusChanged(const std::string& peerId, const std::string& kind,
+                                     bool newState) override;
+  void participantModeChanged(const std::string& participantId, Mode mode) override;
+  void pinStateChanged(const std::string& participantId, ParticipantPinState pinState,
+                       const std::string& pinnedBy) override;
+  void speakerChanged(const std::optional<std::string>& participantId) override;
+
+  void recordingStarted() override;
+  void recordingStopped() override;
+  void livestreamStarted() override;
+  void livestreamStopped() override;
+  void onHlsStateChanged(HLSState state, const HLSUrl& hlsUrls) override;
+  void onRecordingStateChanged(RecordingState state) override;
+  void onLivestreamStateChanged(LiveStreamState state) override;
+  void onTranscriptionStateChanged(TranscriptionState state) override;
+  void transcriptionText(const TranscriptionText& text) override;
+  void whiteboardStarted(const std::string& url) override;
+  void whiteboardStopped() override;
+
+  void recordVideoCodec(VideoCodec codec) override;
+  void recordMultiStreamDowngrade() override;
+
+private:
+  explicit MeetingCore(std::shared_ptr<MeetingContext> meetingContext);
+  void observeExternalCalls();
+
+  std::shared_ptr<NotificationCenter::Observer> _callObserver;
+};
+
+}  // namespace kestrova

@@ -1,0 +1,153 @@
+#pragma once
+
+#include <kestrova/session/CodecChangeInfo.h>
+#include <kestrova/monitoring/LinkCondition.h>
+#include <kestrova/session/KestrovaError.h>
+#include <kestrova/signalling/MeetingTypes.h>
+#include <kestrova/signalling/Peer.h>
+#include <kestrova/signalling/ServiceStates.h>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace kestrova {
+
+class AICharacter;
+class Participant;
+struct CharacterMessage;
+struct CharacterStateChange;
+
+/// Everything that happens in a meeting. All operations are called on the main queue and have empty
+/// defaults; any operation of the library may be called from inside them.
+class MeetingEventListener {
+public:
+  using Action = std::function<void()>;
+
+  virtual ~MeetingEventListener() = default;
+
+  /// The older form of the next; the library itself raises only the next.
+  virtual void onMeetingJoined() {}
+  /// The join is done; `switchMeetingId` names the new meeting after a switch of rooms.
+  virtual void onMeetingJoined(const std::optional<std::string>& switchMeetingId) {
+    (void)switchMeetingId;
+  }
+  /// The meeting is over: once per meeting, before the form with the reason.
+  virtual void onMeetingLeft() {}
+  virtual void onMeetingLeft(LeaveReason reason) { (void)reason; }
+
+  virtual void onParticipantJoined(const std::shared_ptr<Participant>& participant) {
+    (void)participant;
+  }
+  virtual void onParticipantLeft(const std::shared_ptr<Participant>& participant) {
+    (void)participant;
+  }
+  virtual void onParticipantLeft(const std::shared_ptr<Participant>& participant,
+                                 LeaveReason reason) {
+    (void)participant, (void)reason;
+  }
+
+  virtual void onRecordingStarted() {}
+  virtual void onRecordingStopped() {}
+  virtual void onLivestreamStarted() {}
+  virtual void onLivestreamStopped() {}
+
+  /// Nothing means that nobody speaks.
+  virtual void onSpeakerChanged(const std::optional<std::string>& participantId) {
+    (void)participantId;
+  }
+  /// Somebody asks this participant to turn the microphone on; `reject` does nothing.
+  virtual void onMicRequested(const std::optional<std::string>& participantId, Action accept,
+                              Action reject) {
+    (void)participantId, (void)accept, (void)reject;
+  }
+  virtual void onWebcamRequested(const std::optional<std::string>& participantId, Action accept,
+                                 Action reject) {
+    (void)participantId, (void)accept, (void)reject;
+  }
+
+  /// The signalling connection reported an error; the library goes on trying as far as it can.
+  virtual void onSocketError(const std::string& message) { (void)message; }
+  /// Each report of the connection, and every 10 seconds while RECONNECTING.
+  virtual void onMeetingStateChanged(MeetingState meetingState) { (void)meetingState; }
+  virtual void onError(const KestrovaError& error) { (void)error; }
+
+  virtual void onHlsStateChanged(HLSState state, const std::optional<HLSUrl>& hlsUrl) {
+    (void)state, (void)hlsUrl;
+  }
+  virtual void onLivestreamStateChanged(LiveStreamState state) { (void)state; }
+  virtual void onTranscriptionStateChanged(TranscriptionState state) { (void)state; }
+  virtual void onTranscriptionText(const TranscriptionText& text) { (void)text; }
+  virtual void onRecordingStateChanged(RecordingState state) { (void)state; }
+
+  virtual void onPinStateChanged(const std::string& participantId, PinType pinType) {
+    (void)participantId, (void)pinType;
+  }
+  virtual void onParticipantModeChanged(const std::string& participantId, Mode mode) {
+    (void)participantId, (void)mode;
+  }
+  virtual void onMicChanged(const std::string& selectedDevice) { (void)selectedDevice; }
+
+  virtual void onWhiteboardStarted(const std::string& url) { (void)url; }
+  virtual void onWhiteboardStopped() {}
+
+  /// Telephone calls on this device; `callType` is "incoming" or "outgoing".
+  virtual void onExternalCallRinging(const std::string& callType) { (void)callType; }
+  virtual void onExternalCallAnswered(const std::string& callType) { (void)callType; }
+  virtual void onExternalCallRejected(const std::string& callType) { (void)callType; }
+  virtual void onExternalCallHangup(const std::string& callType) { (void)callType; }
+
+  /// `kind` is "audio", "video", "share" or "all".
+  virtual void onPausedAllStreams(const std::string& kind) { (void)kind; }
+  virtual void onResumedAllStreams(const std::string& kind) { (void)kind; }
+
+  /// An entry request was answered: `decision` is "allowed" or "denied".
+  virtual void onEntryResponded(const std::string& id, const std::string& decision) {
+    (void)id, (void)decision;
+  }
+  /// Somebody asks to enter, and this participant may decide.
+  virtual void onEntryRequested(const std::string& id, const std::string& name, Action allow,
+                                Action deny) {
+    (void)id, (void)name, (void)allow, (void)deny;
+  }
+
+  virtual void onMediaRelayRequestReceived(const std::string& participantId,
+                                           const std::string& meetingId,
+                                           const std::string& displayName, Action accept,
+                                           Action reject) {
+    (void)participantId, (void)meetingId, (void)displayName, (void)accept, (void)reject;
+  }
+  virtual void onMediaRelayRequestResponse(const std::string& decision,
+                                           const std::string& decidedBy,
+                                           const std::string& meetingId) {
+    (void)decision, (void)decidedBy, (void)meetingId;
+  }
+  virtual void onMediaRelayStarted(const std::string& meetingId) { (void)meetingId; }
+  virtual void onMediaRelayStopped(const std::string& meetingId) { (void)meetingId; }
+  virtual void onMediaRelayError(const std::string& meetingId, const std::string& error) {
+    (void)meetingId, (void)error;
+  }
+
+  virtual void onCharacterJoined(const std::shared_ptr<AICharacter>& character) { (void)character; }
+  virtual void onCharacterLeft(const std::shared_ptr<AICharacter>& character) { (void)character; }
+  virtual void onCharacterMessage(const CharacterMessage& message) { (void)message; }
+  virtual void onCharacterStateChanged(const CharacterStateChange& characterStateChange) {
+    (void)characterStateChange;
+  }
+
+  /// `timestamp` is in milliseconds since 1970.
+  virtual void onQualityLimitation(QualityLimitationType type, QualityLimitationState state,
+                                   std::int64_t timestamp) {
+    (void)type, (void)state, (void)timestamp;
+  }
+  /// Who shares the screen; nothing when nobody does.
+  virtual void onPresenterChanged(const std::optional<std::string>& activePresenterId) {
+    (void)activePresenterId;
+  }
+  /// The camera is sent with another codec from now on.
+  virtual void onCodecChanged(const CodecChangeInfo& info) { (void)info; }
+};
+
+}  // namespace kestrova

@@ -1,0 +1,279 @@
+#include <kestrova/session/MeetingLifecycle.h>
+#include <kestrova/signalling/Response.h>
+#include <kestrova/tracing/Trace.h>
+
+#include <boost/algorithm/string/case_conv.hpp>
+
+#include <utility>
+
+namespace kestrova {
+namespace {
+
+using Slot = RoomSpans::Slot;
+
+}  // namespace
+
+MeetingLifecycle::MeetingLifecycle(std::shared_ptr<MeetingContext> context,
+                                   std::shared_ptr<ParticipantRegistry> registry,
+                                   std::shared_ptr<MediaControls> media)
+    : _context(std::move(context)), _registry(std::move(registry)), _media(std::move(media)) {}
+
+MeetingState MeetingLifecycle::meetingState() const {
+  std::scoped_lock held(_meetingStateLock);
+  return _meetingState;
+}
+
+std::optional<MeetingActionValidationFailure> MeetingLifecycle::meetingActionState() const {
+  const bool joined = _context->joined();
+  const auto state = meetingState();
+  if (state == MeetingState::DISCONNECTED) return MeetingActionValidationFailure::meetingAlreadyLeft;
+  if (!joined) return MeetingActionValidationFailure::meetingNotJoined;
+  if (state == MeetingState::RECONNECTING)
+    return MeetingActionValidationFailure::meetingReconnecting;
+  return std::nullopt;
+}
+
+std::optional<std::string> MeetingLifecycle::sessionId() const {
+  std::scoped_lock held(_identityLock);
+  return _sessionId;
+}
+
+std::optional<std::string> MeetingLifecycle::peerId() const {
+  std::scoped_lock held(_identityLock);
+  return _peerId;
+}
+
+void MeetingLifecycle::noteListenerAttached() {
+  std::scoped_lock held(_identityLock);
+  _listenerAttached = true;
+}
+
+// ---- Joining -----------------------------------------------------------------------------------
+
+void MeetingLifecycle::join() {
+  if (meetingState() != MeetingState::CONNECTING) return;
+  auto task = [](std::weak_ptr<MeetingLifecycle> weak) -> Task<void> {
+    if (const auto self = weak.lock()) co_await self->joinNow();
+  };
+  spawn(task(weak_from_this()));
+}
+
+Task<void> MeetingLifecycle::joinNow() {
+  auto& tracer = SdkTracer::shared();
+  tracer.ensureTelemetryOutput();
+  tracer.ensureClientConsoleOutput();
+  co_await _context->roomClient()->connect();
+  std::scoped_lock held(_identityLock);
+  if (std::exchange(_listenerAttached, false)) trace("Listener added to Meeting");
+}
+
+void MeetingLifecycle::entryResponded(const Dictionary& payload) {
+  const auto sessionId = text(payload, "sessionId");
+  const auto id = text(payload, "id");
+  const auto decision = text(payload, "decision");
+  if (!sessionId || !id || !decision) return;
+
+  auto& spans = _context->roomClient()->spans();
+  const auto entrySpan = spans.get(Slot::requestEntry);
+  const auto switchingRoomId = text(payload, "switchingRoomId");
+  ScopedSpan span([&] { return "Entry response: " + boost::algorithm::to_upper_copy(*decision); },
+                  {{"peer.id", *id},
+                   {"entry.decision", *decision},
+                   {"switching_room", switchingRoomId.has_value()},
+                   {"switchingRoomId", switchingRoomId.value_or("N/A")}},
+                  entrySpan);
+  if (switchingRoomId) {
+    if (*switchingRoomId == _context->settings.id)
+      traceDebug("You have entered same meeting ID. Nothing to do.");
+    return;
+  }
+  if (*id == _context->localParticipant->id() && *decision == "allowed") {
+    trace("Entry Responded", {}, entrySpan);
+    auto task = [](std::weak_ptr<MeetingLifecycle> weak) -> Task<void> {
+      if (const auto self = weak.lock()) co_await self->connected();
+    };
+    spawn(task(weak_from_this()));
+  } else {
+    trace("Entry denied", {}, entrySpan);
+    trace("Join Request Denied", {}, entrySpan);
+  }
+  {
+    std::scoped_lock held(_identityLock);
+    _sessionId = sessionId;
+    _peerId = id;
+  }
+  _context->emit([id = *id, decision = *decision](auto& listener) {
+    trace("Emitting ENTRY_RESPONDED Event", {{"peerId", id}, {"decision", decision}});
+    listener.onEntryResponded(id, decision);
+  });
+}
+
+Task<void> MeetingLifecycle::connected() {
+  const auto self = shared_from_this();
+  const auto client = _context->roomClient();
+  const auto mode = _context->settings.mode;
+  const auto joinSpan = client->spans().get(Slot::join);
+  auto setup =
+      client->setupDeviceAndTransports(false, joinSpan, sendsMedia(mode), receivesMedia(mode));
+  co_await std::move(setup);
+
+  std::vector<std::string> unsupportedCodecs;
+  bool failed = false;
+  try {
+    auto joining =
+        client->join(CameraPosition::front, false, mode, _context->settings.batchingEnabled);
+    unsupportedCodecs = co_await std::move(joining);
+  } catch (const std::exception& error) {
+    const auto line = std::string("Could not join the room ") + error.what();
+    traceError(line, {}, joinSpan);
+    failed = true;
+  }
+  if (failed) {
+    {
+      std::scoped_lock held(_meetingStateLock);
+      _meetingState = MeetingState::DISCONNECTED;
+    }
+    co_await closeMeetingRequested(LeaveReason::joinRoomFailed);
+    co_return;
+  }
+  emitJoined(joinSpan);
+  auto starting = _media->startWishedMedia(mode, std::move(unsupportedCodecs), joinSpan);
+  co_await std::move(starting);
+}
+
+void MeetingLifecycle::emitJoined(const std::optional<SpanScope>& joinSpan) {
+  // The guard must let operations through from the moment the application hears of the join.
+  MainQueue::shared().async([weak = weak_from_this(), joinSpan] {
+    const auto self = weak.lock();
+    if (!self) return;
+    trace("Emitting MEETING_JOINED Event", {}, joinSpan);
+    self->_context->roomClient()->setJoined(true);
+    self->_context->listeners->onMeetingJoined(std::nullopt);
+  });
+}
+
+// ---- Leaving -----------------------------------------------------------------------------------
+
+std::optional<KestrovaError> MeetingLifecycle::refuseLeave() {
+  const bool joined = _context->joined();
+  std::scoped_lock held(_meetingStateLock);
+  if (_meetingState == MeetingState::DISCONNECTED)
+    return KestrovaError::ERROR_ALREADY_IN_REQUESTED_STATE.withMessage(
+        "You have already left the meeting, so leave() is no longer available.");
+  if (!joined)
+    return KestrovaError::ERROR_ACTION_PERFORMED_BEFORE_MEETING_JOINED.withMessage(
+        "You must join the meeting before calling the leave() method.");
+  _meetingState = MeetingState::DISCONNECTED;
+  return std::nullopt;
+}
+
+void MeetingLifecycle::leave() {
+  if (const auto error = refuseLeave()) {
+    _context->onError(*error);
+    return;
+  }
+  forgetTopics();
+  invalidateReconnectTimer();
+  auto task = [](std::shared_ptr<RoomClient> client) -> Task<void> {
+    co_await client->disconnect(LeaveReason::manualLeaveCalled, true);
+  };
+  spawn(task(_context->roomClient()));
+}
+
+void MeetingLifecycle::end() {
+  forgetTopics();
+  invalidateReconnectTimer();
+  auto task = [](std::shared_ptr<RoomClient> client) -> Task<void> {
+    co_await client->closeRoom(LeaveReason::roomClose);
+  };
+  spawn(task(_context->roomClient()));
+}
+
+/// Topic messages end with the connection that carried them.
+void MeetingLifecycle::forgetTopics() { _context->roomClient()->pubSubEndpointStore().clear(); }
+
+bool MeetingLifecycle::claimLeftEvents() {
+  std::scoped_lock held(_meetingStateLock);
+  return !std::exchange(_didEmitMeetingLeft, true);
+}
+
+void MeetingLifecycle::emitLeft(LeaveReason reason) {
+  _context->listeners->onMeetingLeft();
+  _context->listeners->onMeetingLeft(reason);
+}
+
+Task<void> MeetingLifecycle::closeMeetingRequested(LeaveReason leaveReason) {
+  const auto self = shared_from_this();
+  const bool first = claimLeftEvents();
+  forgetTopics();
+  const auto client = _context->roomClient();
+  co_await client->disconnect(leaveReason, true);
+  _context->forgetCustomStreams();
+  client->forgetCustomStreams();
+  client->setJoined(false);
+  client->cleanUpTracing();
+  if (first)
+    MainQueue::shared().async([self, leaveReason] { self->emitLeft(leaveReason); });
+}
+
+Task<void> MeetingLifecycle::disconnected(std::optional<LeaveReason> leaveReason) {
+  const auto self = shared_from_this();
+  const bool first = claimLeftEvents();
+  const auto client = _context->roomClient();
+  // Nobody asked for these two, so nothing is taken down yet; camera and microphone must not run on.
+  if (first && (leaveReason == LeaveReason::websocketConnectionAttemptsExhausted ||
+                leaveReason == LeaveReason::websocketDisconnected)) {
+    invalidateReconnectTimer();
+    co_await client->disconnect(*leaveReason, false);
+  }
+  MainQueue::shared().async([self, client, leaveReason, first] {
+    self->forgetTopics();
+    client->setJoined(false);
+    self->_registry->clear();
+    client->cleanUpTracing();
+    if (first) self->emitLeft(leaveReason.value_or(LeaveReason::unknown));
+  });
+}
+
+// ---- States of the connection ------------------------------------------------------------------
+
+void MeetingLifecycle::meetingStateChanged(MeetingState state) {
+  _meetingState = state;  // the caller holds the lock
+  MainQueue::shared().async([weak = weak_from_this(), state] {
+    const auto self = weak.lock();
+    if (!self) return;
+    self->_context->listeners->onMeetingStateChanged(state);
+    self->_reconnectTimer.reset();
+    if (state == MeetingState::RECONNECTING) self->startReconnectHeartbeat();
+  });
+}
+
+void MeetingLifecycle::startReconnectHeartbeat() {
+  const auto scheduler = Platform::current()->scheduler;
+  _reconnectTimer = scheduler->after(reconnectHeartbeat, [weak = weak_from_this()] {
+    MainQueue::shared().async([weak] {
+      if (const auto self = weak.lock()) self->beat();
+    });
+  });
+}
+
+void MeetingLifecycle::beat() {
+  if (!_reconnectTimer) return;
+  const auto state = meetingState();
+  if (state == MeetingState::RECONNECTING) startReconnectHeartbeat();
+  else _reconnectTimer.reset();
+  _context->listeners->onMeetingStateChanged(state);
+}
+
+void MeetingLifecycle::invalidateReconnectTimer() {
+  auto& main = MainQueue::shared();
+  if (main.isCurrent()) {
+    _reconnectTimer.reset();
+    return;
+  }
+  main.async([weak = weak_from_this()] {
+    if (const auto self = weak.lock()) self->_reconnectTimer.reset();
+  });
+}
+
+}  // namespace kestrova

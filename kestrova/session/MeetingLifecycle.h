@@ -1,0 +1,75 @@
+#pragma once
+
+#include <kestrova/session/MediaControls.h>
+#include <kestrova/session/MeetingAction.h>
+#include <kestrova/session/MeetingContext.h>
+#include <kestrova/session/ParticipantRegistry.h>
+
+#include <chrono>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+namespace kestrova {
+
+/// A meeting's states: how it joins, is entered, is joined, drops, and ends once.
+///
+/// Long steps run as detached tasks that hold this object weakly.
+class MeetingLifecycle : public std::enable_shared_from_this<MeetingLifecycle> {
+public:
+  /// How often an application hears that a reconnection lasts.
+  static constexpr std::chrono::milliseconds reconnectHeartbeat{10'000};
+
+  MeetingLifecycle(std::shared_ptr<MeetingContext> context,
+                   std::shared_ptr<ParticipantRegistry> registry,
+                   std::shared_ptr<MediaControls> media);
+
+  MeetingState meetingState() const;
+  std::mutex& meetingStateLock() const { return _meetingStateLock; }
+  std::optional<MeetingActionValidationFailure> meetingActionState() const;
+  std::optional<std::string> sessionId() const;
+  std::optional<std::string> peerId() const;
+  /// Remembered until the next join, which traces it.
+  void noteListenerAttached();
+
+  void join();
+  void leave();
+  /// The guard has let it through.
+  void end();
+
+  void entryResponded(const Dictionary& payload);
+  /// The only way by which the connection changes the state; called with the state's lock held.
+  void meetingStateChanged(MeetingState state);
+  Task<void> closeMeetingRequested(LeaveReason leaveReason);
+  Task<void> disconnected(std::optional<LeaveReason> leaveReason);
+
+private:
+  Task<void> joinNow();
+  Task<void> connected();
+  void emitJoined(const std::optional<SpanScope>& joinSpan);
+  void emitLeft(LeaveReason reason);
+  bool claimLeftEvents();
+  void forgetTopics();
+  void startReconnectHeartbeat();
+  void beat();
+  void invalidateReconnectTimer();
+  std::optional<KestrovaError> refuseLeave();
+
+  const std::shared_ptr<MeetingContext> _context;
+  const std::shared_ptr<ParticipantRegistry> _registry;
+  const std::shared_ptr<MediaControls> _media;
+
+  mutable std::mutex _meetingStateLock;
+  MeetingState _meetingState = MeetingState::CONNECTING;
+  bool _didEmitMeetingLeft = false;
+
+  mutable std::mutex _identityLock;
+  std::optional<std::string> _sessionId;
+  std::optional<std::string> _peerId;
+  bool _listenerAttached = false;
+
+  std::unique_ptr<Timer> _reconnectTimer;  // on the main queue
+};
+
+}  // namespace kestrova

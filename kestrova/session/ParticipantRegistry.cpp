@@ -1,0 +1,166 @@
+#include <kestrova/session/ParticipantRegistry.h>
+#include <kestrova/tracing/Trace.h>
+
+#include <utility>
+
+namespace kestrova {
+namespace {
+
+PinType pinTypeOf(const ParticipantPinState& state) {
+  const bool cam = state.cam.value_or(false);
+  const bool share = state.share.value_or(false);
+  if (cam == share) return PinType::SHARE_AND_CAM;
+  return cam ? PinType::CAM : PinType::SHARE;
+}
+
+}  // namespace
+
+ParticipantRegistry::ParticipantRegistry(std::shared_ptr<MeetingContext> context)
+    : _context(std::move(context)),
+      _participantQueue(SerialQueue::make("com.sdk.participant.queue")) {}
+
+ParticipantRegistry::Participants ParticipantRegistry::participants() const {
+  return _participantQueue->sync([this] { return _participants; });
+}
+
+std::shared_ptr<Participant> ParticipantRegistry::participant(const std::string& id) const {
+  return _participantQueue->sync([&]() -> std::shared_ptr<Participant> {
+    const auto found = _participants.find(id);
+    return found == _participants.end() ? nullptr : found->second;
+  });
+}
+
+std::shared_ptr<Participant> ParticipantRegistry::anybody(const std::string& id) const {
+  return id == _context->localParticipant->id() ? _context->localParticipant : participant(id);
+}
+
+std::optional<std::string> ParticipantRegistry::activePresenterId() const {
+  std::scoped_lock held(_presenterLock);
+  return _activePresenterId;
+}
+
+ParticipantRegistry::Pins ParticipantRegistry::pinnedParticipants() const {
+  std::scoped_lock held(_pinnedLock);
+  return _pinnedParticipants;
+}
+
+// ---- Who is there ------------------------------------------------------------------------------
+
+void ParticipantRegistry::addParticipant(const Peer& peer,
+                                         std::weak_ptr<MeetingActionValidating> validator) {
+  if (peer.id.empty()) return;
+  const auto fresh = peer.agentId ? std::make_shared<AgentParticipant>(peer)
+                                  : std::make_shared<Participant>(peer);
+  fresh->setMeetingActionValidator(std::move(validator));
+  const auto participant = _participantQueue->sync(
+      [&] { return _participants.emplace(fresh->id(), fresh).first->second; });
+  // Also told when the id was known already, with the participant that is listed.
+  _context->emit([participant](auto& listener) { listener.onParticipantJoined(participant); });
+}
+
+void ParticipantRegistry::removeParticipant(const std::string& id, LeaveReason leaveReason) {
+  const auto participant = _participantQueue->sync([&]() -> std::shared_ptr<Participant> {
+    auto node = _participants.extract(id);
+    return node.empty() ? nullptr : std::move(node.mapped());
+  });
+  if (!participant) return;
+  participant->removeAllStreams();
+  if (activePresenterId() == id) setPresenter(std::nullopt);
+  _context->emit([participant, leaveReason](auto& listener) {
+    listener.onParticipantLeft(participant);
+    listener.onParticipantLeft(participant, leaveReason);
+  });
+}
+
+void ParticipantRegistry::clear() {
+  _participantQueue->sync([this] { _participants.clear(); });
+  std::scoped_lock held(_pinnedLock);
+  _pinnedParticipants.clear();
+}
+
+// ---- Streams -----------------------------------------------------------------------------------
+
+void ParticipantRegistry::addStream(const std::shared_ptr<MediaStream>& stream,
+                                    const std::string& participantId) {
+  if (placeStream(stream, participantId)) return;
+  // The arrival of its participant may still be waiting on the main queue.
+  MainQueue::shared().async([weak = weak_from_this(), stream, participantId] {
+    if (const auto self = weak.lock()) self->placeStream(stream, participantId);
+  });
+}
+
+bool ParticipantRegistry::placeStream(const std::shared_ptr<MediaStream>& stream,
+                                      const std::string& participantId) {
+  const auto owner = participant(participantId);
+  if (!owner) return false;
+  if (stream->kind() == MediaType::share) setPresenter(participantId);
+  owner->addStream(stream);
+  return true;
+}
+
+void ParticipantRegistry::removeStream(const std::string& id) {
+  for (const auto& [participantId, owner] : participants()) {
+    const auto stream = owner->removeStream(id);
+    if (!stream) continue;
+    if (stream->kind() == MediaType::share && activePresenterId() == participantId)
+      setPresenter(std::nullopt);
+    return;
+  }
+}
+
+void ParticipantRegistry::setPresenter(std::optional<std::string> participantId) {
+  {
+    std::scoped_lock held(_presenterLock);
+    _activePresenterId = participantId;
+  }
+  _context->emit([participantId = std::move(participantId)](auto& listener) {
+    trace("Emitting PRESENTER_CHANGED Event",
+          {{"activePresenterId", participantId.value_or("N/A")}});
+    listener.onPresenterChanged(participantId);
+  });
+}
+
+// ---- What happens to them ----------------------------------------------------------------------
+
+void ParticipantRegistry::handleStreamStateChange(StreamState state, const std::string& peerId,
+                                                  const std::string& trackId) {
+  if (const auto participant = anybody(peerId)) participant->handleStreamStateChanged(state, trackId);
+}
+
+void ParticipantRegistry::participantMediaStatusChanged(const std::string& peerId,
+                                                        const std::string& kind, bool newState) {
+  if (const auto participant = anybody(peerId))
+    participant->handleMediaStatusChanged(peerId, mediaTypeFrom(kind), newState);
+}
+
+void ParticipantRegistry::participantModeChanged(const std::string& participantId, Mode mode) {
+  const auto participant = anybody(participantId);
+  if (!participant) return;
+  participant->setMode(mode);
+  _context->emit([participantId, mode](auto& listener) {
+    listener.onParticipantModeChanged(participantId, mode);
+  });
+}
+
+void ParticipantRegistry::pinStateChanged(const std::string& participantId,
+                                          ParticipantPinState pinState) {
+  const bool pinned = pinState.cam.value_or(false) || pinState.share.value_or(false);
+  {
+    std::scoped_lock held(_pinnedLock);
+    if (pinned) _pinnedParticipants[participantId] = pinState;
+    else _pinnedParticipants.erase(participantId);
+  }
+  if (const auto participant = anybody(participantId)) participant->setPinState(pinState);
+  _context->emit([participantId, type = pinTypeOf(pinState)](auto& listener) {
+    listener.onPinStateChanged(participantId, type);
+  });
+}
+
+void ParticipantRegistry::speakerChanged(const std::optional<std::string>& participantId) {
+  _context->emit([participantId](auto& listener) {
+    trace("Active Speaker", {{"peerId", participantId.value_or("N/A")}});
+    listener.onSpeakerChanged(participantId);
+  });
+}
+
+}  // namespace kestrova

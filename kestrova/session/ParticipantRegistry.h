@@ -1,0 +1,60 @@
+#pragma once
+
+#include <kestrova/platform/Queue.h>
+#include <kestrova/session/MeetingContext.h>
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+namespace kestrova {
+
+/// The remote participants of a meeting, who shares the screen, and what is pinned.
+///
+/// Events for a participant or a stream that is not known are dropped.
+class ParticipantRegistry : public std::enable_shared_from_this<ParticipantRegistry> {
+public:
+  using Participants = std::map<std::string, std::shared_ptr<Participant>>;
+  using Pins = std::map<std::string, ParticipantPinState>;
+
+  explicit ParticipantRegistry(std::shared_ptr<MeetingContext> context);
+
+  Participants participants() const;
+  std::shared_ptr<Participant> participant(const std::string& id) const;
+  std::optional<std::string> activePresenterId() const;
+  Pins pinnedParticipants() const;
+
+  void addParticipant(const Peer& peer, std::weak_ptr<MeetingActionValidating> validator);
+  void removeParticipant(const std::string& id, LeaveReason leaveReason);
+  void addStream(const std::shared_ptr<MediaStream>& stream, const std::string& participantId);
+  void removeStream(const std::string& id);
+  /// The meeting is over: everybody goes without an event.
+  void clear();
+
+  void handleStreamStateChange(StreamState state, const std::string& peerId,
+                               const std::string& trackId);
+  void participantMediaStatusChanged(const std::string& peerId, const std::string& kind,
+                                     bool newState);
+  void participantModeChanged(const std::string& participantId, Mode mode);
+  void pinStateChanged(const std::string& participantId, ParticipantPinState pinState);
+  void speakerChanged(const std::optional<std::string>& participantId);
+
+private:
+  bool placeStream(const std::shared_ptr<MediaStream>& stream, const std::string& participantId);
+  /// Also finds the local participant.
+  std::shared_ptr<Participant> anybody(const std::string& id) const;
+  void setPresenter(std::optional<std::string> participantId);
+
+  const std::shared_ptr<MeetingContext> _context;
+  const std::shared_ptr<SerialQueue> _participantQueue;
+  Participants _participants;  // on _participantQueue; never holds the local participant
+
+  mutable std::mutex _presenterLock;
+  std::optional<std::string> _activePresenterId;
+  mutable std::mutex _pinnedLock;
+  Pins _pinnedParticipants;
+};
+
+}  // namespace kestrova

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <kestrova/platform/EnumTexts.h>
+#include <kestrova/platform/Values.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace kestrova {
+
+/// What a server-side agent is doing.
+enum class AgentState { IDLE, LISTENING, THINKING, SPEAKING };
+/// Reads the service's text without regard to case.
+std::optional<AgentState> agentStateFromText(std::string_view text);
+
+enum class CharacterState { characterSpeaking, characterThinking, characterListening };
+inline constexpr EnumTexts<CharacterState, 3> characterStateTexts{
+    {"characterSpeaking", "characterThinking", "characterListening"}};
+
+/// Something that an AI character said or was told.
+struct CharacterMessage {
+  std::string characterId;
+  std::string text;
+  std::string participantId;
+  std::string participantName;
+  std::string timestamp;
+
+  static CharacterMessage fromJson(const Dictionary& json);
+};
+
+struct CharacterStateChange {
+  std::string id;
+  CharacterState status = CharacterState::characterListening;
+
+  /// Nothing for a status that is not known.
+  static std::optional<CharacterStateChange> fromJson(const Dictionary& json);
+};
+
+/// A piece of what an agent said. `timestamp` is in milliseconds since 1970.
+struct TranscriptionSegment {
+  std::string text;
+  std::int64_t timestamp = 0;
+};
+
+}  // namespace kestrova

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <kestrova/platform/Task.h>
+#include <kestrova/platform/Values.h>
+#include <kestrova/signalling/Events.h>
+#include <kestrova/signalling/MeetingTypes.h>
+#include <kestrova/tracing/SpanScope.h>
+
+#include <string>
+
+namespace kestrova {
+
+/// What the service pushes. Called on `socketEmitQueue`, in the order of arrival.
+class RemoteEventDelegate {
+public:
+  virtual ~RemoteEventDelegate() = default;
+  /// \param response the whole notification, with "method" and "data"
+  virtual void handleRemoteEvent(RemoteEvent event, const Dictionary& response) = 0;
+  /// \throws std::exception when no consumer could be made; the service is then left unanswered
+  virtual void handleNewConsumer(const Dictionary& response) = 0;
+  /// The answer to the service's "statsData".
+  virtual Dictionary getStatsData() = 0;
+};
+
+/// How the connection fares. `socketConnected` runs on the main queue, the rest on any thread.
+class SocketEventDelegate {
+public:
+  virtual ~SocketEventDelegate() = default;
+  /// \returns whether the service took the entry request
+  virtual Task<bool> socketConnected(SpanScope joinSpan) = 0;
+  virtual Task<void> socketDisconnected(LeaveReason reason) = 0;
+  virtual void socketError(const std::string& message) = 0;
+};
+
+class MeetingStateDelegate {
+public:
+  virtual ~MeetingStateDelegate() = default;
+  /// Any thread.
+  virtual void meetingStateChanged(MeetingState state) = 0;
+};
+
+}  // namespace kestrova

@@ -1,0 +1,162 @@
+#include <kestrova/signalling/APIManager.h>
+#include <kestrova/signalling/DeviceInfo.h>
+#include <kestrova/signalling/JoinSequence.h>
+#include <kestrova/signalling/Response.h>
+#include <kestrova/signalling/RoomClientError.h>
+#include <kestrova/signalling/SDKConfiguration.h>
+#include <kestrova/tracing/Trace.h>
+
+#include <utility>
+
+namespace kestrova {
+
+JoinSequence::JoinSequence(std::shared_ptr<RoomContext> context,
+                           std::shared_ptr<Transports> transports,
+                           std::shared_ptr<MediaCapturer> capturer)
+    : _context(std::move(context)),
+      _transports(std::move(transports)),
+      _capturer(std::move(capturer)) {}
+
+Task<void> JoinSequence::connect() {
+  const auto self = shared_from_this();
+  const auto& meeting = _context->options.meeting;
+  auto lookup =
+      APIManager::getServerConfig(_context->platform->urlSession, meeting.accessToken, meeting.id,
+                                  _context->options.signalingBaseUrl);
+  const Dictionary configuration = co_await std::move(lookup);
+  const auto baseUrl = text(configuration, "baseUrl", "");
+  if (baseUrl.empty()) {
+    refused(configuration);
+    co_return;
+  }
+  if (const auto* observability = dictionary(configuration, "observability"))
+    SDKConfiguration::shared().updateTraceConfig(*observability);
+  else
+    SDKConfiguration::shared().updateTraceConfig({});
+
+  auto joinSpan = startJoinSpan();
+  _context->spans.set(RoomSpans::Slot::join, joinSpan);
+  trace("Meeting State: CONNECTING", {}, joinSpan);
+  _context->socketRequestHandler->connect("https://" + baseUrl,
+                                          text(configuration, "socketPath", "") + "/socket.io",
+                                          std::move(joinSpan));
+}
+
+/// The service's own number when it gave one, else the general failure.
+void JoinSequence::refused(const Dictionary& configuration) {
+  const auto code = integer(configuration, "code", 0);
+  fail(code < 1 ? KestrovaError::ERROR_UNABLE_TO_JOIN_MEETING : serviceError(code));
+}
+
+SpanScope JoinSequence::startJoinSpan() const {
+  const auto& options = _context->options;
+  const auto& meeting = options.meeting;
+  const auto& configuration = SDKConfiguration::shared();
+  const auto customVideo = _context->customVideoMediaStream();
+  const auto customAudio = _context->customAudioMediaStream();
+  const auto sdkName = configuration.sdkName();
+  const auto sdkVersion = configuration.sdkVersion();
+  const auto deviceInfo = DeviceInfo::toStringify();
+  const auto signalingUrl = options.signalingBaseUrl.value_or("signalingUrl not specified");
+  const auto metaData = meeting.metaData ? jsonText(*meeting.metaData) : std::nullopt;
+  const auto videoText = customVideo ? customVideo->toJsonString(false) : std::string();
+  const auto audioText = customAudio ? customAudio->toJsonString(true) : std::string();
+  std::vector<TraceAttribute> attributes{{"sdkType", sdkName},
+                {"sdkVersion", sdkVersion},
+                {"platform", "ios"},
+                {"deviceInfo", deviceInfo},
+                {"mode", meeting.mode},
+                {"displayName", meeting.localParticipantName},
+                {"meetingId", meeting.id},
+                {"localParticipantId", meeting.localParticipantId},
+                {"micEnabled", meeting.micEnabled},
+                {"webcamEnabled", meeting.webcamEnabled},
+                {"multiStream", options.multiStream},
+                {"signalingUrl", signalingUrl}};
+  if (metaData) attributes.push_back({"metadata", *metaData});
+  if (customVideo) attributes.push_back({"customVideoTrack", videoText});
+  if (customAudio) attributes.push_back({"customAudioTrack", audioText});
+  return openSpan("Joining the meeting", std::span<const TraceAttribute>(attributes));
+}
+
+Task<bool> JoinSequence::requestEntry(SpanScope joinSpan) {
+  const auto self = shared_from_this();
+  trace("Meeting State: CONNECTED", {}, joinSpan);
+  const auto span = openSpan("Requesting Entry", {}, joinSpan);
+  _context->spans.set(RoomSpans::Slot::requestEntry, span);
+
+  Dictionary data{{"name", _context->options.meeting.localParticipantName}};
+  const Dictionary reply = co_await _context->socketRequestHandler->prepareAndSendRequest(
+      LocalEvent::requestEntry, std::move(data));
+  const auto status = isStatusOK(reply);
+  if (status.ok) co_return true;
+
+  traceError([&] { return "Entry request failed with error: " + status.failure; }, {}, span);
+  if (_context->socketRequestHandler->isConnected()) {
+    fail(KestrovaError::ERROR_UNABLE_TO_JOIN_MEETING);
+  } else {
+    // The next "connectionSuccess" asks again.
+    trace(
+        "Entry request interrupted by a network drop. It will be retried once the connection is "
+        "restored.",
+        {{"error", status.failure}}, span);
+  }
+  co_return false;
+}
+
+void JoinSequence::fail(const KestrovaError& error) {
+  if (auto delegate = _context->delegate()) {
+    delegate->onError(error);
+    MainQueue::shared().async([weak = std::weak_ptr(delegate)] {
+      const auto meeting = weak.lock();
+      if (!meeting) return;
+      std::scoped_lock held(meeting->meetingStateLock());
+      meeting->meetingStateChanged(MeetingState::FAILED);
+    });
+  }
+  releaseCapturedMediaAfterFailedJoin();
+}
+
+void JoinSequence::releaseCapturedMediaAfterFailedJoin() {
+  MediaCapturer::disposeCustomTrack(_context->customVideoMediaStream());
+  MediaCapturer::disposeCustomTrack(_context->customAudioMediaStream());
+  _capturer->stop();
+  _context->forgetCustomStreams();
+}
+
+Task<std::vector<std::string>> JoinSequence::join(CameraPosition cameraPosition,
+                                                  bool isSwitchingRoom, Mode mode,
+                                                  bool isBatchingEnabled) {
+  const auto self = shared_from_this();
+  const auto joinSpan = _context->spans.get(RoomSpans::Slot::join);
+  const auto& device = _transports->device();
+  if (!device->isLoaded()) {
+    traceError("Error while joining room", {{"error", "the media device is not loaded"}}, joinSpan);
+    throw RoomClientFailure(RoomClientError::deviceNotLoaded);
+  }
+  if (!_context->customVideoMediaStream() && cameraPosition == CameraPosition::front)
+    _capturer->setCameraPosition(CameraPosition::front);
+
+  // Streams of these participants may be announced right behind the answer.
+  auto addParticipants = [weak = std::weak_ptr(_context)](const Dictionary& answer) {
+    const auto context = weak.lock();
+    const auto delegate = context ? context->delegate() : nullptr;
+    for (const auto& peer : getParticipants(answer))
+      if (delegate && !peer.id.empty()) delegate->addParticipant(peer);
+  };
+  auto joining = _context->socketRequestHandler->joinRoom(
+      parseDictionary(device->rtpCapabilities()), isSwitchingRoom, mode, isBatchingEnabled,
+      std::move(addParticipants));
+  const Dictionary reply = co_await std::move(joining);
+
+  std::vector<std::string> unsupportedCodecs;
+  if (const auto* data = dictionary(reply, "data")) {
+    _context->pubSubEndpointStore.update(text(*data, "pubSubUrl"));
+    if (const auto* codecs = list(*data, "unsupportedCodecs"))
+      for (const auto& codec : *codecs)
+        if (codec.is_string()) unsupportedCodecs.emplace_back(codec.get_string());
+  }
+  co_return unsupportedCodecs;
+}
+
+}  // namespace kestrova

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <kestrova/media/MediaCapturer.h>
+#include <kestrova/media/Transports.h>
+#include <kestrova/signalling/RoomContext.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace kestrova {
+
+/// From nothing to a joined room: the service's configuration, the socket, the entry request, and
+/// after the entry the request "join". A return of the socket runs the same steps from the entry on.
+class JoinSequence : public std::enable_shared_from_this<JoinSequence> {
+public:
+  JoinSequence(std::shared_ptr<RoomContext> context, std::shared_ptr<Transports> transports,
+               std::shared_ptr<MediaCapturer> capturer);
+
+  /// Looks the meeting up and opens the socket.
+  Task<void> connect();
+  /// Asks to enter. \returns whether the service took the request
+  Task<bool> requestEntry(SpanScope joinSpan);
+  /// \returns the codecs that the room can't decode \throws RoomClientFailure deviceNotLoaded
+  Task<std::vector<std::string>> join(CameraPosition cameraPosition, bool isSwitchingRoom,
+                                      Mode mode, bool isBatchingEnabled);
+
+private:
+  void refused(const Dictionary& configuration);
+  SpanScope startJoinSpan() const;
+  void fail(const KestrovaError& error);
+  void releaseCapturedMediaAfterFailedJoin();
+
+  const std::shared_ptr<RoomContext> _context;
+  const std::shared_ptr<Transports> _transports;
+  const std::shared_ptr<MediaCapturer> _capturer;
+};
+
+}  // namespace kestrova

@@ -1,0 +1,77 @@
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace kestrova {
+
+/// A failure as the application gets it: a value that may be copied and passed between threads.
+/// Codes from 3008 up are raised by the client, those from 4000 and 5000 up come from the service
+/// or mirror its answers. Values of one code are equal, whatever message they carry.
+///
+///     if (error == KestrovaError::INVALID_TOKEN) renewToken();
+class KestrovaError {
+public:
+  /// \param messageOverride replaces the catalogue's message
+  KestrovaError(int rawValue, std::string constantName,
+                std::optional<std::string> messageOverride = std::nullopt)
+      : _rawValue(rawValue),
+        _ownName(std::move(constantName)),
+        _messageOverride(std::move(messageOverride)) {}
+
+  /// The catalogue's value for a code; nothing for a code that it doesn't know.
+  static std::optional<KestrovaError> fromRawValue(int rawValue);
+
+  /// This error with another message.
+  KestrovaError withMessage(std::string message) const {
+    auto copy = *this;
+    copy._messageOverride = std::move(message);
+    return copy;
+  }
+
+  int rawValue() const { return _rawValue; }
+  std::string_view constantName() const { return _ownName.empty() ? _catalogueName : _ownName; }
+  std::string_view name() const { return constantName(); }
+  std::string_view description() const { return constantName(); }
+  const std::optional<std::string>& messageOverride() const { return _messageOverride; }
+  /// The override, or else the catalogue's text, or else "Server Error: NAME | Code: CODE".
+  std::string message() const;
+
+  /// The name of every code of the catalogue.
+  static const std::map<int, std::string_view>& knownErrorNames();
+
+  friend bool operator==(const KestrovaError& left, const KestrovaError& right) {
+    return left._rawValue == right._rawValue;
+  }
+
+  // One constant per row of the catalogue.
+#define KESTROVA_ERROR(code, name, text) static const KestrovaError name;
+#include <kestrova/signalling/ErrorCatalogue.inc>
+#undef KESTROVA_ERROR
+
+private:
+  struct CatalogueName {
+    std::string_view text;
+  };
+  constexpr KestrovaError(int rawValue, CatalogueName name)
+      : _rawValue(rawValue), _catalogueName(name.text) {}
+
+  int _rawValue;
+  std::string_view _catalogueName{};
+  std::string _ownName{};
+  std::optional<std::string> _messageOverride{};
+};
+
+}  // namespace kestrova
+
+template <>
+struct std::hash<kestrova::KestrovaError> {
+  std::size_t operator()(const kestrova::KestrovaError& error) const noexcept {
+    return std::hash<int>()(error.rawValue());
+  }
+};

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <kestrova/platform/Values.h>
+#include <kestrova/signalling/KestrovaError.h>
+
+#include <string>
+
+namespace kestrova {
+
+/// How the service answered a request.
+struct ResponseStatus {
+  bool ok = false;
+  /// What went wrong; empty when nothing did.
+  std::string failure;
+};
+
+/// Judges the answer to any request: good is a "data" dictionary whose "status" reads "ok".
+ResponseStatus isStatusOK(const Dictionary& response);
+
+/// The error of a number that the service sent; UNKNOWN_ERROR for one that the catalogue lacks.
+KestrovaError serviceError(std::int64_t code);
+
+}  // namespace kestrova

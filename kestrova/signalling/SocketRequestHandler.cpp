@@ -1,0 +1,369 @@
+#include <kestrova/platform/Await.h>
+#include <kestrova/signalling/DeviceInfo.h>
+#include <kestrova/signalling/SocketRequestHandler.h>
+#include <kestrova/tracing/Trace.h>
+
+#include <boost/algorithm/string/case_conv.hpp>
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+namespace kestrova {
+namespace {
+
+using AckEmitter = std::shared_ptr<SocketAckEmitter>;
+
+const Value* firstValue(const SocketItems& items) {
+  return items.empty() ? nullptr : std::get_if<Value>(&items.front());
+}
+
+/// An acknowledgement, or the marker of its time-out, as the dictionary that a caller judges.
+Dictionary normalise(const SocketItems& items) {
+  const auto* first = firstValue(items);
+  if (!first) return {};
+  if (first->is_object()) return first->get_object();
+  if (first->is_string())
+    return {{"ACK_STATUS", boost::algorithm::to_lower_copy(std::string(first->get_string()))}};
+  return {};
+}
+
+void acknowledge(const AckEmitter& ack, Value item) {
+  if (ack) ack->with({std::move(item)});
+}
+
+constexpr std::array carriers{"notification", "batchNotification", "newConsumer", "statsData"};
+
+}  // namespace
+
+SocketRequestHandler::SocketRequestHandler(MeetingData meeting)
+    : _meeting(std::move(meeting)),
+      _platform(Platform::current()),
+      _socketEmitQueue(SerialQueue::make("com.kestrova.socketEmitQueue")) {}
+
+SocketRequestHandler::~SocketRequestHandler() = default;
+
+void SocketRequestHandler::setDelegates(std::weak_ptr<RemoteEventDelegate> remoteEvents,
+                                        std::weak_ptr<SocketEventDelegate> socketEvents,
+                                        std::weak_ptr<MeetingStateDelegate> meetingState) {
+  _remoteEventDelegate = std::move(remoteEvents);
+  _socketEventDelegate = std::move(socketEvents);
+  _meetingStateDelegate = std::move(meetingState);
+}
+
+// ---- Connection --------------------------------------------------------------------------------
+
+SocketManagerConfig SocketRequestHandler::makeConfig(const std::string& socketPath) const {
+  return {
+      .log = false,
+      .reconnects = true,
+      .forceWebsockets = true,
+      .forceNew = false,
+      .path = socketPath,
+      .connectParams = {{"roomId", _meeting.id},
+                        {"peerId", _meeting.localParticipantId},
+                        {"secret", _meeting.accessToken},
+                        {"mode", _meeting.mode},
+                        {"lib", "socket"}},
+      .handleQueue = _socketEmitQueue,
+      .reconnectAttempts = 7,
+      .reconnectWait = std::chrono::seconds(1),
+      .reconnectWaitMax = std::chrono::seconds(5),
+  };
+}
+
+std::shared_ptr<SocketIOClient> SocketRequestHandler::socket() const {
+  std::scoped_lock held(_stateLock);
+  return _socket;
+}
+
+bool SocketRequestHandler::isConnected() const {
+  const auto current = socket();
+  return current && current->status() == SocketIOStatus::connected;
+}
+
+void SocketRequestHandler::connect(const std::string& url, const std::string& socketPath,
+                                   SpanScope joinSpan) {
+  if (const auto current = socket()) {
+    const auto status = current->status();
+    if (status == SocketIOStatus::connected || status == SocketIOStatus::connecting) return;
+  }
+  auto manager = _platform->makeSocketManager(url, makeConfig(socketPath));
+  if (!manager) {
+    traceError([&] { return "Invalid socket URL: " + url; });
+    return;
+  }
+  auto socket = manager->defaultSocket();
+  {
+    std::scoped_lock held(_stateLock);
+    _socketManager.swap(manager);
+    _socket = socket;
+    _intentionalLeaveReason.reset();
+    _wasReconnecting = false;
+  }
+  reportState(MeetingState::CONNECTING);
+  handleSocketEvents(std::move(joinSpan));
+  socket->connect();
+}
+
+void SocketRequestHandler::disconnect(LeaveReason reason) {
+  std::shared_ptr<SocketManager> manager;
+  std::shared_ptr<SocketIOClient> socket;
+  {
+    std::scoped_lock held(_stateLock);
+    _intentionalLeaveReason = reason;
+    manager = _socketManager;
+    socket = _socket;
+  }
+  const bool wasOpen = socket && socket->status() != SocketIOStatus::notConnected &&
+                       socket->status() != SocketIOStatus::disconnected;
+  if (socket) {
+    socket->disconnect();
+    socket->removeAllHandlers();
+  }
+  if (manager) manager->disconnect();
+  // The handlers may have gone before the client could raise its event.
+  if (wasOpen)
+    _socketEmitQueue->async([self = shared_from_this()] {
+      if (self->isLeaveUnreported()) self->onDisconnect();
+    });
+}
+
+bool SocketRequestHandler::isLeaveUnreported() const {
+  std::scoped_lock held(_stateLock);
+  return _intentionalLeaveReason.has_value();
+}
+
+void SocketRequestHandler::reportState(MeetingState state) {
+  if (auto delegate = _meetingStateDelegate.lock()) delegate->meetingStateChanged(state);
+}
+
+// ---- Requests ----------------------------------------------------------------------------------
+
+std::optional<Dictionary> SocketRequestHandler::makeRequestEnvelope(LocalEvent event,
+                                                                    Dictionary data) const {
+  Dictionary envelope{{"method", wireText(event)},
+                      {"roomId", _meeting.id},
+                      {"request", true},
+                      {"data", std::move(data)}};
+  if (isJsonEncodable(envelope)) return envelope;
+  traceError([&] {
+    return "Dropping " + std::string(wireText(event)) +
+           ": the request payload is not JSON-encodable. Values passed to the SDK — metaData, "
+           "pubsub options and payload — must contain only String, Number, Bool, Array, "
+           "Dictionary or NSNull.";
+  });
+  return std::nullopt;
+}
+
+Task<Dictionary> SocketRequestHandler::prepareAndSendRequest(LocalEvent event, Dictionary data,
+                                                             AnswerHandler onArrival) {
+  auto envelope = makeRequestEnvelope(event, std::move(data));
+  if (!envelope) co_return Dictionary();
+
+  auto send = [weak = weak_from_this(), queue = _socketEmitQueue, envelope = std::move(*envelope),
+               onArrival = std::move(onArrival)](Completion<Dictionary> answer) mutable {
+    auto deliver = [answer, onArrival = std::move(onArrival)](Dictionary response) {
+      if (onArrival) onArrival(response);
+      answer(std::move(response));
+    };
+    queue->async([weak = std::move(weak), envelope = std::move(envelope),
+                  deliver = std::move(deliver)]() mutable {
+      const auto self = weak.lock();
+      const auto socket = self ? self->socket() : nullptr;
+      if (!socket) return deliver(Dictionary());
+      socket->emitWithAck("request", {Value(std::move(envelope))}, acknowledgementTimeout,
+                          [deliver](const SocketItems& items) { deliver(normalise(items)); });
+    });
+  };
+  co_return co_await awaitCallback<Dictionary>(std::move(send));
+}
+
+void SocketRequestHandler::definePeerLeftReason(const std::string& leaveReason) {
+  const auto current = socket();
+  if (!current || current->status() != SocketIOStatus::connected) {
+    trace("Leave reason not reported: the socket is not connected.");
+    return;
+  }
+  auto envelope =
+      makeRequestEnvelope(LocalEvent::definePeerLeftReason, {{"leaveReason", leaveReason}});
+  if (envelope) current->emit("request", {Value(std::move(*envelope))});
+}
+
+Task<Dictionary> SocketRequestHandler::closeRoom(std::optional<LeaveReason> leaveReason) {
+  Dictionary data;
+  // Only a manual leave is told to the service in words.
+  if (leaveReason == LeaveReason::manualLeaveCalled) data["leaveReason"] = message(*leaveReason);
+  return prepareAndSendRequest(LocalEvent::closeRoom, std::move(data));
+}
+
+Task<Dictionary> SocketRequestHandler::createWebRTCTransport(PreferredProtocol protocol,
+                                                             bool producing, bool consuming) {
+  return prepareAndSendRequest(LocalEvent::createWebRtcTransport,
+                               {{"preferredProtocol", wireText(protocol)},
+                                {"producing", producing},
+                                {"consuming", consuming}});
+}
+
+Task<Dictionary> SocketRequestHandler::connectWebRTCTransport(std::string transportId,
+                                                              Dictionary dtlsParameters) {
+  return prepareAndSendRequest(
+      LocalEvent::connectWebRtcTransport,
+      {{"transportId", transportId}, {"dtlsParameters", std::move(dtlsParameters)}});
+}
+
+Task<Dictionary> SocketRequestHandler::joinRoom(Dictionary rtpCapabilities, bool switchingRoom,
+                                                Mode mode, bool batchingEnabled,
+                                                AnswerHandler onArrival) {
+  Dictionary metaData = _meeting.metaData.value_or(Dictionary());
+  metaData["enableAgentEvents"] = true;
+  return prepareAndSendRequest(LocalEvent::join,
+                               {{"displayName", _meeting.localParticipantName},
+                                {"device", "ios"},
+                                {"secret", _meeting.accessToken},
+                                {"rtpCapabilities", std::move(rtpCapabilities)},
+                                {"metaData", std::move(metaData)},
+                                {"switchingRoom", switchingRoom},
+                                {"mode", wireText(mode)},
+                                {"deviceInfo", DeviceInfo::toStringify()},
+                                {"batchingEnabled", batchingEnabled}},
+                               std::move(onArrival));
+}
+
+Task<Dictionary> SocketRequestHandler::respondEntry(std::string peerId, std::string decision) {
+  return prepareAndSendRequest(LocalEvent::respondEntry,
+                               {{"id", peerId}, {"decision", decision}});
+}
+
+// ---- Events ------------------------------------------------------------------------------------
+
+void SocketRequestHandler::handleSocketEvents(SpanScope joinSpan) {
+  const auto socket = this->socket();
+  // Every handler holds this object weakly: a socket may outlive it by one event.
+  auto weakly = [weak = weak_from_this()](auto method) {
+    return [weak, method](const auto&... arguments) {
+      if (auto self = weak.lock()) ((*self).*method)(arguments...);
+    };
+  };
+  socket->on("connectionSuccess",
+             [weak = weak_from_this(), joinSpan](const SocketItems&, const AckEmitter&) {
+               if (auto self = weak.lock()) self->onConnectionSuccess(joinSpan);
+             });
+  socket->on(SocketClientEvent::disconnect, [weak = weak_from_this()](const SocketItems&) {
+    if (auto self = weak.lock()) self->onDisconnect();
+  });
+  socket->on(SocketClientEvent::reconnect, [weak = weak_from_this()](const SocketItems&) {
+    if (auto self = weak.lock()) self->onReconnect();
+  });
+  socket->on(SocketClientEvent::error, weakly(&SocketRequestHandler::onClientError));
+  for (const char* event : {"newConsumer", "notification", "statsData"})
+    socket->on(event, weakly(&SocketRequestHandler::handleServerEvent));
+  socket->on("batchNotification", weakly(&SocketRequestHandler::onBatch));
+  // A method carried under another event's name still reaches the dispatcher.
+  socket->onAny([weak = weak_from_this()](const SocketAnyEvent& any) {
+    if (std::find(carriers.begin(), carriers.end(), any.event) != carriers.end()) return;
+    if (auto self = weak.lock()) self->handleServerEvent(any.items, nullptr);
+  });
+}
+
+void SocketRequestHandler::onConnectionSuccess(const SpanScope& joinSpan) {
+  {
+    std::scoped_lock held(_stateLock);
+    _wasReconnecting = false;
+  }
+  auto enter = [](std::weak_ptr<SocketRequestHandler> weak, SpanScope span) -> Task<void> {
+    auto self = weak.lock();
+    auto delegate = self ? self->_socketEventDelegate.lock() : nullptr;
+    if (!delegate) co_return;
+    const bool entered = co_await delegate->socketConnected(std::move(span));
+    if (entered) self->reportState(MeetingState::CONNECTED);
+  };
+  MainQueue::shared().after(connectionSettleDelay, [weak = weak_from_this(), joinSpan, enter] {
+    spawnOn(MainQueue::shared(), enter(weak, joinSpan));
+  });
+}
+
+void SocketRequestHandler::onDisconnect() {
+  std::optional<LeaveReason> intended;
+  bool wasReconnecting = false;
+  {
+    std::scoped_lock held(_stateLock);
+    intended = std::exchange(_intentionalLeaveReason, std::nullopt);
+    wasReconnecting = std::exchange(_wasReconnecting, false);
+  }
+  auto reason = intended.value_or(wasReconnecting
+                                      ? LeaveReason::websocketConnectionAttemptsExhausted
+                                      : LeaveReason::websocketDisconnected);
+  // The client raises one event for a plain drop and for a last failed attempt.
+  if (reason == LeaveReason::websocketConnectionAttemptsExhausted)
+    traceError("Socket reconnection failed - max attempts exhausted");
+
+  auto report = [](std::weak_ptr<SocketEventDelegate> weak, LeaveReason why) -> Task<void> {
+    if (auto delegate = weak.lock()) co_await delegate->socketDisconnected(why);
+  };
+  spawn(report(_socketEventDelegate, reason));
+  reportState(MeetingState::DISCONNECTED);
+}
+
+void SocketRequestHandler::onReconnect() {
+  {
+    std::scoped_lock held(_stateLock);
+    _wasReconnecting = true;
+  }
+  reportState(MeetingState::RECONNECTING);
+}
+
+void SocketRequestHandler::onClientError(const SocketItems& items) {
+  const auto* first = firstValue(items);
+  auto delegate = _socketEventDelegate.lock();
+  if (!first || !delegate) return;
+  if (first->is_string()) delegate->socketError(std::string(first->get_string()));
+  else if (first->is_object()) delegate->socketError(jsonText(*first).value_or(""));
+}
+
+void SocketRequestHandler::onBatch(const SocketItems& items, const AckEmitter& ack) {
+  const auto* first = firstValue(items);
+  const auto* notifications = first ? list(asDictionary(*first), "notifications") : nullptr;
+  if (notifications) {
+    for (const auto& notification : *notifications) {
+      if (!notification.is_object()) continue;
+      const auto method = text(notification.get_object(), "method", "");
+      if (method == "newConsumer" || method == "statsData")
+        trace([&] {
+          return "Ack-requiring event '" + method +
+                 "' arrived inside a batchNotification; its ack cannot be delivered.";
+        });
+      handleServerEvent({notification}, nullptr);
+    }
+  }
+  acknowledge(ack, Dictionary());
+}
+
+void SocketRequestHandler::handleServerEvent(const SocketItems& items, const AckEmitter& ack) {
+  const auto* first = firstValue(items);
+  auto delegate = _remoteEventDelegate.lock();
+  if (!first || !first->is_object() || !delegate) return;
+  const auto& notification = first->get_object();
+  const auto event = remoteEventFrom(text(notification, "method", ""));
+  if (!event) return;
+
+  switch (*event) {
+    case RemoteEvent::newConsumer:
+      try {
+        delegate->handleNewConsumer(notification);
+        acknowledge(ack, List{""});
+      } catch (const std::exception& error) {
+        // Left unanswered, so that the service sees its request time out.
+        traceError([&] { return std::string("Error while creating consumer: ") + error.what(); });
+      }
+      break;
+    case RemoteEvent::statsData:
+      acknowledge(ack, delegate->getStatsData());
+      break;
+    default:
+      acknowledge(ack, Dictionary());
+      delegate->handleRemoteEvent(*event, notification);
+  }
+}
+
+}  // namespace kestrova

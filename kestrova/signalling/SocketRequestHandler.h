@@ -1,0 +1,93 @@
+#pragma once
+
+#include <kestrova/platform/Platform.h>
+#include <kestrova/platform/Queue.h>
+#include <kestrova/signalling/Delegates.h>
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+namespace kestrova {
+
+/// The one object that talks to the signalling server: it carries dictionaries and knows nothing of
+/// media or of participants.
+///
+/// Every operation becomes one acknowledged Socket.IO event "request"; every push becomes a call on
+/// a delegate. All emits and all incoming events of one handler run on `socketEmitQueue`, so they
+/// are strictly serialised. There is no retry and no queue of requests across a drop. Operations may
+/// be called from any thread.
+class SocketRequestHandler : public std::enable_shared_from_this<SocketRequestHandler> {
+public:
+  using AnswerHandler = std::function<void(const Dictionary&)>;
+
+  /// How long a request waits for its acknowledgement.
+  static constexpr std::chrono::milliseconds acknowledgementTimeout{20'000};
+  /// The server needs a moment after "connectionSuccess" before it takes the entry request.
+  static constexpr std::chrono::milliseconds connectionSettleDelay{100};
+
+  explicit SocketRequestHandler(MeetingData meeting);
+  ~SocketRequestHandler();
+
+  void setDelegates(std::weak_ptr<RemoteEventDelegate> remoteEvents,
+                    std::weak_ptr<SocketEventDelegate> socketEvents,
+                    std::weak_ptr<MeetingStateDelegate> meetingState);
+
+  /// Does nothing while the socket is connecting or connected.
+  void connect(const std::string& url, const std::string& socketPath, SpanScope joinSpan);
+  /// Closes the connection for good; `reason` is what `socketDisconnected` will tell.
+  void disconnect(LeaveReason reason);
+  bool isConnected() const;
+
+  /// The answer as the service gave it: empty when the request could not be sent, or with the one
+  /// key "ACK_STATUS" when no answer came in time. Never fails.
+  /// \param onArrival sees the answer first, on `socketEmitQueue`, before the next event is handled
+  Task<Dictionary> prepareAndSendRequest(LocalEvent event, Dictionary data = {},
+                                         AnswerHandler onArrival = {});
+  /// Nothing when the request cannot travel as JSON.
+  std::optional<Dictionary> makeRequestEnvelope(LocalEvent event, Dictionary data) const;
+
+  /// Told without waiting for an answer, and only while the socket is connected.
+  void definePeerLeftReason(const std::string& leaveReason);
+  /// Asks the service to end the meeting for all.
+  Task<Dictionary> closeRoom(std::optional<LeaveReason> leaveReason);
+  Task<Dictionary> createWebRTCTransport(PreferredProtocol protocol, bool producing,
+                                         bool consuming);
+  Task<Dictionary> connectWebRTCTransport(std::string transportId, Dictionary dtlsParameters);
+  Task<Dictionary> joinRoom(Dictionary rtpCapabilities, bool switchingRoom, Mode mode,
+                            bool batchingEnabled, AnswerHandler onArrival);
+  Task<Dictionary> respondEntry(std::string peerId, std::string decision);
+
+private:
+  void handleSocketEvents(SpanScope joinSpan);
+  void onConnectionSuccess(const SpanScope& joinSpan);
+  void onDisconnect();
+  void onReconnect();
+  bool isLeaveUnreported() const;
+  void onClientError(const SocketItems& items);
+  void onBatch(const SocketItems& items, const std::shared_ptr<SocketAckEmitter>& ack);
+  void handleServerEvent(const SocketItems& items, const std::shared_ptr<SocketAckEmitter>& ack);
+  void reportState(MeetingState state);
+  SocketManagerConfig makeConfig(const std::string& socketPath) const;
+  std::shared_ptr<SocketIOClient> socket() const;
+
+  const MeetingData _meeting;
+  const std::shared_ptr<const Platform> _platform;
+  const std::shared_ptr<SerialQueue> _socketEmitQueue;
+
+  std::weak_ptr<RemoteEventDelegate> _remoteEventDelegate;
+  std::weak_ptr<SocketEventDelegate> _socketEventDelegate;
+  std::weak_ptr<MeetingStateDelegate> _meetingStateDelegate;
+
+  // A leaf lock: held for the read or write of a field, never across a call.
+  mutable std::mutex _stateLock;
+  std::shared_ptr<SocketManager> _socketManager;
+  std::shared_ptr<SocketIOClient> _socket;
+  std::optional<LeaveReason> _intentionalLeaveReason;
+  bool _wasReconnecting = false;
+};
+
+}  // namespace kestrova

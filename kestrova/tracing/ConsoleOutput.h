@@ -1,0 +1,72 @@
+#pragma once
+
+#include <kestrova/tracing/ConsoleLogger.h>
+#include <kestrova/tracing/TraceOutput.h>
+
+#include <mutex>
+#include <optional>
+#include <string>
+#include <unordered_map>
+
+namespace kestrova {
+
+struct ConsoleOutputOptions {
+  /// Begins every line.
+  std::string tag;
+  EventCategories subscribedCategories;
+  bool canAccessSensitiveData = false;
+  bool respectsLogLevel = true;
+  LogLevel configuredLevel = LogLevel::info;
+  ConsoleLogger logger{};
+};
+
+/// Writes events and spans as lines, indented by the spans they lie in:
+///
+///     Kestrova: ▶ [MEETING] Joining { peerId: abc }
+///     Kestrova: |   ⚡ [MEETING] Socket connected
+///     Kestrova: ◀ [MEETING] Joining (120 ms ✓)
+class ConsoleLineOutput : public TraceOutput {
+public:
+  EventCategories subscribedCategories() const final { return _options.subscribedCategories; }
+  bool canAccessSensitiveData() const final { return _options.canAccessSensitiveData; }
+  bool respectsLogLevel() const final { return _options.respectsLogLevel; }
+  int outputBit() const final { return _outputBit; }
+  void onSpanStarted(const SpanStart& span) final;
+  void onSpanEnded(const SpanEnd& span) final;
+  void onEvent(const TraceEvent& event) final;
+  void setLogLevel(LogLevel level) final;
+  void clearSpanHistory() final;
+
+protected:
+  ConsoleLineOutput(ConsoleOutputOptions options, int outputBit);
+
+private:
+  struct SpanInfo {
+    int depth = 0;
+    EventCategory category = EventCategory::telemetry;
+    std::string component = "MEETING";
+  };
+
+  int depthBelow(const std::optional<std::string>& parentId) const;  // under _lock
+  bool shows(EventCategory category) const;                          // under _lock
+  std::string lineStart(int depth) const;
+
+  ConsoleOutputOptions _options;  // configuredLevel under _lock, the rest constant
+  const int _outputBit;
+  mutable std::mutex _lock;
+  std::unordered_map<std::string, SpanInfo> _spanInfoMap;
+};
+
+/// The console that applications see.
+class ClientConsoleOutput final : public ConsoleLineOutput {
+public:
+  explicit ClientConsoleOutput(ConsoleOutputOptions options);
+};
+
+/// The same for those who develop the library; registered by hand.
+class ConsoleOutput final : public ConsoleLineOutput {
+public:
+  explicit ConsoleOutput(ConsoleOutputOptions options);
+};
+
+}  // namespace kestrova

@@ -1,0 +1,266 @@
+#include <kestrova/tracing/ConsoleOutput.h>
+#include <kestrova/tracing/SdkTracer.h>
+
+#include <algorithm>
+#include <chrono>
+#include <string>
+#include <utility>
+
+namespace kestrova {
+namespace {
+
+TraceAttributes preparedAttributes(const TraceAttributeList& list,
+                                   std::optional<ComponentCategory> component) {
+  auto attributes = list.prepared();
+  if (component) attributes.insert_or_assign("component", std::string(rawValue(*component)));
+  return attributes;
+}
+
+auto takesCategory(EventCategory category) {
+  return [category](const TraceOutput& output) {
+    return output.subscribedCategories().contains(category);
+  };
+}
+
+auto hasBitOf(int targetMask) {
+  return [targetMask](const TraceOutput& output) { return (output.outputBit() & targetMask) != 0; };
+}
+
+}  // namespace
+
+SdkTracer::SdkTracer(WallClock wallClockMs) : _wallClockMs(std::move(wallClockMs)) {}
+
+std::int64_t SdkTracer::systemWallClockMs() {
+  using namespace std::chrono;
+  return duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
+}
+
+// The outputs get their record in the order of their registration; the redacted one is made for the
+// first that may not see the secrets.
+template <typename Record, typename Selects>
+void SdkTracer::deliver(Record record, Selects selects,
+                        void (TraceOutput::*callback)(const Record&)) const {
+  const auto takers = outputs();
+  if (std::none_of(takers->begin(), takers->end(), [&](auto& each) { return selects(*each); }))
+    return;
+  const auto hides = redaction();
+  hides.removeAttributes(record.attributes);
+  std::optional<Record> hidden;
+  for (const auto& output : *takers) {
+    if (!selects(*output)) continue;
+    if (output->canAccessSensitiveData()) {
+      ((*output).*callback)(record);
+      continue;
+    }
+    if (!hidden) {
+      hidden = record;
+      hides.redactAttributes(hidden->attributes);
+    }
+    ((*output).*callback)(*hidden);
+  }
+}
+
+void SdkTracer::deliverEvent(const TraceText& name, const TraceEventOptions& options) {
+  TraceEvent event{.name = name.text(),
+                   .attributes = preparedAttributes(options.attributes, options.component),
+                   .category = options.category,
+                   .success = options.success,
+                   .dashboardLog = options.dashboardLog};
+  if (options.parentId)
+    event.parentId = std::string(*options.parentId);
+  else if (options.parentScope)
+    event.parentId = options.parentScope->id();
+  deliver(std::move(event), takesCategory(options.category), &TraceOutput::onEvent);
+}
+
+void SdkTracer::deliverRoutedEvent(const TraceText& name, const RoutedEventOptions& options) {
+  TraceEvent event{.name = name.text(),
+                   .attributes = preparedAttributes(options.attributes, options.component),
+                   .category = options.category,
+                   .success = options.category != EventCategory::error,
+                   .dashboardLog = options.dashboardLog};
+  deliver(std::move(event), hasBitOf(options.targetMask), &TraceOutput::onEvent);
+}
+
+SpanScope SdkTracer::makeScope(const TraceText& name, const ParentSpan& parent,
+                               EventCategory category) const {
+  SpanScope scope;
+  scope._id = Uuid::random();
+  scope._name = name.text();
+  scope._startTime = _wallClockMs();
+  if (parent) scope._parentId = parent->_id;
+  scope._category = category;
+  return scope;
+}
+
+void SdkTracer::deliverSpanStart(SpanScope& scope, const TraceAttributeList& attributes,
+                                 std::optional<ComponentCategory> component,
+                                 std::optional<bool> dashboardLog) {
+  scope._attributes = preparedAttributes(attributes, component);
+  SpanStart start{.id = scope.id(),
+                  .name = scope._name,
+                  .parentId = scope.parentId(),
+                  .attributes = scope._attributes,
+                  .category = scope._category,
+                  .dashboardLog = dashboardLog};
+  const auto mask = scope._targetMask;
+  if (mask != 0)
+    deliver(std::move(start), hasBitOf(mask), &TraceOutput::onSpanStarted);
+  else
+    deliver(std::move(start), takesCategory(scope._category), &TraceOutput::onSpanStarted);
+}
+
+SpanScope SdkTracer::startSpan(const TraceText& spanName, const StartSpanOptions& options) {
+  auto scope = makeScope(spanName, options.parentSpan, options.category);
+  if (wants(options.category))
+    deliverSpanStart(scope, options.attributes, options.component, options.dashboardLog);
+  return scope;
+}
+
+SpanScope SdkTracer::routedStartSpan(const TraceText& spanName,
+                                     const RoutedStartSpanOptions& options) {
+  auto scope = makeScope(spanName, options.parentObj, options.category);
+  scope._targetMask = options.targetMask;
+  if (wantsRouted(options.targetMask))
+    deliverSpanStart(scope, options.attributes, options.component, std::nullopt);
+  return scope;
+}
+
+void SdkTracer::endSpan(const SpanScope& scope, const EndSpanOptions& options) {
+  const auto category = options.category.value_or(scope._category);
+  const bool byMask = scope._targetMask >= 1;
+  if (byMask ? !wantsRouted(scope._targetMask) : !wants(category)) return;
+  const SpanEnd end{.id = scope.id(),
+                    .name = scope._name,
+                    .category = category,
+                    .durationMs = _wallClockMs() - scope._startTime,
+                    .success = options.success,
+                    .message = std::string(options.message),
+                    .attributes = options.attributes.prepared(),
+                    .dashboardLog = options.dashboardLog};
+  const auto all = outputs();
+  for (const auto& output : *all)
+    if (byMask ? hasBitOf(scope._targetMask)(*output) : takesCategory(category)(*output))
+      output->onSpanEnded(end);
+}
+
+void SdkTracer::registerOutput(const std::shared_ptr<TraceOutput>& output) {
+  if (!output) return;
+  const std::lock_guard lock(_outputsLock);
+  if (std::find(_outputs->begin(), _outputs->end(), output) != _outputs->end()) return;
+  auto longer = *_outputs;
+  longer.push_back(output);
+  replaceOutputs(std::move(longer));
+  output->setLogLevel(globalLogLevel());
+}
+
+void SdkTracer::removeOutput(const std::shared_ptr<TraceOutput>& output) {
+  const std::lock_guard lock(_outputsLock);
+  auto shorter = *_outputs;
+  std::erase(shorter, output);
+  replaceOutputs(std::move(shorter));
+}
+
+void SdkTracer::replaceOutputs(Outputs outputs) {
+  EventCategories categories;
+  int bits = 0;
+  for (const auto& output : outputs) {
+    categories = categories | output->subscribedCategories();
+    bits |= output->outputBit();
+  }
+  _outputs = std::make_shared<const Outputs>(std::move(outputs));
+  _takenCategories.store(categories, std::memory_order_relaxed);
+  _takenBits.store(bits, std::memory_order_relaxed);
+}
+
+void SdkTracer::ensureClientConsoleOutput() {
+  const std::lock_guard lock(_outputRefsLock);
+  if (_clientLogcatOutput) return;
+  using enum EventCategory;
+  _clientLogcatOutput = std::make_shared<ClientConsoleOutput>(ConsoleOutputOptions{
+      .tag = std::string(TAG),
+      .subscribedCategories = {debug, telemetry, warn, error, backendError, realtime},
+      .canAccessSensitiveData = false,
+      .respectsLogLevel = true,
+      .configuredLevel = LogLevel::info});
+  registerOutput(_clientLogcatOutput);
+}
+
+void SdkTracer::ensureTelemetryOutput() {
+  const std::lock_guard lock(_outputRefsLock);
+  if (_telemetryLogcatOutput || !_makeTelemetryOutput) return;
+  using enum EventCategory;
+  _telemetryLogcatOutput = _makeTelemetryOutput({telemetry, error, debug}, true, false);
+  registerOutput(_telemetryLogcatOutput);
+}
+
+void SdkTracer::setTelemetryOutputFactory(TelemetryOutputFactory factory) {
+  const std::lock_guard lock(_outputRefsLock);
+  _makeTelemetryOutput = std::move(factory);
+}
+
+void SdkTracer::setLogLevel(LogLevel level) {
+  {
+    const std::lock_guard lock(_logLevelLock);
+    _globalLogLevel = level;
+  }
+  if (level != LogLevel::none) {
+    ensureClientConsoleOutput();
+  } else {
+    const std::lock_guard lock(_outputRefsLock);
+    removeOutput(std::exchange(_clientLogcatOutput, nullptr));
+  }
+  ensureTelemetryOutput();
+  traceEvent([&] { return "Kestrova Log Level set to: " + std::string(upperCaseName(level)); },
+             {.category = EventCategory::telemetry});
+  const std::lock_guard lock(_outputsLock);
+  for (const auto& output : *_outputs) output->setLogLevel(level);
+}
+
+void SdkTracer::setBackendOutput(const std::shared_ptr<TraceOutput>& output) {
+  const std::lock_guard lock(_outputRefsLock);
+  removeOutput(std::exchange(_backendLogcatOutput, output));
+  registerOutput(output);
+}
+
+void SdkTracer::clearBackendOutput() {
+  const std::lock_guard lock(_outputRefsLock);
+  removeOutput(std::exchange(_backendLogcatOutput, nullptr));
+}
+
+void SdkTracer::clearSpanHistory() {
+  const auto all = outputs();
+  for (const auto& output : *all) output->clearSpanHistory();
+}
+
+void SdkTracer::setRedactionKeys(std::shared_ptr<const RedactionKeys> keys) {
+  const std::lock_guard lock(_sensitiveKeysLock);
+  _redactionKeys = std::move(keys);
+}
+
+void SdkTracer::setRedactionConfig(RedactionConfig config) {
+  const std::lock_guard lock(_redactionConfigLock);
+  _redactionConfig = std::move(config);
+}
+
+std::shared_ptr<const SdkTracer::Outputs> SdkTracer::outputs() const {
+  const std::lock_guard lock(_outputsLock);
+  return _outputs;
+}
+
+LogLevel SdkTracer::globalLogLevel() const {
+  const std::lock_guard lock(_logLevelLock);
+  return _globalLogLevel;
+}
+
+Redaction SdkTracer::redaction() const {
+  std::shared_ptr<const RedactionKeys> keys;
+  {
+    const std::lock_guard lock(_sensitiveKeysLock);
+    keys = _redactionKeys;
+  }
+  const std::lock_guard lock(_redactionConfigLock);
+  return {std::move(keys), _redactionConfig};
+}
+
+}  // namespace kestrova

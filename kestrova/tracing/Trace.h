@@ -1,0 +1,70 @@
+#pragma once
+
+#include <kestrova/tracing/SdkTracer.h>
+
+#include <string>
+#include <utility>
+
+namespace kestrova {
+
+// The few forms in which the library itself traces.
+
+/// A point of interest in the life of a meeting.
+inline void trace(TraceText name, TraceAttributeList attributes = {}, ParentSpan parent = {}) {
+  SdkTracer::shared().traceEvent(name, {.attributes = attributes,
+                                        .parentScope = parent,
+                                        .category = EventCategory::telemetry});
+}
+
+/// A line for the developer of the application or of the library.
+inline void traceDebug(TraceText name, TraceAttributeList attributes = {}, ParentSpan parent = {}) {
+  SdkTracer::shared().traceEvent(
+      name,
+      {.attributes = attributes, .parentScope = parent, .category = EventCategory::debug});
+}
+
+/// Something that went wrong.
+inline void traceError(TraceText name, TraceAttributeList attributes = {}, ParentSpan parent = {}) {
+  SdkTracer::shared().traceEvent(name, {.attributes = attributes,
+                                        .parentScope = parent,
+                                        .category = EventCategory::error,
+                                        .success = false});
+}
+
+/// Starts a span of the kind that every operation of interest opens.
+inline SpanScope openSpan(TraceText name, TraceAttributeList attributes = {},
+                          ParentSpan parent = {}) {
+  return SdkTracer::shared().startSpan(
+      name,
+      {.attributes = attributes, .parentSpan = parent, .category = EventCategory::telemetry});
+}
+
+/// A span that lasts as long as this object, and has succeeded unless `fail` said otherwise.
+class ScopedSpan {
+public:
+  explicit ScopedSpan(TraceText name, TraceAttributeList attributes = {}, ParentSpan parent = {})
+      : _scope(openSpan(name, attributes, parent)) {}
+  ~ScopedSpan() {
+    SdkTracer::shared().endSpan(_scope, {.success = _success, .message = _message});
+  }
+  ScopedSpan(const ScopedSpan&) = delete;
+  ScopedSpan& operator=(const ScopedSpan&) = delete;
+
+  const SpanScope& scope() const { return _scope; }
+  void event(TraceText name, TraceAttributeList attributes = {}) {
+    trace(name, attributes, _scope);
+  }
+  /// Traces `message` as an error of the span and lets it end as failed.
+  void fail(std::string message, TraceAttributeList attributes = {}) {
+    traceError(message, attributes, _scope);
+    _success = false;
+    _message = std::move(message);
+  }
+
+private:
+  SpanScope _scope;
+  bool _success = true;
+  std::string _message;
+};
+
+}  // namespace kestrova

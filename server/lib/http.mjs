@@ -1,0 +1,61 @@
+const LARGEST_BODY = 256 * 1024;
+
+export class HttpError extends Error {
+  constructor(status, text) {
+    super(text);
+    this.status = status;
+  }
+}
+
+/** The request's body parsed as JSON; an empty one is an empty object. */
+export async function readJson(request) {
+  const chunks = [];
+  let size = 0;
+  for await (const chunk of request) {
+    size += chunk.length;
+    if (size > LARGEST_BODY) throw new HttpError(413, `a body has at most ${LARGEST_BODY} bytes`);
+    chunks.push(chunk);
+  }
+  if (size === 0) return {};
+  try {
+    return JSON.parse(Buffer.concat(chunks).toString('utf8'));
+  } catch {
+    throw new HttpError(400, 'the body is not JSON');
+  }
+}
+
+export function sendText(response, status, body, type = 'application/json') {
+  const bytes = Buffer.from(body);
+  response.writeHead(status, {
+    'content-type': type,
+    'content-length': bytes.length,
+    'cache-control': 'no-store',
+  });
+  response.end(bytes);
+}
+
+export const sendJson = (response, status, value) =>
+  sendText(response, status, JSON.stringify(value));
+
+/** A request listener over [method, path or prefix ending in "/", handler] rows. */
+export function router(routes, log) {
+  async function answer(request, response) {
+    const path = request.url.split('?', 1)[0];
+    const here = routes.filter(([, at]) => (at.endsWith('/') ? path.startsWith(at) : path === at));
+    if (here.length === 0) throw new HttpError(404, 'no such path');
+    const route = here.find(([method]) => method === request.method);
+    if (!route) throw new HttpError(405, `use ${here.map(([method]) => method).join(', ')}`);
+    await route[2](request, response, path.slice(route[1].length));
+  }
+  return (request, response) => {
+    answer(request, response).catch((error) => {
+      if (response.headersSent || response.destroyed) return response.destroy();
+      if (!error.status) log.error('an HTTP request failed', { error: error.stack });
+      // What is left of a refused body is not read, so the connection cannot be used again.
+      response.setHeader('connection', 'close');
+      const code = Number.isInteger(error.code) ? { code: error.code } : {};
+      const message = error.status ? error.message : 'internal error';
+      sendJson(response, error.status ?? 500, { error: message, ...code });
+    });
+  };
+}

@@ -1,0 +1,182 @@
+import { RequestError } from './refusal.mjs';
+
+const ADDRESS = '127.0.0.1';
+const PROTOCOLS = {
+  UDP_OVER_TCP: ['udp', 'tcp'],
+  UDP_ONLY: ['udp'],
+  TCP_ONLY: ['tcp'],
+};
+export const PREFERRED_PROTOCOLS = Object.keys(PROTOCOLS);
+
+// High enough that the loopback's first estimate already carries the top simulcast layer.
+const FIRST_OUTGOING_BITRATE = 3_000_000;
+
+/**
+ * Transports, producers and consumers of one connection of a participant; mediasoup's own default
+ * prefers the highest layers. `notify(method, data)` tells the participant; `offer(data)` is a
+ * promise of its acknowledgement of a new consumer.
+ */
+export class PeerMedia {
+  #transports = new Map();
+  #taken = new Set();
+  producers = new Map();
+  consumers = new Map();
+  rtpCapabilities = undefined;
+  closed = false;
+
+  constructor({ peerId, notify, offer, log }) {
+    Object.assign(this, { peerId, notify, offer, log });
+  }
+
+  get receives() {
+    return this.#transports.has('receive');
+  }
+
+  transports() {
+    return [...this.#transports].map(([direction, transport]) => ({ direction, transport }));
+  }
+
+  /** A second transport of a direction replaces the first, which its client has given up. */
+  async createTransport(router, direction, preferredProtocol) {
+    const protocols = PROTOCOLS[preferredProtocol];
+    const transport = await router.createWebRtcTransport({
+      listenInfos: protocols.map((protocol) => ({ protocol, ip: ADDRESS })),
+      enableUdp: protocols.includes('udp'),
+      enableTcp: protocols.includes('tcp'),
+      preferUdp: protocols.includes('udp'),
+      initialAvailableOutgoingBitrate: FIRST_OUTGOING_BITRATE,
+    });
+    if (this.closed) {
+      transport.close();
+      throw new RequestError(409, 'the connection has ended');
+    }
+    this.closeTransport(direction);
+    this.#transports.set(direction, transport);
+    transport.observer.once('close', () => {
+      if (this.#transports.get(direction) === transport) this.#transports.delete(direction);
+    });
+    return transport;
+  }
+
+  transport(transportId) {
+    const found = [...this.#transports.values()].find((transport) => transport.id === transportId);
+    if (!found) throw new RequestError(404, 'no such transport');
+    return found;
+  }
+
+  closeTransport(direction) {
+    this.#transports.get(direction)?.close();
+  }
+
+  async produce(transportId, { kind, rtpParameters, appData }) {
+    const transport = this.transport(transportId);
+    if (transport !== this.#transports.get('send'))
+      throw new RequestError(400, 'not the send transport');
+    const producer = await transport.produce({
+      kind,
+      rtpParameters,
+      appData: { ...appData, peerId: this.peerId },
+    });
+    this.producers.set(producer.id, producer);
+    producer.observer.once('close', () => this.producers.delete(producer.id));
+    return producer;
+  }
+
+  producer(producerId) {
+    const producer = this.producers.get(producerId);
+    if (!producer) throw new RequestError(404, 'no such producer');
+    return producer;
+  }
+
+  consumer(consumerId) {
+    const consumer = this.consumers.get(consumerId);
+    if (!consumer) throw new RequestError(404, 'no such consumer');
+    return consumer;
+  }
+
+  /** Offers `producer` to the participant. False when it cannot decode it. */
+  async consume(router, producer) {
+    const transport = this.#transports.get('receive');
+    if (!transport || !this.rtpCapabilities || producer.closed || this.#taken.has(producer.id))
+      return true;
+    const { rtpCapabilities } = this;
+    if (!router.canConsume({ producerId: producer.id, rtpCapabilities })) return false;
+    this.#taken.add(producer.id);
+    try {
+      const consumer = await transport.consume({
+        producerId: producer.id,
+        rtpCapabilities,
+        paused: true,
+        appData: { ...producer.appData },
+      });
+      this.#watch(consumer);
+      this.#announce(consumer);
+    } catch (error) {
+      // The producer or the transport went away in the meantime.
+      this.#taken.delete(producer.id);
+      this.log.debug('a consumer was not made', { peerId: this.peerId, error: error.message });
+    }
+    return true;
+  }
+
+  #watch(consumer) {
+    const { id: consumerId } = consumer;
+    this.consumers.set(consumerId, consumer);
+    consumer.observer.once('close', () => {
+      this.consumers.delete(consumerId);
+      this.#taken.delete(consumer.producerId);
+    });
+    consumer.on('producerclose', () => this.notify('consumerClosed', { consumerId }));
+    consumer.on('producerpause', () => this.notify('consumerPaused', { consumerId }));
+    consumer.on('producerresume', () => this.notify('consumerResumed', { consumerId }));
+    consumer.on('layerschange', (layers) => {
+      if (!layers) return;
+      const { spatialLayer, temporalLayer = 0 } = layers;
+      this.notify('consumerLayersChanged', { consumerId, spatialLayer, temporalLayer });
+    });
+  }
+
+  // Media flows only once the client says that it is ready for it.
+  async #announce(consumer) {
+    const { id, kind, producerId, rtpParameters, appData, type, producerPaused } = consumer;
+    const data = {
+      id,
+      kind,
+      producerId,
+      rtpParameters,
+      appData,
+      peerId: appData.peerId,
+      type,
+      producerPaused,
+    };
+    try {
+      await this.offer(data);
+      if (!consumer.closed && !consumer.appData.pausedByPeer) await consumer.resume();
+    } catch (error) {
+      if (consumer.closed) return;
+      this.log.warn('a consumer stays paused: not acknowledged', {
+        peerId: this.peerId,
+        consumerId: id,
+        error: error.message,
+      });
+    }
+  }
+
+  // The client pauses its own side on the event, so that goes out even if nothing changed here.
+  async pauseConsumer(consumer) {
+    consumer.appData.pausedByPeer = true;
+    await consumer.pause();
+    this.notify('consumerPaused', { consumerId: consumer.id });
+  }
+
+  async resumeConsumer(consumer) {
+    consumer.appData.pausedByPeer = false;
+    await consumer.resume();
+    this.notify('consumerResumed', { consumerId: consumer.id });
+  }
+
+  close() {
+    this.closed = true;
+    for (const direction of ['send', 'receive']) this.closeTransport(direction);
+  }
+}

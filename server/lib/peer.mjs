@@ -1,0 +1,72 @@
+import { PeerMedia } from './peer-media.mjs';
+import { Outbox } from './outbox.mjs';
+
+/**
+ * A participant of a room. It outlives its connection by the grace time, so that one that comes
+ * back is still the same to the others.
+ */
+export class Peer {
+  displayName = '';
+  device = '';
+  metaData = {};
+  mode;
+  entry = 'none';
+  joined = false;
+  announced = false;
+  leaveCode = undefined;
+  socket = undefined;
+  outbox = undefined;
+  media = undefined;
+  graceTimer = undefined;
+
+  constructor(room, id, settings) {
+    this.room = room;
+    this.id = id;
+    this.settings = settings;
+  }
+
+  /** Binds a new connection; media and joining of an earlier one are over. */
+  attach(socket, { mode, claims, secret }) {
+    clearTimeout(this.graceTimer);
+    this.leaveCode = undefined;
+    Object.assign(this, {
+      socket,
+      mode,
+      secret,
+      moderator: claims.permissions.includes('allow_mod'),
+    });
+    this.mayEnter = this.moderator || claims.permissions.includes('allow_join');
+    this.joined = false;
+    this.media?.close();
+    const outbox = new Outbox(socket, this.settings);
+    this.outbox = outbox;
+    this.media = new PeerMedia({
+      peerId: this.id,
+      notify: (method, data) => this.notify(method, data),
+      offer: (data) =>
+        outbox.request('newConsumer', [{ method: 'newConsumer', data, notification: true }]),
+      log: this.settings.log,
+    });
+  }
+
+  notify(method, data) {
+    this.outbox?.notify(method, data);
+  }
+
+  describe() {
+    const { id, displayName, device, metaData, mode } = this;
+    return { id, displayName, device, metaData, mode };
+  }
+
+  /** Tells the client to go, and hangs up if it hasn't after a while. */
+  dismiss(code) {
+    clearTimeout(this.graceTimer);
+    const { socket } = this;
+    this.notify('close', { reason: { code } });
+    this.outbox?.flush();
+    this.outbox = undefined;
+    this.socket = undefined;
+    this.media?.close();
+    if (socket) setTimeout(() => socket.disconnect(true), this.settings.linger).unref();
+  }
+}

@@ -1,0 +1,79 @@
+import * as read from '../read.mjs';
+import { RequestError } from '../refusal.mjs';
+import { LEFT } from '../room.mjs';
+import { checkAccess } from '../tokens.mjs';
+
+const DECISIONS = ['allowed', 'denied'];
+const LEAVE_REASONS = { MANUAL_LEAVE_CALLED: LEFT.manual };
+
+function requestEntry({ room, peer, data, faults, after }) {
+  const name = read.text(data, 'name');
+  const fault = faults.take('refuseEntry', { roomId: room.id, peerId: peer.id });
+  if (fault?.how === 'answer')
+    throw new RequestError(fault.errorCode ?? 403, 'the entry is refused');
+  if (fault) peer.entry = 'denied';
+  else if (peer.entry !== 'allowed') peer.entry = peer.mayEnter ? 'allowed' : 'asked';
+  after(() => {
+    if (peer.entry === 'asked') return room.askEntry(peer, name);
+    peer.notify('entryResponded', { id: peer.id, decision: peer.entry, sessionId: room.sessionId });
+  });
+}
+
+function respondEntry({ room, peer, data }) {
+  const asker = read.id(data, 'id');
+  const decision = read.oneOf(data, 'decision', DECISIONS);
+  if (!room.answerEntry(peer, asker, decision))
+    throw new RequestError(404, 'nobody by this id asks to enter');
+}
+
+function join({ room, peer, data, secret, after }) {
+  if (peer.joined) throw new RequestError(409, 'already joined');
+  const displayName = read.text(data, 'displayName');
+  const device = read.text(data, 'device');
+  const mode = read.oneOf(data, 'mode', read.MODES);
+  const metaData = read.object(data, 'metaData');
+  const rtpCapabilities = read.object(data, 'rtpCapabilities');
+  const batching = read.flag(data, 'batchingEnabled');
+  if (data.secret !== peer.secret)
+    checkAccess(secret, data.secret, { roomId: room.id, peerId: peer.id });
+
+  Object.assign(peer, { displayName, device, mode, metaData });
+  peer.media.rtpCapabilities = rtpCapabilities;
+  peer.outbox.batching = batching;
+  const unsupportedCodecs = room.unsupportedCodecs();
+  const others = room.joined().map((other) => other.describe());
+  peer.joined = true;
+  // One who comes back within the grace time never left for the others.
+  if (!peer.announced) room.broadcast('newPeer', peer.describe(), peer);
+  peer.announced = true;
+  after(async () => {
+    if (peer.moderator) {
+      for (const [id, name] of room.entryRequests) peer.notify('entryRequested', { id, name });
+    }
+    await room.offerAll(peer);
+  });
+  return { peers: others, unsupportedCodecs };
+}
+
+function definePeerLeftReason({ peer, data }) {
+  peer.leaveCode = LEAVE_REASONS[read.text(data, 'leaveReason')] ?? LEFT.unknown;
+}
+
+function closeRoom({ room, after }) {
+  after(() => room.close(LEFT.roomClosed));
+}
+
+function removePeer({ room, data, after }) {
+  const gone = room.peers.get(read.id(data, 'peerId'));
+  if (!gone) throw new RequestError(404, 'no such participant');
+  after(() => room.remove(gone, LEFT.removed, { told: true }));
+}
+
+export const entryRequests = {
+  requestEntry: { run: requestEntry },
+  definePeerLeftReason: { run: definePeerLeftReason },
+  join: { needs: 'entry', run: join },
+  respondEntry: { needs: 'join', moderator: true, run: respondEntry },
+  closeRoom: { needs: 'join', moderator: true, run: closeRoom },
+  removePeer: { needs: 'join', moderator: true, run: removePeer },
+};

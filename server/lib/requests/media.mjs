@@ -1,0 +1,117 @@
+import * as read from '../read.mjs';
+import { PREFERRED_PROTOCOLS } from '../peer-media.mjs';
+import { RequestError } from '../refusal.mjs';
+
+const SENDING = ['CONFERENCE', 'SEND_AND_RECV'];
+const RECEIVING = [...SENDING, 'RECV_ONLY'];
+const KINDS = ['audio', 'video'];
+const CHOICES = [...KINDS, 'share', 'all'];
+const HIGHEST_LAYER = 7;
+
+const streamKind = ({ kind, appData }) =>
+  kind === 'video' && appData.share === true ? 'share' : kind;
+
+async function getRouterRtpCapabilities({ room }) {
+  const { router } = await room.media();
+  return router.rtpCapabilities;
+}
+
+async function createWebRtcTransport({ room, peer, data, after }) {
+  const protocol = read.oneOf(data, 'preferredProtocol', PREFERRED_PROTOCOLS);
+  const producing = read.flag(data, 'producing');
+  if (producing === read.flag(data, 'consuming')) {
+    throw new RequestError(400, 'a transport is either "producing" or "consuming"');
+  }
+  const { media } = peer;
+  const { router } = await room.media();
+  const transport = await media.createTransport(router, producing ? 'send' : 'receive', protocol);
+  if (!producing && peer.joined) after(() => room.offerAll(peer));
+  const { id, iceParameters, iceCandidates, dtlsParameters } = transport;
+  return { id, iceParameters, iceCandidates, dtlsParameters };
+}
+
+async function connectWebRtcTransport({ peer, data }) {
+  const transport = peer.media.transport(read.id(data, 'transportId'));
+  const dtlsParameters = read.object(data, 'dtlsParameters');
+  await transport.connect({ dtlsParameters });
+}
+
+function iceRestarted({ peer, data }) {
+  peer.media.transport(read.id(data, 'transportId'));
+}
+
+async function produce({ room, peer, data, after }) {
+  if (!SENDING.includes(peer.mode))
+    throw new RequestError(409, `nothing is published in mode ${peer.mode}`);
+  const kind = read.oneOf(data, 'kind', KINDS);
+  const rtpParameters = read.object(data, 'rtpParameters');
+  const appData = read.object(data, 'appData');
+  const producer = await peer.media.produce(read.id(data, 'transportId'), {
+    kind,
+    rtpParameters,
+    appData,
+  });
+  const state = { peerId: peer.id, kind: streamKind(producer) };
+  producer.observer.once('close', () => {
+    if (peer.announced)
+      room.broadcast('participantMediaStateChanged', { ...state, newState: false }, peer);
+  });
+  if (kind === 'audio') await (await room.media()).listen(producer);
+  after(async () => {
+    room.broadcast('participantMediaStateChanged', { ...state, newState: true }, peer);
+    await room.publish(peer, producer);
+  });
+  return { id: producer.id };
+}
+
+function closeProducer({ peer, data }) {
+  peer.media.producer(read.id(data, 'producerId')).close();
+}
+
+function setConsumerPreferredLayers({ peer, data }) {
+  const consumer = peer.media.consumer(read.id(data, 'consumerId'));
+  const spatialLayer = read.integer(data, 'spatialLayer', HIGHEST_LAYER);
+  const temporalLayer = read.integer(data, 'temporalLayer', HIGHEST_LAYER);
+  return consumer.setPreferredLayers({ spatialLayer, temporalLayer });
+}
+
+const one =
+  (action) =>
+  ({ peer, data }) =>
+    peer.media[action](peer.media.consumer(read.id(data, 'consumerId')));
+
+const all =
+  (action) =>
+  async ({ peer, data }) => {
+    const kind = read.oneOf(data, 'kind', CHOICES);
+    const consumersWithIssues = [];
+    for (const consumer of peer.media.consumers.values()) {
+      if (kind !== 'all' && kind !== streamKind(consumer)) continue;
+      await peer.media[action](consumer).catch(() => consumersWithIssues.push(consumer.id));
+    }
+    return { consumersWithIssues };
+  };
+
+function changeMode({ room, peer, data, after }) {
+  const mode = read.oneOf(data, 'mode', read.MODES);
+  if (!SENDING.includes(mode)) peer.media.closeTransport('send');
+  if (!RECEIVING.includes(mode)) peer.media.closeTransport('receive');
+  peer.mode = mode;
+  after(() => room.broadcast('peerModeChanged', { peerId: peer.id, mode }, peer));
+  return { mode };
+}
+
+export const mediaRequests = {
+  getRouterRtpCapabilities: { needs: 'entry', run: getRouterRtpCapabilities },
+  createWebRtcTransport: { needs: 'entry', run: createWebRtcTransport },
+  connectWebRtcTransport: { needs: 'entry', run: connectWebRtcTransport },
+  iceRestarted: { needs: 'entry', run: iceRestarted },
+  produce: { needs: 'join', run: produce },
+  closeProducer: { needs: 'join', run: closeProducer },
+  pauseConsumer: { needs: 'join', run: one('pauseConsumer') },
+  resumeConsumer: { needs: 'join', run: one('resumeConsumer') },
+  pauseAllConsumers: { needs: 'join', run: all('pauseConsumer') },
+  resumeAllConsumers: { needs: 'join', run: all('resumeConsumer') },
+  setConsumerPreferredLayers: { needs: 'join', run: setConsumerPreferredLayers },
+  changeMode: { needs: 'join', run: changeMode },
+};

@@ -1,0 +1,27 @@
+import { Room } from './room.mjs';
+
+/** The meetings there are; one exists from its first participant to its last. */
+export class Rooms {
+  #rooms = new Map();
+
+  constructor({ workers, settings, faults }) {
+    this.parts = { workers, settings, faults, onEmpty: (room) => this.#rooms.delete(room.id) };
+  }
+
+  find(id) {
+    return this.#rooms.get(id);
+  }
+
+  open(id) {
+    let room = this.#rooms.get(id);
+    if (!room) {
+      room = new Room(id, this.parts);
+      this.#rooms.set(id, room);
+    }
+    return room;
+  }
+
+  all() {
+    return [...this.#rooms.values()];
+  }
+}

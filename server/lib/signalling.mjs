@@ -1,0 +1,130 @@
+import { Server } from 'socket.io';
+import { SOCKET_PREFIX } from './config.mjs';
+import { MODES } from './read.mjs';
+import { Refusal } from './refusal.mjs';
+import { runRequest } from './requests.mjs';
+import { checkAccess } from './tokens.mjs';
+
+const LARGEST_MESSAGE = 2 * 1024 * 1024;
+const MOST_WAITING = 200;
+
+function identify(socket, secret) {
+  const { roomId, peerId, secret: token, mode } = socket.handshake.query;
+  const claims = checkAccess(secret, token, { roomId, peerId: peerId ?? '' });
+  if (!MODES.includes(mode)) throw new Refusal('request', 'the mode is unknown');
+  return { roomId, peerId, mode, claims, secret: token };
+}
+
+/** Requests of one connection, one after the other in the order in which they came. */
+class Connection {
+  #last = Promise.resolve();
+  #waiting = 0;
+
+  constructor(socket, room, peer, service) {
+    Object.assign(this, { socket, room, peer, service });
+  }
+
+  request(args) {
+    const ack = typeof args.at(-1) === 'function' ? args.pop() : () => {};
+    if (this.#waiting >= MOST_WAITING) {
+      return ack({ data: { status: 'error', errorCode: 429, message: 'too many requests wait' } });
+    }
+    this.#waiting += 1;
+    this.#last = this.#last
+      .then(() => this.#serve(args[0], ack))
+      .catch((error) => this.service.log.error('a request failed', { error: error.stack }))
+      .finally(() => {
+        this.#waiting -= 1;
+      });
+  }
+
+  async #serve(envelope, ack) {
+    const { room, peer, service } = this;
+    if (peer.socket !== this.socket) {
+      return ack({
+        data: { status: 'error', errorCode: 409, message: 'this connection has ended' },
+      });
+    }
+    const method = typeof envelope?.method === 'string' ? envelope.method : '';
+    const event = { roomId: room.id, peerId: peer.id, method };
+    const wrong = service.faults.take('answerWrong', event);
+    const { answer, afters } =
+      wrong && !wrong.alsoRun
+        ? { answer: undefined, afters: [] }
+        : await runRequest(envelope, { room, peer, service });
+    service.log.debug('request', {
+      ...event,
+      method: method.slice(0, 100),
+      status: answer?.data.status,
+    });
+    this.#acknowledge(event, ack, wrong ? wrong.answer : answer);
+    // Not awaited: what follows an answer may wait for the client's own acknowledgements.
+    for (const fn of afters) this.#later(fn);
+  }
+
+  #acknowledge(event, ack, answer) {
+    const { faults } = this.service;
+    if (faults.take('swallowAck', event)) return;
+    const slow = faults.take('delayAck', event);
+    if (slow) setTimeout(() => ack(answer), slow.ms).unref();
+    else ack(answer);
+  }
+
+  async #later(fn) {
+    try {
+      await fn();
+    } catch (error) {
+      this.service.log.warn('an event was not sent', {
+        peerId: this.peer.id,
+        error: error.message,
+      });
+    }
+  }
+}
+
+/** The Socket.IO side: who may connect, and what a connection may ask. */
+export function openSignalling(httpServer, service) {
+  const { options, secret, faults, rooms, log } = service;
+  const io = new Server(httpServer, {
+    path: `${SOCKET_PREFIX}/socket.io`,
+    addTrailingSlash: false,
+    transports: ['websocket'],
+    serveClient: false,
+    pingInterval: options.pingInterval,
+    pingTimeout: options.pingTimeout,
+    maxHttpBufferSize: LARGEST_MESSAGE,
+    allowRequest: (request, decide) => {
+      const query = new URLSearchParams(request.url.split('?')[1]);
+      const refused = faults.take('refuseConnections', {
+        roomId: query.get('roomId'),
+        peerId: query.get('peerId'),
+      });
+      decide(refused ? 'refused by the control endpoint' : null, !refused);
+    },
+  });
+  io.use((socket, next) => {
+    try {
+      socket.data.identity = identify(socket, secret);
+      next();
+    } catch (error) {
+      log.info('a connection was refused', { reason: error.message });
+      const refusal = new Error(error.message);
+      refusal.data = { code: error.code, message: error.message };
+      next(refusal);
+    }
+  });
+  io.on('connection', (socket) => {
+    const { roomId, peerId, ...identity } = socket.data.identity;
+    const room = rooms.open(roomId);
+    const peer = room.connect(socket, peerId, identity);
+    const connection = new Connection(socket, room, peer, service);
+    log.info('connected', { roomId, peerId });
+    socket.on('request', (...args) => connection.request(args));
+    socket.on('disconnect', (reason) => {
+      log.info('disconnected', { roomId, peerId, reason });
+      room.disconnected(peer, socket, reason === 'client namespace disconnect');
+    });
+    socket.emit('connectionSuccess', {});
+  });
+  return io;
+}

@@ -4,6 +4,7 @@
 #include <kestrova/platform/Runtime.h>
 #include <kestrova/platform/linux/socketio/SocketManager.h>
 
+#include <signal.h>
 #include <sys/resource.h>
 #include <sys/types.h>
 
@@ -12,8 +13,6 @@
 #include <cstdlib>
 #include <future>
 #include <string>
-
-#include <signal.h>
 
 using namespace kestrova;
 using Clock = std::chrono::steady_clock;
@@ -56,9 +55,10 @@ public:
   }
 
   Result run(int inFlight) {
-    _socket->on(SocketClientEvent::connect, [load = weak_from_this(), inFlight](const SocketItems&) {
-      for (int i = 0; i < inFlight; ++i) load.lock()->request();
-    });
+    _socket->on(SocketClientEvent::connect,
+                [load = weak_from_this(), inFlight](const SocketItems&) {
+                  for (int i = 0; i < inFlight; ++i) load.lock()->request();
+                });
     _socket->connect();
     const auto result = _result.get_future().get();
     _manager.reset();
@@ -75,10 +75,9 @@ private:
     envelope["data"] = std::move(data);
     SocketItems items;
     items.emplace_back(Value(std::move(envelope)));
-    _socket->emitWithAck("request", std::move(items), std::chrono::seconds(20),
-                         [load = shared_from_this()](const SocketItems& answer) {
-                           load->answered(answer);
-                         });
+    _socket->emitWithAck(
+        "request", std::move(items), std::chrono::seconds(20),
+        [load = shared_from_this()](const SocketItems& answer) { load->answered(answer); });
   }
 
   void answered(const SocketItems& answer) {
@@ -124,7 +123,8 @@ int main(int argc, char** argv) {
 
   // The shell gives way to the server, so that its number is the server's.
   FILE* server = nullptr;
-  const auto process = std::atoi(lineOf("echo $$; exec node " + folder + "/server.mjs", &server).c_str());
+  const auto process =
+      std::atoi(lineOf("echo $$; exec node " + folder + "/server.mjs", &server).c_str());
   char port[32] = {};
   if (!std::fgets(port, sizeof port, server)) return 1;
   const std::string url = "http://127.0.0.1:" + std::to_string(std::atoi(port));

@@ -1,3 +1,4 @@
+#include <kestrova/media/EncodingPresets.h>
 #include <kestrova/media/MediaCapturer.h>
 #include <kestrova/platform/Await.h>
 #include <kestrova/tracing/Trace.h>

@@ -21,7 +21,9 @@ rtc::scoped_refptr<webrtc::AudioDeviceModule> SilentAudioDevice::make() {
   return rtc::make_ref_counted<SilentAudioDevice>();
 }
 
-SilentAudioDevice::~SilentAudioDevice() { StopPlayout(); }
+SilentAudioDevice::~SilentAudioDevice() {
+  StopPlayout();
+}
 
 int32_t SilentAudioDevice::RegisterAudioCallback(webrtc::AudioTransport* callback) {
   std::scoped_lock held(_lock);

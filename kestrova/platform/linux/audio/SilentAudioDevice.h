@@ -9,8 +9,9 @@
 
 namespace kestrova {
 
-/// The engine's audio device where nothing is to be heard or recorded: it pulls 10 ms of playout every
-/// 10 ms, so that received tracks run on time, and throws the samples away. It needs no sound server.
+/// The engine's audio device where nothing is to be heard or recorded: it pulls 10 ms of playout
+/// every 10 ms, so that received tracks run on time, and throws the samples away. It needs no sound
+/// server.
 ///
 /// Made, used and released on the engine's worker thread, as every audio device.
 class SilentAudioDevice

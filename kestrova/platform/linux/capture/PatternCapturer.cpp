@@ -45,7 +45,9 @@ struct PatternCapturer::Output {
   }
 };
 
-PatternCapturer::~PatternCapturer() { endThreads(); }
+PatternCapturer::~PatternCapturer() {
+  endThreads();
+}
 
 void PatternCapturer::endThreads() {
   // Declared before the lock: waiting for the threads comes after it is let go.
@@ -77,8 +79,8 @@ void PatternCapturer::startCapture(const AVCaptureDevice& device, const CaptureF
   if (known == cameras.end())
     error = "there is no such camera: " + device.uniqueId;
   else if (format.width < TestPicture::kSmallestWidth || format.width > kLargestSide ||
-           format.height < TestPicture::kSmallestHeight || format.height > kLargestSide || fps < 1 ||
-           fps > kHighestRate)
+           format.height < TestPicture::kSmallestHeight || format.height > kLargestSide ||
+           fps < 1 || fps > kHighestRate)
     error = "the camera has no such format";
   if (error.empty()) {
     endThreads();

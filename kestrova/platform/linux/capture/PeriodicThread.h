@@ -11,8 +11,8 @@ namespace kestrova {
 
 /// Calls a function at a steady rate, on a thread of its own, from construction until `stop`.
 ///
-/// The schedule does not drift: a late call is followed by the next one at its own time. Thread-safe;
-/// the function itself may stop it or let go of it.
+/// The schedule does not drift: a late call is followed by the next one at its own time.
+/// Thread-safe; the function itself may stop it or let go of it.
 class PeriodicThread {
 public:
   /// \param tick called with the number of the call, from 0
@@ -22,8 +22,8 @@ public:
   PeriodicThread(const PeriodicThread&) = delete;
   PeriodicThread& operator=(const PeriodicThread&) = delete;
 
-  /// Returns at once; `stopped` is called once no further call comes: on that thread, or here when it
-  /// has ended before.
+  /// Returns at once; `stopped` is called once no further call comes: on that thread, or here when
+  /// it has ended before.
   void stop(std::function<void()> stopped = {});
 
 private:

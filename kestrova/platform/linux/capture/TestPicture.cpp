@@ -187,10 +187,11 @@ void drawBox(Canvas& canvas, std::int64_t frameNumber) {
 void drawClock(Canvas& canvas, std::int64_t timeMs, std::int64_t frameNumber) {
   const auto seconds = timeMs / 1000;
   std::array<char, 64> text{};
-  const int length = std::snprintf(
-      text.data(), text.size(), "%02d:%02d:%02d.%03d #%06lld", static_cast<int>(seconds / 3600 % 24),
-      static_cast<int>(seconds / 60 % 60), static_cast<int>(seconds % 60),
-      static_cast<int>(timeMs % 1000), static_cast<long long>(frameNumber % 1'000'000));
+  const int length =
+      std::snprintf(text.data(), text.size(), "%02d:%02d:%02d.%03d #%06lld",
+                    static_cast<int>(seconds / 3600 % 24), static_cast<int>(seconds / 60 % 60),
+                    static_cast<int>(seconds % 60), static_cast<int>(timeMs % 1000),
+                    static_cast<long long>(frameNumber % 1'000'000));
   const std::string_view shown(text.data(), static_cast<std::size_t>(length));
   const int scale = textScale(canvas.width(), shown.size());
   const int left = (canvas.width() - textWidth(shown.size(), scale)) / 2;

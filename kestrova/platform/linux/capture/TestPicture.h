@@ -38,8 +38,8 @@ private:
 void drawTestPicture(I420Buffer& picture, std::int64_t timeMs, std::int64_t frameNumber,
                      std::string_view label);
 
-/// The time that a test picture shows, in milliseconds; nothing if it is none or is too damaged. Times
-/// from 0 to 2^44 - 1 (the year 2527) can be carried.
+/// The time that a test picture shows, in milliseconds; nothing if it is none or is too damaged.
+/// Times from 0 to 2^44 - 1 (the year 2527) can be carried.
 std::optional<std::int64_t> readTestPictureClock(const I420View& picture);
 
 }  // namespace kestrova

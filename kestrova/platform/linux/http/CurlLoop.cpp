@@ -1,10 +1,10 @@
 #include <kestrova/platform/linux/http/CurlLoop.h>
 
+#include <pthread.h>
+
 #include <atomic>
 #include <optional>
 #include <utility>
-
-#include <pthread.h>
 
 namespace kestrova {
 namespace {

@@ -34,6 +34,8 @@ private:
 
 }  // namespace
 
-std::shared_ptr<URLSession> makeURLSession() { return std::make_shared<CurlSession>(); }
+std::shared_ptr<URLSession> makeURLSession() {
+  return std::make_shared<CurlSession>();
+}
 
 }  // namespace kestrova

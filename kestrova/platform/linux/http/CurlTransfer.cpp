@@ -139,6 +139,8 @@ void CurlTransfer::finish(CURLcode code) {
   _done(std::move(_response));
 }
 
-void CurlTransfer::fail(const std::string& reason) { _done(URLError(reason)); }
+void CurlTransfer::fail(const std::string& reason) {
+  _done(URLError(reason));
+}
 
 }  // namespace kestrova

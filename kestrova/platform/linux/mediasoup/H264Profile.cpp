@@ -43,7 +43,9 @@ constexpr std::array<Bytes, 6> kWritten{Bytes{0x42, 0xe0}, Bytes{0x42, 0x00}, By
                                         Bytes{0x64, 0x0c}, Bytes{0x64, 0x00}, Bytes{0xf4, 0x00}};
 
 /// The order of levels: 1b stands between 1.0 and 1.1.
-double rank(int level) { return level == kLevel1b ? 10.5 : level; }
+double rank(int level) {
+  return level == kLevel1b ? 10.5 : level;
+}
 
 /// The default of RFC 6184 where a codec names none: baseline, level 1.
 std::optional<H264Profile> profileOf(const Dictionary& parameters) {
@@ -61,7 +63,8 @@ std::optional<H264Profile> parseH264Profile(std::string_view profileLevelId) {
   const int idc = static_cast<int>(bits >> 16);
   const int constraints = static_cast<int>(bits >> 8 & 0xff);
   int level = static_cast<int>(bits & 0xff);
-  const bool flagged1b = level == 11 && idc != 0x64 && idc != 0xf4 && (constraints & kConstraintSet3);
+  const bool flagged1b =
+      level == 11 && idc != 0x64 && idc != 0xf4 && (constraints & kConstraintSet3);
   if (flagged1b) level = kLevel1b;
   if (level != kLevel1b && std::find(kLevels.begin(), kLevels.end(), level) == kLevels.end())
     return std::nullopt;
@@ -79,7 +82,8 @@ std::string profileLevelId(const H264Profile& profile) {
     bytes.constraints |= kConstraintSet3;
   }
   std::array<char, 16> written{};
-  std::snprintf(written.data(), written.size(), "%02x%02x%02x", bytes.idc, bytes.constraints, level);
+  std::snprintf(written.data(), written.size(), "%02x%02x%02x", bytes.idc, bytes.constraints,
+                level);
   return written.data();
 }
 

@@ -10,14 +10,7 @@ namespace kestrova::mediasoup {
 
 /// What a "profile-level-id" of RFC 6184, section 8.1, says.
 struct H264Profile {
-  enum class Name {
-    constrainedBaseline,
-    baseline,
-    main,
-    constrainedHigh,
-    high,
-    predictiveHigh444
-  };
+  enum class Name { constrainedBaseline, baseline, main, constrainedHigh, high, predictiveHigh444 };
   Name name = Name::constrainedBaseline;
   int level = 0;  ///< ten times the level; 9 stands for level 1b
 };

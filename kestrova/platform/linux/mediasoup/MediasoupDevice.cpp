@@ -77,6 +77,8 @@ private:
 
 }  // namespace
 
-std::shared_ptr<Device> makeDevice() { return std::make_shared<MediasoupDevice>(); }
+std::shared_ptr<Device> makeDevice() {
+  return std::make_shared<MediasoupDevice>();
+}
 
 }  // namespace kestrova

@@ -128,23 +128,22 @@ CommonCapabilities commonCapabilities(const RtpCapabilities& local, const RtpCap
   CommonCapabilities result;
   for (const auto& theirs : remote.codecs) {
     if (theirs.isRtx()) continue;
-    const auto ours =
-        std::find_if(local.codecs.begin(), local.codecs.end(), [&](const RtpCodec& codec) {
-          return !codec.isRtx() && sameCodec(codec, theirs);
-        });
+    const auto ours = std::find_if(
+        local.codecs.begin(), local.codecs.end(),
+        [&](const RtpCodec& codec) { return !codec.isRtx() && sameCodec(codec, theirs); });
     if (ours == local.codecs.end()) continue;
     // A router may name one codec twice; the second would have the payload type of the first.
-    const bool taken = std::any_of(result.codecs.begin(), result.codecs.end(), [&](const auto& known) {
-      return known.localPayloadType == ours->payloadType;
-    });
+    const bool taken =
+        std::any_of(result.codecs.begin(), result.codecs.end(),
+                    [&](const auto& known) { return known.localPayloadType == ours->payloadType; });
     if (taken) continue;
     result.codecs.push_back(commonCodec(local, *ours, remote, theirs));
   }
   for (const auto& theirs : remote.headerExtensions)
     for (const auto& ours : local.headerExtensions)
       if (ours.kind == theirs.kind && ours.uri == theirs.uri) {
-        result.headerExtensions.push_back({ours.kind, ours.uri, ours.id, theirs.id, ours.encrypt,
-                                           mirrored(theirs.direction)});
+        result.headerExtensions.push_back(
+            {ours.kind, ours.uri, ours.id, theirs.id, ours.encrypt, mirrored(theirs.direction)});
         break;
       }
   return result;
@@ -206,8 +205,9 @@ std::vector<RtpCodec> chosenCodecs(const std::vector<RtpCodec>& codecs,
     if (const auto* rtx = rtxOf(codecs, codec)) result.push_back(*rtx);
     return result;
   }
-  throw MediasoupError(wanted ? "the codec " + wanted->mimeType + " is not in common with the server"
-                              : "there is no codec in common with the server");
+  throw MediasoupError(wanted
+                           ? "the codec " + wanted->mimeType + " is not in common with the server"
+                           : "there is no codec in common with the server");
 }
 
 }  // namespace kestrova::mediasoup

@@ -52,8 +52,8 @@ bool canReceive(const CommonCapabilities& common, const RtpParameters& parameter
 
 /// The codecs and header extensions with which the local side sends.
 RtpParameters sendingParameters(const CommonCapabilities& common, MediaKind kind);
-/// The same as the remote side's answer states them. One of the two kinds of bandwidth estimation is
-/// left: transport-wide where its header extension is there.
+/// The same as the remote side's answer states them. One of the two kinds of bandwidth estimation
+/// is left: transport-wide where its header extension is there.
 RtpParameters answeringParameters(const CommonCapabilities& common, MediaKind kind);
 /// The first codec, or the one like `wanted`, with its RTX. \throws MediasoupError if there is none
 std::vector<RtpCodec> chosenCodecs(const std::vector<RtpCodec>& codecs,

@@ -25,7 +25,8 @@ T awaited(std::future<T> result) {
 }
 
 std::exception_ptr failure(const webrtc::RTCError& error) {
-  return std::make_exception_ptr(MediasoupError(std::string("the WebRTC engine: ") + error.message()));
+  return std::make_exception_ptr(
+      MediasoupError(std::string("the WebRTC engine: ") + error.message()));
 }
 
 class CreateObserver : public webrtc::CreateSessionDescriptionObserver {

@@ -57,7 +57,9 @@ void ReceiveTransportImpl::restartICE(const std::string& iceParameters) {
   });
 }
 
-Task<std::string> ReceiveTransportImpl::stats() { return consumerStats({}); }
+Task<std::string> ReceiveTransportImpl::stats() {
+  return consumerStats({});
+}
 
 Task<std::string> ReceiveTransportImpl::consumerStats(std::string mid) {
   auto self = shared_from_this();

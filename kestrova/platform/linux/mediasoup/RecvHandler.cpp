@@ -46,12 +46,12 @@ RemoteSection RecvHandler::sectionOf(const std::string& trackId, MediaKind kind,
   section.codecs = chosenCodecs(parameters.codecs, media);
   const auto capabilities = receivingCapabilities(_common);
   std::erase_if(section.codecs, [&](const RtpCodec& codec) {
-    return codec.isRtx() &&
-           std::none_of(capabilities.codecs.begin(), capabilities.codecs.end(),
-                        [&](const RtpCodec& known) {
-                          return known.isRtx() && known.payloadType == codec.payloadType &&
-                                 known.apt() == codec.apt();
-                        });
+    return codec.isRtx() && std::none_of(capabilities.codecs.begin(), capabilities.codecs.end(),
+                                         [&](const RtpCodec& known) {
+                                           return known.isRtx() &&
+                                                  known.payloadType == codec.payloadType &&
+                                                  known.apt() == codec.apt();
+                                         });
   });
   for (auto& extension : parameters.headerExtensions) {
     const bool known = std::any_of(
@@ -63,8 +63,7 @@ RemoteSection RecvHandler::sectionOf(const std::string& trackId, MediaKind kind,
   if (parameters.encodings.empty() || !parameters.encodings.front().ssrc)
     throw MediasoupError("the server gives no SSRC");
   section.ssrc = *parameters.encodings.front().ssrc;
-  if (section.codecs.size() > 1)
-    section.rtxSsrc = parameters.encodings.front().rtxSsrc.value_or(0);
+  if (section.codecs.size() > 1) section.rtxSsrc = parameters.encodings.front().rtxSsrc.value_or(0);
   bool taken = section.ssrc == section.rtxSsrc;
   for (const auto& other : _remote.sections())
     taken = taken || usesSsrc(other, section.ssrc) || usesSsrc(other, section.rtxSsrc);

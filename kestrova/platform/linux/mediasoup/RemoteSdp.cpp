@@ -14,7 +14,9 @@ void line(std::string& sdp, const Parts&... parts) {
   sdp.append("\r\n");
 }
 
-std::string number(std::uint64_t value) { return std::to_string(value); }
+std::string number(std::uint64_t value) {
+  return std::to_string(value);
+}
 
 void writeCodec(std::string& sdp, const RtpCodec& codec) {
   const auto type = std::to_string(codec.payloadType);
@@ -99,9 +101,11 @@ std::string RemoteSdp::text() {
 
 void RemoteSdp::writeSection(std::string& sdp, const RemoteSection& section) const {
   std::string types;
-  for (const auto& codec : section.codecs) types.append(" ").append(std::to_string(codec.payloadType));
+  for (const auto& codec : section.codecs)
+    types.append(" ").append(std::to_string(codec.payloadType));
   // Any port but 0 and 9: the real ones stand in the candidates.
-  line(sdp, "m=", kindText(section.kind), section.closed ? " 0" : " 7", " UDP/TLS/RTP/SAVPF", types);
+  line(sdp, "m=", kindText(section.kind), section.closed ? " 0" : " 7", " UDP/TLS/RTP/SAVPF",
+       types);
   line(sdp, "c=IN IP4 127.0.0.1");
   for (const auto& codec : section.codecs) writeCodec(sdp, codec);
   for (const auto& extension : section.headerExtensions)

@@ -20,9 +20,13 @@ constexpr int kLargestExtensionId = 14;
 constexpr std::int64_t kLargestClockRate = 1'000'000;
 constexpr std::int64_t kMostChannels = 24;
 
-[[noreturn]] void refuse(const std::string& what) { throw MediasoupError(what); }
+[[noreturn]] void refuse(const std::string& what) {
+  throw MediasoupError(what);
+}
 
-char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; }
+char lower(char c) {
+  return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
+}
 
 const Dictionary& object(const Value& value, const char* what) {
   if (!value.is_object()) refuse(std::string(what) + " is not an object");
@@ -59,9 +63,8 @@ Dictionary fmtpParameters(const Dictionary& codec) {
     } else if (value.is_string()) {
       const std::string_view content = value.get_string();
       const bool fits = content.size() <= kLongestText &&
-                        std::all_of(content.begin(), content.end(), [](char c) {
-                          return c > ' ' && c < 127 && c != ';';
-                        });
+                        std::all_of(content.begin(), content.end(),
+                                    [](char c) { return c > ' ' && c < 127 && c != ';'; });
       if (!fits) refuse("codec parameter " + std::string(key) + " has a strange value");
       result[key] = value;
     } else if (!value.is_null()) {
@@ -118,8 +121,7 @@ std::vector<RtpCodec> parseCodecs(const Dictionary& owner, const char* payloadTy
   std::set<int> types;
   for (const auto& value : entries(owner, "codecs", true)) {
     codecs.push_back(parseCodec(value, payloadTypeKey, true));
-    if (!types.insert(codecs.back().payloadType).second)
-      refuse("two codecs have one payload type");
+    if (!types.insert(codecs.back().payloadType).second) refuse("two codecs have one payload type");
   }
   return codecs;
 }
@@ -193,14 +195,18 @@ std::string_view RtpCodec::name() const {
                                     : std::string_view(mimeType).substr(slash + 1);
 }
 
-bool RtpCodec::isRtx() const { return sameText(name(), "rtx"); }
+bool RtpCodec::isRtx() const {
+  return sameText(name(), "rtx");
+}
 
 int RtpCodec::apt() const {
   const auto type = parameterNumber(parameters, "apt").value_or(0);
   return type > 0 && type <= 127 ? static_cast<int>(type) : 0;
 }
 
-std::string_view kindText(MediaKind kind) { return kKinds(kind); }
+std::string_view kindText(MediaKind kind) {
+  return kKinds(kind);
+}
 
 bool sameText(std::string_view a, std::string_view b) {
   return std::equal(a.begin(), a.end(), b.begin(), b.end(),

@@ -9,8 +9,9 @@
 #include <string_view>
 #include <vector>
 
-/// The dictionaries of mediasoup's "RTP Parameters and Capabilities" document as records. Whatever is
-/// read from text is checked here, once: the rest of the layer and the engine may trust the records.
+/// The dictionaries of mediasoup's "RTP Parameters and Capabilities" document as records. Whatever
+/// is read from text is checked here, once: the rest of the layer and the engine may trust the
+/// records.
 namespace kestrova::mediasoup {
 
 struct RtcpFeedback {

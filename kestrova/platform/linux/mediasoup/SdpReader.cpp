@@ -104,7 +104,9 @@ std::vector<std::string_view> SdpAttributes::all(std::string_view name) const {
   return result;
 }
 
-std::string SdpMedia::mid() const { return std::string(attributes.first("mid").value_or("")); }
+std::string SdpMedia::mid() const {
+  return std::string(attributes.first("mid").value_or(""));
+}
 
 SdpSession parseSdp(std::string_view sdp) {
   SdpSession session;
@@ -173,8 +175,8 @@ OfferedSender offeredSender(const SdpMedia& media) {
                                    [&](const auto& pair) { return pair.first == *ssrc; });
     if (known || repairs.count(*ssrc)) continue;
     const auto repair = repairOf.find(*ssrc);
-    sender.ssrcs.emplace_back(*ssrc, repair == repairOf.end() ? std::nullopt
-                                                              : std::optional(repair->second));
+    sender.ssrcs.emplace_back(
+        *ssrc, repair == repairOf.end() ? std::nullopt : std::optional(repair->second));
   }
   return sender;
 }

@@ -58,8 +58,8 @@ struct DtlsFingerprint {
 /// The fingerprint of a description, wherever it stands. \throws MediasoupError without one
 DtlsFingerprint offeredFingerprint(const SdpSession& session);
 
-/// The description with "stereo=1" for the payload type in the section `mid`: the receiver's consent
-/// that RFC 7587 asks for.
+/// The description with "stereo=1" for the payload type in the section `mid`: the receiver's
+/// consent that RFC 7587 asks for.
 std::string withStereo(std::string_view sdp, std::string_view mid, int payloadType);
 
 }  // namespace kestrova::mediasoup

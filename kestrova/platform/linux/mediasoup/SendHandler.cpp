@@ -10,7 +10,8 @@ namespace {
 
 /// More layers than the engine's encoders make would be dropped in silence.
 constexpr std::size_t kMostLayers = 3;
-/// Where bandwidth estimation begins: from its default of 300 kbit/s, 720p needs seconds to get there.
+/// Where bandwidth estimation begins: from its default of 300 kbit/s, 720p needs seconds to get
+/// there.
 constexpr int kStartBitrateBps = 1'000'000;
 /// The stream that tracks of one transport belong to: the same one, for lip synchronisation.
 constexpr const char* kStreamId = "kestrova";
@@ -81,9 +82,10 @@ SendHandler::Streams SendHandler::streamsOf(const SendRequest& request,
       engine.rid = wanted.rid;
       if (engine.rid.empty()) engine.rid.append("r").append(std::to_string(rids.size()));
       // RFC 8851, and what fits into the header extension that carries it.
-      const bool legal = engine.rid.size() <= 16 &&
-                         std::all_of(engine.rid.begin(), engine.rid.end(),
-                                     [](char c) { return std::isalnum(static_cast<unsigned char>(c)); });
+      const bool legal =
+          engine.rid.size() <= 16 && std::all_of(engine.rid.begin(), engine.rid.end(), [](char c) {
+            return std::isalnum(static_cast<unsigned char>(c));
+          });
       check(legal && rids.insert(engine.rid).second, "an encoding's rid is malformed or taken");
       server.rid = engine.rid;
     }
@@ -118,18 +120,25 @@ SendHandler::Sent SendHandler::send(const SendRequest& request) {
   init.stream_ids = {kStreamId};
   init.send_encodings = std::move(streams.forEngine);
   auto added = _connection.engine().AddTransceiver(request.track, init);
-  if (!added.ok()) throw MediasoupError(std::string("the track is refused: ") + added.error().message());
-  const auto transceiver = added.MoveValue();
+  if (!added.ok())
+    throw MediasoupError(std::string("the track is refused: ") + added.error().message());
+  Sender sender{added.MoveValue(), {}};
+  auto parameters = sender.transceiver->sender()->GetParameters();
+  for (auto& encoding : parameters.encodings)
+    sender.active.push_back(std::exchange(encoding.active, false));
+  const auto held = sender.transceiver->sender()->SetParameters(parameters);
 
   const auto before = _remote.snapshot();
   try {
+    if (!held.ok())
+      throw MediasoupError(std::string("the encodings are refused: ") + held.message());
     auto sent = negotiate(request, std::move(sending), std::move(answering));
-    _transceivers[sent.mid] = transceiver;
+    _senders[sent.mid] = std::move(sender);
     return sent;
   } catch (...) {
     _remote.restore(before);
     _connection.rollBack();
-    transceiver->StopStandard();
+    sender.transceiver->StopStandard();
     throw;
   }
 }
@@ -185,11 +194,21 @@ SendHandler::Sent SendHandler::negotiate(const SendRequest& request, RtpParamete
   return {sending.mid, std::move(sending), offeredFingerprint(offer)};
 }
 
+void SendHandler::start(const std::string& mid) {
+  const auto found = _senders.find(mid);
+  if (found == _senders.end()) return;
+  const auto& [transceiver, active] = found->second;
+  auto parameters = transceiver->sender()->GetParameters();
+  for (std::size_t i = 0; i < parameters.encodings.size() && i < active.size(); ++i)
+    parameters.encodings[i].active = active[i];
+  transceiver->sender()->SetParameters(parameters);
+}
+
 void SendHandler::stop(const std::string& mid) {
-  const auto found = _transceivers.find(mid);
-  if (found == _transceivers.end()) return;
-  const auto transceiver = found->second;
-  _transceivers.erase(found);
+  const auto found = _senders.find(mid);
+  if (found == _senders.end()) return;
+  const auto transceiver = found->second.transceiver;
+  _senders.erase(found);
   transceiver->sender()->SetTrack(nullptr);
   if (_remote.close(mid))
     transceiver->StopStandard();
@@ -220,15 +239,15 @@ void SendHandler::restartIce(IceParameters ice) {
 }
 
 void SendHandler::close() {
-  _transceivers.clear();
+  _senders.clear();
   _connection.close();
 }
 
 void SendHandler::stats(const std::string& mid, PeerConnection::StatsHandler done) {
   if (mid.empty()) return _connection.stats(nullptr, nullptr, std::move(done));
-  const auto found = _transceivers.find(mid);
-  if (found == _transceivers.end()) return done("[]");
-  _connection.stats(found->second->sender(), nullptr, std::move(done));
+  const auto found = _senders.find(mid);
+  if (found == _senders.end()) return done("[]");
+  _connection.stats(found->second.transceiver->sender(), nullptr, std::move(done));
 }
 
 }  // namespace kestrova::mediasoup

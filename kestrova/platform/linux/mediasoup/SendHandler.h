@@ -32,8 +32,12 @@ public:
     RtpParameters rtpParameters;  ///< for the server
     DtlsFingerprint fingerprint;
   };
-  /// \throws MediasoupError, having left things as they were
+  /// Negotiates the track. Nothing of it is sent before `start`: a server that has yet to accept
+  /// the producer would only throw it away, the first key frame included. \throws MediasoupError,
+  /// having left things as they were
   Sent send(const SendRequest& request);
+  /// Lets the media flow.
+  void start(const std::string& mid);
   /// Ends what `send` began. Never throws.
   void stop(const std::string& mid);
   /// \throws MediasoupError
@@ -43,7 +47,10 @@ public:
   void stats(const std::string& mid, PeerConnection::StatsHandler done);
 
 private:
-  using Transceiver = rtc::scoped_refptr<webrtc::RtpTransceiverInterface>;
+  struct Sender {
+    rtc::scoped_refptr<webrtc::RtpTransceiverInterface> transceiver;
+    std::vector<bool> active;  ///< which encodings are to be sent
+  };
   struct Streams {
     std::vector<webrtc::RtpEncodingParameters> forEngine;
     std::vector<RtpEncoding> forServer;
@@ -55,7 +62,7 @@ private:
   PeerConnection _connection;
   RemoteSdp _remote;
   CommonCapabilities _common;
-  std::map<std::string, Transceiver> _transceivers;  // by mid
+  std::map<std::string, Sender> _senders;  // by mid
 };
 
 }  // namespace kestrova::mediasoup

@@ -93,7 +93,9 @@ void SendTransportImpl::restartICE(const std::string& iceParameters) {
   });
 }
 
-Task<std::string> SendTransportImpl::stats() { return producerStats({}); }
+Task<std::string> SendTransportImpl::stats() {
+  return producerStats({});
+}
 
 Task<std::string> SendTransportImpl::producerStats(std::string mid) {
   auto self = shared_from_this();
@@ -225,6 +227,7 @@ Task<std::shared_ptr<Producer>> SendTransportImpl::createProducer(ProducerOption
     checkOpen();
     _producers.push_back(producer);
   }
+  _core.engine->thread().post([handler = _handler, mid] { handler->start(mid); });
   co_return producer;
 }
 

@@ -21,7 +21,9 @@ struct Hash {
 constexpr std::array kHashes{Hash{"sha-256", 32}, Hash{"sha-512", 64}, Hash{"sha-384", 48},
                              Hash{"sha-224", 28}, Hash{"sha-1", 20}};
 
-[[noreturn]] void refuse(const std::string& what) { throw MediasoupError(what); }
+[[noreturn]] void refuse(const std::string& what) {
+  throw MediasoupError(what);
+}
 
 Value parsed(std::string_view json, const char* what) {
   auto value = parseJson(json);
@@ -138,8 +140,8 @@ std::vector<IceServer> parseIceServers(std::string_view json) {
     if (const auto* several = list(entry, "urls"))
       for (const auto& url : *several)
         if (url.is_string()) server.urls.emplace_back(url.get_string());
-    const bool fits = !server.urls.empty() &&
-                      std::all_of(server.urls.begin(), server.urls.end(), isVisible);
+    const bool fits =
+        !server.urls.empty() && std::all_of(server.urls.begin(), server.urls.end(), isVisible);
     if (!fits) refuse("ICE servers: urls is missing or malformed");
     result.push_back(std::move(server));
   }

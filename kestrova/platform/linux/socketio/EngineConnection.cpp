@@ -12,7 +12,6 @@
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/websocket/ssl.hpp>
 #include <boost/beast/websocket/stream.hpp>
-
 #include <openssl/x509_vfy.h>
 
 #include <optional>
@@ -23,8 +22,8 @@ namespace kestrova {
 namespace asio = boost::asio;
 namespace beast = boost::beast;
 namespace websocket = boost::beast::websocket;
-using boost::system::error_code;
 using asio::ip::tcp;
+using boost::system::error_code;
 
 namespace {
 
@@ -147,7 +146,9 @@ void EngineConnection::encrypted() {
   });
 }
 
-void EngineConnection::upgraded() { read(); }
+void EngineConnection::upgraded() {
+  read();
+}
 
 // ---- Reading -----------------------------------------------------------------------------------
 
@@ -346,9 +347,8 @@ void EngineConnection::leave() {
       stream.control_callback([this](websocket::frame_type kind, beast::string_view) {
         if (kind == websocket::frame_type::pong) answered();
       });
-      stream.async_ping({}, [self = shared_from_this()](error_code error) {
-        self->passed(error, "sending");
-      });
+      stream.async_ping(
+          {}, [self = shared_from_this()](error_code error) { self->passed(error, "sending"); });
     });
   } else if (_farewell.empty()) {
     goodbye();
@@ -364,6 +364,7 @@ void EngineConnection::answered() {
 }
 
 void EngineConnection::goodbye() {
+  if (std::exchange(_closeSent, true)) return;
   _transport->visit([&](auto& stream) {
     stream.async_close(websocket::close_code::normal,
                        [self = shared_from_this()](error_code) { self->shut(); });

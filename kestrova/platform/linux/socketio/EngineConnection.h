@@ -1,7 +1,7 @@
 #pragma once
 
-#include <kestrova/platform/linux/socketio/EngineIO.h>
 #include <kestrova/platform/linux/socketio/Endpoint.h>
+#include <kestrova/platform/linux/socketio/EngineIO.h>
 #include <kestrova/platform/linux/socketio/SocketIOPacket.h>
 
 #include <boost/asio/any_io_executor.hpp>
@@ -115,6 +115,7 @@ private:
   bool _sending = false;
   std::string _farewell;
   bool _asked = false;
+  bool _closeSent = false;
 
   std::mutex _lock;  // guards the fields below
   std::vector<Frame> _outbox;

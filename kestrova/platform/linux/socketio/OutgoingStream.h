@@ -25,7 +25,8 @@ public:
   using executor_type = typename NextLayer::executor_type;
 
   template <class... Arguments>
-  explicit OutgoingStream(Arguments&&... arguments) : _next(std::forward<Arguments>(arguments)...) {}
+  explicit OutgoingStream(Arguments&&... arguments)
+      : _next(std::forward<Arguments>(arguments)...) {}
 
   executor_type get_executor() noexcept { return _next.get_executor(); }
   NextLayer& next_layer() noexcept { return _next; }
@@ -50,9 +51,8 @@ public:
       }
       const auto size = gathered.size() - before;
       wake();
-      boost::asio::post(get_executor(),
-                        boost::beast::bind_front_handler(std::move(done),
-                                                         boost::system::error_code(), size));
+      boost::asio::post(get_executor(), boost::beast::bind_front_handler(
+                                            std::move(done), boost::system::error_code(), size));
     };
     return boost::asio::async_initiate<Handler, void(boost::system::error_code, std::size_t)>(
         begin, handler, buffers);

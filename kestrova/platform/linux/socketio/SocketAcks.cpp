@@ -65,10 +65,10 @@ void SocketAcks::close() {
 
 void SocketAcks::arm(Time deadline) {
   const auto wait = std::chrono::ceil<std::chrono::milliseconds>(deadline - _scheduler->now());
-  auto timer = _scheduler->after(std::max(wait, std::chrono::milliseconds(0)),
-                                 [weak = weak_from_this()] {
-                                   if (auto self = weak.lock()) self->expire();
-                                 });
+  auto timer =
+      _scheduler->after(std::max(wait, std::chrono::milliseconds(0)), [weak = weak_from_this()] {
+        if (auto self = weak.lock()) self->expire();
+      });
   std::scoped_lock held(_lock);
   // Somebody may have armed an earlier one meanwhile: then that one stays and ours goes.
   if (_armedFor == deadline && !_closed) _timer.swap(timer);

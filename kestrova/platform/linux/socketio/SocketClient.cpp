@@ -134,7 +134,9 @@ void SocketClient::on(SocketClientEvent event, ClientHandler handler) {
   _handlers.add(event, std::move(handler));
 }
 
-void SocketClient::onAny(AnyHandler handler) { _handlers.addAny(std::move(handler)); }
+void SocketClient::onAny(AnyHandler handler) {
+  _handlers.addAny(std::move(handler));
+}
 
 void SocketClient::removeAllHandlers() {
   const auto mark = _handlers.mark();

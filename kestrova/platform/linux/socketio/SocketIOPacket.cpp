@@ -53,7 +53,9 @@ void appendHead(std::string& text, const SocketItems& items, char plain, char bi
   text += '[';
 }
 
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
+bool isDigit(char c) {
+  return c >= '0' && c <= '9';
+}
 
 /// Takes a number off the front; false when it is out of range.
 bool takeNumber(std::string_view& text, std::uint64_t& number) {
@@ -91,8 +93,12 @@ std::optional<EncodedPacket> encodeAck(std::uint64_t id, SocketItems items) {
   return packet;
 }
 
-EncodedPacket encodeConnect() { return {"40", {}}; }
-EncodedPacket encodeDisconnect() { return {"41", {}}; }
+EncodedPacket encodeConnect() {
+  return {"40", {}};
+}
+EncodedPacket encodeDisconnect() {
+  return {"41", {}};
+}
 
 struct SocketIODecoder::Header {
   SocketIOType type = SocketIOType::event;

@@ -33,7 +33,8 @@ double chance() {
 }  // namespace
 
 std::chrono::milliseconds reconnectDelay(const LinkOptions& options, int attempt, double chance) {
-  const auto most = static_cast<double>(std::max<std::int64_t>(0, options.reconnectWaitMax.count()));
+  const auto most =
+      static_cast<double>(std::max<std::int64_t>(0, options.reconnectWaitMax.count()));
   const auto first = static_cast<double>(std::max<std::int64_t>(0, options.reconnectWait.count()));
   const double wait = std::min(most, std::ldexp(first, std::min(attempt, 62)));
   const double jittered = std::min(most, wait * (1 + chance / 2));
@@ -82,7 +83,9 @@ void SocketLink::release() {
 
 // ---- From the connection -----------------------------------------------------------------------
 
-void SocketLink::engineOpened() { _connection->send(encodeConnect()); }
+void SocketLink::engineOpened() {
+  _connection->send(encodeConnect());
+}
 
 void SocketLink::engineText(std::string_view message) {
   SocketIOPacket packet;

@@ -10,8 +10,8 @@
 
 namespace kestrova {
 
-/// What a `SocketLink` tells its owner, on the link's strand. `session` is the number that the owner
-/// gave to `start`.
+/// What a `SocketLink` tells its owner, on the link's strand. `session` is the number that the
+/// owner gave to `start`.
 class SocketLinkListener {
 public:
   virtual ~SocketLinkListener() = default;

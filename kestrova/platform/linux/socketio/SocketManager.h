@@ -27,8 +27,8 @@ struct SocketManagerOptions {
 /// A Socket.IO 5 client over Engine.IO 4 on a WebSocket, with TLS for https and wss.
 ///
 /// Network work runs on `io`, one piece at a time. Certificates are always verified, against the
-/// system's authorities or those that `SSL_CERT_FILE` and `SSL_CERT_DIR` name. Nothing when `url` is
-/// no http, https, ws or wss URL. Protocols: Engine.IO protocol 4 and Socket.IO protocol 5.
+/// system's authorities or those that `SSL_CERT_FILE` and `SSL_CERT_DIR` name. Nothing when `url`
+/// is no http, https, ws or wss URL. Protocols: Engine.IO protocol 4 and Socket.IO protocol 5.
 std::shared_ptr<SocketManager> makeSocketManager(const std::string& url, SocketManagerConfig config,
                                                  boost::asio::any_io_executor io,
                                                  SocketManagerOptions options = {});

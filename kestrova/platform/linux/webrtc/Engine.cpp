@@ -158,6 +158,8 @@ std::shared_ptr<RTCAudioTrack> Engine::audioTrack(const std::shared_ptr<RTCAudio
   return AudioTrack::make(shared_from_this(), track, trackId);
 }
 
-std::shared_ptr<RTCPeerConnectionFactory> sharedPeerConnectionFactory() { return Engine::shared(); }
+std::shared_ptr<RTCPeerConnectionFactory> sharedPeerConnectionFactory() {
+  return Engine::shared();
+}
 
 }  // namespace kestrova

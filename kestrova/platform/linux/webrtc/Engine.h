@@ -11,8 +11,8 @@
 
 namespace kestrova {
 
-/// libwebrtc with its threads. Everything made by it holds it; what it hands to its threads does not,
-/// so that the last holder may let go anywhere, on a thread of the engine included.
+/// libwebrtc with its threads. Everything made by it holds it; what it hands to its threads does
+/// not, so that the last holder may let go anywhere, on a thread of the engine included.
 class Engine final : public RTCPeerConnectionFactory, public std::enable_shared_from_this<Engine> {
 public:
   static std::shared_ptr<Engine> shared();

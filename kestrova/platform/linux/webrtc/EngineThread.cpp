@@ -54,7 +54,11 @@ bool inEngineCallback() {
   return deliveries > 0 || rtc::Thread::Current() || webrtc::TaskQueueBase::Current();
 }
 
-EngineCallback::EngineCallback() { ++deliveries; }
-EngineCallback::~EngineCallback() { --deliveries; }
+EngineCallback::EngineCallback() {
+  ++deliveries;
+}
+EngineCallback::~EngineCallback() {
+  --deliveries;
+}
 
 }  // namespace kestrova

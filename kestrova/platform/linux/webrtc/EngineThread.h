@@ -13,8 +13,8 @@
 
 namespace kestrova {
 
-/// The one thread from which the engine is driven. Its work may wait for the engine, which therefore
-/// never waits for it.
+/// The one thread from which the engine is driven. Its work may wait for the engine, which
+/// therefore never waits for it.
 class EngineThread {
 public:
   EngineThread();
@@ -36,7 +36,8 @@ public:
     return result.get();
   }
 
-  /// As `run`, but where waiting could stop the engine (see `inEngineCallback`) the block runs later.
+  /// As `run`, but where waiting could stop the engine (see `inEngineCallback`) the block runs
+  /// later.
   void runOrPost(Work work);
 
 private:

@@ -6,8 +6,8 @@
 
 namespace kestrova {
 
-/// The process's engine: made on first use, together with its threads, and gone once nothing made by
-/// it is left. Any thread.
+/// The process's engine: made on first use, together with its threads, and gone once nothing made
+/// by it is left. Any thread.
 std::shared_ptr<RTCPeerConnectionFactory> sharedPeerConnectionFactory();
 
 }  // namespace kestrova

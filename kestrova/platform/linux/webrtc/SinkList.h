@@ -7,7 +7,7 @@
 
 namespace kestrova {
 
-/// Weakly held sinks. Thread-safe; sinks are called with no lock held.
+/// Weakly held sinks. Thread-safe unless stated; sinks are called with no lock held.
 template <class Sink>
 class SinkList {
 public:
@@ -33,11 +33,16 @@ public:
     return _sinks.empty();
   }
 
-  /// The live sinks, in the order they were added. `into` is reused to save an allocation per call.
-  void snapshot(std::vector<std::shared_ptr<Sink>>& into) {
-    std::scoped_lock held(_lock);
-    for (const auto& sink : _sinks)
-      if (auto live = sink.lock()) into.push_back(std::move(live));
+  /// Calls `call` with each live sink in the order they were added. One thread at a time.
+  template <class Call>
+  void forEach(const Call& call) {
+    {
+      std::scoped_lock held(_lock);
+      for (const auto& sink : _sinks)
+        if (auto live = sink.lock()) _live.push_back(std::move(live));
+    }
+    for (const auto& sink : _live) call(*sink);
+    _live.clear();
   }
 
 private:
@@ -46,7 +51,8 @@ private:
   }
 
   std::mutex _lock;
-  std::vector<std::weak_ptr<Sink>> _sinks;
+  std::vector<std::weak_ptr<Sink>> _sinks;   // under _lock
+  std::vector<std::shared_ptr<Sink>> _live;  // the delivering thread; kept for its memory
 };
 
 }  // namespace kestrova

@@ -2,9 +2,9 @@
 #include <kestrova/platform/linux/webrtc/Sources.h>
 #include <kestrova/platform/linux/webrtc/VideoBuffers.h>
 
+#include <api/make_ref_counted.h>
 #include <api/notifier.h>
 #include <media/base/adapted_video_track_source.h>
-#include <api/make_ref_counted.h>
 #include <rtc_base/time_utils.h>
 #include <rtc_base/timestamp_aligner.h>
 
@@ -65,8 +65,7 @@ public:
     if (!isSane(view)) return;
     const auto now = rtc::TimeMicros();
     const bool clockIsSane = std::abs(frame.timestampUs) <= kLargestTimestampUs;
-    const auto time =
-        _aligner.TranslateTimestamp(clockIsSane ? frame.timestampUs : now, now);
+    const auto time = _aligner.TranslateTimestamp(clockIsSane ? frame.timestampUs : now, now);
 
     int outWidth, outHeight, cropWidth, cropHeight, cropX, cropY;
     if (!AdaptFrame(view.width, view.height, time, &outWidth, &outHeight, &cropWidth, &cropHeight,
@@ -90,7 +89,9 @@ VideoSource::VideoSource(std::shared_ptr<Engine> engine)
     : _engine(std::move(engine)), _adapter(rtc::make_ref_counted<Adapter>()) {}
 VideoSource::~VideoSource() = default;
 
-webrtc::VideoTrackSourceInterface& VideoSource::engineSource() { return *_adapter; }
+webrtc::VideoTrackSourceInterface& VideoSource::engineSource() {
+  return *_adapter;
+}
 
 void VideoSource::adaptOutputFormat(int width, int height, int fps) {
   _adapter->limit(width, height, fps);
@@ -129,12 +130,15 @@ private:
   std::vector<webrtc::AudioTrackSinkInterface*> _sinks;
 };
 
-// The constraints speak of processing, which is the recorder's business: samples are taken as given.
+// The constraints speak of processing, which is the recorder's business: samples are taken as
+// given.
 AudioSource::AudioSource(std::shared_ptr<Engine> engine, const std::map<std::string, std::string>&)
     : _engine(std::move(engine)), _feed(rtc::make_ref_counted<Feed>()) {}
 AudioSource::~AudioSource() = default;
 
-webrtc::AudioSourceInterface& AudioSource::engineSource() { return *_feed; }
+webrtc::AudioSourceInterface& AudioSource::engineSource() {
+  return *_feed;
+}
 
 void AudioSource::onData(const AudioData& data) {
   const bool isSane = data.samples && data.sampleRate >= 8000 && data.sampleRate <= 48000 &&

@@ -6,18 +6,6 @@
 #include <utility>
 
 namespace kestrova {
-namespace {
-
-/// Hands `data` to every live sink; a sink that lets go of its track or transport meanwhile is safe.
-template <class Sink, class Call>
-void forEachSink(SinkList<Sink>& sinks, Call call) {
-  EngineCallback delivering;
-  std::vector<std::shared_ptr<Sink>> live;
-  sinks.snapshot(live);
-  for (const auto& sink : live) call(*sink);
-}
-
-}  // namespace
 
 // ---- video -------------------------------------------------------------------------------------
 
@@ -25,7 +13,9 @@ struct VideoTrack::Feed final : rtc::VideoSinkInterface<webrtc::VideoFrame> {
   void OnFrame(const webrtc::VideoFrame& frame) override {
     if (sinks.empty()) return;
     const auto own = frameOf(frame);
-    if (own.buffer) forEachSink(sinks, [&](VideoSink& sink) { sink.onFrame(own); });
+    if (!own.buffer) return;
+    EngineCallback delivering;
+    sinks.forEach([&](VideoSink& sink) { sink.onFrame(own); });
   }
   SinkList<VideoSink> sinks;
   bool registered = false;  // engine thread
@@ -91,7 +81,8 @@ struct AudioTrack::Feed final : webrtc::AudioTrackSinkInterface {
       silence.assign(channels * frames, 0);
       data.samples = silence.data();
     }
-    forEachSink(sinks, [&](AudioSink& sink) { sink.onData(data); });
+    EngineCallback delivering;
+    sinks.forEach([&](AudioSink& sink) { sink.onData(data); });
   }
   SinkList<AudioSink> sinks;
   std::atomic<bool> enabled{true};
@@ -119,7 +110,9 @@ AudioTrack::~AudioTrack() {
   });
 }
 
-bool AudioTrack::isEnabled() const { return _feed->enabled; }
+bool AudioTrack::isEnabled() const {
+  return _feed->enabled;
+}
 
 void AudioTrack::setEnabled(bool enabled) {
   _feed->enabled = enabled;

@@ -14,8 +14,8 @@ namespace kestrova {
 rtc::scoped_refptr<webrtc::I420BufferInterface> engineBuffer(
     const std::shared_ptr<const VideoFrameBuffer>& buffer);
 
-/// A picture of the engine as ours, without a copy where it is I420 already. Its buffer is empty when
-/// the engine cannot convert it.
+/// A picture of the engine as ours, without a copy where it is I420 already. Its buffer is empty
+/// when the engine cannot convert it.
 VideoFrame frameOf(const webrtc::VideoFrame& frame);
 
 }  // namespace kestrova

@@ -1,0 +1,109 @@
+#include "MeetingWatcher.h"
+
+#include <utility>
+
+namespace kestrova::meet {
+
+void MeetingWatcher::start(const Meeting& meeting) {
+  _started = Clock::now();
+  _state = "CONNECTING";
+  _local = makePerson(meeting.localParticipant());
+}
+
+std::chrono::milliseconds MeetingWatcher::elapsed() const {
+  return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - _started);
+}
+
+void MeetingWatcher::tell(std::string_view event, Dictionary details, const std::string& line) {
+  details["ms"] = elapsed().count();
+  _report.happened(event, details, line);
+}
+
+std::shared_ptr<Person> MeetingWatcher::makePerson(
+    const std::shared_ptr<Participant>& participant) {
+  Person::Teller teller = [weak = weak_from_this()](std::string_view event, Dictionary details,
+                                                    std::string line) {
+    if (const auto self = weak.lock()) self->tell(event, std::move(details), line);
+  };
+  return Person::make(participant, std::move(teller));
+}
+
+void MeetingWatcher::measure() {
+  const auto now = Clock::now();
+  if (_local) _local->measure(now);
+  for (const auto& person : _remotes) person->measure(now);
+}
+
+Sample MeetingWatcher::sample() const {
+  Sample sample{.elapsed = elapsed(), .state = _state};
+  if (_local) sample.people.push_back(_local->row());
+  for (const auto& person : _remotes) sample.people.push_back(person->row());
+  return sample;
+}
+
+void MeetingWatcher::onMeetingJoined(const std::optional<std::string>&) {
+  if (!_joinedAfter) _joinedAfter = elapsed();
+  _state = "JOINED";
+  tell("joined", {}, "joined");
+  _course.joined();
+}
+
+void MeetingWatcher::onMeetingLeft(LeaveReason reason) {
+  _state = "LEFT";
+  const std::string why(message(reason));
+  tell("left", {{"reason", rawValue(reason)}, {"message", why}}, "left: " + why);
+  _course.over(reason);
+}
+
+void MeetingWatcher::onMeetingStateChanged(MeetingState meetingState) {
+  _state = name(meetingState);
+  // The connection came back under a joined meeting.
+  if (_joinedAfter && meetingState == MeetingState::CONNECTED) _state = "JOINED";
+  tell("state", {{"state", name(meetingState)}}, std::string(name(meetingState)));
+  _course.stateChanged(meetingState);
+}
+
+void MeetingWatcher::onError(const KestrovaError& error) {
+  const auto line = "error " + std::to_string(error.rawValue()) + " " +
+                    std::string(error.constantName()) + ": " + error.message();
+  tell("error",
+       {{"code", error.rawValue()}, {"name", error.constantName()}, {"message", error.message()}},
+       line);
+  _course.failed(error);
+}
+
+void MeetingWatcher::onSocketError(const std::string& message) {
+  tell("socketError", {{"message", message}}, "connection: " + message);
+}
+
+void MeetingWatcher::onEntryResponded(const std::string& id, const std::string& decision) {
+  tell("entry", {{"id", id}, {"decision", decision}}, "entry " + decision);
+  const bool mine = _local && _local->row().id == id;
+  if (mine && decision == "denied") _course.entryDenied();
+}
+
+void MeetingWatcher::onParticipantJoined(const std::shared_ptr<Participant>& participant) {
+  auto& person = _remotesById[participant->id()];
+  if (person) {
+    person->came(participant);
+    return;
+  }
+  tell("participantJoined", {{"id", participant->id()}, {"name", participant->displayName()}},
+       participant->displayName() + " is there");
+  person = makePerson(participant);
+  _remotes.push_back(person);
+}
+
+void MeetingWatcher::onParticipantLeft(const std::shared_ptr<Participant>& participant,
+                                       LeaveReason reason) {
+  tell("participantLeft",
+       {{"id", participant->id()},
+        {"name", participant->displayName()},
+        {"reason", rawValue(reason)},
+        {"message", message(reason)}},
+       participant->displayName() + " left");
+  const auto found = _remotesById.find(participant->id());
+  if (found != _remotesById.end()) found->second->left();
+}
+
+}  // namespace kestrova::meet

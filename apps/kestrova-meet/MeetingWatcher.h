@@ -1,0 +1,69 @@
+#pragma once
+
+#include <kestrova/session/Meeting.h>
+
+#include "Person.h"
+#include <map>
+#include <memory>
+#include <vector>
+
+namespace kestrova::meet {
+
+/// What `MeetingWatcher` hears that decides about the program's course.
+class MeetingCourse {
+public:
+  virtual ~MeetingCourse() = default;
+  virtual void joined() = 0;
+  virtual void stateChanged(MeetingState state) = 0;
+  virtual void failed(const KestrovaError& error) = 0;
+  virtual void entryDenied() = 0;
+  virtual void over(LeaveReason reason) = 0;
+};
+
+/// Keeps track of who is in the meeting and reports what happens in it. Main queue only.
+class MeetingWatcher final : public MeetingEventListener,
+                             public std::enable_shared_from_this<MeetingWatcher> {
+public:
+  using Clock = std::chrono::steady_clock;
+
+  /// \param report \param course must outlive the watcher
+  MeetingWatcher(Report& report, MeetingCourse& course) : _report(report), _course(course) {}
+  /// Right before the join.
+  void start(const Meeting& meeting);
+
+  void measure();
+  Sample sample() const;
+  std::optional<std::chrono::milliseconds> joinedAfter() const { return _joinedAfter; }
+  Clock::time_point started() const { return _started; }
+  const std::vector<std::shared_ptr<Person>>& remotes() const { return _remotes; }
+
+  void onMeetingJoined(const std::optional<std::string>& switchMeetingId) override;
+  void onMeetingLeft(LeaveReason reason) override;
+  void onMeetingStateChanged(MeetingState meetingState) override;
+  void onError(const KestrovaError& error) override;
+  void onSocketError(const std::string& message) override;
+  void onEntryResponded(const std::string& id, const std::string& decision) override;
+  void onParticipantJoined(const std::shared_ptr<Participant>& participant) override;
+  void onParticipantLeft(const std::shared_ptr<Participant>& participant,
+                         LeaveReason reason) override;
+
+private:
+  using MeetingEventListener::onMeetingJoined;
+  using MeetingEventListener::onMeetingLeft;
+  using MeetingEventListener::onParticipantLeft;
+
+  std::chrono::milliseconds elapsed() const;
+  void tell(std::string_view event, Dictionary details, const std::string& line);
+  std::shared_ptr<Person> makePerson(const std::shared_ptr<Participant>& participant);
+
+  Report& _report;
+  MeetingCourse& _course;
+  Clock::time_point _started = Clock::now();
+  std::optional<std::chrono::milliseconds> _joinedAfter;
+  std::string _state = "NEW";
+  std::shared_ptr<Person> _local;
+  std::vector<std::shared_ptr<Person>> _remotes;  // in the order of their coming
+  std::map<std::string, std::shared_ptr<Person>> _remotesById;
+};
+
+}  // namespace kestrova::meet

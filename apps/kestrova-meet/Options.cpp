@@ -1,0 +1,183 @@
+#include "Options.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <fstream>
+#include <string_view>
+
+namespace kestrova::meet {
+namespace {
+
+constexpr int mostExpected = 1000;
+constexpr std::chrono::hours longestDuration{24 * 365};
+// Above it a tone can't be carried by every sampling rate; below it nobody hears it.
+constexpr double lowestTone = 20, highestTone = 8000;
+
+template <class Number>
+std::optional<Number> number(std::string_view text) {
+  Number value{};
+  const auto* end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, value);
+  if (error != std::errc() || stop != end || text.empty()) return std::nullopt;
+  return value;
+}
+
+std::chrono::milliseconds duration(std::string_view text) {
+  struct Unit {
+    std::string_view name;
+    double milliseconds;
+  };
+  constexpr Unit units[] = {{"ms", 1}, {"s", 1000}, {"m", 60'000}, {"h", 3'600'000}, {"", 1000}};
+  for (const auto& unit : units) {
+    if (!text.ends_with(unit.name)) continue;
+    const auto value = number<double>(text.substr(0, text.size() - unit.name.size()));
+    const double total = value.value_or(-1) * unit.milliseconds;
+    const double longest = std::chrono::duration<double, std::milli>(longestDuration).count();
+    if (!(total > 0) || total > longest) break;
+    return std::chrono::milliseconds(std::llround(std::ceil(total)));
+  }
+  throw UsageError("--duration takes a time such as 10s, 500ms or 2m, not \"" + std::string(text) +
+                   "\"");
+}
+
+std::string oneOf(std::string_view flag, const std::string& value,
+                  std::initializer_list<std::string_view> allowed) {
+  if (std::find(allowed.begin(), allowed.end(), value) != allowed.end()) return value;
+  std::string list;
+  for (const auto choice : allowed) list += (list.empty() ? "" : ", ") + std::string(choice);
+  throw UsageError(std::string(flag) + " is one of " + list + ", not \"" + value + "\"");
+}
+
+double tone(const std::string& value) {
+  const auto hertz = number<double>(value);
+  if (!hertz || !(*hertz >= lowestTone && *hertz <= highestTone))
+    throw UsageError("--tone-hz takes a frequency from 20 to 8000");
+  return *hertz;
+}
+
+int expectation(const std::string& value) {
+  const auto count = number<int>(value);
+  if (!count || *count < 0 || *count > mostExpected)
+    throw UsageError("--expect takes a number of participants from 0 to 1000");
+  return *count;
+}
+
+Mode mode(const std::string& value) {
+  const auto found = modeFromText(value);
+  if (!found)
+    throw UsageError(
+        "--mode is one of SEND_AND_RECV, RECV_ONLY, SIGNALLING_ONLY, CONFERENCE, "
+        "VIEWER, not \"" +
+        value + "\"");
+  return *found;
+}
+
+struct Row {
+  std::string_view flag;
+  std::string_view value;  ///< empty for a switch
+  std::string_view help;
+  void (*apply)(Options&, const std::string&);
+};
+
+constexpr Row rows[] = {
+    {"--service", "HOST:PORT", "the meeting service",
+     [](Options& o, const std::string& v) { o.service = v; }},
+    {"--meeting", "ID", "the meeting to join",
+     [](Options& o, const std::string& v) { o.meeting = v; }},
+    {"--name", "NAME", "what the others see (Guest)",
+     [](Options& o, const std::string& v) { o.name = v; }},
+    {"--participant", "ID", "participant id (made up)",
+     [](Options& o, const std::string& v) { o.participant = v; }},
+    {"--token", "TOKEN", "access token; others on this machine may see it in the process list",
+     [](Options& o, const std::string& v) { o.token = v; }},
+    {"--token-file", "FILE", "file with the access token; without either, KESTROVA_TOKEN",
+     [](Options& o, const std::string& v) { o.tokenFile = v; }},
+    {"--mode", "MODE", "SEND_AND_RECV, RECV_ONLY or SIGNALLING_ONLY (SEND_AND_RECV)",
+     [](Options& o, const std::string& v) { o.mode = mode(v); }},
+    {"--camera", "KIND", "pattern, none or default (pattern)",
+     [](Options& o, const std::string& v) {
+       o.capture.camera = oneOf("--camera", v, {"pattern", "none", "default"});
+     }},
+    {"--mic", "KIND", "tone, none or default (tone)",
+     [](Options& o, const std::string& v) {
+       o.capture.microphone = oneOf("--mic", v, {"tone", "none", "default"});
+     }},
+    {"--tone-hz", "HZ", "pitch of the tone (440)",
+     [](Options& o, const std::string& v) { o.capture.toneHz = tone(v); }},
+    {"--duration", "TIME", "leave this long after the join: 10s, 500ms, 2m",
+     [](Options& o, const std::string& v) { o.duration = duration(v); }},
+    {"--snapshot", "DIR", "write the last picture of each remote participant there, as PNG",
+     [](Options& o, const std::string& v) { o.snapshot = v; }},
+    {"--expect", "N", "fail unless picture and sound of N participants came",
+     [](Options& o, const std::string& v) { o.expect = expectation(v); }},
+    {"--json", "", "events and a closing summary on standard output, a JSON object a line",
+     [](Options& o, const std::string&) { o.json = true; }},
+    {"--verbose", "", "the library's own log on standard error",
+     [](Options& o, const std::string&) { o.verbose = true; }},
+    {"--help", "", "this text", [](Options& o, const std::string&) { o.help = true; }},
+    {"--version", "", "the version", [](Options& o, const std::string&) { o.version = true; }},
+};
+
+std::string tokenFrom(const std::string& file) {
+  std::ifstream in(file);
+  std::string token;
+  if (!in || !(in >> token)) throw UsageError("no token can be read from " + file);
+  return token;
+}
+
+void require(const Options& options) {
+  if (options.service.empty()) throw UsageError("--service HOST:PORT is missing");
+  if (options.meeting.empty()) throw UsageError("--meeting ID is missing");
+  if (options.token.empty())
+    throw UsageError("no access token: set KESTROVA_TOKEN, or give --token-file or --token");
+}
+
+}  // namespace
+
+Options parseOptions(const std::vector<std::string>& arguments, const char* environmentToken) {
+  Options options;
+  for (std::size_t i = 0; i < arguments.size(); ++i) {
+    const auto& argument = arguments[i];
+    const auto equals = argument.find('=');
+    const auto flag = argument.substr(0, equals);
+    const auto* row = std::find_if(std::begin(rows), std::end(rows),
+                                   [&](const Row& known) { return known.flag == flag; });
+    if (row == std::end(rows)) throw UsageError("unknown argument " + flag);
+    const bool attached = equals != std::string::npos;
+    if (row->value.empty()) {
+      if (attached) throw UsageError(flag + " takes no value");
+      row->apply(options, {});
+    } else if (attached) {
+      row->apply(options, argument.substr(equals + 1));
+    } else {
+      if (++i == arguments.size()) throw UsageError(flag + " needs " + std::string(row->value));
+      row->apply(options, arguments[i]);
+    }
+  }
+  if (options.help || options.version) return options;
+  if (options.token.empty() && !options.tokenFile.empty())
+    options.token = tokenFrom(options.tokenFile);
+  if (options.token.empty() && environmentToken) options.token = environmentToken;
+  require(options);
+  return options;
+}
+
+std::string usageText() {
+  constexpr std::size_t column = 24;
+  std::string text =
+      "usage: kestrova-meet --service HOST:PORT --meeting ID [options]\n"
+      "Joins a meeting and shows who is there and how picture and sound flow. Ctrl-C leaves.\n\n";
+  for (const auto& row : rows) {
+    auto left = "  " + std::string(row.flag) + " " + std::string(row.value);
+    left.resize(std::max(column, left.size() + 1), ' ');
+    text += left + std::string(row.help) + "\n";
+  }
+  text +=
+      "\nExit status: 0 good, 1 too little picture or sound, 2 bad arguments, 3 not joined,\n"
+      "4 token refused, 5 ended by others, 130 Ctrl-C, 143 SIGTERM.\n"
+      "SSL_CERT_FILE names the authority of a service with a private certificate.\n";
+  return text;
+}
+
+}  // namespace kestrova::meet

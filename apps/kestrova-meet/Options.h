@@ -1,0 +1,44 @@
+#pragma once
+
+#include <kestrova/platform/Capture.h>
+#include <kestrova/signalling/MeetingTypes.h>
+
+#include <chrono>
+#include <filesystem>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace kestrova::meet {
+
+/// What the command line asks for.
+struct Options {
+  std::string service;
+  std::string meeting;
+  std::string name = "Guest";
+  std::string participant;
+  std::string token;
+  std::string tokenFile;
+  CaptureConfig capture{.camera = "pattern", .microphone = "tone"};
+  Mode mode = Mode::SEND_AND_RECV;
+  std::optional<std::chrono::milliseconds> duration;  ///< from the join; for ever without it
+  std::optional<std::filesystem::path> snapshot;
+  int expect = 0;
+  bool json = false;
+  bool verbose = false;
+  bool help = false;
+  bool version = false;
+};
+
+/// What is wrong with the command line, in one line.
+struct UsageError : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+/// \param environmentToken the text of KESTROVA_TOKEN, or null
+/// \throws UsageError
+Options parseOptions(const std::vector<std::string>& arguments, const char* environmentToken);
+std::string usageText();
+
+}  // namespace kestrova::meet

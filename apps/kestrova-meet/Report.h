@@ -1,0 +1,91 @@
+#pragma once
+
+#include <kestrova/platform/Values.h>
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kestrova::meet {
+
+struct Options;
+
+/// One participant as the table shows it.
+struct PersonRow {
+  std::string id;
+  std::string name;
+  bool local = false;
+  bool here = true;
+  std::vector<std::string> streams;  ///< "audio", "video", "share"
+  int width = 0;
+  int height = 0;
+  double fps = 0;
+  std::uint64_t frames = 0;
+  std::optional<double> kbps;
+  std::optional<double> levelDb;
+  std::optional<double> hertz;
+  std::optional<double> roundTripMs;
+};
+
+/// Everything the table shows, at one moment.
+struct Sample {
+  std::chrono::milliseconds elapsed{};  ///< since `join`
+  std::string state;
+  std::vector<PersonRow> people;  ///< this participant first
+};
+
+/// What was seen and heard of one remote participant in all.
+struct RemoteSummary {
+  std::string id;
+  std::string name;
+  std::uint64_t frames = 0;
+  int width = 0;
+  int height = 0;
+  std::optional<std::chrono::milliseconds> firstPicture;  ///< since `join`
+  bool soundHeard = false;
+  std::optional<double> hertz;
+  std::string snapshot;  ///< path, or empty
+
+  /// Whether picture and sound both came.
+  bool flowed() const { return frames >= leastFrames && soundHeard; }
+  /// Fewer may be one key frame and then nothing.
+  static constexpr std::uint64_t leastFrames = 10;
+};
+
+struct Summary {
+  std::string meeting;
+  std::string id;
+  std::string name;
+  std::optional<std::chrono::milliseconds> joined;  ///< from `join` to `onMeetingJoined`
+  std::vector<RemoteSummary> remotes;
+  int exitCode = 0;
+  std::string problem;  ///< why `exitCode` isn't 0; empty otherwise
+
+  std::size_t flowing() const;
+  Dictionary toJson() const;
+  /// Lines for people.
+  std::string text() const;
+};
+
+/// How the user is told. Called on the main queue.
+class Report {
+public:
+  virtual ~Report() = default;
+  /// \param event its name in JSON \param line the same for people
+  virtual void happened(std::string_view event, const Dictionary& details,
+                        const std::string& line) = 0;
+  /// The state of things, four times a second.
+  virtual void tick(const Sample& sample) = 0;
+  virtual void finished(const Summary& summary) = 0;
+};
+
+std::unique_ptr<Report> makeJsonReport();
+std::unique_ptr<Report> makeLineReport();
+/// A table redrawn in place; standard output must be a terminal.
+std::unique_ptr<Report> makeScreenReport(const Options& options);
+
+}  // namespace kestrova::meet

@@ -1,0 +1,210 @@
+#include "Session.h"
+
+#include <kestrova/session/Kestrova.h>
+
+#include "Snapshot.h"
+#include "Text.h"
+#include <algorithm>
+#include <array>
+#include <csignal>
+#include <set>
+#include <utility>
+
+namespace kestrova::meet {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto tickPeriod = 250ms;
+constexpr int ticksPerMeasure = 4;
+// A service that takes the connection and then says nothing would be waited for without an end.
+constexpr auto longestConnecting = 30s;
+constexpr auto longestLeaving = 3s;
+
+/// Codes with which a service says that the token doesn't open this meeting.
+constexpr std::array refusals = {4001, 4002, 4006, 4007, 4008, 4022, 4023, 4024, 4025, 4053};
+
+bool refusesToken(const KestrovaError& error) {
+  return std::find(refusals.begin(), refusals.end(), error.rawValue()) != refusals.end();
+}
+
+}  // namespace
+
+Session::Session(boost::asio::io_context& loop, const Options& options, Report& report)
+    : _loop(loop),
+      _options(options),
+      _report(report),
+      _signals(loop, SIGINT, SIGTERM),
+      _ticker(loop),
+      _deadline(loop),
+      _watcher(std::make_shared<MeetingWatcher>(report, *this)) {}
+
+Session::~Session() = default;
+
+Summary Session::run() {
+  awaitSignal();
+  Kestrova::setLogLevel(_options.verbose ? LogLevel::all : LogLevel::none);
+  Kestrova::configureCapture(_options.capture);
+  Kestrova::config(_options.token);
+  _meeting = Kestrova::initMeeting({.meetingId = _options.meeting,
+                                    .participantId = _options.participant,
+                                    .participantName = _options.name,
+                                    .micEnabled = _options.capture.microphone != "none",
+                                    .webcamEnabled = _options.capture.camera != "none",
+                                    .mode = _options.mode,
+                                    .signalingBaseUrl = _options.service});
+  _meeting->addEventListener(_watcher);
+  _watcher->start(*_meeting);
+  _deadline.expires_after(longestConnecting);
+  _deadline.async_wait([this](const boost::system::error_code& error) {
+    if (!error) end(exitNotJoined, _options.service + " doesn't answer");
+  });
+  _meeting->join();
+  tick();
+  _loop.run();
+
+  auto summary = summarise();
+  _meeting->removeAllEventListeners();
+  _meeting.reset();
+  return summary;
+}
+
+void Session::awaitSignal() {
+  _signals.async_wait([this](const boost::system::error_code& error, int signal) {
+    if (error) return;
+    _signals.clear();  // the next one ends the process
+    if (signal == SIGTERM)
+      end(exitTerminated, "terminated");
+    else
+      end(exitInterrupted, "interrupted");
+  });
+}
+
+void Session::tick() {
+  if (_ticks++ % ticksPerMeasure == 0) _watcher->measure();
+  _report.tick(_watcher->sample());
+  _ticker.expires_after(tickPeriod);
+  _ticker.async_wait([this](const boost::system::error_code& error) {
+    if (!error) tick();
+  });
+}
+
+// ---- The course of the meeting -----------------------------------------------------------------
+
+void Session::joined() {
+  if (std::exchange(_joined, true) || _ending) return;
+  _deadline.cancel();
+  if (!_options.duration) return;
+  _deadline.expires_after(*_options.duration);
+  _deadline.async_wait([this](const boost::system::error_code& error) {
+    if (!error) end(exitGood, {});
+  });
+}
+
+void Session::stateChanged(MeetingState state) {
+  // From here on the library has a time-out for every answer, and a moderator may take their time.
+  if (state == MeetingState::CONNECTED && !_joined && !_ending) _deadline.cancel();
+  if (state == MeetingState::FAILED)
+    end(exitNotJoined, "the meeting can't be joined at " + _options.service);
+}
+
+void Session::failed(const KestrovaError& error) {
+  if (_joined) return;
+  const auto line = std::to_string(error.rawValue()) + " " + std::string(error.constantName()) +
+                    ": " + error.message();
+  if (refusesToken(error))
+    end(exitRefused, "the service refused the token: " + line);
+  else if (error == KestrovaError::ERROR_UNABLE_TO_JOIN_MEETING)
+    end(exitNotJoined, "can't join at " + _options.service + ": " + line);
+}
+
+void Session::entryDenied() {
+  end(exitNotJoined, "entry to the meeting was denied");
+}
+
+void Session::over(LeaveReason reason) {
+  _over = true;
+  if (_ending) {
+    finish();
+    return;
+  }
+  const bool lost = reason == LeaveReason::websocketConnectionAttemptsExhausted ||
+                    reason == LeaveReason::websocketDisconnected;
+  const std::string why(message(reason));
+  if (!_joined)
+    end(exitNotJoined, "the meeting can't be joined: " + why);
+  else if (lost)
+    end(exitNotJoined, "the connection to the service was lost: " + why);
+  else
+    end(exitEnded, "the meeting ended: " + why);
+}
+
+void Session::end(ExitCode code, std::string problem) {
+  if (std::exchange(_ending, true)) return;
+  _code = code;
+  _problem = std::move(problem);
+  if (!_joined || _over) {
+    finish();
+    return;
+  }
+  _deadline.expires_after(longestLeaving);
+  _deadline.async_wait([this](const boost::system::error_code& error) {
+    if (!error) finish();
+  });
+  _meeting->leave();
+}
+
+void Session::finish() {
+  _ticker.cancel();
+  _deadline.cancel();
+  _signals.cancel();
+  _report.tick(_watcher->sample());
+  _loop.stop();
+}
+
+// ---- Afterwards --------------------------------------------------------------------------------
+
+Summary Session::summarise() {
+  Summary summary{.meeting = _options.meeting,
+                  .id = _meeting->localParticipant()->id(),
+                  .name = _options.name,
+                  .joined = _watcher->joinedAfter(),
+                  .exitCode = _code,
+                  .problem = _problem};
+  for (const auto& person : _watcher->remotes())
+    summary.remotes.push_back(person->summary(_watcher->started()));
+  if (_options.snapshot) writeSnapshots(summary);
+
+  const auto expected = static_cast<std::size_t>(_options.expect);
+  if (summary.exitCode == exitGood && summary.flowing() < expected) {
+    summary.exitCode = exitNoMedia;
+    summary.problem = "picture and sound came from " + std::to_string(summary.flowing()) + " of " +
+                      std::to_string(expected) + " expected participants";
+  }
+  return summary;
+}
+
+void Session::writeSnapshots(Summary& summary) {
+  std::set<std::string> taken;
+  try {
+    std::filesystem::create_directories(*_options.snapshot);
+    for (std::size_t i = 0; i < summary.remotes.size(); ++i) {
+      auto& remote = summary.remotes[i];
+      const auto frame = _watcher->remotes()[i]->lastPicture();
+      if (!frame.buffer) continue;
+      const auto base = fileNameOf(_options.name) + "-sees-" + fileNameOf(remote.name);
+      auto name = base;
+      for (int copy = 2; !taken.insert(name).second; ++copy)
+        name = base + "-" + std::to_string(copy);
+      const auto path = *_options.snapshot / (name + ".png");
+      writePng(frame, path);
+      remote.snapshot = path.string();
+    }
+  } catch (const std::exception& error) {
+    if (summary.exitCode != exitGood) return;
+    summary.exitCode = exitNoMedia;
+    summary.problem = error.what();
+  }
+}
+
+}  // namespace kestrova::meet

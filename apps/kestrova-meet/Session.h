@@ -1,0 +1,59 @@
+#pragma once
+
+#include <kestrova/session/Meeting.h>
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/signal_set.hpp>
+#include <boost/asio/steady_timer.hpp>
+
+#include "ExitCode.h"
+#include "MeetingWatcher.h"
+#include "Options.h"
+#include <memory>
+#include <string>
+
+namespace kestrova::meet {
+
+/// One run of the program: joins, stays as long as it should, leaves, and tells how it was.
+///
+/// Everything runs on one event loop, which is also the library's main queue.
+class Session final : public MeetingCourse {
+public:
+  /// \param loop adopted by the main queue \param report must outlive the session
+  Session(boost::asio::io_context& loop, const Options& options, Report& report);
+  ~Session() override;
+  /// Runs to the end of the meeting.
+  Summary run();
+
+  void joined() override;
+  void stateChanged(MeetingState state) override;
+  void failed(const KestrovaError& error) override;
+  void entryDenied() override;
+  void over(LeaveReason reason) override;
+
+private:
+  void awaitSignal();
+  void tick();
+  /// The first reason counts. Leaves first where there is something to leave.
+  void end(ExitCode code, std::string problem);
+  void finish();
+  Summary summarise();
+  void writeSnapshots(Summary& summary);
+
+  boost::asio::io_context& _loop;
+  const Options& _options;
+  Report& _report;
+  boost::asio::signal_set _signals;
+  boost::asio::steady_timer _ticker;
+  boost::asio::steady_timer _deadline;  // of the join, the stay or the leaving, in this order
+  std::shared_ptr<MeetingWatcher> _watcher;
+  std::shared_ptr<Meeting> _meeting;
+  int _ticks = 0;
+  bool _joined = false;
+  bool _over = false;
+  bool _ending = false;
+  ExitCode _code = exitGood;
+  std::string _problem;
+};
+
+}  // namespace kestrova::meet

@@ -1,0 +1,73 @@
+#pragma once
+
+#include "Senses.h"
+
+#include <kestrova/session/Kestrova.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace kestrova::test {
+
+/// One person in a meeting: joins it, notes what happens as lines of text, and watches and hears
+/// everybody else.
+class Attendee : public MeetingEventListener,
+                 public ParticipantEventListener,
+                 public std::enable_shared_from_this<Attendee> {
+public:
+  static constexpr std::chrono::seconds patience{20};
+
+  /// Makes the meeting, listens to it and joins.
+  static std::shared_ptr<Attendee> join(const std::string& token, InitMeetingOptions options);
+
+  std::shared_ptr<Meeting> meeting;
+  const std::shared_ptr<Picture> picture = std::make_shared<Picture>();
+  const std::shared_ptr<Sound> sound = std::make_shared<Sound>();
+  /// Runs with each line as it is noted, on the main queue.
+  std::function<void(const std::string& line)> onLine;
+
+  /// Waits until a line starts with `start`; false when patience runs out.
+  bool sees(const std::string& start);
+  bool waitUntil(const std::function<bool()>& condition);
+  std::vector<std::string> lines() const;
+  int count(const std::string& start) const;
+  void leaveAndWait();
+
+  using MeetingEventListener::onMeetingJoined;
+  using MeetingEventListener::onMeetingLeft;
+  using MeetingEventListener::onParticipantLeft;
+  void onMeetingJoined(const std::optional<std::string>& switchMeetingId) override;
+  void onMeetingLeft() override { note("left"); }
+  void onMeetingLeft(LeaveReason reason) override;
+  void onParticipantJoined(const std::shared_ptr<Participant>& participant) override;
+  void onParticipantLeft(const std::shared_ptr<Participant>& participant,
+                         LeaveReason reason) override;
+  void onSpeakerChanged(const std::optional<std::string>& participantId) override;
+  void onMeetingStateChanged(MeetingState state) override;
+  void onEntryResponded(const std::string& id, const std::string& decision) override;
+  void onEntryRequested(const std::string& id, const std::string& name, Action allow,
+                        Action deny) override;
+  void onError(const KestrovaError& error) override;
+  void onSocketError(const std::string& message) override { note("socket error " + message); }
+  void onStreamEnabled(const std::shared_ptr<MediaStream>& stream,
+                       const std::shared_ptr<Participant>& participant) override;
+  void onStreamDisabled(const std::shared_ptr<MediaStream>& stream,
+                        const std::shared_ptr<Participant>& participant) override;
+
+  /// What to do with people who ask to enter; nothing leaves them waiting.
+  std::optional<bool> letsPeopleIn;
+
+private:
+  void note(const std::string& line);
+
+  mutable std::mutex _lock;
+  std::condition_variable _changed;
+  std::vector<std::string> _lines;
+};
+
+}  // namespace kestrova::test

@@ -1,0 +1,157 @@
+#include "Attendee.h"
+#include "LocalService.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <thread>
+
+namespace kestrova::test {
+namespace {
+
+using testing::Contains;
+using testing::Not;
+using testing::StartsWith;
+
+class MeetingTest : public testing::Test {
+protected:
+  InitMeetingOptions person(const std::string& id, bool media = true) const {
+    return {.meetingId = "integration",
+            .participantId = id,
+            .participantName = id,
+            .micEnabled = media,
+            .webcamEnabled = media,
+            .signalingBaseUrl = service.address()};
+  }
+  std::shared_ptr<Attendee> joinWithTone(const std::string& id, double toneHz) {
+    Kestrova::configureCapture({.camera = "pattern", .microphone = "tone", .toneHz = toneHz});
+    auto attendee = Attendee::join(service.token(), person(id));
+    EXPECT_TRUE(attendee->sees("own video")) << testing::PrintToString(attendee->lines());
+    EXPECT_TRUE(attendee->sees("own audio"));
+    return attendee;
+  }
+
+  LocalService service;
+};
+
+TEST_F(MeetingTest, TwoPeopleSeeAndHearEachOther) {
+  const auto ada = joinWithTone("ada", 440);
+  const auto grace = joinWithTone("grace", 660);
+  const auto flows = [](const std::shared_ptr<Attendee>& me, double hz) {
+    return me->waitUntil([&] {
+      return me->picture->clocksRead > 30 && me->picture->width >= 1280 && me->sound->purity(hz) > 0.9;
+    });
+  };
+  EXPECT_TRUE(flows(ada, 660)) << ada->picture->frames << " pictures, " << ada->picture->clocksRead
+                               << " clocks, width " << ada->picture->width << ", purity "
+                               << ada->sound->purity(660);
+  EXPECT_TRUE(flows(grace, 440)) << grace->picture->frames << " pictures, "
+                                 << grace->picture->clocksRead << " clocks, width "
+                                 << grace->picture->width << ", purity " << grace->sound->purity(440);
+  EXPECT_EQ(ada->picture->clockWentBack, 0);
+  EXPECT_TRUE(ada->sees("speaker grace"));
+
+  grace->leaveAndWait();
+  EXPECT_TRUE(ada->sees("without grace manualLeaveCalled"));
+  EXPECT_EQ(ada->count("loses "), 2);
+  EXPECT_EQ(grace->count("left"), 2);
+  EXPECT_EQ(grace->meeting->meetingState(), MeetingState::DISCONNECTED);
+  ada->leaveAndWait();
+}
+
+TEST_F(MeetingTest, RefusedTokensFailTheJoinWithTheServicesCode) {
+  const auto expired = Attendee::join(service.token("--expires -1h"), person("ada", false));
+  EXPECT_TRUE(expired->sees("state FAILED"));
+  EXPECT_THAT(expired->lines(), Contains("error 4002 INVALID_TOKEN"));
+  const auto elsewhere = Attendee::join(service.token("--meeting other"), person("ada", false));
+  EXPECT_TRUE(elsewhere->sees("state FAILED"));
+  EXPECT_THAT(elsewhere->lines(), Contains("error 4022 UNAUTHORIZED_MEETING_ID"));
+}
+
+TEST_F(MeetingTest, AnUntrustedCertificateFailsTheJoin) {
+  ::unsetenv("SSL_CERT_FILE");
+  const auto ada = Attendee::join(service.token(), person("ada", false));
+  EXPECT_TRUE(ada->sees("state FAILED"));
+  EXPECT_THAT(ada->lines(), Contains("error 3047 ERROR_UNABLE_TO_JOIN_MEETING"));
+}
+
+TEST_F(MeetingTest, AHostDecidesWhoEnters) {
+  const auto host = Attendee::join(service.token("--permissions allow_mod"), person("host", false));
+  ASSERT_TRUE(host->sees("joined"));
+  host->letsPeopleIn = true;
+  const auto asking = service.token("--permissions ask_join");
+  const auto guest = Attendee::join(asking, person("guest", false));
+  EXPECT_TRUE(guest->sees("joined"));
+  EXPECT_THAT(guest->lines(), Contains("entry guest allowed"));
+  EXPECT_TRUE(host->sees("with guest"));
+
+  host->letsPeopleIn = false;
+  const auto stranger = Attendee::join(asking, person("stranger", false));
+  EXPECT_TRUE(stranger->sees("entry stranger denied"));
+  EXPECT_THAT(stranger->lines(), Not(Contains("joined")));
+  EXPECT_THAT(host->lines(), Not(Contains("with stranger")));
+}
+
+TEST_F(MeetingTest, EndingTheMeetingSendsEverybodyAway) {
+  const auto ada = Attendee::join(service.token(), person("ada", false));
+  ASSERT_TRUE(ada->sees("joined"));
+  const auto grace = Attendee::join(service.token(), person("grace", false));
+  ASSERT_TRUE(grace->sees("joined"));
+  ada->meeting->end();
+  for (const auto& attendee : {ada, grace}) {
+    EXPECT_TRUE(attendee->sees("left roomClose")) << testing::PrintToString(attendee->lines());
+    EXPECT_EQ(attendee->count("left"), 2);
+  }
+}
+
+TEST_F(MeetingTest, LeavingFromInsideCallbacksWorks) {
+  const auto ada = joinWithTone("ada", 440);
+  const auto eager = std::make_shared<std::atomic<bool>>(false);
+  for (const std::string moment : {"joined", "own video", "gets video", "entry "}) {
+    const auto grace = std::make_shared<Attendee>();
+    Kestrova::config(service.token());
+    grace->meeting = Kestrova::initMeeting(person("grace"));
+    grace->onLine = [weak = std::weak_ptr(grace), moment](const std::string& line) {
+      if (line.rfind(moment, 0) != 0) return;
+      // Before the join is done leave() is refused: letting go must be enough then.
+      const auto self = weak.lock();
+      self->meeting->leave();
+      self->meeting.reset();
+    };
+    grace->meeting->addEventListener(grace);
+    grace->meeting->localParticipant()->addEventListener(grace);
+    grace->meeting->join();
+    EXPECT_TRUE(grace->sees(moment)) << testing::PrintToString(grace->lines());
+    EXPECT_TRUE(ada->waitUntil([&] { return ada->meeting->participants().empty(); })) << moment;
+  }
+  EXPECT_EQ(ada->count("error"), 0);
+}
+
+TEST_F(MeetingTest, RubbishFromTheServiceIsDroppedAndTheMeetingLivesOn) {
+  const auto ada = joinWithTone("ada", 440);
+  const auto rubbish = [&](Dictionary body) {
+    body["roomId"] = "integration";
+    body["peerId"] = "ada";
+    const auto answer = service.control("emit", body);
+    EXPECT_TRUE(boolean(answer, "ok", false)) << boost::json::serialize(answer);
+  };
+  for (const char* method : {"newConsumer", "newPeer", "peerClosed", "consumerClosed",
+                             "activeSpeaker", "entryResponded", "pinStateChanged", "nonsense"}) {
+    for (const auto& data : List{nullptr, 7, "text", List{}, Dictionary{},
+                                 Dictionary{{"id", 1e300}, {"peerId", List{1}}, {"kind", false}}})
+      rubbish({{"event", "notification"}, {"payload", {{"method", method}, {"data", data}}}});
+  }
+  for (const auto& payload : List{nullptr, -1, "x", List{List{}}, Dictionary{}})
+    for (const char* event : {"notification", "batchNotification", "newConsumer", "statsData", "?"})
+      rubbish({{"event", event}, {"payload", payload}});
+  // None of this may cost the picture or the sound.
+  const auto grace = joinWithTone("grace", 660);
+  EXPECT_TRUE(ada->waitUntil([&] { return ada->picture->clocksRead > 10; }));
+  EXPECT_TRUE(grace->waitUntil([&] { return grace->picture->clocksRead > 10; }));
+  EXPECT_THAT(ada->lines(), Not(Contains(StartsWith("left"))));
+  grace->leaveAndWait();
+  ada->leaveAndWait();
+}
+
+}  // namespace
+}  // namespace kestrova::test

@@ -1,0 +1,146 @@
+#include <gtest/gtest.h>
+
+#include "NodeServer.h"
+#include "Probe.h"
+#include <thread>
+
+namespace kestrova::test {
+namespace {
+
+using namespace std::chrono_literals;
+
+/// The first words of lines, so that attempts whose number is up to chance can be compared.
+std::vector<std::string> kinds(const std::vector<std::string>& lines) {
+  std::vector<std::string> words;
+  for (const auto& line : lines) words.push_back(line.substr(0, line.find(' ')));
+  return words;
+}
+
+std::string portOption(int port) {
+  return "\"port\":" + std::to_string(port);
+}
+
+TEST(SocketIOLoss, isFollowedByAttemptsAndThenByTheEnd) {
+  NodeServer server;
+  auto config = Probe::quickConfig();
+  config.reconnectAttempts = 3;
+  Probe probe(server.url(), config);
+  ASSERT_TRUE(probe.connect());
+  const auto start = std::chrono::steady_clock::now();
+  server.kill();
+  ASSERT_TRUE(probe.log->waitFor("disconnect"));
+  EXPECT_GE(std::chrono::steady_clock::now() - start, 10ms + 20ms + 40ms);
+  const auto lines = probe.log->lines();
+  EXPECT_EQ(kinds(lines),
+            (std::vector<std::string>{"connect", "event", "reconnect", "reconnectAttempt",
+                                      "reconnectAttempt", "reconnectAttempt", "disconnect"}));
+  EXPECT_EQ(lines[3], "reconnectAttempt 3");
+  EXPECT_EQ(lines[5], "reconnectAttempt 1");
+  EXPECT_EQ(probe.client->status(), SocketIOStatus::disconnected);
+}
+
+TEST(SocketIOLoss, returnsToARestartedServerAndCountsAnew) {
+  auto server = std::make_unique<NodeServer>();
+  const int port = server->port();
+  auto config = Probe::quickConfig();
+  config.reconnectAttempts = 1000;
+  Probe probe(server->url(), config);
+  ASSERT_TRUE(probe.connect());
+  for (std::size_t round = 1; round <= 2; ++round) {
+    server->kill();
+    ASSERT_TRUE(probe.log->waitFor("reconnect ", round));
+    EXPECT_EQ(probe.client->status(), SocketIOStatus::connecting);
+    probe.client->emit("note", {json("\"lost\"")});
+    EXPECT_EQ(probe.ask("echo", {}, 1ms), SocketItems{json("\"NO ACK\"")});
+    server = std::make_unique<NodeServer>(portOption(port));
+    ASSERT_TRUE(probe.log->waitFor("event connectionSuccess", round + 1));
+    EXPECT_EQ(probe.log->count("reconnect "), round);
+    EXPECT_EQ(probe.log->count("reconnectAttempt 1000"), round);
+    const auto notes = probe.ask("notes");
+    EXPECT_EQ(notes, SocketItems{json("[]")});
+  }
+  EXPECT_EQ(probe.log->count("disconnect"), 0u);
+  EXPECT_EQ(probe.log->count("error"), 0u);
+}
+
+TEST(SocketIOLoss, pendingAcknowledgementsWaitForTheirTime) {
+  NodeServer server;
+  Probe probe(server.url());
+  ASSERT_TRUE(probe.connect());
+  Log answers;
+  probe.client->emitWithAck("nothing", {}, 300ms,
+                            [&](const SocketItems& items) { answers.add(show(items)); });
+  probe.client->emit("cut", {});
+  ASSERT_TRUE(probe.log->waitFor("event connectionSuccess", 2));
+  EXPECT_EQ(answers.lines().size(), 0u);
+  EXPECT_TRUE(answers.waitFor("\"NO ACK\""));
+}
+
+TEST(SocketIOLoss, silenceIsALoss) {
+  NodeServer server(R"("pingInterval":50,"pingTimeout":100)");
+  Probe probe(server.url());
+  ASSERT_TRUE(probe.connect());
+  const auto start = std::chrono::steady_clock::now();
+  server.stop();
+  ASSERT_TRUE(probe.log->waitFor("reconnect "));
+  EXPECT_GE(std::chrono::steady_clock::now() - start, 90ms);
+  EXPECT_EQ(probe.log->lines().at(2), R"(reconnect "ping timeout")");
+  server.resume();
+  EXPECT_TRUE(probe.log->waitFor("event connectionSuccess", 2));
+}
+
+TEST(SocketIOLoss, endsAtOnceWithoutReconnection) {
+  NodeServer server;
+  auto config = Probe::quickConfig();
+  config.reconnects = false;
+  Probe probe(server.url(), config);
+  ASSERT_TRUE(probe.connect());
+  probe.client->emit("cut", {});
+  ASSERT_TRUE(probe.log->waitFor("disconnect"));
+  EXPECT_EQ(probe.log->lines().size(), 3u);
+  // The client can be used again.
+  EXPECT_TRUE(probe.connect());
+}
+
+TEST(SocketIOLoss, serverThatSendsTheClientAwayIsNotAskedAgain) {
+  NodeServer server;
+  Probe probe(server.url());
+  ASSERT_TRUE(probe.connect());
+  probe.client->emit("kick", {});
+  ASSERT_TRUE(probe.log->waitFor("disconnect"));
+  std::this_thread::sleep_for(50ms);  // more than the first wait: an attempt would show
+  EXPECT_EQ(probe.log->count("reconnect"), 0u);
+}
+
+TEST(SocketIOLoss, refusalIsAnErrorAndTheEnd) {
+  NodeServer server;
+  auto config = Probe::quickConfig();
+  config.connectParams = {{"refuse", "1"}};
+  Probe probe(server.url(), config);
+  probe.client->connect();
+  ASSERT_TRUE(probe.log->waitFor("disconnect"));
+  const auto lines = probe.log->lines();
+  ASSERT_EQ(lines.size(), 2u);
+  EXPECT_EQ(lines[0], R"(error {"message":"not for you","data":{"code":4001}})");
+}
+
+TEST(SocketIOLoss, firstConnectThatFailsIsTriedAgain) {
+  auto server = std::make_unique<NodeServer>();
+  const int port = server->port();
+  const auto url = server->url();
+  server->kill();
+  auto config = Probe::quickConfig();
+  config.reconnectAttempts = -1;
+  Probe probe(url, config);
+  probe.client->connect();
+  ASSERT_TRUE(probe.log->waitFor("reconnectAttempt -1", 2));
+  server = std::make_unique<NodeServer>(portOption(port));
+  ASSERT_TRUE(probe.log->waitFor("event connectionSuccess"));
+  EXPECT_EQ(kinds(probe.log->lines()).at(0), "error");
+  EXPECT_EQ(kinds(probe.log->lines()).at(1), "reconnect");
+  EXPECT_EQ(probe.log->count("error"), 1u);
+  EXPECT_EQ(probe.log->count("reconnect "), 1u);
+}
+
+}  // namespace
+}  // namespace kestrova::test

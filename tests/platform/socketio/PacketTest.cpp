@@ -1,0 +1,132 @@
+#include <kestrova/platform/linux/socketio/Endpoint.h>
+#include <kestrova/platform/linux/socketio/SocketIOPacket.h>
+#include <kestrova/platform/linux/socketio/SocketLink.h>
+
+#include <gtest/gtest.h>
+
+#include "Probe.h"
+#include <cmath>
+#include <limits>
+
+namespace kestrova::test {
+namespace {
+
+using Outcome = SocketIODecoder::Outcome;
+
+TEST(SocketIOPacket, eventsAndAcksAreWrittenAsTheProtocolHasThem) {
+  struct Case {
+    std::optional<EncodedPacket> packet;
+    std::string text;
+    std::vector<std::string> attachments;
+  };
+  const Case cases[] = {
+      {encodeEvent("a", {}, std::nullopt), R"(42["a"])", {}},
+      {encodeEvent("a\"\n", {json("{\"k\":[1,2.5,null]}")}, 12),
+       R"(4212["a\"\n",{"k":[1,2.5E0,null]}])",
+       {}},
+      {encodeEvent("f", {bytes("xy"), json("1"), bytes("")}, 0),
+       R"(452-0["f",{"_placeholder":true,"num":0},1,{"_placeholder":true,"num":1}])",
+       {"xy", ""}},
+      {encodeAck(7, {}), "437[]", {}},
+      {encodeAck(7, {json("\"é\"")}), "437[\"é\"]", {}},
+      {encodeAck(1, {bytes("b")}), R"(461-1[{"_placeholder":true,"num":0}])", {"b"}},
+  };
+  for (const auto& expected : cases) {
+    ASSERT_TRUE(expected.packet) << expected.text;
+    EXPECT_EQ(expected.packet->text, expected.text);
+    ASSERT_EQ(expected.packet->attachments.size(), expected.attachments.size());
+    for (std::size_t i = 0; i < expected.attachments.size(); ++i)
+      EXPECT_EQ(SocketItem(expected.packet->attachments[i]), bytes(expected.attachments[i]));
+  }
+}
+
+TEST(SocketIOPacket, whatIsNoJsonIsNotWritten) {
+  EXPECT_FALSE(encodeEvent("a", {Value(std::nan(""))}, 1));
+  EXPECT_FALSE(encodeEvent("\xff", {}, 1));
+  EXPECT_FALSE(encodeAck(1, {Value("\xc3(")}));
+  EXPECT_FALSE(
+      encodeAck(1, {Value({{"deep", {{"inf", std::numeric_limits<double>::infinity()}}}})}));
+}
+
+TEST(SocketIOPacket, attachmentsGoWhereTheirPlaceholdersStand) {
+  SocketIODecoder decoder(100);
+  SocketIOPacket packet;
+  // The second placeholder is inside an argument and stays; its bytes are taken all the same.
+  const std::string text =
+      R"(53-9["f",{"_placeholder":true,"num":2},{"in":{"_placeholder":true,"num":1}},{"_placeholder":true,"num":0}])";
+  ASSERT_EQ(decoder.text(text, packet), Outcome::nothing);
+  const std::uint8_t parts[] = {'a', 'b', 'c'};
+  EXPECT_EQ(decoder.bytes({&parts[0], 1}, packet), Outcome::nothing);
+  EXPECT_EQ(decoder.bytes({&parts[1], 1}, packet), Outcome::nothing);
+  ASSERT_EQ(decoder.bytes({&parts[2], 1}, packet), Outcome::packet);
+  EXPECT_EQ(packet.event, "f");
+  EXPECT_EQ(packet.id, 9u);
+  EXPECT_EQ(show(packet.items), R"(<1:c> {"in":{"_placeholder":true,"num":1}} <1:a>)");
+
+  // A packet of another namespace goes by with its attachments.
+  EXPECT_EQ(decoder.text(R"(51-/other,["f",{"_placeholder":true,"num":0}])", packet),
+            Outcome::nothing);
+  EXPECT_EQ(decoder.bytes(parts, packet), Outcome::nothing);
+  // In a packet without attachments a placeholder is plain data.
+  ASSERT_EQ(decoder.text(R"(2["f",{"_placeholder":true,"num":0}])", packet), Outcome::packet);
+  EXPECT_EQ(show(packet.items), R"({"_placeholder":true,"num":0})");
+
+  ASSERT_EQ(decoder.text(R"(61-3[{"_placeholder":true,"num":0}])", packet), Outcome::nothing);
+  const std::vector<std::uint8_t> tooMany(101);
+  EXPECT_EQ(decoder.bytes(tooMany, packet), Outcome::bad);
+}
+
+TEST(SocketIOEndpoint, urlsAndTheirTargets) {
+  struct Case {
+    const char* url;
+    const char* path;
+    bool secure;
+    const char* host;
+    const char* port;
+    const char* authority;
+    const char* target;
+  };
+  const Case cases[] = {
+      {"https://a.example", "/socket.io", true, "a.example", "443", "a.example", "/socket.io/"},
+      {"HTTP://A.example:8080/ignored?x#y", "abc/socket.io/", false, "A.example", "8080",
+       "A.example:8080", "/abc/socket.io/"},
+      {"wss://[::1]:443", "", true, "::1", "443", "[::1]", "/"},
+      {"ws://127.0.0.1:1", "/a b\r\nX: y?z#%41", false, "127.0.0.1", "1", "127.0.0.1:1",
+       "/a%20b%0D%0AX:%20y%3Fz%23%41/"},
+  };
+  for (const auto& expected : cases) {
+    const auto endpoint = Endpoint::make(expected.url, expected.path, {{"k&", "v =\xc3\xa9~"}});
+    ASSERT_TRUE(endpoint) << expected.url;
+    EXPECT_EQ(endpoint->secure, expected.secure);
+    EXPECT_EQ(endpoint->host, expected.host);
+    EXPECT_EQ(endpoint->port, expected.port);
+    EXPECT_EQ(endpoint->authority, expected.authority);
+    EXPECT_EQ(endpoint->target,
+              std::string(expected.target) + "?EIO=4&transport=websocket&k%26=v%20%3D%C3%A9~");
+  }
+  for (const char* url :
+       {"", "example.org", "//example.org", "ftp://example.org", "https://", "https://:443",
+        "https://a b", "https://a:70000", "https://a:0", "https://a%0d%0ab"})
+    EXPECT_FALSE(Endpoint::make(url, "/", {})) << url;
+}
+
+TEST(SocketIOReconnectDelay, growsToItsMaximum) {
+  LinkOptions options;
+  options.reconnectWait = std::chrono::seconds(1);
+  options.reconnectWaitMax = std::chrono::seconds(5);
+  struct Case {
+    int attempt;
+    double chance;
+    int milliseconds;
+  };
+  for (const auto& [attempt, chance, expected] :
+       {Case{0, 0, 1000}, Case{0, 1, 1500}, Case{1, 0.5, 2500}, Case{2, 0, 4000}, Case{2, 1, 5000},
+        Case{3, 0, 5000}, Case{1'000'000, 1, 5000}})
+    EXPECT_EQ(reconnectDelay(options, attempt, chance).count(), expected) << attempt;
+  options.reconnectWait = std::chrono::milliseconds::max();
+  options.reconnectWaitMax = std::chrono::milliseconds(-1);
+  EXPECT_EQ(reconnectDelay(options, 3, 1).count(), 0);
+}
+
+}  // namespace
+}  // namespace kestrova::test

@@ -1,0 +1,115 @@
+#include "RecordingListeners.h"
+
+#include <kestrova/session/Participant.h>
+
+#include <algorithm>
+
+namespace kestrova::test {
+namespace {
+
+std::string orNobody(const std::optional<std::string>& id) { return id.value_or("nobody"); }
+
+}  // namespace
+
+long Heard::count(std::string_view prefix) const {
+  return std::count_if(_lines.begin(), _lines.end(),
+                       [&](const std::string& line) { return line.starts_with(prefix); });
+}
+
+void Heard::hear(std::string line) {
+  _lines.push_back(line);
+  const auto reactions = _reactions;
+  for (const auto& [prefix, action] : reactions)
+    if (line.starts_with(prefix)) action();
+}
+
+void RecordingListener::onMeetingJoined(const std::optional<std::string>& switchMeetingId) {
+  hear("onMeetingJoined" + (switchMeetingId ? " " + *switchMeetingId : ""));
+}
+void RecordingListener::onMeetingLeft(LeaveReason reason) {
+  hear("onMeetingLeft " + std::string(name(reason)));
+}
+void RecordingListener::onParticipantJoined(const std::shared_ptr<Participant>& participant) {
+  joined.push_back(participant);
+  hear("onParticipantJoined " + participant->id());
+}
+void RecordingListener::onParticipantLeft(const std::shared_ptr<Participant>& participant) {
+  hear("onParticipantLeft " + participant->id());
+}
+void RecordingListener::onParticipantLeft(const std::shared_ptr<Participant>& participant,
+                                          LeaveReason reason) {
+  hear("onParticipantLeft " + participant->id() + " " + std::string(name(reason)));
+}
+void RecordingListener::onSpeakerChanged(const std::optional<std::string>& participantId) {
+  hear("onSpeakerChanged " + orNobody(participantId));
+}
+void RecordingListener::onMeetingStateChanged(MeetingState state) {
+  hear("onMeetingStateChanged " + std::string(name(state)));
+}
+void RecordingListener::onError(const KestrovaError& error) {
+  errors.push_back(error);
+  hear("onError " + std::to_string(error.rawValue()) + " " + std::string(error.name()));
+}
+void RecordingListener::onHlsStateChanged(HLSState state, const std::optional<HLSUrl>& hlsUrl) {
+  const auto url = hlsUrl ? hlsUrl->playbackHlsUrl : std::nullopt;
+  hear("onHlsStateChanged " + std::string(hlsStateTexts(state)) + " " + url.value_or("no url"));
+}
+void RecordingListener::onLivestreamStateChanged(LiveStreamState state) {
+  hear("onLivestreamStateChanged " + std::string(liveStreamStateTexts(state)));
+}
+void RecordingListener::onTranscriptionStateChanged(TranscriptionState state) {
+  hear("onTranscriptionStateChanged " + std::string(transcriptionStateTexts(state)));
+}
+void RecordingListener::onTranscriptionText(const TranscriptionText& text) {
+  hear("onTranscriptionText " + text.participantId + " " + text.text);
+}
+void RecordingListener::onRecordingStateChanged(RecordingState state) {
+  hear("onRecordingStateChanged " + std::string(recordingStateTexts(state)));
+}
+void RecordingListener::onPinStateChanged(const std::string& participantId, PinType pinType) {
+  constexpr EnumTexts<PinType, 3> texts{{"SHARE_AND_CAM", "CAM", "SHARE"}};
+  hear("onPinStateChanged " + participantId + " " + std::string(texts(pinType)));
+}
+void RecordingListener::onParticipantModeChanged(const std::string& participantId, Mode mode) {
+  hear("onParticipantModeChanged " + participantId + " " + std::string(wireText(mode)));
+}
+void RecordingListener::onExternalCallRinging(const std::string& callType) {
+  hear("onExternalCallRinging " + callType);
+}
+void RecordingListener::onExternalCallHangup(const std::string& callType) {
+  hear("onExternalCallHangup " + callType);
+}
+void RecordingListener::onEntryResponded(const std::string& id, const std::string& decision) {
+  hear("onEntryResponded " + id + " " + decision);
+}
+void RecordingListener::onEntryRequested(const std::string& id, const std::string& name,
+                                         Action allowThem, Action denyThem) {
+  allow[id] = std::move(allowThem);
+  deny[id] = std::move(denyThem);
+  hear("onEntryRequested " + id + " " + name);
+}
+void RecordingListener::onPresenterChanged(const std::optional<std::string>& activePresenterId) {
+  hear("onPresenterChanged " + orNobody(activePresenterId));
+}
+void RecordingListener::onCodecChanged(const CodecChangeInfo& info) {
+  hear("onCodecChanged " + std::string(text(info.previousCodec)) + " to " +
+       std::string(text(info.currentCodec)));
+}
+
+void RecordingParticipantListener::onStreamEnabled(
+    const std::shared_ptr<MediaStream>& stream, const std::shared_ptr<Participant>& participant) {
+  hear("onStreamEnabled " + stream->id() + " " + std::string(text(stream->kind())) + " of " +
+       participant->id());
+}
+void RecordingParticipantListener::onStreamDisabled(
+    const std::shared_ptr<MediaStream>& stream, const std::shared_ptr<Participant>& participant) {
+  hear("onStreamDisabled " + stream->id() + " " + std::string(text(stream->kind())) + " of " +
+       participant->id());
+}
+void RecordingParticipantListener::onMediaStatusChanged(const std::string& peerId, MediaType kind,
+                                                        bool newStatus) {
+  hear("onMediaStatusChanged " + peerId + " " + std::string(text(kind)) +
+       (newStatus ? " on" : " off"));
+}
+
+}  // namespace kestrova::test

@@ -1,0 +1,79 @@
+#include "ScriptedCapture.h"
+
+#include <boost/asio/post.hpp>
+
+#include <utility>
+
+namespace kestrova::test {
+
+class ScriptedCamera final : public RTCCameraVideoCapturer {
+public:
+  explicit ScriptedCamera(ScriptedCapture& script) : _script(script) {}
+  void onFrame(FrameHandler) override {}
+  bool isRunning() const override { return _running; }
+
+  void startCapture(const AVCaptureDevice& device, const CaptureFormat& format, int fps,
+                    std::function<void(const std::string&)> completion) override {
+    _script._journal.add("camera.start " + device.uniqueId + " " + std::to_string(format.width) +
+                         "x" + std::to_string(format.height) + "@" + std::to_string(fps));
+    const auto behaviour = _script.cameraStart;
+    _running = behaviour != ScriptedCapture::Behaviour::fails;
+    const std::string error = _running ? "" : "the device is busy";
+    _script.later(behaviour, [completion = std::move(completion), error] { completion(error); });
+  }
+
+  void stopCapture(std::function<void()> completion) override {
+    _script._journal.add("camera.stop");
+    _running = false;
+    _script.later(_script.cameraStop, std::move(completion));
+  }
+
+private:
+  ScriptedCapture& _script;
+  bool _running = false;
+};
+
+class ScriptedMicrophone final : public MicrophoneCapturer {
+public:
+  explicit ScriptedMicrophone(ScriptedCapture& script) : _script(script) {}
+  ~ScriptedMicrophone() override { end(); }
+
+  bool start(const std::shared_ptr<RTCAudioSource>&) override {
+    _script._journal.add("microphone.start");
+    _running = _script.microphoneStart == ScriptedCapture::Behaviour::works;
+    _script.microphoneRunning |= _running;
+    return _running;
+  }
+  void stop() override {
+    if (_running) _script._journal.add("microphone.stop");
+    end();
+  }
+
+private:
+  void end() {
+    if (std::exchange(_running, false)) _script.microphoneRunning = false;
+  }
+  ScriptedCapture& _script;
+  bool _running = false;
+};
+
+std::unique_ptr<RTCCameraVideoCapturer> ScriptedCapture::makeCameraCapturer() {
+  return std::make_unique<ScriptedCamera>(*this);
+}
+
+std::unique_ptr<MicrophoneCapturer> ScriptedCapture::makeMicrophoneCapturer() {
+  if (!hasMicrophone) return nullptr;
+  return std::make_unique<ScriptedMicrophone>(*this);
+}
+
+void ScriptedCapture::later(Behaviour behaviour, std::function<void()> completion) {
+  if (behaviour == Behaviour::hangs) _hanging.push_back(std::move(completion));
+  else boost::asio::post(_executor, std::move(completion));
+}
+
+void ScriptedCapture::finishHanging() {
+  for (auto& completion : std::exchange(_hanging, {}))
+    boost::asio::post(_executor, std::move(completion));
+}
+
+}  // namespace kestrova::test

@@ -1,0 +1,296 @@
+#include <tests/support/TestMeeting.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace kestrova::test {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using Lines = std::vector<std::string>;
+
+class JoinTest : public testing::Test {
+protected:
+  ScriptedService& service() { return *platform.service; }
+  TestPlatform platform;
+};
+
+TEST_F(JoinTest, runsEveryStepInOrder) {
+  TestMeeting test(platform, {.micEnabled = true, .webcamEnabled = true});
+  EXPECT_TRUE(platform.session->requests.empty());
+
+  test.lookUp();
+  EXPECT_THAT(test.listener->take(), ElementsAre("onMeetingStateChanged CONNECTING"));
+  EXPECT_EQ(test.socket().status(), SocketIOStatus::connecting);
+  test.socket().open();
+  platform.advance(99ms);
+  EXPECT_THAT(service().methods(), IsEmpty()) << "the server needs a moment";
+  platform.advance(1ms);
+  EXPECT_THAT(service().methods(), ElementsAre("requestEntry"));
+  EXPECT_EQ(service().last("requestEntry"), (Dictionary{{"name", "Ada"}}));
+  EXPECT_THAT(test.listener->take(), ElementsAre("onMeetingStateChanged CONNECTED"));
+
+  service().forgetRequests();
+  service().answer("join", {{"peers", List{Dictionary{{"id", "bob"}, {"displayName", "Bob"}},
+                                           Dictionary{{"id", ""}}, "rubbish"}},
+                            {"pubSubUrl", "wss://topics.test"},
+                            {"unsupportedCodecs", "not a list"}});
+  test.decide("allowed");
+  EXPECT_THAT(service().methods(),
+              ElementsAre("getRouterRtpCapabilities", "createWebRtcTransport",
+                          "createWebRtcTransport", "join", "connectWebRtcTransport", "produce",
+                          "produce"));
+  EXPECT_THAT(test.listener->take(), ElementsAre("onEntryResponded me allowed",
+                                                 "onParticipantJoined bob", "onMeetingJoined"));
+  EXPECT_THAT(test.localListener->take(), ElementsAre("onStreamEnabled audio-1 audio of me",
+                                                      "onStreamEnabled video-2 video of me"));
+  EXPECT_EQ(test.meeting->localParticipant()->streams().size(), 2u);
+  EXPECT_TRUE(platform.capture->microphoneRunning);
+}
+
+TEST_F(JoinTest, sendsTheJoinRequestLetterForLetter) {
+  const Dictionary metaData{{"team", "blue"}, {"enableAgentEvents", false}};
+  TestMeeting::joined(platform, {.mode = Mode::RECV_ONLY,
+                                 .metaData = metaData,
+                                 .enableBatching = false});
+  EXPECT_EQ(service().last("join"),
+            (Dictionary{{"displayName", "Ada"},
+                        {"device", "ios"},
+                        {"secret", "secret-token"},
+                        {"rtpCapabilities", {{"codecs", platform.media->codecs}}},
+                        {"metaData", {{"team", "blue"}, {"enableAgentEvents", true}}},
+                        {"switchingRoom", false},
+                        {"mode", "RECV_ONLY"},
+                        {"deviceInfo",
+                         {{"sdkType", "iOS"},
+                          {"sdkVersion", "3.2.0"},
+                          {"platform", "ios"},
+                          {"deviceUserAgent",
+                           {{"model", "x86_64"}, {"brand", "Apple"}, {"osVersion", "12.5"}}}}},
+                        {"batchingEnabled", false}}));
+}
+
+TEST_F(JoinTest, eachModeMakesItsOwnTransportsAndMedia) {
+  struct Row {
+    Mode mode;
+    Lines transports;
+    bool publishes;
+  };
+  const Row rows[] = {{Mode::CONFERENCE, {"send", "receive"}, true},
+                      {Mode::SEND_AND_RECV, {"send", "receive"}, true},
+                      {Mode::RECV_ONLY, {"receive"}, false},
+                      {Mode::VIEWER, {}, false},
+                      {Mode::SIGNALLING_ONLY, {}, false}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(std::string(wireText(row.mode)));
+    TestPlatform own;
+    const auto test = TestMeeting::joined(
+        own, {.micEnabled = true, .webcamEnabled = true, .mode = row.mode});
+    Lines made;
+    for (const auto& details : own.media->details) made.push_back(details.id);
+    EXPECT_EQ(made, row.transports);
+    EXPECT_EQ(test.meeting->localParticipant()->streams().size(), row.publishes ? 2u : 0u);
+    EXPECT_EQ(own.capture->microphoneRunning, row.publishes);
+    EXPECT_EQ(own.journal.count("camera.start"), row.publishes ? 1 : 0);
+    EXPECT_TRUE(test.listener->has("onMeetingJoined"));
+  }
+}
+
+TEST_F(JoinTest, aServiceThatRefusesFailsTheMeeting) {
+  struct Row {
+    const char* body;
+    int error;
+  };
+  const Row rows[] = {
+      {R"({"error":"bad token","code":4001})", 4001},
+      {R"({"data":{},"error":"x","code":4002})", 4002},
+      {R"({"error":"odd","code":12345})", 4000},
+      {R"({"error":"odd","code":9223372036854775807})", 4000},
+      {R"({"error":"none","code":0})", 3047},
+      {R"({"error":"negative","code":-4})", 3047},
+      {R"({"error":"text","code":"4001"})", 3047},
+      {R"({"data":{"baseUrl":""}})", 3047},
+      {R"({"data":{"baseUrl":17,"code":4003}})", 4003},
+      {R"({"data":{}})", 3047},
+      {R"([1,2])", 3047},
+      {"not json", 3047},
+      {"", 3047},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.body);
+    TestPlatform own;
+    own.session->answer(row.body, 401);
+    auto track = std::make_shared<ScriptedVideoTrack>("mine");
+    TestMeeting test(
+        own, {.webcamEnabled = true,
+              .customCameraVideoStream =
+                  std::make_shared<CustomRTCMediaStream>(CustomStreamFields{.videoTrack = track})});
+    test.lookUp();
+    ASSERT_EQ(test.listener->errors.size(), 1u);
+    EXPECT_EQ(test.listener->errors[0].rawValue(), row.error);
+    EXPECT_EQ(test.listener->lines().back(), "onMeetingStateChanged FAILED");
+    EXPECT_EQ(own.service->connections().size(), 0u);
+    EXPECT_FALSE(track->isEnabled()) << "captured media is let go";
+    test.meeting->join();
+    own.pump();
+    EXPECT_EQ(own.session->requests.size(), 1u) << "a failed meeting can't be joined again";
+  }
+}
+
+TEST_F(JoinTest, aNetworkThatIsAwayFailsTheMeeting) {
+  platform.session->fail("no route");
+  TestMeeting test(platform);
+  test.lookUp();
+  EXPECT_EQ(test.meeting->meetingState(), MeetingState::FAILED);
+  EXPECT_TRUE(
+      platform.traces.has("Error while getting service configuration: no route"));
+}
+
+TEST_F(JoinTest, aRefusedEntryFailsTheMeeting) {
+  service().refuse("requestEntry", 4005, "full");
+  const auto test = TestMeeting::entering(platform);
+  EXPECT_TRUE(platform.traces.has(
+      "Entry request failed with error:  [ ErrorCode: 4005, Message: full ] "));
+  EXPECT_TRUE(test.listener->has("onError 3047"));
+  EXPECT_EQ(test.meeting->meetingState(), MeetingState::FAILED);
+}
+
+TEST_F(JoinTest, anEntryThatNobodyAnswersIsARefusalAfterItsTime) {
+  service().withhold("requestEntry");
+  const auto test = TestMeeting::entering(platform);
+  platform.advance(19'999ms);
+  EXPECT_EQ(test.meeting->meetingState(), MeetingState::CONNECTING);
+  platform.advance(1ms);
+  EXPECT_EQ(test.meeting->meetingState(), MeetingState::FAILED);
+  EXPECT_TRUE(test.listener->has("onError 3047"));
+}
+
+TEST_F(JoinTest, anEntryInterruptedByADropIsAskedAgain) {
+  service().withhold("requestEntry");
+  auto test = TestMeeting::entering(platform);
+  test.socket().drop();
+  platform.advance(20s);
+  EXPECT_TRUE(
+      platform.traces.has("Entry request interrupted by a network drop. It will be retried once "
+                          "the connection is restored."));
+  EXPECT_TRUE(test.listener->errors.empty());
+  EXPECT_EQ(test.meeting->meetingState(), MeetingState::RECONNECTING);
+
+  service().answer("requestEntry", {});
+  test.reachSocket();
+  EXPECT_EQ(service().count("requestEntry"), 2);
+  test.decide("allowed");
+  EXPECT_TRUE(test.listener->has("onMeetingJoined"));
+}
+
+TEST_F(JoinTest, onlyOurOwnAllowedEntryJoins) {
+  auto test = TestMeeting::entering(platform);
+  test.notify("entryResponded", {{"id", "me"}, {"decision", "allowed"}});  // no session
+  test.notify("entryResponded", {{"sessionId", 4}, {"id", "me"}, {"decision", "allowed"}});
+  test.notify("entryResponded", "rubbish");
+  EXPECT_FALSE(test.listener->has("onEntryResponded"));
+  test.decide("allowed", "bob");
+  test.decide("denied");
+  test.decide("ALLOWED");
+  EXPECT_EQ(test.listener->count("onEntryResponded"), 3);
+  EXPECT_EQ(service().count("join"), 0);
+  EXPECT_EQ(platform.traces.count("Join Request Denied"), 3);
+  test.decide("allowed");
+  EXPECT_EQ(service().count("join"), 1);
+}
+
+TEST_F(JoinTest, withoutALoadedDeviceTheMeetingIsLeft) {
+  struct Row {
+    const char* what;
+    std::function<void(TestPlatform&)> arrange;
+  };
+  const Row rows[] = {
+      {"load", [](TestPlatform& p) { p.media->refused = {"load"}; }},
+      {"no capabilities",
+       [](TestPlatform& p) {
+         p.service->respond("getRouterRtpCapabilities", [](const Dictionary&) { return "?"; });
+       }},
+      {"capabilities time out",
+       [](TestPlatform& p) { p.service->withhold("getRouterRtpCapabilities"); }},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    TestPlatform own;
+    row.arrange(own);
+    auto test = TestMeeting::joined(own, {.micEnabled = true});
+    own.advance(20s);
+    EXPECT_EQ(own.service->count("join"), 0);
+    EXPECT_TRUE(own.traces.has("Could not join the room deviceNotLoaded"));
+    EXPECT_EQ(test.meeting->meetingState(), MeetingState::DISCONNECTED);
+    EXPECT_EQ(test.listener->count("onMeetingLeft"), 2);
+    EXPECT_TRUE(test.listener->has("onMeetingLeft joinRoomFailed"));
+    EXPECT_FALSE(test.listener->has("onMeetingJoined"));
+    EXPECT_EQ(test.socket().status(), SocketIOStatus::disconnected);
+  }
+}
+
+TEST_F(JoinTest, aServiceThatGarblesTheTransportsStillLetsUsIn) {
+  service().answer("createWebRtcTransport", {{"id", "send"}, {"iceParameters", "garbled"}});
+  const auto test = TestMeeting::joined(platform, {.micEnabled = true});
+  EXPECT_TRUE(platform.media->details.empty());
+  EXPECT_TRUE(test.listener->has("onMeetingJoined"));
+  EXPECT_TRUE(test.listener->has("onError 3035")) << "the microphone has nowhere to go";
+}
+
+TEST_F(JoinTest, aRefusedProducerLeavesTheMeetingJoined) {
+  service().refuse("produce");
+  const auto test = TestMeeting::joined(platform, {.micEnabled = true, .webcamEnabled = true});
+  EXPECT_TRUE(test.listener->has("onMeetingJoined"));
+  EXPECT_TRUE(test.meeting->localParticipant()->streams().empty());
+  EXPECT_EQ(platform.traces.count("Error in produce event of Send Media Transport "), 2);
+  EXPECT_TRUE(
+      platform.traces.has("Error encountered while enabling microphone in unmuteMic()."));
+  EXPECT_TRUE(platform.traces.has("Error encountered while enabling webcam in enableWebcam()"));
+}
+
+TEST_F(JoinTest, aReturnOfTheSocketEntersAgainWithALoadedDevice) {
+  auto test = TestMeeting::joined(platform, {.micEnabled = true, .webcamEnabled = true});
+  test.socket().drop();
+  platform.pump();
+  platform.journal.clear();
+  service().forgetRequests();
+  test.listener->take();
+  test.reachSocket();
+  test.decide("allowed");
+  EXPECT_EQ(platform.journal.count("device.load"), 0);
+  EXPECT_EQ(service().count("createWebRtcTransport"), 2);
+  EXPECT_EQ(service().count("join"), 1);
+  EXPECT_EQ(service().last("join").at("switchingRoom"), Value(false));
+  EXPECT_EQ(test.meeting->localParticipant()->streams().size(), 2u)
+      << "what the earlier connection left is replaced";
+  EXPECT_THAT(test.listener->lines(),
+              ElementsAre("onMeetingStateChanged CONNECTED", "onEntryResponded me allowed",
+                          "onMeetingJoined"));
+}
+
+TEST_F(JoinTest, hostsAnswerTheEntryRequestsOfOthers) {
+  auto test = TestMeeting::joined(platform);
+  test.notify("entryRequested", {{"id", "bob"}, {"name", "Bob"}});
+  test.notify("entryRequested", {{"id", "eve"}});
+  test.notify("entryRequested", {{"name", "nobody"}});
+  EXPECT_EQ(test.listener->count("onEntryRequested"), 2);
+  test.listener->allow.at("bob")();
+  platform.pump();
+  EXPECT_EQ(service().last("respondEntry"), (Dictionary{{"id", "bob"}, {"decision", "allowed"}}));
+  service().refuse("respondEntry");
+  test.listener->deny.at("eve")();
+  platform.pump();
+  EXPECT_EQ(service().last("respondEntry"), (Dictionary{{"id", "eve"}, {"decision", "denied"}}));
+  ASSERT_EQ(test.listener->errors.size(), 1u);
+  EXPECT_EQ(test.listener->errors[0], KestrovaError::RESPOND_ENTRY_FAILED);
+
+  test.meeting.reset();
+  test.listener->allow.at("bob")();
+  platform.pump();
+  EXPECT_EQ(service().count("respondEntry"), 2) << "the meeting is gone";
+}
+
+}  // namespace
+}  // namespace kestrova::test

@@ -10,13 +10,18 @@ constexpr std::chrono::milliseconds linePeriod{1000};
 std::string describe(const PersonRow& row) {
   auto out = printable(row.name);
   if (!row.here) return out + " (left)";
-  if (row.width > 0)
-    out += " " + std::to_string(row.width) + "x" + std::to_string(row.height) + " " +
-           fixed(row.fps, 1) + " fps";
-  if (row.kbps) out += " " + fixed(*row.kbps, 0) + " kbit/s";
-  if (row.levelDb) out += " " + fixed(*row.levelDb, 0) + " dB";
-  if (row.hertz) out += " " + fixed(*row.hertz, 0) + " Hz";
-  if (row.roundTripMs) out += " rtt " + fixed(*row.roundTripMs, 1) + " ms";
+  const auto add = [&out](const std::string& value, const char* unit) {
+    out.append(1, ' ').append(value).append(unit);
+  };
+  if (row.width > 0) {
+    add(std::to_string(row.width), "x");
+    out += std::to_string(row.height);
+    add(fixed(row.fps, 1), " fps");
+  }
+  if (row.kbps) add(fixed(*row.kbps, 0), " kbit/s");
+  if (row.levelDb) add(fixed(*row.levelDb, 0), " dB");
+  if (row.hertz) add(fixed(*row.hertz, 0), " Hz");
+  if (row.roundTripMs) add(fixed(*row.roundTripMs, 1), " ms round trip");
   return out;
 }
 

@@ -101,7 +101,7 @@ PersonRow Person::row() const {
     const auto picture = shownPicture()->seen();
     row.width = picture.width;
     row.height = picture.height;
-    row.fps = picture.fps;
+    row.fps = _here ? picture.fps : 0;
     row.frames = picture.frames;
   }
   for (const auto& [id, watched] : _streams) {

@@ -85,8 +85,7 @@ public:
   }
 
   void finished(const Summary& summary) override {
-    const auto text = "\n" + summary.text();
-    std::fputs(text.c_str(), stdout);
+    std::printf("\n%s", summary.text().c_str());
     std::fflush(stdout);
   }
 

@@ -240,6 +240,11 @@ Task<std::shared_ptr<Producer>> Publishing::publish(const Row& texts, ProducerOp
     traceError(texts.publishFailed, {{"error", std::string_view(error.what())}}, span);
     co_return nullptr;
   }
+  if (_transports->sendTransport() != transport) {
+    // The transport went while the service was asked: nobody else knows of this producer.
+    co_await closeOnMain(std::move(producer));
+    co_return nullptr;
+  }
   producer->setDelegate(weak_from_this());
   producer->resume();
   _registry->add(producer);
@@ -279,7 +284,9 @@ Task<std::string> Publishing::closeLocal(const Row& texts, bool withSocketReques
   const auto producer = _registry->getProducerByKind(texts.kind, texts.type == MediaType::share);
   if (!producer) {
     span.event(texts.alreadyClosed);
-    refuse(span, texts.alreadyClosedError, RoomClientError::producerNotFound);
+    // In a teardown nobody attempted anything: a stream that never ran is no error then.
+    (withSocketRequest ? traceError : traceDebug)(texts.alreadyClosedError, {}, span.scope());
+    throw RoomClientFailure(RoomClientError::producerNotFound);
   }
   const auto producerId = producer->id();
   co_await closeOnMain(producer);

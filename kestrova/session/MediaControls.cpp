@@ -27,7 +27,9 @@ Task<void> MediaControls::startWishedMedia(Mode mode, std::vector<std::string> u
                                            std::optional<SpanScope> joinSpan) {
   const auto self = shared_from_this();
   co_await cleanup();
+  if (stopIfOver()) co_return;
   co_await startWishedAudio(mode, joinSpan);
+  if (stopIfOver()) co_return;
   bool wasToggling = false;
   {
     std::scoped_lock held(_mediaStateLock);
@@ -35,9 +37,17 @@ Task<void> MediaControls::startWishedMedia(Mode mode, std::vector<std::string> u
   }
   recordUnsupportedCodecs(unsupportedCodecs);
   co_await startWishedVideo(mode, joinSpan);
+  if (stopIfOver()) co_return;
   trace("Meeting Joined", {}, joinSpan);
   std::scoped_lock held(_mediaStateLock);
   if (!wasToggling) _isVideoToggling = false;
+}
+
+/// The teardown may have gone by between two steps: what they captured must not run on.
+bool MediaControls::stopIfOver() {
+  if (!_context->isOver()) return false;
+  _context->roomClient()->capturer()->stop();
+  return true;
 }
 
 Task<void> MediaControls::cleanup() {
@@ -169,6 +179,7 @@ Task<void> MediaControls::startVideo(std::shared_ptr<CustomRTCMediaStream> video
   } else {
     auto building = buildVideoStream(_context->mediaConfigStore->video());
     videoMediaStream = co_await std::move(building);
+    if (stopIfOver()) co_return;
   }
   if (!videoMediaStream) {
     traceError("Failed to build camera track from stored configuration.", {}, parentSpan);

@@ -44,6 +44,7 @@ private:
   Task<void> produceVideo(std::shared_ptr<CustomRTCMediaStream> stream, SpanScope span);
   std::optional<CodecChangeInfo> fallBackToVP8(CustomRTCMediaStream& stream,
                                                const SpanScope& span);
+  bool stopIfOver();
   bool permitted(AuthorisationStatus status, const KestrovaError& error, const SpanScope& span);
 
   const std::shared_ptr<MeetingContext> _context;

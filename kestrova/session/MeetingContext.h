@@ -6,6 +6,7 @@
 #include <kestrova/signalling/MeetingTypes.h>
 #include <kestrova/signalling/RoomClient.h>
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -47,6 +48,10 @@ public:
   /// Whom the room client will report to.
   void setRoomClientDelegate(std::weak_ptr<RoomClientDelegate> delegate);
   bool joined();
+  /// Set once, when the meeting is left or ends: nothing is begun any more, though its steps may
+  /// still be under way.
+  bool isOver() const { return _over; }
+  void setOver() { _over = true; }
 
   std::shared_ptr<CustomRTCMediaStream> customVideoMediaStream() const;
   std::shared_ptr<CustomRTCMediaStream> customAudioMediaStream() const;
@@ -58,6 +63,7 @@ public:
   void onError(const KestrovaError& error);
 
 private:
+  std::atomic<bool> _over{false};
   std::mutex _roomClientLock;
   std::shared_ptr<RoomClient> _roomClient;
   std::weak_ptr<RoomClientDelegate> _roomClientDelegate;

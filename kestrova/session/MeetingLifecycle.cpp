@@ -116,6 +116,7 @@ Task<void> MeetingLifecycle::connected() {
   auto setup =
       client->setupDeviceAndTransports(false, joinSpan, sendsMedia(mode), receivesMedia(mode));
   co_await std::move(setup);
+  if (_context->isOver()) co_return;
 
   std::vector<std::string> unsupportedCodecs;
   bool failed = false;
@@ -136,6 +137,7 @@ Task<void> MeetingLifecycle::connected() {
     co_await closeMeetingRequested(LeaveReason::joinRoomFailed);
     co_return;
   }
+  if (_context->isOver()) co_return;
   emitJoined(joinSpan);
   auto starting = _media->startWishedMedia(mode, std::move(unsupportedCodecs), joinSpan);
   co_await std::move(starting);
@@ -145,7 +147,7 @@ void MeetingLifecycle::emitJoined(const std::optional<SpanScope>& joinSpan) {
   // The guard must let operations through from the moment the application hears of the join.
   MainQueue::shared().async([weak = weak_from_this(), joinSpan] {
     const auto self = weak.lock();
-    if (!self) return;
+    if (!self || self->_context->isOver()) return;
     trace("Emitting MEETING_JOINED Event", {}, joinSpan);
     self->_context->roomClient()->setJoined(true);
     self->_context->listeners->onMeetingJoined(std::nullopt);
@@ -164,6 +166,7 @@ std::optional<KestrovaError> MeetingLifecycle::refuseLeave() {
     return KestrovaError::ERROR_ACTION_PERFORMED_BEFORE_MEETING_JOINED.withMessage(
         "You must join the meeting before calling the leave() method.");
   _meetingState = MeetingState::DISCONNECTED;
+  _context->setOver();
   return std::nullopt;
 }
 
@@ -193,6 +196,7 @@ void MeetingLifecycle::end() {
 void MeetingLifecycle::forgetTopics() { _context->roomClient()->pubSubEndpointStore().clear(); }
 
 bool MeetingLifecycle::claimLeftEvents() {
+  _context->setOver();
   std::scoped_lock held(_meetingStateLock);
   return !std::exchange(_didEmitMeetingLeft, true);
 }

@@ -48,6 +48,7 @@ std::shared_ptr<Participant> TestMeeting::addPeer(const std::string& id, Diction
   more["id"] = id;
   if (!more.contains("displayName")) more["displayName"] = id;
   notify("newPeer", std::move(more));
+  if (!meeting) return nullptr;
   const auto all = meeting->participants();
   const auto found = all.find(id);
   return found == all.end() ? nullptr : found->second;

@@ -25,9 +25,11 @@ const CAST = [
 ];
 
 const children = new Set();
+let interrupted = 0; // the exit code of the signal that came
 
+/** In a session of its own: Ctrl-C is for this program, which then ends the others in order. */
 function start(command, args, options) {
-  const child = spawn(command, args, options);
+  const child = spawn(command, args, { ...options, detached: true });
   children.add(child);
   child.ended = new Promise((resolve) => {
     child.once('error', (error) => resolve({ code: 127, error }));
@@ -35,6 +37,12 @@ function start(command, args, options) {
   });
   child.ended.then(() => children.delete(child));
   return child;
+}
+
+/** Those who meet leave before the service goes away under them. */
+function endMeeting(signal) {
+  const guests = [...children].filter((child) => child.spawnfile === program);
+  for (const child of guests.length ? guests : children) child.kill(signal);
 }
 
 async function endAll() {
@@ -58,9 +66,7 @@ function within(ms, promise, what) {
 async function startService(state) {
   const service = start(
     path.join(root, 'server/bin/service'),
-    ['--port', '0', '--state', state, '--ready-file', path.join(state, 'ready.json')].concat(
-      ['--with-parent', '--log-level', 'warn'],
-    ),
+    ['--port', '0', '--state', state, '--with-parent', '--log-level', 'warn'],
     { stdio: ['pipe', 'pipe', 'pipe'] },
   );
   let said = '';
@@ -152,6 +158,7 @@ async function demo() {
     const stays = CAST.map((person) => join(person, ready, state, onSample));
     await within(MEETING_MS, Promise.all(stays), 'the meeting was not over');
     console.log('');
+    if (interrupted) return interrupted;
     const [grace] = CAST.slice(1);
     const bothWays = [report(ada, grace), report(grace, ada)].every(Boolean);
     console.log(
@@ -164,16 +171,14 @@ async function demo() {
   }
 }
 
-let interrupted = 0;
 for (const [signal, code] of [
   ['SIGINT', 130],
   ['SIGTERM', 143],
 ]) {
   process.on(signal, () => {
     // The demo ends by itself once those that it waits for are gone.
-    if (interrupted) for (const child of children) child.kill('SIGKILL');
+    endMeeting(interrupted ? 'SIGKILL' : 'SIGTERM');
     interrupted = code;
-    for (const child of children) child.kill('SIGTERM');
   });
 }
 

@@ -74,6 +74,7 @@ void MeetingWatcher::onError(const KestrovaError& error) {
 
 void MeetingWatcher::onSocketError(const std::string& message) {
   tell("socketError", {{"message", message}}, "connection: " + message);
+  _course.connectionFailed(message);
 }
 
 void MeetingWatcher::onEntryResponded(const std::string& id, const std::string& decision) {

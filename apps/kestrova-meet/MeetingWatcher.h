@@ -16,6 +16,7 @@ public:
   virtual void joined() = 0;
   virtual void stateChanged(MeetingState state) = 0;
   virtual void failed(const KestrovaError& error) = 0;
+  virtual void connectionFailed(const std::string& message) = 0;
   virtual void entryDenied() = 0;
   virtual void over(LeaveReason reason) = 0;
 };

@@ -1,5 +1,7 @@
 #include "Options.h"
 
+#include <kestrova/platform/Values.h>
+
 #include <algorithm>
 #include <charconv>
 #include <cmath>
@@ -131,6 +133,16 @@ void require(const Options& options) {
   if (options.meeting.empty()) throw UsageError("--meeting ID is missing");
   if (options.token.empty())
     throw UsageError("no access token: set KESTROVA_TOKEN, or give --token-file or --token");
+  const auto graphic = [](char c) { return c > ' ' && c < 0x7F; };
+  if (!std::all_of(options.token.begin(), options.token.end(), graphic))
+    throw UsageError("the access token holds characters that no token has");
+  const std::pair<const char*, const std::string*> texts[] = {
+      {"--service", &options.service},
+      {"--meeting", &options.meeting},
+      {"--participant", &options.participant},
+      {"--name", &options.name}};
+  for (const auto& [flag, text] : texts)
+    if (!isUtf8(*text)) throw UsageError(std::string(flag) + " is not UTF-8");
 }
 
 }  // namespace

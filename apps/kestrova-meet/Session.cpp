@@ -24,8 +24,8 @@ constexpr auto longestLeaving = 3s;
 /// Codes with which a service says that the token doesn't open this meeting.
 constexpr std::array refusals = {4001, 4002, 4006, 4007, 4008, 4022, 4023, 4024, 4025, 4053};
 
-bool refusesToken(const KestrovaError& error) {
-  return std::find(refusals.begin(), refusals.end(), error.rawValue()) != refusals.end();
+bool refusesToken(std::int64_t code) {
+  return std::find(refusals.begin(), refusals.end(), code) != refusals.end();
 }
 
 }  // namespace
@@ -112,10 +112,20 @@ void Session::failed(const KestrovaError& error) {
   if (_joined) return;
   const auto line = std::to_string(error.rawValue()) + " " + std::string(error.constantName()) +
                     ": " + error.message();
-  if (refusesToken(error))
+  if (refusesToken(error.rawValue()))
     end(exitRefused, "the service refused the token: " + line);
   else if (error == KestrovaError::ERROR_UNABLE_TO_JOIN_MEETING)
     end(exitNotJoined, "can't join at " + _options.service + ": " + line);
+}
+
+/// A service that looks at the token late says so while the connection is set up, as JSON text.
+void Session::connectionFailed(const std::string& message) {
+  const auto refusal = parseDictionary(message);
+  const auto* data = dictionary(refusal, "data");
+  const auto code = data ? integer(*data, "code", 0) : 0;
+  if (_joined || !refusesToken(code)) return;
+  end(exitRefused,
+      "the service refused the token: " + std::to_string(code) + " " + text(*data, "message", ""));
 }
 
 void Session::entryDenied() {

@@ -28,6 +28,7 @@ public:
   void joined() override;
   void stateChanged(MeetingState state) override;
   void failed(const KestrovaError& error) override;
+  void connectionFailed(const std::string& message) override;
   void entryDenied() override;
   void over(LeaveReason reason) override;
 

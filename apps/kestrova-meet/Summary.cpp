@@ -27,7 +27,8 @@ std::string line(const RemoteSummary& remote) {
   if (remote.frames == 0) {
     out += "no picture";
   } else {
-    out += "first picture after " + std::to_string(remote.firstPicture.value_or(std::chrono::milliseconds(0)).count()) +
+    out += "first picture after " +
+           std::to_string(remote.firstPicture.value_or(std::chrono::milliseconds(0)).count()) +
            " ms, " + std::to_string(remote.frames) + " pictures, last " +
            std::to_string(remote.width) + "x" + std::to_string(remote.height);
   }

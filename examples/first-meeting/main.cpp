@@ -38,6 +38,7 @@ int main(int argc, char** argv) {
   const char* token = std::getenv("KESTROVA_TOKEN");
   if (argc != 3 || !token) return std::fputs("usage: first-meeting SERVICE MEETING\n", stderr), 2;
 
+  Kestrova::setLogLevel(LogLevel::error);
   Kestrova::config(token);
   const auto meeting = Kestrova::initMeeting(
       {.meetingId = argv[2], .participantName = "Ada", .signalingBaseUrl = argv[1]});

@@ -1,0 +1,204 @@
+import * as assert from 'node:assert/strict';
+import { once } from 'node:events';
+import * as fs from 'node:fs';
+import { createServer } from 'node:net';
+import * as path from 'node:path';
+import { after, before, test } from 'node:test';
+import { openService, readPng, Run, temporaryFolder } from './support.mjs';
+
+let service;
+before(async () => {
+  service = await openService();
+});
+after(() => service.close());
+
+const environment = (...tokenArgs) => ({
+  SSL_CERT_FILE: service.ca,
+  KESTROVA_TOKEN: service.token(...tokenArgs),
+});
+const joining = (meeting, name, ...more) => {
+  const where = ['--service', service.address, '--meeting', meeting, '--name', name];
+  return new Run([...where, '--json', ...more], environment());
+};
+
+test('bad arguments end with 2 and one line that says what is wrong', async () => {
+  const whole = ['--service', '127.0.0.1:1', '--meeting', 'm', '--token', 't'];
+  const cases = [
+    [[], /--service/],
+    [whole.slice(2), /--service/],
+    [whole.slice(0, 2), /--meeting/],
+    [whole.slice(0, 4), /KESTROVA_TOKEN/],
+    [[...whole.slice(0, 4), '--token-file', '/nowhere'], /\/nowhere/],
+    [[...whole, '--bogus'], /--bogus/],
+    [[...whole, '--json=yes'], /--json/],
+    [[...whole, '--duration'], /--duration/],
+    [[...whole, '--duration', '10 parsecs'], /--duration/],
+    [[...whole, '--duration', '0s'], /--duration/],
+    [[...whole, '--duration', 'nan'], /--duration/],
+    [[...whole, '--duration=1e300h'], /--duration/],
+    [[...whole, '--expect', '-1'], /--expect/],
+    [[...whole, '--tone-hz', 'inf'], /--tone-hz/],
+    [[...whole, '--camera', 'x'], /--camera/],
+    [[...whole, '--mode', 'LOUD'], /--mode/],
+    [[...whole, '--token', 'two words'], /token/],
+  ];
+  for (const [args, expected] of cases) {
+    const run = new Run(args);
+    assert.equal(await run.ended, 2, args.join(' '));
+    assert.match(run.stderr, expected);
+    assert.match(run.stderr, /^kestrova-meet: [^\n]+\n$/);
+    assert.equal(run.stdout, '');
+  }
+});
+
+test('--help and --version need nothing else', async () => {
+  const help = new Run(['--help']);
+  assert.equal(await help.ended, 0);
+  assert.match(help.stdout, /KESTROVA_TOKEN/);
+  const version = new Run(['--version']);
+  assert.equal(await version.ended, 0);
+  assert.match(version.stdout, /^kestrova-meet \d+\.\d+\.\d+\n$/);
+});
+
+test('a closed port ends quickly with 3', async () => {
+  const server = createServer().listen(0, '127.0.0.1');
+  await once(server, 'listening');
+  const { port } = server.address();
+  await new Promise((resolve) => server.close(resolve));
+  const started = Date.now();
+  const run = new Run(['--service', `127.0.0.1:${port}`, '--meeting', 'm', '--json'], {
+    KESTROVA_TOKEN: 'any',
+  });
+  assert.equal(await run.ended, 3);
+  assert.ok(Date.now() - started < 5000);
+  assert.match(run.stderr, new RegExp(`127\\.0\\.0\\.1:${port}`));
+  assert.equal(run.summary.exitCode, 3);
+});
+
+test('a service whose authority is not trusted is not talked to', async () => {
+  const run = new Run(['--service', service.address, '--meeting', 'm'], {
+    KESTROVA_TOKEN: service.token(),
+    SSL_CERT_FILE: '',
+  });
+  assert.equal(await run.ended, 3);
+});
+
+test('refused tokens end with 4 and show no token', async () => {
+  const cases = [
+    { args: ['--expires', '-1h'], code: 4002 },
+    { args: ['--meeting', 'another'], code: 4022 },
+    { args: ['--participant', 'another'], code: 4023 },
+  ];
+  for (const { args, code } of cases) {
+    const token = service.token(...args);
+    const run = new Run(
+      ['--service', service.address, '--meeting', 'refused', '--json', '--verbose'],
+      { SSL_CERT_FILE: service.ca, KESTROVA_TOKEN: token },
+    );
+    assert.equal(await run.ended, 4, run.stderr);
+    assert.match(run.stderr, new RegExp(`refused the token: ${code} `));
+    assert.ok(!(run.stdout + run.stderr).includes(token), 'the token was written');
+  }
+});
+
+test('two participants see and hear each other', async () => {
+  const folder = temporaryFolder();
+  const common = ['--expect', '1', '--snapshot', folder];
+  const ada = joining('two', 'Ada / ../Ω', ...common, '--tone-hz', '440', '--duration', '6s');
+  const grace = joining('two', 'Grace', ...common, '--tone-hz', '660', '--duration', '5s');
+  assert.deepEqual(await Promise.all([ada.ended, grace.ended]), [0, 0], ada.stderr + grace.stderr);
+  for (const [run, tone, file] of [
+    [ada, 660, 'Ada_-sees-Grace.png'],
+    [grace, 440, 'Grace-sees-Ada_.png'],
+  ]) {
+    const [remote] = run.summary.remotes;
+    assert.ok(run.summary.joinedMs < remote.firstPictureMs);
+    assert.ok(remote.frames > 30 && remote.soundHeard);
+    assert.ok(Math.abs(remote.hertz - tone) < 5, `${remote.hertz} Hz`);
+    assert.equal(remote.snapshot, path.join(folder, file));
+    const { width, height, pixels } = readPng(remote.snapshot);
+    assert.deepEqual([width, height], [remote.width, remote.height]);
+    assert.ok(width >= 160 && Math.abs(width / height - 16 / 9) < 0.02, `${width}x${height}`);
+    // The picture's bars are bright and saturated on the left and dark blue on the right.
+    const bar = (x) => [...pixels.subarray((10 * width + x) * 3, (10 * width + x) * 3 + 3)];
+    const [bright, blue] = [bar(10), bar(width - 10)];
+    assert.ok(Math.min(...bright) > 150, `${bright}`);
+    assert.ok(blue[2] > 120 && blue[0] < 60 && blue[1] < 60, `${blue}`);
+  }
+  fs.rmSync(folder, { recursive: true });
+});
+
+test('nobody there although somebody was expected ends with 1', async () => {
+  const run = joining('alone', 'Ada', '--expect', '1', '--duration', '500ms');
+  assert.equal(await run.ended, 1);
+  assert.match(run.stderr, /0 of 1/);
+  assert.deepEqual(run.summary.remotes, []);
+});
+
+test('signals leave the meeting properly', async () => {
+  const witness = joining('signals', 'Witness', '--camera', 'none', '--mic', 'none');
+  await witness.event('joined');
+  for (const [signal, code] of [
+    ['SIGINT', 130],
+    ['SIGTERM', 143],
+  ]) {
+    const run = joining('signals', signal);
+    await run.event('joined');
+    run.child.kill(signal);
+    assert.equal(await run.ended, code);
+    assert.equal(run.events.filter(({ event }) => event === 'left').length, 1);
+    assert.equal(run.summary.exitCode, code);
+  }
+  await witness.event('participantLeft');
+  witness.child.kill('SIGTERM');
+  assert.equal(await witness.ended, 143);
+  const left = witness.events.filter(({ event }) => event === 'participantLeft');
+  assert.deepEqual(
+    left.map(({ name, reason }) => [name, reason]),
+    [
+      ['SIGINT', 1101],
+      ['SIGTERM', 1101],
+    ],
+  );
+});
+
+test('a signal before the join is done ends at once', async () => {
+  const silent = createServer().listen(0, '127.0.0.1');
+  await once(silent, 'listening');
+  const sockets = [];
+  const connected = new Promise((resolve) =>
+    silent.on('connection', (socket) => {
+      sockets.push(socket);
+      socket.on('error', () => {});
+      resolve();
+    }),
+  );
+  const run = new Run(['--service', `127.0.0.1:${silent.address().port}`, '--meeting', 'm'], {
+    KESTROVA_TOKEN: 'any',
+  });
+  await connected;
+  const asked = Date.now();
+  run.child.kill('SIGINT');
+  assert.equal(await run.ended, 130);
+  assert.ok(Date.now() - asked < 2000);
+  for (const socket of sockets) socket.destroy();
+  silent.close();
+});
+
+test('a meeting that others end, or that removes somebody, ends with 5', async () => {
+  const cases = [
+    { action: 'closeRoom', body: { roomId: 'closed' }, meeting: 'closed', reason: 1006 },
+    { action: 'removePeer', body: { roomId: 'gone', peerId: 'ada' }, meeting: 'gone', reason: 1002 },
+  ];
+  for (const { action, body, meeting, reason } of cases) {
+    const run = joining(meeting, 'Ada', '--participant', 'ada');
+    await run.event('joined');
+    await service.control(action, body);
+    assert.equal(await run.ended, 5, run.stderr);
+    const left = run.events.filter(({ event }) => event === 'left');
+    assert.deepEqual(
+      left.map((event) => event.reason),
+      [reason],
+    );
+  }
+});

@@ -1,0 +1,139 @@
+import * as assert from 'node:assert/strict';
+import { execFileSync, spawn } from 'node:child_process';
+import { once } from 'node:events';
+import * as fs from 'node:fs';
+import { request } from 'node:https';
+import * as os from 'node:os';
+import * as path from 'node:path';
+import { createInterface } from 'node:readline';
+import { inflateSync } from 'node:zlib';
+
+const server = path.join(import.meta.dirname, '../../../server');
+const program = process.env.KESTROVA_MEET;
+
+export const temporaryFolder = () => fs.mkdtempSync(path.join(os.tmpdir(), 'kestrova-meet-'));
+
+/** The real service in a process of its own, which ends with this one. */
+export async function openService() {
+  const state = temporaryFolder();
+  const child = spawn(
+    path.join(server, 'bin/service'),
+    ['--port', '0', '--state', state, '--with-parent', '--log-level', 'error'],
+    { stdio: ['pipe', 'pipe', 'inherit'] },
+  );
+  const [line] = await once(createInterface({ input: child.stdout }), 'line');
+  const ready = JSON.parse(line);
+  return {
+    address: ready.service,
+    ca: ready.ca,
+    token: (...args) =>
+      execFileSync(path.join(server, 'bin/token'), ['--state', state, ...args], {
+        encoding: 'utf8',
+      }).trim(),
+    async control(action, body) {
+      const sent = request(`${ready.control}/${action}`, {
+        method: 'POST',
+        ca: fs.readFileSync(ready.ca),
+        headers: { authorization: fs.readFileSync(ready.controlKeyFile, 'utf8').trim() },
+        agent: false,
+      });
+      sent.end(JSON.stringify(body));
+      const [response] = await once(sent, 'response');
+      response.resume();
+      assert.equal(response.statusCode, 200);
+    },
+    async close() {
+      child.kill('SIGTERM');
+      await once(child, 'close');
+      fs.rmSync(state, { recursive: true, force: true });
+    },
+  };
+}
+
+/** One run of kestrova-meet. `events` are the JSON lines that it wrote, in order. */
+export class Run {
+  events = [];
+  stderr = '';
+  #waiters = new Set();
+
+  constructor(args, env = {}) {
+    const inherited = { ...process.env };
+    delete inherited.KESTROVA_TOKEN;
+    this.child = spawn(program, args, {
+      env: { ...inherited, ...env },
+      stdio: ['ignore', 'pipe', 'pipe'],
+    });
+    this.stdout = '';
+    this.child.stdout.on('data', (data) => (this.stdout += data));
+    this.child.stderr.on('data', (data) => (this.stderr += data));
+    if (args.includes('--json')) {
+      createInterface({ input: this.child.stdout }).on('line', (line) => {
+        this.events.push(JSON.parse(line));
+        for (const look of this.#waiters) look();
+      });
+    }
+    this.ended = once(this.child, 'close').then(([code, signal]) => code ?? signal);
+    this.ended.then(() => this.#waiters.forEach((look) => look()));
+  }
+
+  /** The first event of that name, now or later; fails if the program ends without it. */
+  event(name) {
+    return new Promise((resolve, reject) => {
+      const look = () => {
+        const found = this.events.find(({ event }) => event === name);
+        const gone = this.child.exitCode !== null || this.child.signalCode !== null;
+        if (!found && !gone) return;
+        this.#waiters.delete(look);
+        if (found) resolve(found);
+        else reject(new Error(`ended without "${name}": ${this.stderr}`));
+      };
+      this.#waiters.add(look);
+      look();
+    });
+  }
+
+  get summary() {
+    return this.events.at(-1);
+  }
+}
+
+/** Size and pixels of an 8-bit RGB PNG without interlace. */
+export function readPng(file) {
+  const bytes = fs.readFileSync(file);
+  assert.equal(bytes.toString('latin1', 1, 4), 'PNG');
+  const data = [];
+  let width, height;
+  for (let at = 8; at < bytes.length; ) {
+    const length = bytes.readUInt32BE(at);
+    const type = bytes.toString('latin1', at + 4, at + 8);
+    const body = bytes.subarray(at + 8, at + 8 + length);
+    if (type === 'IHDR') {
+      [width, height] = [body.readUInt32BE(0), body.readUInt32BE(4)];
+      assert.deepEqual([body[8], body[9], body[12]], [8, 2, 0]);
+    }
+    if (type === 'IDAT') data.push(body);
+    at += length + 12;
+  }
+  return { width, height, pixels: unfilter(inflateSync(Buffer.concat(data)), width * 3, height) };
+}
+
+function unfilter(raw, stride, height) {
+  const pixels = Buffer.alloc(stride * height);
+  for (let y = 0; y < height; y++) {
+    const filter = raw[y * (stride + 1)];
+    for (let x = 0; x < stride; x++) {
+      const left = x >= 3 ? pixels[y * stride + x - 3] : 0;
+      const up = y > 0 ? pixels[(y - 1) * stride + x] : 0;
+      const corner = x >= 3 && y > 0 ? pixels[(y - 1) * stride + x - 3] : 0;
+      const guesses = [0, left, up, (left + up) >> 1, paeth(left, up, corner)];
+      pixels[y * stride + x] = raw[y * (stride + 1) + 1 + x] + guesses[filter];
+    }
+  }
+  return pixels;
+}
+
+function paeth(left, up, corner) {
+  const guess = left + up - corner;
+  const [a, b, c] = [left, up, corner].map((value) => Math.abs(guess - value));
+  return a <= b && a <= c ? left : b <= c ? up : corner;
+}

@@ -1,6 +1,8 @@
 # A front door; CMake does the work. CI sets KESTROVA_WERROR=ON.
 KESTROVA_WERROR ?= OFF
 export KESTROVA_WERROR
+# Where scripts/bootstrap puts Node.js when the machine's own is missing or too old.
+export PATH := $(CURDIR)/.tools/bin:$(PATH)
 JOBS ?= $(shell nproc)
 
 configure = cmake --preset $(1) -DKESTROVA_WERROR=$(KESTROVA_WERROR)

@@ -1,51 +1,31 @@
-// first-meeting SERVICE MEETING, with the access token in KESTROVA_TOKEN: ten seconds in a meeting.
+// first-meeting TOKEN SERVICE MEETING: ten seconds in a meeting, a test picture and a tone.
 #include <kestrova/session/Kestrova.h>
 
 #include <cstdio>
-#include <cstdlib>
-#include <future>
 #include <thread>
 
 using namespace kestrova;
-using namespace std::chrono_literals;
 
-struct Guest : MeetingEventListener,
-               ParticipantEventListener,
-               VideoSink,
-               std::enable_shared_from_this<Guest> {
-  std::promise<void> left;
-  int pictures = 0;
-
-  void onParticipantJoined(const std::shared_ptr<Participant>& participant) override {
-    std::printf("%s is here\n", participant->displayName().c_str());
-    participant->addEventListener(shared_from_this());
-    for (const auto& [id, stream] : participant->streams()) onStreamEnabled(stream, participant);
+struct Host : MeetingEventListener {
+  void onParticipantJoined(const std::shared_ptr<Participant>& person) override {
+    std::printf("%s is here\n", person->displayName().c_str());
   }
-  void onStreamEnabled(const std::shared_ptr<MediaStream>& stream,
-                       const std::shared_ptr<Participant>&) override {
-    if (const auto video = stream->videoTrack()) video->addSink(shared_from_this());
-  }
-  void onFrame(const VideoFrame& frame) override {
-    const auto picture = frame.buffer->i420();
-    if (++pictures % 100 == 0)
-      std::printf("picture %d: %dx%d\n", pictures, picture.width, picture.height);
-  }
-  void onMeetingLeft() override { left.set_value(); }
-  using MeetingEventListener::onMeetingLeft;
+  void onError(const KestrovaError& error) override { std::puts(error.message().c_str()); }
 };
 
 int main(int argc, char** argv) {
-  const char* token = std::getenv("KESTROVA_TOKEN");
-  if (argc != 3 || !token) return std::fputs("usage: first-meeting SERVICE MEETING\n", stderr), 2;
-
-  Kestrova::setLogLevel(LogLevel::error);
-  Kestrova::config(token);
-  const auto meeting = Kestrova::initMeeting(
-      {.meetingId = argv[2], .participantName = "Ada", .signalingBaseUrl = argv[1]});
-  const auto guest = std::make_shared<Guest>();
-  meeting->addEventListener(guest);
+  if (argc != 4) return 2;
+  Kestrova::configureCapture({.camera = "pattern", .microphone = "tone"});
+  Kestrova::config(argv[1]);
+  auto meeting = Kestrova::initMeeting({.meetingId = argv[3],
+                                        .participantName = "Ada",
+                                        .micEnabled = true,
+                                        .webcamEnabled = true,
+                                        .signalingBaseUrl = argv[2]});
+  auto host = std::make_shared<Host>();
+  meeting->addEventListener(host);
   meeting->join();
-  std::this_thread::sleep_for(10s);
+  std::this_thread::sleep_for(std::chrono::seconds(10));
   meeting->leave();
-  guest->left.get_future().wait_for(2s);
+  std::this_thread::sleep_for(std::chrono::seconds(1));  // the goodbye travels
 }

@@ -170,6 +170,15 @@ private:
 
 }  // namespace
 
+template <class T>
+void Transports::keep(Slot<T>& slot, std::shared_ptr<T> transport) {
+  {
+    std::scoped_lock held(_transportLock);
+    if (!_closedForGood) slot.transport.swap(transport);
+  }
+  if (transport) closeTransportOnMain(std::move(transport));
+}
+
 Task<void> Transports::createSendTransport(std::optional<SpanScope> parentSpan) {
   const auto self = shared_from_this();
   const auto span = openSpan("Creating Send Media Transport", {}, parentSpan);
@@ -185,8 +194,7 @@ Task<void> Transports::createSendTransport(std::optional<SpanScope> parentSpan) 
   try {
     auto transport = _device->createSendTransport(*details);
     transport->setDelegate(weak_from_this());
-    std::scoped_lock held(_transportLock);
-    _send.transport = std::move(transport);
+    keep(_send, std::move(transport));
   } catch (const std::exception& error) {
     const std::string line = std::string("error while creating sendTransport: ") + error.what();
     traceError(line, {}, span);
@@ -209,8 +217,7 @@ Task<void> Transports::createReceiveTransport(std::optional<SpanScope> parentSpa
   try {
     auto transport = _device->createReceiveTransport(*details);
     transport->setDelegate(std::weak_ptr<TransportDelegate>(weak_from_this()));
-    std::scoped_lock held(_transportLock);
-    _receive.transport = std::move(transport);
+    keep(_receive, std::move(transport));
   } catch (const std::exception& error) {
     const std::string line = std::string("error while creating recvTransport: ") + error.what();
     traceError(line, {}, span);
@@ -335,6 +342,7 @@ void Transports::closeTransports() {
     std::scoped_lock held(_transportLock);
     send.swap(_send.transport);
     receive.swap(_receive.transport);
+    _closedForGood = true;
   }
   if (send) closeTransportOnMain(std::move(send));
   if (receive) closeTransportOnMain(std::move(receive));

@@ -36,7 +36,8 @@ public:
   /// Closes consumers and transports, as when the connection was lost. Any thread; returns without
   /// waiting for the transports.
   void disposeTransports(std::optional<SpanScope> parentSpan);
-  /// Closes both transports on the main queue, send before receive.
+  /// Closes both transports on the main queue, send before receive, for good: one that is being
+  /// made just now is closed as soon as it is there.
   void closeTransports();
 
   void onConnect(const std::shared_ptr<Transport>& transport,
@@ -60,6 +61,8 @@ private:
   Task<void> createReceiveTransport(std::optional<SpanScope> parentSpan);
   Task<void> produce(std::string transportId, MediaKind kind, std::string rtpParameters,
                      std::string appData, ProduceCallback callback);
+  template <class T>
+  void keep(Slot<T>& slot, std::shared_ptr<T> transport);
   Role roleOf(const std::string& transportId) const;
   std::optional<SpanScope> spanOf(Role role) const;
 
@@ -71,6 +74,7 @@ private:
   mutable std::mutex _transportLock;
   Slot<SendTransport> _send;
   Slot<ReceiveTransport> _receive;
+  bool _closedForGood = false;
   List _deviceCapabilitiesJson;
 };
 

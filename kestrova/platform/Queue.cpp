@@ -53,9 +53,13 @@ struct ReportFailure {
 }  // namespace
 
 Queue::Running::Running(const Queue& queue) : _outer(std::exchange(currentQueue, &queue)) {}
-Queue::Running::~Running() { currentQueue = _outer; }
+Queue::Running::~Running() {
+  currentQueue = _outer;
+}
 
-bool Queue::isCurrent() const { return currentQueue == this; }
+bool Queue::isCurrent() const {
+  return currentQueue == this;
+}
 
 void Queue::after(std::chrono::milliseconds delay, Work work) {
   auto wake = [weak = weak_from_this(), work = std::move(work)]() mutable {
@@ -64,9 +68,13 @@ void Queue::after(std::chrono::milliseconds delay, Work work) {
   Platform::current()->scheduler->detachedAfter(delay, std::move(wake));
 }
 
-boost::asio::any_io_executor Queue::executor() { return QueueExecutor(shared_from_this()); }
+boost::asio::any_io_executor Queue::executor() {
+  return QueueExecutor(shared_from_this());
+}
 
-void assertOnQueue([[maybe_unused]] const Queue& queue) { assert(queue.isCurrent()); }
+void assertOnQueue([[maybe_unused]] const Queue& queue) {
+  assert(queue.isCurrent());
+}
 
 // ---- SerialQueue -------------------------------------------------------------------------------
 
@@ -96,15 +104,21 @@ struct SerialQueue::State {
 
   /// Ends the active thread's hold; the lock is held.
   void release(const std::shared_ptr<SerialQueue>& queue) {
-    if (!entries.empty() && std::holds_alternative<Waiter*>(entries.front())) {
-      auto* waiter = std::get<Waiter*>(entries.front());
-      entries.pop_front();
-      waiter->turn = true;  // the hold passes on: `active` stays set
-      waiter->wake.notify_one();
+    // A waiting caller goes on with what stands before it, too: every thread of the executor may be
+    // waiting here. So nobody waits at a queue that has no active thread.
+    for (auto& entry : entries) {
+      auto* const* waiter = std::get_if<Waiter*>(&entry);
+      if (!waiter) continue;
+      (*waiter)->turn = true;  // the hold passes on: `active` stays set
+      (*waiter)->wake.notify_one();
       return;
     }
     active = false;
     if (!entries.empty()) schedule(queue);
+  }
+
+  bool hasWorkInFront() const {
+    return !entries.empty() && std::holds_alternative<Work>(entries.front());
   }
 
   void runFront(std::unique_lock<std::mutex>& held, const std::string& label) {
@@ -126,7 +140,9 @@ std::shared_ptr<SerialQueue> SerialQueue::make(std::string label) {
       new SerialQueue(std::move(label), Platform::current()->background));
 }
 
-boost::asio::execution_context& SerialQueue::context() { return _state->executor.context(); }
+boost::asio::execution_context& SerialQueue::context() {
+  return _state->executor.context();
+}
 
 void SerialQueue::async(Work work) {
   auto self = std::static_pointer_cast<SerialQueue>(shared_from_this());
@@ -143,8 +159,7 @@ void SerialQueue::drain(const std::shared_ptr<SerialQueue>& self) {
   state.active = true;
   {
     Running running(*self);
-    while (!state.entries.empty() && std::holds_alternative<Work>(state.entries.front()))
-      state.runFront(held, self->_label);
+    while (state.hasWorkInFront()) state.runFront(held, self->_label);
   }
   state.release(self);
 }
@@ -158,9 +173,12 @@ SerialQueue::Turn::Turn(SerialQueue& queue) : _queue(queue) {
     state.entries.emplace_back(&waiter);
     waiter.wake.wait(held, [&] { return waiter.turn; });
     _running = std::make_unique<Running>(queue);
+    while (state.hasWorkInFront()) state.runFront(held, queue._label);
+    state.entries.pop_front();  // ourselves
     return;
   }
-  // Nobody is at work: what stands before us is run here, so that a caller never waits for a thread.
+  // Nobody is at work: what stands before us is run here, so that a caller never waits for a
+  // thread.
   state.active = true;
   _running = std::make_unique<Running>(queue);
   for (auto ahead = state.entries.size(); ahead > 0; --ahead) state.runFront(held, queue._label);
@@ -204,15 +222,17 @@ boost::asio::any_io_executor MainQueue::target() {
   }
   std::call_once(_state->started, [this] {
     _state->context = std::make_unique<boost::asio::io_context>(1);
-    _state->guard = std::make_unique<
-        boost::asio::executor_work_guard<boost::asio::io_context::executor_type>>(
-        _state->context->get_executor());
+    _state->guard =
+        std::make_unique<boost::asio::executor_work_guard<boost::asio::io_context::executor_type>>(
+            _state->context->get_executor());
     std::thread([context = _state->context.get()] { context->run(); }).detach();
   });
   return _state->context->get_executor();
 }
 
-boost::asio::execution_context& MainQueue::context() { return target().context(); }
+boost::asio::execution_context& MainQueue::context() {
+  return target().context();
+}
 
 void MainQueue::async(Work work) {
   boost::asio::post(target(), [this, work = std::move(work)]() mutable {

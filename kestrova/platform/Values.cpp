@@ -1,6 +1,7 @@
 #include <kestrova/platform/Values.h>
 
 #include <cmath>
+#include <utility>
 
 namespace kestrova {
 namespace {
@@ -11,7 +12,9 @@ const Value* find(const Dictionary& dictionary, std::string_view key) {
 
 std::optional<std::int64_t> wholeNumber(const Value& value) {
   if (const auto* number = value.if_int64()) return *number;
-  if (value.is_uint64()) return std::nullopt;  // a uint64 that would fit is kept as int64
+  if (const auto* number = value.if_uint64())
+    return std::in_range<std::int64_t>(*number) ? std::optional(static_cast<std::int64_t>(*number))
+                                                : std::nullopt;
   if (const auto* number = value.if_double()) {
     constexpr double exact = 9007199254740992.0;  // 2^53: beyond it doubles skip integers
     if (std::trunc(*number) == *number && std::abs(*number) <= exact)
@@ -128,13 +131,20 @@ bool isUtf8(std::string_view text) {
     const unsigned lead = *bytes++;
     if (lead < 0x80) continue;
     bool good = false;
-    if (lead >= 0xC2 && lead <= 0xDF) good = tail(1);
-    else if (lead == 0xE0) good = second(0xA0, 0xBF) && tail(2);
-    else if (lead == 0xED) good = second(0x80, 0x9F) && tail(2);
-    else if (lead >= 0xE1 && lead <= 0xEF) good = tail(2);
-    else if (lead == 0xF0) good = second(0x90, 0xBF) && tail(3);
-    else if (lead == 0xF4) good = second(0x80, 0x8F) && tail(3);
-    else if (lead >= 0xF1 && lead <= 0xF3) good = tail(3);
+    if (lead >= 0xC2 && lead <= 0xDF)
+      good = tail(1);
+    else if (lead == 0xE0)
+      good = second(0xA0, 0xBF) && tail(2);
+    else if (lead == 0xED)
+      good = second(0x80, 0x9F) && tail(2);
+    else if (lead >= 0xE1 && lead <= 0xEF)
+      good = tail(2);
+    else if (lead == 0xF0)
+      good = second(0x90, 0xBF) && tail(3);
+    else if (lead == 0xF4)
+      good = second(0x80, 0x8F) && tail(3);
+    else if (lead >= 0xF1 && lead <= 0xF3)
+      good = tail(3);
     if (!good) return false;
   }
   return true;

@@ -12,7 +12,7 @@ public:
   Work() = default;
   template <class F>
     requires(!std::is_same_v<std::decay_t<F>, Work>)
-  Work(F&& callable)  // NOLINT(google-explicit-constructor): a lambda is work
+  Work(F&& callable)  // NOLINT: a lambda is work
       : _body(std::make_unique<Model<std::decay_t<F>>>(std::forward<F>(callable))) {}
 
   explicit operator bool() const { return _body != nullptr; }

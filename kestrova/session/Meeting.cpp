@@ -7,7 +7,10 @@
 namespace kestrova {
 
 Meeting::Meeting(std::shared_ptr<MeetingCore> core) : _core(std::move(core)) {}
-Meeting::~Meeting() = default;
+Meeting::~Meeting() {
+  // A step of the join that still waits for the service must begin nothing more.
+  _core->context->setOver();
+}
 
 std::string Meeting::id() const { return _core->context->settings.id; }
 std::shared_ptr<Participant> Meeting::localParticipant() const {

@@ -24,6 +24,7 @@ Task<void> JoinSequence::connect() {
       APIManager::getServerConfig(_context->platform->urlSession, meeting.accessToken, meeting.id,
                                   _context->options.signalingBaseUrl);
   const Dictionary configuration = co_await std::move(lookup);
+  if (!_context->delegate()) co_return;  // the meeting went meanwhile
   const auto baseUrl = text(configuration, "baseUrl", "");
   if (baseUrl.empty()) {
     refused(configuration);

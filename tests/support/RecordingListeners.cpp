@@ -7,7 +7,9 @@
 namespace kestrova::test {
 namespace {
 
-std::string orNobody(const std::optional<std::string>& id) { return id.value_or("nobody"); }
+std::string orNobody(const std::optional<std::string>& id) {
+  return id.value_or("nobody");
+}
 
 }  // namespace
 

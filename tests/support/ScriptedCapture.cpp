@@ -67,8 +67,10 @@ std::unique_ptr<MicrophoneCapturer> ScriptedCapture::makeMicrophoneCapturer() {
 }
 
 void ScriptedCapture::later(Behaviour behaviour, std::function<void()> completion) {
-  if (behaviour == Behaviour::hangs) _hanging.push_back(std::move(completion));
-  else boost::asio::post(_executor, std::move(completion));
+  if (behaviour == Behaviour::hangs)
+    _hanging.push_back(std::move(completion));
+  else
+    boost::asio::post(_executor, std::move(completion));
 }
 
 void ScriptedCapture::finishHanging() {

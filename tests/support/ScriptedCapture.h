@@ -1,11 +1,10 @@
 #pragma once
 
-#include "Journal.h"
-
 #include <kestrova/platform/Capture.h>
 
 #include <boost/asio/any_io_executor.hpp>
 
+#include "Journal.h"
 #include <functional>
 #include <memory>
 #include <string>

@@ -1,7 +1,6 @@
 #include "ScriptedMediasoup.h"
 
 #include "ScriptedTracks.h"
-
 #include <optional>
 
 namespace kestrova::test {

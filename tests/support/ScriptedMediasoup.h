@@ -1,11 +1,10 @@
 #pragma once
 
-#include "Journal.h"
-
 #include <kestrova/platform/Await.h>
 #include <kestrova/platform/Mediasoup.h>
 #include <kestrova/platform/Values.h>
 
+#include "Journal.h"
 #include <map>
 #include <memory>
 #include <set>
@@ -27,9 +26,9 @@ struct MediaScript {
   /// device can't produce.
   std::set<std::string> refused;
   /// The device's own codecs.
-  List codecs{Dictionary{{"mimeType", "audio/opus"}}, Dictionary{{"mimeType", "video/VP8"}},
-              Dictionary{{"mimeType", "video/H264"},
-                         {"parameters", {{"profile-level-id", "42e01f"}}}}};
+  List codecs{
+      Dictionary{{"mimeType", "audio/opus"}}, Dictionary{{"mimeType", "video/VP8"}},
+      Dictionary{{"mimeType", "video/H264"}, {"parameters", {{"profile-level-id", "42e01f"}}}}};
   std::string loadedWith;
   std::vector<TransportDetails> details;
   std::vector<ProducerOptions> published;
@@ -134,8 +133,7 @@ protected:
   bool _connecting = false;
 };
 
-class ScriptedSendTransport final
-    : public ScriptedTransport<SendTransport, SendTransportDelegate> {
+class ScriptedSendTransport final : public ScriptedTransport<SendTransport, SendTransportDelegate> {
 public:
   using ScriptedTransport::ScriptedTransport;
   Task<std::shared_ptr<Producer>> createProducer(ProducerOptions options) override;

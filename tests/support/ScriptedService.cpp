@@ -1,7 +1,6 @@
 #include "ScriptedService.h"
 
 #include "ScriptedSocket.h"
-
 #include <algorithm>
 
 namespace kestrova::test {
@@ -67,8 +66,10 @@ void ScriptedService::receive(Request request, std::function<void(SocketItems)> 
   if (!settle) return;
   const auto responder = _responders.find(method);
   const auto reply = responder == _responders.end() ? std::optional(ok()) : responder->second(data);
-  if (reply) settle({*reply});
-  else _withheld.push_back({method, std::move(settle)});
+  if (reply)
+    settle({*reply});
+  else
+    _withheld.push_back({method, std::move(settle)});
 }
 
 // ---- Questions ---------------------------------------------------------------------------------

@@ -1,9 +1,8 @@
 #pragma once
 
-#include "ManualScheduler.h"
-
 #include <kestrova/platform/SocketIO.h>
 
+#include "ManualScheduler.h"
 #include <functional>
 #include <map>
 #include <memory>

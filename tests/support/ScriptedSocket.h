@@ -1,7 +1,6 @@
 #pragma once
 
 #include "ScriptedService.h"
-
 #include <map>
 #include <memory>
 #include <string>
@@ -18,7 +17,8 @@ struct PushedEvent {
   Value value() const;
 };
 
-/// A socket whose network is the test. Handlers run on the client's own queue, as the real one's do.
+/// A socket whose network is the test. Handlers run on the client's own queue, as the real one's
+/// do.
 class ScriptedSocket final : public SocketIOClient,
                              public std::enable_shared_from_this<ScriptedSocket> {
 public:

@@ -1,9 +1,8 @@
 #pragma once
 
-#include "Journal.h"
-
 #include <kestrova/platform/WebRTC.h>
 
+#include "Journal.h"
 #include <memory>
 #include <string>
 

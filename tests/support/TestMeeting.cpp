@@ -57,15 +57,14 @@ std::shared_ptr<Participant> TestMeeting::addPeer(const std::string& id, Diction
 std::shared_ptr<PushedEvent> TestMeeting::announce(const std::string& consumerId,
                                                    const std::string& peerId,
                                                    const std::string& kind, bool share) {
-  auto pushed = socket().push("newConsumer",
-                              {{"method", "newConsumer"},
-                               {"data",
-                                {{"id", consumerId},
-                                 {"kind", kind},
-                                 {"producerId", "p-" + consumerId},
-                                 {"rtpParameters", Dictionary()},
-                                 {"appData", {{"peerId", peerId}, {"share", share}}},
-                                 {"peerId", peerId}}}});
+  auto pushed = socket().push("newConsumer", {{"method", "newConsumer"},
+                                              {"data",
+                                               {{"id", consumerId},
+                                                {"kind", kind},
+                                                {"producerId", "p-" + consumerId},
+                                                {"rtpParameters", Dictionary()},
+                                                {"appData", {{"peerId", peerId}, {"share", share}}},
+                                                {"peerId", peerId}}}});
   platform->pump();
   return pushed;
 }

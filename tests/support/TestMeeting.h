@@ -1,10 +1,9 @@
 #pragma once
 
-#include "RecordingListeners.h"
-#include "TestPlatform.h"
-
 #include <kestrova/session/Kestrova.h>
 
+#include "RecordingListeners.h"
+#include "TestPlatform.h"
 #include <memory>
 #include <string>
 

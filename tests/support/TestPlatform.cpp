@@ -9,9 +9,8 @@ TestPlatform::TestPlatform()
       .scheduler = clock,
       .urlSession = session,
       .captureDevices = capture,
-      .makeSocketManager = [service = service](
-                               const std::string& url,
-                               SocketManagerConfig config) -> std::shared_ptr<SocketManager> {
+      .makeSocketManager = [service = service](const std::string& url, SocketManagerConfig config)
+          -> std::shared_ptr<SocketManager> {
         if (!url.starts_with("https://") || url.find(' ') != std::string::npos) return nullptr;
         return service->connect(url, std::move(config));
       },

@@ -1,5 +1,10 @@
 #pragma once
 
+#include <kestrova/platform/Platform.h>
+
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/io_context.hpp>
+
 #include "Journal.h"
 #include "ManualScheduler.h"
 #include "ScriptedCapture.h"
@@ -9,12 +14,6 @@
 #include "ScriptedSocket.h"
 #include "ScriptedTracks.h"
 #include "TraceRecorder.h"
-
-#include <kestrova/platform/Platform.h>
-
-#include <boost/asio/co_spawn.hpp>
-#include <boost/asio/io_context.hpp>
-
 #include <chrono>
 #include <exception>
 #include <memory>

@@ -10,8 +10,8 @@
 
 namespace kestrova::test {
 
-/// Everything that the process's tracer told since the last `clear`. One for the whole test program,
-/// since the tracer keeps its outputs for good. Any thread.
+/// Everything that the process's tracer told since the last `clear`. One for the whole test
+/// program, since the tracer keeps its outputs for good. Any thread.
 class TraceRecorder final : public TraceOutput {
 public:
   static TraceRecorder& shared();

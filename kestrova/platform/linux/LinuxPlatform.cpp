@@ -6,6 +6,7 @@
 #include <kestrova/platform/linux/socketio/SocketManager.h>
 #include <kestrova/platform/linux/webrtc/PeerConnectionFactory.h>
 
+#include <openssl/crypto.h>
 #include <sys/utsname.h>
 
 #include <cstdio>
@@ -40,6 +41,8 @@ Platform makeLinuxPlatform() {
 }
 
 const bool registered = [] {
+  // Background threads may be inside TLS when the process exits: OpenSSL must stay whole under them.
+  OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
   Platform::setDefault(makeLinuxPlatform);
   return true;
 }();

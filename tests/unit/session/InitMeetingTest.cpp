@@ -1,7 +1,6 @@
-#include <tests/support/TestMeeting.h>
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <tests/support/TestMeeting.h>
 
 #include <cmath>
 #include <set>

@@ -1,7 +1,6 @@
-#include <tests/support/TestMeeting.h>
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <tests/support/TestMeeting.h>
 
 namespace kestrova::test {
 namespace {
@@ -38,10 +37,9 @@ TEST_F(JoinTest, runsEveryStepInOrder) {
                             {"pubSubUrl", "wss://topics.test"},
                             {"unsupportedCodecs", "not a list"}});
   test.decide("allowed");
-  EXPECT_THAT(service().methods(),
-              ElementsAre("getRouterRtpCapabilities", "createWebRtcTransport",
-                          "createWebRtcTransport", "join", "connectWebRtcTransport", "produce",
-                          "produce"));
+  EXPECT_THAT(service().methods(), ElementsAre("getRouterRtpCapabilities", "createWebRtcTransport",
+                                               "createWebRtcTransport", "join",
+                                               "connectWebRtcTransport", "produce", "produce"));
   EXPECT_THAT(test.listener->take(), ElementsAre("onEntryResponded me allowed",
                                                  "onParticipantJoined bob", "onMeetingJoined"));
   EXPECT_THAT(test.localListener->take(), ElementsAre("onStreamEnabled audio-1 audio of me",
@@ -52,24 +50,24 @@ TEST_F(JoinTest, runsEveryStepInOrder) {
 
 TEST_F(JoinTest, sendsTheJoinRequestLetterForLetter) {
   const Dictionary metaData{{"team", "blue"}, {"enableAgentEvents", false}};
-  TestMeeting::joined(platform, {.mode = Mode::RECV_ONLY,
-                                 .metaData = metaData,
-                                 .enableBatching = false});
-  EXPECT_EQ(service().last("join"),
-            (Dictionary{{"displayName", "Ada"},
-                        {"device", "ios"},
-                        {"secret", "secret-token"},
-                        {"rtpCapabilities", {{"codecs", platform.media->codecs}}},
-                        {"metaData", {{"team", "blue"}, {"enableAgentEvents", true}}},
-                        {"switchingRoom", false},
-                        {"mode", "RECV_ONLY"},
-                        {"deviceInfo",
-                         {{"sdkType", "iOS"},
-                          {"sdkVersion", "3.2.0"},
-                          {"platform", "ios"},
-                          {"deviceUserAgent",
-                           {{"model", "x86_64"}, {"brand", "Apple"}, {"osVersion", "12.5"}}}}},
-                        {"batchingEnabled", false}}));
+  TestMeeting::joined(platform,
+                      {.mode = Mode::RECV_ONLY, .metaData = metaData, .enableBatching = false});
+  EXPECT_EQ(
+      service().last("join"),
+      (Dictionary{
+          {"displayName", "Ada"},
+          {"device", "ios"},
+          {"secret", "secret-token"},
+          {"rtpCapabilities", {{"codecs", platform.media->codecs}}},
+          {"metaData", {{"team", "blue"}, {"enableAgentEvents", true}}},
+          {"switchingRoom", false},
+          {"mode", "RECV_ONLY"},
+          {"deviceInfo",
+           {{"sdkType", "iOS"},
+            {"sdkVersion", "3.2.0"},
+            {"platform", "ios"},
+            {"deviceUserAgent", {{"model", "x86_64"}, {"brand", "Apple"}, {"osVersion", "12.5"}}}}},
+          {"batchingEnabled", false}}));
 }
 
 TEST_F(JoinTest, eachModeMakesItsOwnTransportsAndMedia) {
@@ -86,8 +84,8 @@ TEST_F(JoinTest, eachModeMakesItsOwnTransportsAndMedia) {
   for (const auto& row : rows) {
     SCOPED_TRACE(std::string(wireText(row.mode)));
     TestPlatform own;
-    const auto test = TestMeeting::joined(
-        own, {.micEnabled = true, .webcamEnabled = true, .mode = row.mode});
+    const auto test =
+        TestMeeting::joined(own, {.micEnabled = true, .webcamEnabled = true, .mode = row.mode});
     Lines made;
     for (const auto& details : own.media->details) made.push_back(details.id);
     EXPECT_EQ(made, row.transports);
@@ -123,10 +121,9 @@ TEST_F(JoinTest, aServiceThatRefusesFailsTheMeeting) {
     TestPlatform own;
     own.session->answer(row.body, 401);
     auto track = std::make_shared<ScriptedVideoTrack>("mine");
-    TestMeeting test(
-        own, {.webcamEnabled = true,
-              .customCameraVideoStream =
-                  std::make_shared<CustomRTCMediaStream>(CustomStreamFields{.videoTrack = track})});
+    TestMeeting test(own, {.webcamEnabled = true,
+                           .customCameraVideoStream = std::make_shared<CustomRTCMediaStream>(
+                               CustomStreamFields{.videoTrack = track})});
     test.lookUp();
     ASSERT_EQ(test.listener->errors.size(), 1u);
     EXPECT_EQ(test.listener->errors[0].rawValue(), row.error);
@@ -144,15 +141,14 @@ TEST_F(JoinTest, aNetworkThatIsAwayFailsTheMeeting) {
   TestMeeting test(platform);
   test.lookUp();
   EXPECT_EQ(test.meeting->meetingState(), MeetingState::FAILED);
-  EXPECT_TRUE(
-      platform.traces.has("Error while getting service configuration: no route"));
+  EXPECT_TRUE(platform.traces.has("Error while getting service configuration: no route"));
 }
 
 TEST_F(JoinTest, aRefusedEntryFailsTheMeeting) {
   service().refuse("requestEntry", 4005, "full");
   const auto test = TestMeeting::entering(platform);
-  EXPECT_TRUE(platform.traces.has(
-      "Entry request failed with error:  [ ErrorCode: 4005, Message: full ] "));
+  EXPECT_TRUE(
+      platform.traces.has("Entry request failed with error:  [ ErrorCode: 4005, Message: full ] "));
   EXPECT_TRUE(test.listener->has("onError 3047"));
   EXPECT_EQ(test.meeting->meetingState(), MeetingState::FAILED);
 }
@@ -245,8 +241,7 @@ TEST_F(JoinTest, aRefusedProducerLeavesTheMeetingJoined) {
   EXPECT_TRUE(test.listener->has("onMeetingJoined"));
   EXPECT_TRUE(test.meeting->localParticipant()->streams().empty());
   EXPECT_EQ(platform.traces.count("Error in produce event of Send Media Transport "), 2);
-  EXPECT_TRUE(
-      platform.traces.has("Error encountered while enabling microphone in unmuteMic()."));
+  EXPECT_TRUE(platform.traces.has("Error encountered while enabling microphone in unmuteMic()."));
   EXPECT_TRUE(platform.traces.has("Error encountered while enabling webcam in enableWebcam()"));
 }
 

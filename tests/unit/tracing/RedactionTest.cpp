@@ -52,22 +52,17 @@ TEST(RedactionTest, hidesSecretsAndDropsNoise) {
 }
 
 TEST(RedactionTest, followsTheMode) {
-  struct Row {
-    RedactionConfig config;
-    std::string value;
-    std::string expected;
+  const auto expect = [](const RedactionConfig& config, const char* value, const char* expected) {
+    EXPECT_EQ(redacted(value, config), expected) << value;
   };
-  const std::vector<Row> table = {
-      {{.mode = RedactionMode::full}, "abcdefghijklmnop", "[REDACTED]"},
-      {{.mode = RedactionMode::partial}, "abcdef", "[REDACTED]"},
-      {{.mode = RedactionMode::partial}, "abcdefg", "abc***efg"},
-      {{.mode = RedactionMode::partial, .visibleChars = 0, .mask = "#"}, "a", "#"},
-      {{.mode = RedactionMode::partial, .visibleChars = 0}, "", "[REDACTED]"},
-      {{.mode = RedactionMode::partial, .visibleChars = ~std::size_t{0}}, "abc", "[REDACTED]"},
-      {{.visibleChars = 6}, "abcdefghij", "[REDACTED]"},
-      {{.autoThreshold = 0}, "abcdefg", "abc***efg"},
-  };
-  for (const auto& row : table) EXPECT_EQ(redacted(row.value, row.config), row.expected);
+  expect({.mode = RedactionMode::full}, "abcdefghijklmnop", "[REDACTED]");
+  expect({.mode = RedactionMode::partial}, "abcdef", "[REDACTED]");
+  expect({.mode = RedactionMode::partial}, "abcdefg", "abc***efg");
+  expect({.mode = RedactionMode::partial, .visibleChars = 0, .mask = "#"}, "a", "#");
+  expect({.mode = RedactionMode::partial, .visibleChars = 0}, "", "[REDACTED]");
+  expect({.mode = RedactionMode::partial, .visibleChars = ~std::size_t{0}}, "abc", "[REDACTED]");
+  expect({.visibleChars = 6}, "abcdefghij", "[REDACTED]");
+  expect({.autoThreshold = 0}, "abcdefg", "abc***efg");
 }
 
 TEST(RedactionTest, takesKeysAsExpressionsInsideJson) {

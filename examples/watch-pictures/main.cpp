@@ -1,0 +1,51 @@
+// watch-pictures SERVICE MEETING, with the access token in KESTROVA_TOKEN: counts pictures for ten s.
+#include <kestrova/session/Kestrova.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <future>
+#include <thread>
+
+using namespace kestrova;
+using namespace std::chrono_literals;
+
+struct Guest : MeetingEventListener,
+               ParticipantEventListener,
+               VideoSink,
+               std::enable_shared_from_this<Guest> {
+  std::promise<void> left;
+  int pictures = 0;
+
+  void onParticipantJoined(const std::shared_ptr<Participant>& participant) override {
+    std::printf("%s is here\n", participant->displayName().c_str());
+    participant->addEventListener(shared_from_this());
+    for (const auto& [id, stream] : participant->streams()) onStreamEnabled(stream, participant);
+  }
+  void onStreamEnabled(const std::shared_ptr<MediaStream>& stream,
+                       const std::shared_ptr<Participant>&) override {
+    if (const auto video = stream->videoTrack()) video->addSink(shared_from_this());
+  }
+  void onFrame(const VideoFrame& frame) override {
+    const auto picture = frame.buffer->i420();
+    if (++pictures % 100 == 0)
+      std::printf("picture %d: %dx%d\n", pictures, picture.width, picture.height);
+  }
+  void onMeetingLeft() override { left.set_value(); }
+  using MeetingEventListener::onMeetingLeft;
+};
+
+int main(int argc, char** argv) {
+  const char* token = std::getenv("KESTROVA_TOKEN");
+  if (argc != 3 || !token) return std::fputs("usage: watch-pictures SERVICE MEETING\n", stderr), 2;
+
+  Kestrova::setLogLevel(LogLevel::error);
+  Kestrova::config(token);
+  const auto meeting = Kestrova::initMeeting(
+      {.meetingId = argv[2], .participantName = "Ada", .signalingBaseUrl = argv[1]});
+  const auto guest = std::make_shared<Guest>();
+  meeting->addEventListener(guest);
+  meeting->join();
+  std::this_thread::sleep_for(10s);
+  meeting->leave();
+  guest->left.get_future().wait_for(2s);
+}

@@ -1,0 +1,122 @@
+#!/usr/bin/env python3
+"""Checks who includes whom: includes run one way through the library.
+
+usage: includes.py <top of the repository>
+"""
+import functools
+import pathlib
+import re
+import sys
+
+INCLUDE = re.compile(r'^\s*#\s*include\s*[<"]([^>"]+)[>"]', re.MULTILINE)
+
+# What each folder may include of the library. The middle four are one layer.
+MIDDLE = {"signalling", "media", "realtime", "monitoring"}
+MAY_INCLUDE = {
+    "platform": {"platform"},
+    "tracing": {"tracing", "platform"},
+    **{name: MIDDLE | {"tracing", "platform"} for name in MIDDLE},
+    "session": {"session", "tracing", "platform"} | MIDDLE,
+}
+
+# Whose headers may be seen where; everywhere else they may not.
+ENGINES = [
+    ("libwebrtc", re.compile(r"^(api|rtc_base|modules|pc|media/(base|engine)|call|p2p|"
+                             r"system_wrappers|common_video|audio|video)/.*\.h$"),
+     ["kestrova/platform/linux/", "tests/platform/", "bench/"]),
+    ("curl", re.compile(r"^curl/"), ["kestrova/platform/linux/", "tests/platform/", "bench/"]),
+    ("Beast", re.compile(r"^boost/beast(/|\.hpp)"),
+     ["kestrova/platform/linux/", "tests/platform/", "bench/", "fuzz/"]),
+    ("OpenTelemetry", re.compile(r"^opentelemetry/"),
+     ["kestrova/platform/linux/", "kestrova/tracing/*.cpp", "bench/"]),
+]
+
+# The public headers, all that applications and examples may use: these, and what they lead to.
+PUBLIC = [
+    "kestrova/session/Kestrova.h",
+    "kestrova/session/MeetingEventListener.h",
+    "kestrova/session/ParticipantEventListener.h",
+    "kestrova/session/CharacterEventListener.h",
+    "kestrova/realtime/PubSub.h",
+    "kestrova/realtime/RealtimeStore.h",
+    "kestrova/platform/Queue.h",
+]
+
+
+@functools.lru_cache
+def public_headers(top):
+    reached = set()
+    waiting = list(PUBLIC)
+    while waiting:
+        header = waiting.pop()
+        if header in reached or not (top / header).is_file():
+            continue
+        reached.add(header)
+        text = (top / header).read_text(encoding="utf-8")
+        waiting += [name for name in INCLUDE.findall(text) if name.startswith("kestrova/")]
+    return frozenset(reached)
+
+
+LINUX_USERS = ("kestrova/platform/linux/", "apps/", "tests/platform/", "tests/integration/",
+               "bench/")
+
+
+def library_folder(path):
+    parts = pathlib.PurePosixPath(path).parts
+    return parts[1] if len(parts) > 2 and parts[0] == "kestrova" else None
+
+
+def allowed(path, places):
+    for place in places:
+        if place.endswith("/") and path.startswith(place):
+            return True
+        if pathlib.PurePosixPath(path).match(place):
+            return True
+    return False
+
+
+def faults_of(path, include, top):
+    beside = (top / path).parent / include
+    if not include.startswith("kestrova/") and beside.is_file():
+        include = beside.resolve().relative_to(top).as_posix()
+    elif (engine := next((e for e in ENGINES if e[1].match(include)), None)):
+        if not allowed(path, engine[2]):
+            yield f"{engine[0]} headers are not for this place"
+        return
+    target = library_folder(include)
+    if not target:
+        return
+    source = library_folder(path)
+    linux = include.startswith("kestrova/platform/linux/")
+    of_linux = path.startswith(LINUX_USERS)
+    if linux and not of_linux:
+        yield "headers of the Linux platform are for it and the applications only"
+    if source and target not in MAY_INCLUDE.get(source, set()):
+        yield f"{source} may not include {target}"
+    if path.startswith(("apps/", "examples/")) and not linux and include not in public_headers(top):
+        yield "applications use the public headers only"
+
+
+def main():
+    top = pathlib.Path(sys.argv[1]).resolve()
+    found = 0
+    faults = []
+    for folder in ("kestrova", "apps", "examples", "tests", "bench", "fuzz"):
+        for file in sorted((top / folder).rglob("*")):
+            if file.suffix not in {".h", ".cpp", ".inc"}:
+                continue
+            path = file.relative_to(top).as_posix()
+            found += 1
+            text = file.read_text(encoding="utf-8")
+            for match in INCLUDE.finditer(text):
+                line = text.count("\n", 0, match.start(1)) + 1
+                faults += [f"{path}:{line}: {match.group(1)}: {fault}"
+                           for fault in faults_of(path, match.group(1), top)]
+    for fault in faults:
+        print(fault)
+    print(f"{found} files, {len(faults)} faults")
+    return 1 if faults or not found else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

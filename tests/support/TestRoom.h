@@ -1,0 +1,28 @@
+#pragma once
+
+#include "TestPlatform.h"
+
+#include <kestrova/session/MeetingCore.h>
+
+#include <memory>
+
+namespace kestrova::test {
+
+/// A room client whose socket stands, for tests that call its operations themselves. The meeting
+/// behind it is real, but was not asked to join.
+struct TestRoom {
+  explicit TestRoom(TestPlatform& platform) {
+    platform.run(client->connect());
+    platform.service->socket()->open();
+    platform.pump();
+  }
+
+  const std::shared_ptr<MeetingCore> core = MeetingCore::make(std::make_shared<MeetingContext>(
+      MeetingSettings{.id = "room", .accessToken = "secret-token"},
+      std::make_shared<Participant>(Participant::Options{.id = "me", .isLocal = true}),
+      std::make_shared<MediaConfigStore>(VideoConfigSnapshot{}, AudioConfigSnapshot{}), nullptr,
+      nullptr));
+  const std::shared_ptr<RoomClient> client = core->context->roomClient();
+};
+
+}  // namespace kestrova::test

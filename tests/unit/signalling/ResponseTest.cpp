@@ -1,0 +1,148 @@
+#include <kestrova/signalling/APIManager.h>
+#include <kestrova/signalling/Events.h>
+#include <kestrova/signalling/MeetingTypes.h>
+#include <kestrova/signalling/Peer.h>
+#include <kestrova/signalling/Response.h>
+#include <kestrova/signalling/SDKConfiguration.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <tests/support/TestPlatform.h>
+
+#include <cmath>
+
+namespace kestrova::test {
+namespace {
+
+TEST(ResponseTest, isStatusOKJudgesAnyAnswer) {
+  const std::pair<Dictionary, std::string> rows[] = {
+      {{{"data", {{"status", "ok"}}}}, ""},
+      {{{"data", {{"status", "OK"}}}}, ""},
+      {{{"data", {{"status", "error"}, {"errorCode", 4001}, {"message", "bad"}}}},
+       " [ ErrorCode: 4001, Message: bad ] "},
+      {{{"data", {{"errorCode", "4001"}, {"message", 5}}}},
+       " [ ErrorCode: -1, Message: Unknown error ] "},
+      {{{"data", Dictionary()}}, " [ ErrorCode: -1, Message: Unknown error ] "},
+      {{}, "Error response: {}"},
+      {{{"data", "text"}}, R"(Error response: {"data":"text"})"},
+      {{{"ACK_STATUS", "no ack"}}, R"(Error response: {"ACK_STATUS":"no ack"})"},
+      {{{"odd", NAN}}, "Error response: "},
+  };
+  for (const auto& [answer, failure] : rows) {
+    const auto status = isStatusOK(answer);
+    EXPECT_EQ(status.failure, failure);
+    EXPECT_EQ(status.ok, failure.empty());
+  }
+}
+
+TEST(ResponseTest, leaveReasonsKeepTheirNumbers) {
+  const std::pair<std::int64_t, LeaveReason> rows[] = {
+      {1001, LeaveReason::websocketDisconnected},
+      {1011, LeaveReason::duplicateParticipant},
+      {1101, LeaveReason::manualLeaveCalled},
+      {1104, LeaveReason::switchRoomFailed},
+      {1000, LeaveReason::unknown},
+      {1012, LeaveReason::unknown},
+      {1050, LeaveReason::unknown},
+      {1100, LeaveReason::unknown},
+      {1105, LeaveReason::unknown},
+      {-1, LeaveReason::unknown},
+      {std::int64_t{1} << 32 | 1001, LeaveReason::unknown}};
+  for (const auto& [code, reason] : rows) EXPECT_EQ(leaveReasonFrom(code), reason) << code;
+  EXPECT_EQ(message(LeaveReason::unknown), "Participant disconnected due to an unknown reason");
+}
+
+TEST(ResponseTest, methodsAreComparedExactly) {
+  EXPECT_EQ(wireText(LocalEvent::participantModeChanged), "participant-mode-changed");
+  EXPECT_EQ(remoteEventFrom("mediaRealyStarted"), RemoteEvent::mediaRealyStarted);
+  for (const char* text : {"mediaRelayStarted", "NewPeer", "newPeer ", ""})
+    EXPECT_FALSE(remoteEventFrom(text)) << text;
+}
+
+TEST(APIManagerTest, reducesEveryAnswerToOneDictionary) {
+  TestPlatform platform;
+  const std::pair<const char*, const char*> rows[] = {
+      {R"({"data":{"baseUrl":"b"}})", R"({"baseUrl":"b"})"},
+      {R"({"data":{"baseUrl":"b"},"error":"x"})", R"({"baseUrl":"b"})"},
+      {R"({"data":{},"error":"x","code":4001})", R"({"data":{},"error":"x","code":4001})"},
+      {R"({"error":"x"})", R"({"error":"x"})"},
+      {R"({"error":""})", "{}"},
+      {R"({"error":5})", "{}"},
+      {R"({"data":{}})", "{}"},
+      {R"({"data":[1]})", "{}"},
+      {R"([{"data":1}])", "{}"},
+      {"{", "{}"},
+  };
+  for (const auto& [body, expected] : rows) {
+    platform.session->answer(body, 500);
+    const auto result =
+        platform.run(APIManager::getServerConfig(platform.session, "tok", "room", std::nullopt));
+    EXPECT_EQ(result, parseDictionary(expected)) << body;
+  }
+  const auto& request = platform.session->requests.back();
+  using Headers = std::vector<std::pair<std::string, std::string>>;
+  EXPECT_EQ(request.method, "POST");
+  EXPECT_EQ(request.body, R"({"roomId":"room"})");
+  EXPECT_EQ(request.timeout, std::chrono::seconds(60));
+  EXPECT_EQ(request.headers,
+            (Headers{{"Authorization", "tok"}, {"Content-Type", "application/json"}}));
+}
+
+TEST(APIManagerTest, joinsTheAddressAsItStands) {
+  TestPlatform platform;
+  const auto ask = [&](const char* url) {
+    return platform.run(
+        APIManager::getServerConfig(platform.session, "tok", "room", std::string(url)));
+  };
+  ask("localhost:8443");
+  EXPECT_EQ(platform.session->requests.back().url,
+            "https://localhost:8443/infra/v1/meetings/init-config");
+  const auto asked = platform.session->requests.size();
+  EXPECT_EQ(ask("no host"), Dictionary());
+  EXPECT_EQ(platform.session->requests.size(), asked);
+  EXPECT_TRUE(
+      platform.traces.has("Invalid signaling URL: https://no host/infra/v1/meetings/init-config"));
+}
+
+TEST(SDKConfigurationTest, takesOverWhatTheServiceSays) {
+  auto& configuration = SDKConfiguration::shared();
+  configuration.updateTraceConfig(
+      {{"jwt", "key"}, {"logs", {{"enabled", true}, {"endPoint", "https://logs.test"}}}});
+  configuration.updateTraceConfig({{"jwt", 5}});
+  EXPECT_TRUE(configuration.logsEnabled()) << "no logs map leaves the log fields";
+  EXPECT_EQ(configuration.logsEndpoint(), "https://logs.test");
+  EXPECT_EQ(configuration.jwtKey(), "");
+  configuration.updateTraceConfig({{"logs", {{"enabled", "yes"}, {"endPoint", 1}}}});
+  EXPECT_FALSE(configuration.logsEnabled());
+  EXPECT_EQ(configuration.logsEndpoint(), "");
+}
+
+TEST(PeerTest, readsWhatIsThereAndHidesTheServicesMarkers) {
+  const auto read = [](const char* json) {
+    auto data = parseDictionary(json);
+    separateAgentMarkers(data);
+    return Peer::fromJson(data);
+  };
+  const auto agent = read(R"({"id":"a","displayName":"Bot","mode":"RECV_ONLY","metaData":
+      {"agent_id":"g7","agent_name":"n","is_kestrova_agent":true,"enableAgentEvents":true,"x":1},
+      "device":{"name":"chrome","version":"1"}})");
+  EXPECT_EQ(agent.agentId, "g7");
+  EXPECT_EQ(agent.metaData, (Dictionary{{"x", 1}}));
+  EXPECT_EQ(agent.device, "chrome");
+  EXPECT_EQ(agent.participantMode(), Mode::RECV_ONLY);
+
+  const auto odd = read(R"({"id":7,"metaData":"text","mode":"recv_only","device":["x"]})");
+  EXPECT_EQ(odd.id, "");
+  EXPECT_FALSE(odd.metaData || odd.agentId);
+  EXPECT_EQ(odd.participantMode(), Mode::CONFERENCE);
+  EXPECT_FALSE(read(R"({"metaData":{"agent_id":5}})").agentId);
+
+  const auto peers = getParticipants(parseDictionary(
+      R"({"data":{"peers":[{"id":"a","metaData":{"agent_id":"g"}},5,{"id":"b"}]}})"));
+  ASSERT_EQ(peers.size(), 2u);
+  EXPECT_EQ(peers[0].agentId, "g");
+  EXPECT_TRUE(getParticipants({{"data", {{"peers", Dictionary()}}}}).empty());
+}
+
+}  // namespace
+}  // namespace kestrova::test

@@ -1,10 +1,9 @@
-// How long a join takes on loopback, from join() to onMeetingJoined. The protocol's fixed pause after
-// "connectionSuccess" is told apart from what the library, the service and the engine take.
-
-#include "LocalService.h"
+// How long a join takes on loopback, from join() to onMeetingJoined. The protocol's fixed pause
+// after "connectionSuccess" is told apart from what the library, the service and the engine take.
 
 #include <kestrova/session/Kestrova.h>
 
+#include "LocalService.h"
 #include <algorithm>
 #include <chrono>
 #include <cstdio>

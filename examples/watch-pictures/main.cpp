@@ -1,4 +1,5 @@
-// watch-pictures SERVICE MEETING, with the access token in KESTROVA_TOKEN: counts pictures for ten s.
+// watch-pictures SERVICE MEETING, with the access token in KESTROVA_TOKEN: counts pictures for ten
+// s.
 #include <kestrova/session/Kestrova.h>
 
 #include <cstdio>

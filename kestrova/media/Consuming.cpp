@@ -1,6 +1,6 @@
 #include <kestrova/media/AppData.h>
-#include <kestrova/media/Consuming.h>
 #include <kestrova/media/ConsumerClosing.h>
+#include <kestrova/media/Consuming.h>
 #include <kestrova/signalling/RoomClientError.h>
 #include <kestrova/tracing/Trace.h>
 
@@ -43,8 +43,8 @@ void Consuming::handleNewConsumer(const Dictionary& notification) {
 
   const auto span = openSpan([&] { return "Starting participant's " + label + " stream"; },
                              {{"peerId", peerId}, {"kind", label}}, _context->spans.peer(peerId));
-  const auto emitting = openSpan("Emitting STREAM_ENABLE Event",
-                                 {{"kind", label}, {"peerId", peerId}}, span);
+  const auto emitting =
+      openSpan("Emitting STREAM_ENABLE Event", {{"kind", label}, {"peerId", peerId}}, span);
   auto& tracer = SdkTracer::shared();
   try {
     const auto consumer = consumeTrack(data);
@@ -72,9 +72,9 @@ std::shared_ptr<Consumer> Consuming::consumeTrack(const Dictionary& data) {
   if (!id || !kind || !producerId || !rtpParameters || !appData || !peerId || !transport)
     throw RoomClientFailure(RoomClientError::couldNotStartConsumerStream);
 
-  const auto consumer = transport->consume(
-      *id, *producerId, *kind == "video" ? MediaKind::video : MediaKind::audio,
-      jsonText(*rtpParameters).value_or(""), jsonText(*appData).value_or(""));
+  const auto consumer =
+      transport->consume(*id, *producerId, *kind == "video" ? MediaKind::video : MediaKind::audio,
+                         jsonText(*rtpParameters).value_or(""), jsonText(*appData).value_or(""));
   consumer->setDelegate(weak_from_this());
   _registry->add(consumer);
   if (auto delegate = _context->delegate())

@@ -7,7 +7,9 @@ namespace {
 
 constexpr const char* unset = "default";
 
-Value flag(const std::optional<bool>& value) { return value ? Value(*value) : Value(unset); }
+Value flag(const std::optional<bool>& value) {
+  return value ? Value(*value) : Value(unset);
+}
 
 template <class T, class Name>
 Value named(const std::optional<T>& value, Name name) {
@@ -86,9 +88,10 @@ std::string CustomRTCMediaStream::toJsonString(bool forAudio) const {
   const auto now = fields();
   const Dictionary json{
       {"audioTrackId", now.audioTrack ? Value(now.audioTrack->id()) : Value(unset)},
-      {"echoCancellation", now.noiseConfig ? flag(now.noiseConfig->echoCancellation) : Value(unset)},
-      {"noiseConfig", now.noiseConfig ? Value(now.noiseConfig->toJsonString())
-                                      : Value("Not provided")}};
+      {"echoCancellation",
+       now.noiseConfig ? flag(now.noiseConfig->echoCancellation) : Value(unset)},
+      {"noiseConfig",
+       now.noiseConfig ? Value(now.noiseConfig->toJsonString()) : Value("Not provided")}};
   return boost::json::serialize(json);
 }
 

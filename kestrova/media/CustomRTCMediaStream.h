@@ -22,8 +22,8 @@ struct NoiseConfig {
   std::string toJsonString() const;
 };
 
-/// The engine's constraints for a noise configuration: four keys, "true" or "false". Without one all
-/// four are "false".
+/// The engine's constraints for a noise configuration: four keys, "true" or "false". Without one
+/// all four are "false".
 std::map<std::string, std::string> audioConstraints(const std::optional<NoiseConfig>& config);
 
 /// What a `CustomRTCMediaStream` is made of. Unset fields count as the stated defaults.
@@ -31,9 +31,9 @@ struct CustomStreamFields {
   std::shared_ptr<RTCVideoTrack> videoTrack;
   std::optional<bool> multiStream;  ///< unset counts as yes
   std::shared_ptr<RTCAudioTrack> audioTrack;
-  std::optional<VideoCodec> videoCodec;      ///< VP8
-  std::optional<BitrateMode> bitrateMode;    ///< BALANCED
-  std::optional<EncodingLayer> maxLayer;     ///< MAX_LAYER_3
+  std::optional<VideoCodec> videoCodec;    ///< VP8
+  std::optional<BitrateMode> bitrateMode;  ///< BALANCED
+  std::optional<EncodingLayer> maxLayer;   ///< MAX_LAYER_3
   std::optional<CustomAudioTrackConfig> audioEncoderConfig;
   std::optional<CustomVideoTrackConfig> encoderConfig;  ///< h720p_w1280p
   std::optional<CameraPosition> facingMode;             ///< front

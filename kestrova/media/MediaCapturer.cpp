@@ -14,9 +14,8 @@ namespace {
 
 std::optional<AVCaptureDevice> getCameraDevice(CaptureDevices& devices, CameraPosition position) {
   const auto cameras = devices.cameras();
-  const auto found = std::find_if(cameras.begin(), cameras.end(), [&](const auto& camera) {
-    return camera.position == position;
-  });
+  const auto found = std::find_if(cameras.begin(), cameras.end(),
+                                  [&](const auto& camera) { return camera.position == position; });
   return found == cameras.end() ? std::nullopt : std::optional(*found);
 }
 
@@ -92,10 +91,12 @@ Task<bool> MediaCapturer::startSession(AVCaptureDevice device, int fps) {
   enum class Outcome { started, failed, timedOut };
   auto start = [this, &device, fps](Completion<Outcome> done) {
     _platform->scheduler->detachedAfter(captureTimeout, [done] { done(Outcome::timedOut); });
-    _videoCapturer->startCapture(device, device.activeFormat, fps, [done](const std::string& error) {
-      if (!error.empty()) traceError([&] { return "Failed to start video! " + error; });
-      done(error.empty() ? Outcome::started : Outcome::failed);
-    });
+    _videoCapturer->startCapture(device, device.activeFormat, fps,
+                                 [done](const std::string& error) {
+                                   if (!error.empty())
+                                     traceError([&] { return "Failed to start video! " + error; });
+                                   done(error.empty() ? Outcome::started : Outcome::failed);
+                                 });
   };
   const auto outcome = co_await awaitCallback<Outcome>(std::move(start));
   if (outcome == Outcome::timedOut)

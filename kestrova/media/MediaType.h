@@ -15,9 +15,7 @@ constexpr std::string_view text(MediaType type) {
 }
 /// "video" and "share" by name; any other text counts as audio.
 constexpr MediaType mediaTypeFrom(std::string_view kind) {
-  return kind == "share"   ? MediaType::share
-         : kind == "video" ? MediaType::video
-                           : MediaType::audio;
+  return kind == "share" ? MediaType::share : kind == "video" ? MediaType::video : MediaType::audio;
 }
 constexpr MediaType mediaTypeOf(MediaKind kind, bool share) {
   if (kind == MediaKind::audio) return MediaType::audio;

@@ -165,8 +165,7 @@ Task<std::shared_ptr<Producer>> Publishing::produceLocalVideo(
   auto plan = planVideo(*customVideoStream);
   span.event("Video stream configurations generated",
              {{"width", plan.width}, {"height", plan.height}, {"simulcast", plan.simulcast}});
-  const auto transmission =
-      openSpan("Starting Video Stream transmission", {}, enableCamSpan);
+  const auto transmission = openSpan("Starting Video Stream transmission", {}, enableCamSpan);
   _context->spans.set(RoomSpans::Slot::current, transmission);
 
   ProducerOptions options;
@@ -205,8 +204,8 @@ Publishing::VideoPlan Publishing::planVideo(CustomRTCMediaStream& stream) {
       videoTrackPreset(fields.encoderConfig.value_or(CustomVideoTrackConfig::h720p_w1280p));
   plan.width = preset.width;
   plan.height = preset.height;
-  const VideoEncodingOptions encodingOptions{.videoEncoding = MaxBitrate{preset.bitrates[bitrateMode]},
-                                             .simulcast = plan.simulcast};
+  const VideoEncodingOptions encodingOptions{
+      .videoEncoding = MaxBitrate{preset.bitrates[bitrateMode]}, .simulcast = plan.simulcast};
   plan.encodings = SdkCapabilities::computeVideoEncodings(
       false, plan.width, plan.height, encodingOptions, bitrateMode,
       fields.maxLayer.value_or(EncodingLayer::MAX_LAYER_3));
@@ -291,9 +290,9 @@ Task<std::string> Publishing::closeLocal(const Row& texts, bool withSocketReques
   const auto producerId = producer->id();
   co_await closeOnMain(producer);
   span.event(texts.stopped);
-  span.event("Emitting STREAM_DISABLED Event",
-             {{"kind", text(texts.type)},
-              {"peerId", _context->options.meeting.localParticipantId}});
+  span.event(
+      "Emitting STREAM_DISABLED Event",
+      {{"kind", text(texts.type)}, {"peerId", _context->options.meeting.localParticipantId}});
   _registry->removeProducer(producerId);
 
   if (withSocketRequest) {

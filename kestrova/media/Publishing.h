@@ -51,8 +51,7 @@ private:
   std::shared_ptr<SendTransport> requireTransport(const Row& row, const ScopedSpan& span);
   void requireDevice(const Row& row, const ScopedSpan& span);
   VideoPlan planVideo(CustomRTCMediaStream& stream);
-  Task<std::shared_ptr<Producer>> publish(const Row& row, ProducerOptions options,
-                                          SpanScope span);
+  Task<std::shared_ptr<Producer>> publish(const Row& row, ProducerOptions options, SpanScope span);
   Task<std::string> closeLocal(const Row& row, bool withSocketRequest,
                                std::optional<SpanScope> parentSpan);
   Task<void> closeOnMain(std::shared_ptr<Producer> producer);

@@ -42,8 +42,10 @@ void closeTransportOnMain(std::shared_ptr<T> transport) {
     transport->setDelegate({});
     if (!transport->closed()) transport->close();
   };
-  if (MainQueue::shared().isCurrent()) close();
-  else MainQueue::shared().async(std::move(close));
+  if (MainQueue::shared().isCurrent())
+    close();
+  else
+    MainQueue::shared().async(std::move(close));
 }
 
 }  // namespace
@@ -300,8 +302,8 @@ void Transports::onConnectionStateChange(const std::shared_ptr<Transport>& trans
   trace(
       [&] {
         // The second word is spelled as the service's dashboards know it.
-        return std::string(role == Role::send ? "Send" : "Recieve") + " Media Transport State: " +
-               std::string(stateText(state));
+        return std::string(role == Role::send ? "Send" : "Recieve") +
+               " Media Transport State: " + std::string(stateText(state));
       },
       {}, spanOf(role));
   if (_context->joined() || state != TransportConnectionState::disconnected) return;
@@ -311,8 +313,10 @@ void Transports::onConnectionStateChange(const std::shared_ptr<Transport>& trans
       stream->setDelegate({});
     }
   };
-  if (role == Role::send) dropAll(_registry->producers());
-  else dropAll(_registry->consumers());
+  if (role == Role::send)
+    dropAll(_registry->producers());
+  else
+    dropAll(_registry->consumers());
 }
 
 // ---- Taking down -------------------------------------------------------------------------------

@@ -78,8 +78,8 @@ private:
   List _deviceCapabilitiesJson;
 };
 
-/// The service's description of a transport that it made, from its reply; nothing when a piece of it
-/// is missing or of another type.
+/// The service's description of a transport that it made, from its reply; nothing when a piece of
+/// it is missing or of another type.
 std::optional<TransportDetails> getTransportDetails(const Dictionary& reply);
 
 }  // namespace kestrova

@@ -21,7 +21,8 @@ template <class T>
 class Completion {
 public:
   template <class Handler>
-  explicit Completion(Handler handler) : _shot(std::make_shared<Shot<Handler>>(std::move(handler))) {}
+  explicit Completion(Handler handler)
+      : _shot(std::make_shared<Shot<Handler>>(std::move(handler))) {}
 
   void operator()(T value) const {
     if (!_shot->fired.exchange(true)) _shot->fire(std::move(value));

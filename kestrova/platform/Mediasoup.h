@@ -46,7 +46,8 @@ public:
   virtual void onTransportClose(const std::shared_ptr<Consumer>& consumer) = 0;
 };
 
-/// One published track. Texts are JSON. Thread-safe; `close` waits for the engine, at most a few ms.
+/// One published track. Texts are JSON. Thread-safe; `close` waits for the engine, at most a few
+/// ms.
 class Producer {
 public:
   virtual ~Producer() = default;

@@ -82,16 +82,19 @@ public:
   }
   void detachedAfter(std::chrono::milliseconds delay, Work work) override {
     auto timer = std::make_shared<SteadyTimer>(Runtime::network(), delay);
-    timer->async_wait([timer, work = std::move(work)](const boost::system::error_code&) mutable {
-      work();
-    });
+    timer->async_wait(
+        [timer, work = std::move(work)](const boost::system::error_code&) mutable { work(); });
   }
 };
 
 }  // namespace
 
-boost::asio::any_io_executor Runtime::background() { return backgroundPool().executor(); }
-boost::asio::any_io_executor Runtime::network() { return networkPool().executor(); }
+boost::asio::any_io_executor Runtime::background() {
+  return backgroundPool().executor();
+}
+boost::asio::any_io_executor Runtime::network() {
+  return networkPool().executor();
+}
 
 std::shared_ptr<Scheduler> Runtime::scheduler() {
   static auto& instance = *new std::shared_ptr<Scheduler>(std::make_shared<AsioScheduler>());

@@ -43,8 +43,8 @@ struct SocketAnyEvent {
 
 /// A Socket.IO 5 client on the default namespace.
 ///
-/// Operations may be called from any thread and return at once. Handlers and acknowledgements run on
-/// the manager's `handleQueue`, one at a time, in the order in which frames arrived.
+/// Operations may be called from any thread and return at once. Handlers and acknowledgements run
+/// on the manager's `handleQueue`, one at a time, in the order in which frames arrived.
 class SocketIOClient {
 public:
   using EventHandler = std::function<void(const SocketItems&, std::shared_ptr<SocketAckEmitter>)>;
@@ -62,8 +62,8 @@ public:
   virtual void disconnect() = 0;
   /// Dropped silently while the socket is not connected.
   virtual void emit(const std::string& event, SocketItems items) = 0;
-  /// While the socket is not connected the event is dropped, and `ack` gets the time-out marker when
-  /// the time has passed.
+  /// While the socket is not connected the event is dropped, and `ack` gets the time-out marker
+  /// when the time has passed.
   virtual void emitWithAck(const std::string& event, SocketItems items,
                            std::chrono::milliseconds timeout, AckHandler ack) = 0;
   virtual void on(const std::string& event, EventHandler handler) = 0;

@@ -68,8 +68,8 @@ struct AudioData {
   int frames = 0;
 };
 
-/// Gets the samples of a track every 10 ms, on a thread of the engine. The samples are valid for the
-/// call only.
+/// Gets the samples of a track every 10 ms, on a thread of the engine. The samples are valid for
+/// the call only.
 class AudioSink {
 public:
   virtual ~AudioSink() = default;

@@ -11,8 +11,7 @@ class Work {
 public:
   Work() = default;
   template <class F>
-    requires(!std::is_same_v<std::decay_t<F>, Work>)
-  Work(F&& callable)  // NOLINT: a lambda is work
+  requires(!std::is_same_v<std::decay_t<F>, Work>) Work(F&& callable)  // NOLINT: a lambda is work
       : _body(std::make_unique<Model<std::decay_t<F>>>(std::forward<F>(callable))) {}
 
   explicit operator bool() const { return _body != nullptr; }

@@ -44,22 +44,21 @@ SpanScope openInitSpan(const InitMeetingOptions& options) {
   const auto metaData = options.metaData ? jsonText(*options.metaData).value_or("")
                                          : std::string("Metadata not provided");
   const auto secureKey = options.secureKey.value_or("Not provided");
-  return openSpan(
-      "Initializing the meeting",
-      {{"meetingId", options.meetingId},
-       {"participantId", participantId},
-       {"participantName", participantName},
-       {"micEnabled", options.micEnabled},
-       {"webcamEnabled", options.webcamEnabled},
-       {"customCameraVideoStream", videoText},
-       {"customAudioTrack", audioText},
-       {"multiStream", options.multiStream.value_or(true)},
-       {"mode", wireText(options.mode.value_or(Mode::SEND_AND_RECV))},
-       {"preferredProtocol",
-        wireText(options.preferredProtocol.value_or(PreferredProtocol::UDP_OVER_TCP))},
-       {"signalingBaseUrl", url},
-       {"metaData", metaData},
-       {"secureKey", secureKey}});
+  return openSpan("Initializing the meeting",
+                  {{"meetingId", options.meetingId},
+                   {"participantId", participantId},
+                   {"participantName", participantName},
+                   {"micEnabled", options.micEnabled},
+                   {"webcamEnabled", options.webcamEnabled},
+                   {"customCameraVideoStream", videoText},
+                   {"customAudioTrack", audioText},
+                   {"multiStream", options.multiStream.value_or(true)},
+                   {"mode", wireText(options.mode.value_or(Mode::SEND_AND_RECV))},
+                   {"preferredProtocol",
+                    wireText(options.preferredProtocol.value_or(PreferredProtocol::UDP_OVER_TCP))},
+                   {"signalingBaseUrl", url},
+                   {"metaData", metaData},
+                   {"secureKey", secureKey}});
 }
 
 [[noreturn]] void stopProcess(const SpanScope& span, const char* error, const char* message) {
@@ -125,9 +124,9 @@ std::shared_ptr<Meeting> Kestrova::initMeeting(InitMeetingOptions options) {
       .metaData = options.metaData,
       .codecSwitchEnabled = options.codecSwitchEnabled,
       .batchingEnabled = options.enableBatching};
-  auto context = std::make_shared<MeetingContext>(
-      std::move(settings), std::move(local), std::move(store), options.customCameraVideoStream,
-      options.customAudioTrack);
+  auto context =
+      std::make_shared<MeetingContext>(std::move(settings), std::move(local), std::move(store),
+                                       options.customCameraVideoStream, options.customAudioTrack);
   auto meeting = std::make_shared<Meeting>(MeetingCore::make(std::move(context)));
   trace("Meeting initialised successfully and ready to join!", {}, span);
   SdkTracer::shared().endSpan(span);
@@ -148,6 +147,8 @@ void Kestrova::configureCapture(const CaptureConfig& config) {
   Platform::current()->captureDevices->configure(config);
 }
 
-void Kestrova::setLogLevel(LogLevel level) { SdkTracer::shared().setLogLevel(level); }
+void Kestrova::setLogLevel(LogLevel level) {
+  SdkTracer::shared().setLogLevel(level);
+}
 
 }  // namespace kestrova

@@ -14,16 +14,16 @@ namespace kestrova {
 
 /// What a meeting is asked for with, in the order in which a person would say it.
 struct InitMeetingOptions {
-  std::string meetingId;                   ///< empty stops the process
-  std::string participantId = {};          ///< empty: one is made up
-  std::string participantName = {};        ///< empty: "Guest"
+  std::string meetingId;             ///< empty stops the process
+  std::string participantId = {};    ///< empty: one is made up
+  std::string participantName = {};  ///< empty: "Guest"
   bool micEnabled = false;
   bool webcamEnabled = false;
   /// The application's own tracks; without them the library captures camera and microphone.
   std::shared_ptr<CustomRTCMediaStream> customCameraVideoStream = {};
   std::shared_ptr<CustomRTCMediaStream> customAudioTrack = {};
-  std::optional<bool> multiStream = {};    ///< simulcast; true
-  std::optional<Mode> mode = {};           ///< SEND_AND_RECV
+  std::optional<bool> multiStream = {};                     ///< simulcast; true
+  std::optional<Mode> mode = {};                            ///< SEND_AND_RECV
   std::optional<PreferredProtocol> preferredProtocol = {};  ///< UDP_OVER_TCP
   /// Host and port of the service; its default one without it.
   std::optional<std::string> signalingBaseUrl = {};

@@ -94,8 +94,8 @@ Task<void> MediaControls::startWishedVideo(Mode mode, std::optional<SpanScope> j
 
 void MediaControls::recordUnsupportedCodecs(const std::vector<std::string>& codecs) {
   if (codecs.empty() || !_context->settings.codecSwitchEnabled) return;
-  const auto codec = videoCodecFromServer(codecs.front())
-                         .value_or(_context->mediaConfigStore->video().videoCodec);
+  const auto codec =
+      videoCodecFromServer(codecs.front()).value_or(_context->mediaConfigStore->video().videoCodec);
   _context->roomClient()->consuming()->recordUnsupportedCodec(codec);
 }
 
@@ -117,8 +117,10 @@ Task<void> MediaControls::startAudio(std::shared_ptr<CustomRTCMediaStream> audio
   if (!permitted(MediaCapturer::getAudioPermissionStatus(),
                  KestrovaError::ERROR_GET_AUDIO_MEDIA_PERMISSION_DENIED, parentSpan))
     co_return;
-  if (audioMediaStream) _context->mediaConfigStore->recordAudio(makeAudioConfig(audioMediaStream));
-  else audioMediaStream = buildAudioStream(_context->mediaConfigStore->audio());
+  if (audioMediaStream)
+    _context->mediaConfigStore->recordAudio(makeAudioConfig(audioMediaStream));
+  else
+    audioMediaStream = buildAudioStream(_context->mediaConfigStore->audio());
   if (!audioMediaStream) {
     traceError("Error in unmuteMic() -> Microphone access unavailable.", {}, parentSpan);
     _context->onError(KestrovaError::ERROR_MICROPHONE_ACCESS_UNAVAILABLE);
@@ -142,7 +144,8 @@ Task<void> MediaControls::produceAudio(std::shared_ptr<CustomRTCMediaStream> str
                                        SpanScope span) {
   std::shared_ptr<Producer> producer;
   try {
-    auto producing = _context->roomClient()->publishing()->produceLocalAudio(std::move(stream), span);
+    auto producing =
+        _context->roomClient()->publishing()->produceLocalAudio(std::move(stream), span);
     producer = co_await std::move(producing);
   } catch (const RoomClientFailure&) {
     // Traced and reported where it arose.
@@ -211,7 +214,8 @@ Task<void> MediaControls::produceVideo(std::shared_ptr<CustomRTCMediaStream> str
   const auto change = fallBackToVP8(*stream, span);
   std::shared_ptr<Producer> producer;
   try {
-    auto producing = _context->roomClient()->publishing()->produceLocalVideo(std::move(stream), span);
+    auto producing =
+        _context->roomClient()->publishing()->produceLocalVideo(std::move(stream), span);
     producer = co_await std::move(producing);
   } catch (const RoomClientFailure&) {
     // Traced and reported where it arose.

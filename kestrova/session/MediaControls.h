@@ -42,8 +42,7 @@ private:
   Task<std::shared_ptr<CustomRTCMediaStream>> buildVideoStream(VideoConfigSnapshot config);
   Task<void> produceAudio(std::shared_ptr<CustomRTCMediaStream> stream, SpanScope span);
   Task<void> produceVideo(std::shared_ptr<CustomRTCMediaStream> stream, SpanScope span);
-  std::optional<CodecChangeInfo> fallBackToVP8(CustomRTCMediaStream& stream,
-                                               const SpanScope& span);
+  std::optional<CodecChangeInfo> fallBackToVP8(CustomRTCMediaStream& stream, const SpanScope& span);
   bool stopIfOver();
   bool permitted(AuthorisationStatus status, const KestrovaError& error, const SpanScope& span);
 

@@ -1,6 +1,6 @@
 #include <kestrova/media/AppData.h>
-#include <kestrova/tracing/Uuid.h>
 #include <kestrova/session/MediaStream.h>
+#include <kestrova/tracing/Uuid.h>
 
 #include <vector>
 

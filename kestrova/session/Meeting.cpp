@@ -12,7 +12,9 @@ Meeting::~Meeting() {
   _core->context->setOver();
 }
 
-std::string Meeting::id() const { return _core->context->settings.id; }
+std::string Meeting::id() const {
+  return _core->context->settings.id;
+}
 std::shared_ptr<Participant> Meeting::localParticipant() const {
   return _core->context->localParticipant;
 }
@@ -22,21 +24,33 @@ std::map<std::string, std::shared_ptr<Participant>> Meeting::participants() cons
 std::map<std::string, ParticipantPinState> Meeting::pinnedParticipants() const {
   return _core->registry->pinnedParticipants();
 }
-MeetingState Meeting::meetingState() const { return _core->lifecycle->meetingState(); }
+MeetingState Meeting::meetingState() const {
+  return _core->lifecycle->meetingState();
+}
 std::optional<std::string> Meeting::activePresenterId() const {
   return _core->registry->activePresenterId();
 }
-std::optional<Mode> Meeting::meetingMode() const { return _core->context->settings.mode; }
+std::optional<Mode> Meeting::meetingMode() const {
+  return _core->context->settings.mode;
+}
 PreferredProtocol Meeting::preferredProtocol() const {
   return _core->context->settings.preferredProtocol;
 }
 std::optional<std::string> Meeting::signalingBaseUrl() const {
   return _core->context->settings.signalingBaseUrl;
 }
-std::optional<HLSUrl> Meeting::hlsUrls() const { return _core->services.hlsUrls(); }
-HLSState Meeting::hlsState() const { return _core->services.hlsState(); }
-LiveStreamState Meeting::liveStreamState() const { return _core->services.liveStreamState(); }
-RecordingState Meeting::recordingState() const { return _core->services.recordingState(); }
+std::optional<HLSUrl> Meeting::hlsUrls() const {
+  return _core->services.hlsUrls();
+}
+HLSState Meeting::hlsState() const {
+  return _core->services.hlsState();
+}
+LiveStreamState Meeting::liveStreamState() const {
+  return _core->services.liveStreamState();
+}
+RecordingState Meeting::recordingState() const {
+  return _core->services.recordingState();
+}
 TranscriptionState Meeting::transcriptionState() const {
   return _core->services.transcriptionState();
 }
@@ -47,8 +61,12 @@ std::shared_ptr<CustomRTCMediaStream> Meeting::customAudioMediaStream() const {
   return _core->context->customAudioMediaStream();
 }
 
-void Meeting::join() { _core->lifecycle->join(); }
-void Meeting::leave() { _core->lifecycle->leave(); }
+void Meeting::join() {
+  _core->lifecycle->join();
+}
+void Meeting::leave() {
+  _core->lifecycle->leave();
+}
 void Meeting::end() {
   if (_core->mayAct("end")) _core->lifecycle->end();
 }

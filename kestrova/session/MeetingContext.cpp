@@ -24,21 +24,21 @@ void MeetingContext::setRoomClientDelegate(std::weak_ptr<RoomClientDelegate> del
 std::shared_ptr<RoomClient> MeetingContext::roomClient() {
   std::scoped_lock held(_roomClientLock);
   if (_roomClient) return _roomClient;
-  _roomClient = RoomClient::make({.meeting = {.id = settings.id,
-                                              .localParticipantId = localParticipant->id(),
-                                              .localParticipantName =
-                                                  localParticipant->displayName(),
-                                              .mode = std::string(wireText(settings.mode)),
-                                              .accessToken = settings.accessToken,
-                                              .metaData = settings.metaData,
-                                              .micEnabled = settings.micEnabled,
-                                              .webcamEnabled = settings.webcamEnabled},
-                                  .customVideoMediaStream = customVideoMediaStream(),
-                                  .customAudioMediaStream = customAudioMediaStream(),
-                                  .multiStream = settings.multiStream,
-                                  .mode = settings.mode,
-                                  .preferredProtocol = settings.preferredProtocol,
-                                  .signalingBaseUrl = settings.signalingBaseUrl});
+  _roomClient =
+      RoomClient::make({.meeting = {.id = settings.id,
+                                    .localParticipantId = localParticipant->id(),
+                                    .localParticipantName = localParticipant->displayName(),
+                                    .mode = std::string(wireText(settings.mode)),
+                                    .accessToken = settings.accessToken,
+                                    .metaData = settings.metaData,
+                                    .micEnabled = settings.micEnabled,
+                                    .webcamEnabled = settings.webcamEnabled},
+                        .customVideoMediaStream = customVideoMediaStream(),
+                        .customAudioMediaStream = customAudioMediaStream(),
+                        .multiStream = settings.multiStream,
+                        .mode = settings.mode,
+                        .preferredProtocol = settings.preferredProtocol,
+                        .signalingBaseUrl = settings.signalingBaseUrl});
   _roomClient->setDelegate(_roomClientDelegate);
   return _roomClient;
 }
@@ -75,11 +75,11 @@ void MeetingContext::emit(std::function<void(MeetingMulticastDelegate&)> event) 
 
 void MeetingContext::onError(const KestrovaError& error) {
   emit([error](MeetingMulticastDelegate& listener) {
-    traceError("Emitting ERROR Event", {{"error", [&] {
-                                           return "Error encountered with code: " +
-                                                  std::to_string(error.rawValue()) +
-                                                  " and message: " + error.message();
-                                         }}});
+    traceError("Emitting ERROR Event",
+               {{"error", [&] {
+                   return "Error encountered with code: " + std::to_string(error.rawValue()) +
+                          " and message: " + error.message();
+                 }}});
     listener.onError(error);
   });
 }

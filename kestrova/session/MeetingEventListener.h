@@ -1,7 +1,7 @@
 #pragma once
 
-#include <kestrova/session/CodecChangeInfo.h>
 #include <kestrova/monitoring/LinkCondition.h>
+#include <kestrova/session/CodecChangeInfo.h>
 #include <kestrova/session/KestrovaError.h>
 #include <kestrova/signalling/MeetingTypes.h>
 #include <kestrova/signalling/Peer.h>

@@ -26,7 +26,8 @@ MeetingState MeetingLifecycle::meetingState() const {
 std::optional<MeetingActionValidationFailure> MeetingLifecycle::meetingActionState() const {
   const bool joined = _context->joined();
   const auto state = meetingState();
-  if (state == MeetingState::DISCONNECTED) return MeetingActionValidationFailure::meetingAlreadyLeft;
+  if (state == MeetingState::DISCONNECTED)
+    return MeetingActionValidationFailure::meetingAlreadyLeft;
   if (!joined) return MeetingActionValidationFailure::meetingNotJoined;
   if (state == MeetingState::RECONNECTING)
     return MeetingActionValidationFailure::meetingReconnecting;
@@ -193,7 +194,9 @@ void MeetingLifecycle::end() {
 }
 
 /// Topic messages end with the connection that carried them.
-void MeetingLifecycle::forgetTopics() { _context->roomClient()->pubSubEndpointStore().clear(); }
+void MeetingLifecycle::forgetTopics() {
+  _context->roomClient()->pubSubEndpointStore().clear();
+}
 
 bool MeetingLifecycle::claimLeftEvents() {
   _context->setOver();
@@ -216,15 +219,15 @@ Task<void> MeetingLifecycle::closeMeetingRequested(LeaveReason leaveReason) {
   client->forgetCustomStreams();
   client->setJoined(false);
   client->cleanUpTracing();
-  if (first)
-    MainQueue::shared().async([self, leaveReason] { self->emitLeft(leaveReason); });
+  if (first) MainQueue::shared().async([self, leaveReason] { self->emitLeft(leaveReason); });
 }
 
 Task<void> MeetingLifecycle::disconnected(std::optional<LeaveReason> leaveReason) {
   const auto self = shared_from_this();
   const bool first = claimLeftEvents();
   const auto client = _context->roomClient();
-  // Nobody asked for these two, so nothing is taken down yet; camera and microphone must not run on.
+  // Nobody asked for these two, so nothing is taken down yet; camera and microphone must not run
+  // on.
   if (first && (leaveReason == LeaveReason::websocketConnectionAttemptsExhausted ||
                 leaveReason == LeaveReason::websocketDisconnected)) {
     invalidateReconnectTimer();
@@ -264,8 +267,10 @@ void MeetingLifecycle::startReconnectHeartbeat() {
 void MeetingLifecycle::beat() {
   if (!_reconnectTimer) return;
   const auto state = meetingState();
-  if (state == MeetingState::RECONNECTING) startReconnectHeartbeat();
-  else _reconnectTimer.reset();
+  if (state == MeetingState::RECONNECTING)
+    startReconnectHeartbeat();
+  else
+    _reconnectTimer.reset();
   _context->listeners->onMeetingStateChanged(state);
 }
 

@@ -49,8 +49,8 @@ ParticipantRegistry::Pins ParticipantRegistry::pinnedParticipants() const {
 void ParticipantRegistry::addParticipant(const Peer& peer,
                                          std::weak_ptr<MeetingActionValidating> validator) {
   if (peer.id.empty()) return;
-  const auto fresh = peer.agentId ? std::make_shared<AgentParticipant>(peer)
-                                  : std::make_shared<Participant>(peer);
+  const auto fresh =
+      peer.agentId ? std::make_shared<AgentParticipant>(peer) : std::make_shared<Participant>(peer);
   fresh->setMeetingActionValidator(std::move(validator));
   const auto participant = _participantQueue->sync(
       [&] { return _participants.emplace(fresh->id(), fresh).first->second; });
@@ -124,7 +124,8 @@ void ParticipantRegistry::setPresenter(std::optional<std::string> participantId)
 
 void ParticipantRegistry::handleStreamStateChange(StreamState state, const std::string& peerId,
                                                   const std::string& trackId) {
-  if (const auto participant = anybody(peerId)) participant->handleStreamStateChanged(state, trackId);
+  if (const auto participant = anybody(peerId))
+    participant->handleStreamStateChanged(state, trackId);
 }
 
 void ParticipantRegistry::participantMediaStatusChanged(const std::string& peerId,
@@ -147,8 +148,10 @@ void ParticipantRegistry::pinStateChanged(const std::string& participantId,
   const bool pinned = pinState.cam.value_or(false) || pinState.share.value_or(false);
   {
     std::scoped_lock held(_pinnedLock);
-    if (pinned) _pinnedParticipants[participantId] = pinState;
-    else _pinnedParticipants.erase(participantId);
+    if (pinned)
+      _pinnedParticipants[participantId] = pinState;
+    else
+      _pinnedParticipants.erase(participantId);
   }
   if (const auto participant = anybody(participantId)) participant->setPinState(pinState);
   _context->emit([participantId, type = pinTypeOf(pinState)](auto& listener) {

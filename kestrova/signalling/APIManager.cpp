@@ -18,8 +18,7 @@ Dictionary reduce(Value answer) {
 }
 
 void traceFailure(std::string_view cause) {
-  traceError(
-      [&] { return "Error while getting service configuration: " + std::string(cause); });
+  traceError([&] { return "Error while getting service configuration: " + std::string(cause); });
 }
 
 }  // namespace
@@ -34,12 +33,12 @@ Task<Dictionary> APIManager::getServerConfig(std::shared_ptr<URLSession> session
     co_return Dictionary();
   }
   const Dictionary body{{"roomId", roomId}};
-  URLRequest request{.method = "POST",
-                     .url = url,
-                     .headers = {{"Authorization", std::move(secret)},
-                                 {"Content-Type", "application/json"}},
-                     .body = jsonText(body).value_or(""),
-                     .timeout = std::chrono::seconds(60)};
+  URLRequest request{
+      .method = "POST",
+      .url = url,
+      .headers = {{"Authorization", std::move(secret)}, {"Content-Type", "application/json"}},
+      .body = jsonText(body).value_or(""),
+      .timeout = std::chrono::seconds(60)};
   std::string failure;
   try {
     const URLResponse response = co_await session->data(std::move(request));

@@ -23,7 +23,9 @@ const auto& remoteEventsByText() {
 
 }  // namespace
 
-std::string_view wireText(LocalEvent event) { return localTexts[static_cast<std::size_t>(event)]; }
+std::string_view wireText(LocalEvent event) {
+  return localTexts[static_cast<std::size_t>(event)];
+}
 
 std::string_view wireText(RemoteEvent event) {
   return remoteTexts[static_cast<std::size_t>(event)];

@@ -20,9 +20,8 @@ JoinSequence::JoinSequence(std::shared_ptr<RoomContext> context,
 Task<void> JoinSequence::connect() {
   const auto self = shared_from_this();
   const auto& meeting = _context->options.meeting;
-  auto lookup =
-      APIManager::getServerConfig(_context->platform->urlSession, meeting.accessToken, meeting.id,
-                                  _context->options.signalingBaseUrl);
+  auto lookup = APIManager::getServerConfig(_context->platform->urlSession, meeting.accessToken,
+                                            meeting.id, _context->options.signalingBaseUrl);
   const Dictionary configuration = co_await std::move(lookup);
   if (!_context->delegate()) co_return;  // the meeting went meanwhile
   const auto baseUrl = text(configuration, "baseUrl", "");
@@ -63,17 +62,17 @@ SpanScope JoinSequence::startJoinSpan() const {
   const auto videoText = customVideo ? customVideo->toJsonString(false) : std::string();
   const auto audioText = customAudio ? customAudio->toJsonString(true) : std::string();
   std::vector<TraceAttribute> attributes{{"sdkType", sdkName},
-                {"sdkVersion", sdkVersion},
-                {"platform", "ios"},
-                {"deviceInfo", deviceInfo},
-                {"mode", meeting.mode},
-                {"displayName", meeting.localParticipantName},
-                {"meetingId", meeting.id},
-                {"localParticipantId", meeting.localParticipantId},
-                {"micEnabled", meeting.micEnabled},
-                {"webcamEnabled", meeting.webcamEnabled},
-                {"multiStream", options.multiStream},
-                {"signalingUrl", signalingUrl}};
+                                         {"sdkVersion", sdkVersion},
+                                         {"platform", "ios"},
+                                         {"deviceInfo", deviceInfo},
+                                         {"mode", meeting.mode},
+                                         {"displayName", meeting.localParticipantName},
+                                         {"meetingId", meeting.id},
+                                         {"localParticipantId", meeting.localParticipantId},
+                                         {"micEnabled", meeting.micEnabled},
+                                         {"webcamEnabled", meeting.webcamEnabled},
+                                         {"multiStream", options.multiStream},
+                                         {"signalingUrl", signalingUrl}};
   if (metaData) attributes.push_back({"metadata", *metaData});
   if (customVideo) attributes.push_back({"customVideoTrack", videoText});
   if (customAudio) attributes.push_back({"customAudioTrack", audioText});

@@ -11,7 +11,8 @@
 namespace kestrova {
 
 /// From nothing to a joined room: the service's configuration, the socket, the entry request, and
-/// after the entry the request "join". A return of the socket runs the same steps from the entry on.
+/// after the entry the request "join". A return of the socket runs the same steps from the entry
+/// on.
 class JoinSequence : public std::enable_shared_from_this<JoinSequence> {
 public:
   JoinSequence(std::shared_ptr<RoomContext> context, std::shared_ptr<Transports> transports,

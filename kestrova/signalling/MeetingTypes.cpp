@@ -28,8 +28,7 @@ constexpr std::array reasons{
               "Participant removed because media relay was stopped"},
     ReasonRow{LeaveReason::switchRoom, "switchRoom", "Participant switched to a different room"},
     ReasonRow{LeaveReason::roomClose, "roomClose", "The meeting has been closed"},
-    ReasonRow{LeaveReason::unknown, "unknown",
-              "Participant disconnected due to an unknown reason"},
+    ReasonRow{LeaveReason::unknown, "unknown", "Participant disconnected due to an unknown reason"},
     ReasonRow{LeaveReason::removeAll, "removeAll",
               "All participants were removed from the meeting"},
     ReasonRow{LeaveReason::meetingEndApi, "meetingEndApi", "Meeting ended"},
@@ -55,17 +54,33 @@ const ReasonRow* findReason(std::int64_t code) {
 
 }  // namespace
 
-std::string_view wireText(Mode mode) { return modeTexts(mode); }
-std::optional<Mode> modeFromText(std::string_view text) { return modeTexts.parse(text); }
+std::string_view wireText(Mode mode) {
+  return modeTexts(mode);
+}
+std::optional<Mode> modeFromText(std::string_view text) {
+  return modeTexts.parse(text);
+}
 
-bool sendsMedia(Mode mode) { return mode == Mode::CONFERENCE || mode == Mode::SEND_AND_RECV; }
-bool receivesMedia(Mode mode) { return sendsMedia(mode) || mode == Mode::RECV_ONLY; }
+bool sendsMedia(Mode mode) {
+  return mode == Mode::CONFERENCE || mode == Mode::SEND_AND_RECV;
+}
+bool receivesMedia(Mode mode) {
+  return sendsMedia(mode) || mode == Mode::RECV_ONLY;
+}
 
-std::string_view name(MeetingState state) { return stateTexts(state); }
-std::string_view wireText(PreferredProtocol protocol) { return protocolTexts(protocol); }
+std::string_view name(MeetingState state) {
+  return stateTexts(state);
+}
+std::string_view wireText(PreferredProtocol protocol) {
+  return protocolTexts(protocol);
+}
 
-std::string_view name(LeaveReason reason) { return findReason(rawValue(reason))->name; }
-std::string_view message(LeaveReason reason) { return findReason(rawValue(reason))->message; }
+std::string_view name(LeaveReason reason) {
+  return findReason(rawValue(reason))->name;
+}
+std::string_view message(LeaveReason reason) {
+  return findReason(rawValue(reason))->message;
+}
 
 LeaveReason leaveReasonFrom(std::int64_t code) {
   const auto* row = findReason(code);

@@ -49,7 +49,9 @@ enum class LeaveReason {
   switchRoomFailed = 1104,
 };
 
-inline int rawValue(LeaveReason reason) { return static_cast<int>(reason); }
+inline int rawValue(LeaveReason reason) {
+  return static_cast<int>(reason);
+}
 /// The case's name, for logs.
 std::string_view name(LeaveReason reason);
 std::string_view message(LeaveReason reason);

@@ -57,7 +57,7 @@ void newPeer(const Incoming& event) {
   Dictionary data = event.data;
   separateAgentMarkers(data);
   onMain(event, [peer = Peer::fromJson(data), data = std::move(data)](RoomContext& context,
-                                                                     RoomClientDelegate& meeting) {
+                                                                      RoomClientDelegate& meeting) {
     const auto span = openSpan(
         [&] { return "Participant '" + peer.displayName + "' joined the room"; },
         {{"peer.id", peer.id}, {"peerData", data}}, context.spans.get(RoomSpans::Slot::join));
@@ -69,7 +69,7 @@ void newPeer(const Incoming& event) {
 
 void peerClosed(const Incoming& event) {
   onMain(event, [id = event.peer(), reason = reasonOf(event.data)](RoomContext& context,
-                                                                  RoomClientDelegate& meeting) {
+                                                                   RoomClientDelegate& meeting) {
     trace("Emitting PARTICIPANT_LEFT Event",
           {{"leaveReasonCode", rawValue(reason)}, {"leaveReason", message(reason)}},
           context.spans.peer(id));
@@ -168,8 +168,8 @@ void hlsStateChanged(const Incoming& event) {
 
 /// The service sends this flag as a boolean, a number or text.
 bool countsAsTrue(const Value& value) {
-  const auto described = value.is_string() ? std::string(value.get_string())
-                                           : jsonText(value).value_or("");
+  const auto described =
+      value.is_string() ? std::string(value.get_string()) : jsonText(value).value_or("");
   const auto lower = boost::algorithm::to_lower_copy(described);
   return lower == "true" || lower == "1";
 }
@@ -338,9 +338,13 @@ const std::unordered_map<RemoteEvent, Handler>& handlers() {
       {Event::mediaRelayRequestResponse, mediaRelayRequestResponse},
       {Event::mediaRelayRequestReceived, mediaRelayRequestReceived},
       {Event::consumerResumedSubManager,
-       [](const Incoming& event) { event.meeting.handleParticipantResumeBySubManager(event.data); }},
+       [](const Incoming& event) {
+         event.meeting.handleParticipantResumeBySubManager(event.data);
+       }},
       {Event::consumerPausedSubManager,
-       [](const Incoming& event) { event.meeting.handleParticipantPausedBySubManager(event.data); }},
+       [](const Incoming& event) {
+         event.meeting.handleParticipantPausedBySubManager(event.data);
+       }},
       {Event::realtimeStoreValueChanged,
        [](const Incoming& event) { event.meeting.handleRealtimeStoreValueChanged(event.data); }},
       {Event::participantMediaStateChanged, participantMediaStateChanged},

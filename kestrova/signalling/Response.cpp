@@ -16,8 +16,7 @@ ResponseStatus isStatusOK(const Dictionary& response) {
 
 KestrovaError serviceError(std::int64_t code) {
   const bool fits = code >= 0 && code <= std::numeric_limits<int>::max();
-  const auto known =
-      fits ? KestrovaError::fromRawValue(static_cast<int>(code)) : std::nullopt;
+  const auto known = fits ? KestrovaError::fromRawValue(static_cast<int>(code)) : std::nullopt;
   return known.value_or(KestrovaError::UNKNOWN_ERROR);
 }
 

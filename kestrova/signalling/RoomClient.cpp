@@ -1,5 +1,5 @@
-#include <kestrova/signalling/RoomClient.h>
 #include <kestrova/signalling/Response.h>
+#include <kestrova/signalling/RoomClient.h>
 #include <kestrova/signalling/RoomClientError.h>
 #include <kestrova/tracing/Trace.h>
 
@@ -23,28 +23,28 @@ RoomClient::RoomClient(RoomClientOptions options)
       _publishing(std::make_shared<Publishing>(_context, _registry, _transports, _capturer)),
       _consuming(std::make_shared<Consuming>(_context, _registry, _transports)),
       _joinSequence(std::make_shared<JoinSequence>(_context, _transports, _capturer)),
-      _teardown(std::make_shared<Teardown>(_context, _registry, _transports, _publishing,
-                                           _capturer)),
+      _teardown(
+          std::make_shared<Teardown>(_context, _registry, _transports, _publishing, _capturer)),
       _dispatcher(_context, _consuming) {}
 
 RoomClient::~RoomClient() = default;
 
 // ---- Joining and leaving -----------------------------------------------------------------------
 
-Task<void> RoomClient::connect() { return _joinSequence->connect(); }
+Task<void> RoomClient::connect() {
+  return _joinSequence->connect();
+}
 
 Task<void> RoomClient::setupDeviceAndTransports(bool isLoaded,
                                                 std::optional<SpanScope> changeModeSpan,
                                                 bool needToCreateSendTransport,
                                                 bool needToCreateRecvTransport) {
-  return _transports->setupDeviceAndTransports(isLoaded, std::move(changeModeSpan),
-                                               needToCreateSendTransport,
-                                               needToCreateRecvTransport);
+  return _transports->setupDeviceAndTransports(
+      isLoaded, std::move(changeModeSpan), needToCreateSendTransport, needToCreateRecvTransport);
 }
 
-Task<std::vector<std::string>> RoomClient::join(CameraPosition cameraPosition,
-                                                bool isSwitchingRoom, Mode mode,
-                                                bool isBatchingEnabled) {
+Task<std::vector<std::string>> RoomClient::join(CameraPosition cameraPosition, bool isSwitchingRoom,
+                                                Mode mode, bool isBatchingEnabled) {
   return _joinSequence->join(cameraPosition, isSwitchingRoom, mode, isBatchingEnabled);
 }
 
@@ -63,7 +63,8 @@ Task<void> RoomClient::respondEntry(std::string peerId, std::string decision) {
       co_await _context->socketRequestHandler->respondEntry(peerId, std::move(decision));
   if (const auto status = isStatusOK(reply); !status.ok) {
     span.fail("Respond entry failed for " + peerId + " with error: " + status.failure);
-    if (auto delegate = _context->delegate()) delegate->onError(KestrovaError::RESPOND_ENTRY_FAILED);
+    if (auto delegate = _context->delegate())
+      delegate->onError(KestrovaError::RESPOND_ENTRY_FAILED);
     co_return;
   }
   span.event("Entry responded successfully.");

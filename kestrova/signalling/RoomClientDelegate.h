@@ -1,7 +1,7 @@
 #pragma once
 
-#include <kestrova/media/MediaType.h>
 #include <kestrova/media/EncodingTypes.h>
+#include <kestrova/media/MediaType.h>
 #include <kestrova/monitoring/LinkCondition.h>
 #include <kestrova/platform/Mediasoup.h>
 #include <kestrova/platform/Task.h>

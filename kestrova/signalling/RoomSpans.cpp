@@ -51,7 +51,9 @@ void RoomSpans::setPeer(const std::string& participantId, SpanScope span) {
 std::optional<SpanScope> RoomSpans::peer(const std::string& participantId) const {
   return find(_peerSpans, participantId);
 }
-void RoomSpans::endPeer(const std::string& participantId) { end(_peerSpans, participantId); }
+void RoomSpans::endPeer(const std::string& participantId) {
+  end(_peerSpans, participantId);
+}
 
 void RoomSpans::setConsumer(const std::string& consumerId, SpanScope span) {
   std::scoped_lock held(_tracingLock);
@@ -60,7 +62,9 @@ void RoomSpans::setConsumer(const std::string& consumerId, SpanScope span) {
 std::optional<SpanScope> RoomSpans::consumer(const std::string& consumerId) const {
   return find(_consumerSpans, consumerId);
 }
-void RoomSpans::endConsumer(const std::string& consumerId) { end(_consumerSpans, consumerId); }
+void RoomSpans::endConsumer(const std::string& consumerId) {
+  end(_consumerSpans, consumerId);
+}
 
 void RoomSpans::endPeersAndConsumers() {
   Registry peers;

@@ -231,8 +231,7 @@ Task<Dictionary> SocketRequestHandler::joinRoom(Dictionary rtpCapabilities, bool
 }
 
 Task<Dictionary> SocketRequestHandler::respondEntry(std::string peerId, std::string decision) {
-  return prepareAndSendRequest(LocalEvent::respondEntry,
-                               {{"id", peerId}, {"decision", decision}});
+  return prepareAndSendRequest(LocalEvent::respondEntry, {{"id", peerId}, {"decision", decision}});
 }
 
 // ---- Events ------------------------------------------------------------------------------------
@@ -291,9 +290,9 @@ void SocketRequestHandler::onDisconnect() {
     intended = std::exchange(_intentionalLeaveReason, std::nullopt);
     wasReconnecting = std::exchange(_wasReconnecting, false);
   }
-  auto reason = intended.value_or(wasReconnecting
-                                      ? LeaveReason::websocketConnectionAttemptsExhausted
-                                      : LeaveReason::websocketDisconnected);
+  auto reason =
+      intended.value_or(wasReconnecting ? LeaveReason::websocketConnectionAttemptsExhausted
+                                        : LeaveReason::websocketDisconnected);
   // The client raises one event for a plain drop and for a last failed attempt.
   if (reason == LeaveReason::websocketConnectionAttemptsExhausted)
     traceError("Socket reconnection failed - max attempts exhausted");
@@ -317,8 +316,10 @@ void SocketRequestHandler::onClientError(const SocketItems& items) {
   const auto* first = firstValue(items);
   auto delegate = _socketEventDelegate.lock();
   if (!first || !delegate) return;
-  if (first->is_string()) delegate->socketError(std::string(first->get_string()));
-  else if (first->is_object()) delegate->socketError(jsonText(*first).value_or(""));
+  if (first->is_string())
+    delegate->socketError(std::string(first->get_string()));
+  else if (first->is_object())
+    delegate->socketError(jsonText(*first).value_or(""));
 }
 
 void SocketRequestHandler::onBatch(const SocketItems& items, const AckEmitter& ack) {

@@ -18,8 +18,8 @@ namespace kestrova {
 ///
 /// Every operation becomes one acknowledged Socket.IO event "request"; every push becomes a call on
 /// a delegate. All emits and all incoming events of one handler run on `socketEmitQueue`, so they
-/// are strictly serialised. There is no retry and no queue of requests across a drop. Operations may
-/// be called from any thread.
+/// are strictly serialised. There is no retry and no queue of requests across a drop. Operations
+/// may be called from any thread.
 class SocketRequestHandler : public std::enable_shared_from_this<SocketRequestHandler> {
 public:
   using AnswerHandler = std::function<void(const Dictionary&)>;

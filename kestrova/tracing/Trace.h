@@ -11,16 +11,15 @@ namespace kestrova {
 
 /// A point of interest in the life of a meeting.
 inline void trace(TraceText name, TraceAttributeList attributes = {}, ParentSpan parent = {}) {
-  SdkTracer::shared().traceEvent(name, {.attributes = attributes,
-                                        .parentScope = parent,
-                                        .category = EventCategory::telemetry});
+  SdkTracer::shared().traceEvent(
+      name,
+      {.attributes = attributes, .parentScope = parent, .category = EventCategory::telemetry});
 }
 
 /// A line for the developer of the application or of the library.
 inline void traceDebug(TraceText name, TraceAttributeList attributes = {}, ParentSpan parent = {}) {
   SdkTracer::shared().traceEvent(
-      name,
-      {.attributes = attributes, .parentScope = parent, .category = EventCategory::debug});
+      name, {.attributes = attributes, .parentScope = parent, .category = EventCategory::debug});
 }
 
 /// Something that went wrong.
@@ -35,8 +34,7 @@ inline void traceError(TraceText name, TraceAttributeList attributes = {}, Paren
 inline SpanScope openSpan(TraceText name, TraceAttributeList attributes = {},
                           ParentSpan parent = {}) {
   return SdkTracer::shared().startSpan(
-      name,
-      {.attributes = attributes, .parentSpan = parent, .category = EventCategory::telemetry});
+      name, {.attributes = attributes, .parentSpan = parent, .category = EventCategory::telemetry});
 }
 
 /// A span that lasts as long as this object, and has succeeded unless `fail` said otherwise.
@@ -44,9 +42,7 @@ class ScopedSpan {
 public:
   explicit ScopedSpan(TraceText name, TraceAttributeList attributes = {}, ParentSpan parent = {})
       : _scope(openSpan(name, attributes, parent)) {}
-  ~ScopedSpan() {
-    SdkTracer::shared().endSpan(_scope, {.success = _success, .message = _message});
-  }
+  ~ScopedSpan() { SdkTracer::shared().endSpan(_scope, {.success = _success, .message = _message}); }
   ScopedSpan(const ScopedSpan&) = delete;
   ScopedSpan& operator=(const ScopedSpan&) = delete;
 

@@ -1,9 +1,8 @@
 #pragma once
 
-#include "TestPlatform.h"
-
 #include <kestrova/session/MeetingCore.h>
 
+#include "TestPlatform.h"
 #include <memory>
 
 namespace kestrova::test {

@@ -41,7 +41,8 @@ Platform makeLinuxPlatform() {
 }
 
 const bool registered = [] {
-  // Background threads may be inside TLS when the process exits: OpenSSL must stay whole under them.
+  // Background threads may be inside TLS when the process exits: OpenSSL must stay whole under
+  // them.
   OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
   Platform::setDefault(makeLinuxPlatform);
   return true;

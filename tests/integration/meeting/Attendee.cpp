@@ -44,9 +44,8 @@ std::vector<std::string> Attendee::lines() const {
 
 int Attendee::count(const std::string& start) const {
   const auto all = lines();
-  return static_cast<int>(std::count_if(all.begin(), all.end(), [&](const std::string& line) {
-    return line.rfind(start, 0) == 0;
-  }));
+  return static_cast<int>(std::count_if(
+      all.begin(), all.end(), [&](const std::string& line) { return line.rfind(start, 0) == 0; }));
 }
 
 void Attendee::leaveAndWait() {
@@ -56,9 +55,13 @@ void Attendee::leaveAndWait() {
 
 // ---- Events ------------------------------------------------------------------------------------
 
-void Attendee::onMeetingJoined(const std::optional<std::string>&) { note("joined"); }
+void Attendee::onMeetingJoined(const std::optional<std::string>&) {
+  note("joined");
+}
 
-void Attendee::onMeetingLeft(LeaveReason reason) { note("left " + std::string(name(reason))); }
+void Attendee::onMeetingLeft(LeaveReason reason) {
+  note("left " + std::string(name(reason)));
+}
 
 void Attendee::onParticipantJoined(const std::shared_ptr<Participant>& participant) {
   participant->addEventListener(shared_from_this());

@@ -1,9 +1,8 @@
 #pragma once
 
-#include "Senses.h"
-
 #include <kestrova/session/Kestrova.h>
 
+#include "Senses.h"
 #include <chrono>
 #include <condition_variable>
 #include <functional>

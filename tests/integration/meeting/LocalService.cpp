@@ -4,6 +4,9 @@
 
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/use_future.hpp>
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <cstdio>
@@ -12,10 +15,6 @@
 #include <iterator>
 #include <memory>
 #include <stdexcept>
-
-#include <fcntl.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace kestrova::test {
 namespace {
@@ -77,21 +76,22 @@ LocalService::~LocalService() {
 }
 
 std::string LocalService::token(const std::string& options) const {
-  const auto command =
-      serverFolder + "/bin/token --state " + _state.string() + (options.empty() ? "" : " ") + options;
+  const auto command = serverFolder + "/bin/token --state " + _state.string() +
+                       (options.empty() ? "" : " ") + options;
   std::unique_ptr<FILE, int (*)(FILE*)> pipe(::popen(command.c_str(), "r"), ::pclose);
   return firstLine(::fileno(pipe.get()));
 }
 
 Dictionary LocalService::control(const std::string& action, const Dictionary& body) const {
   const auto platform = Platform::current();
-  URLRequest request{.method = "POST",
-                     .url = _controlUrl + "/" + action,
-                     .headers = {{"Authorization", _controlKey},
-                                 {"Content-Type", "application/json"}},
-                     .body = boost::json::serialize(body)};
-  auto answer = boost::asio::co_spawn(
-      platform->background, platform->urlSession->data(std::move(request)), boost::asio::use_future);
+  URLRequest request{
+      .method = "POST",
+      .url = _controlUrl + "/" + action,
+      .headers = {{"Authorization", _controlKey}, {"Content-Type", "application/json"}},
+      .body = boost::json::serialize(body)};
+  auto answer =
+      boost::asio::co_spawn(platform->background, platform->urlSession->data(std::move(request)),
+                            boost::asio::use_future);
   return parseDictionary(answer.get().body);
 }
 

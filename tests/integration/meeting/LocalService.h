@@ -10,8 +10,8 @@
 namespace kestrova::test {
 
 /// The local meeting service in a process of its own, on a free port, with a state folder of its
-/// own. Ends with the object, and with the test program in any case. From its making on this process
-/// trusts the service's authority.
+/// own. Ends with the object, and with the test program in any case. From its making on this
+/// process trusts the service's authority.
 class LocalService {
 public:
   LocalService();

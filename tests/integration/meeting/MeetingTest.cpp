@@ -1,9 +1,8 @@
-#include "Attendee.h"
-#include "LocalService.h"
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "Attendee.h"
+#include "LocalService.h"
 #include <thread>
 
 namespace kestrova::test {
@@ -41,7 +40,8 @@ TEST_F(MeetingTest, TwoPeopleSeeAndHearEachOther) {
   const auto grace = joinWithTone("grace", 660);
   const auto flows = [](const std::shared_ptr<Attendee>& me, double hz) {
     return me->waitUntil([&] {
-      return me->picture->clocksRead > 30 && me->picture->width >= 1280 && me->sound->purity(hz) > 0.9;
+      return me->picture->clocksRead > 30 && me->picture->width >= 1280 &&
+             me->sound->purity(hz) > 0.9;
     });
   };
   EXPECT_TRUE(flows(ada, 660)) << ada->picture->frames << " pictures, " << ada->picture->clocksRead
@@ -49,7 +49,8 @@ TEST_F(MeetingTest, TwoPeopleSeeAndHearEachOther) {
                                << ada->sound->purity(660);
   EXPECT_TRUE(flows(grace, 440)) << grace->picture->frames << " pictures, "
                                  << grace->picture->clocksRead << " clocks, width "
-                                 << grace->picture->width << ", purity " << grace->sound->purity(440);
+                                 << grace->picture->width << ", purity "
+                                 << grace->sound->purity(440);
   EXPECT_EQ(ada->picture->clockWentBack, 0);
   EXPECT_TRUE(ada->sees("speaker "));
 

@@ -119,6 +119,13 @@ TEST(SocketIOLife, releaseClosesAndRaisesNothing) {
 
 TEST(SocketIOLife, releaseFromInsideAHandlerAndAtAnyStage) {
   NodeServer server;
+  std::size_t connected = 0;
+  {
+    Probe first(server.url());  // also starts the threads, which stay
+    ASSERT_TRUE(first.connect());
+    connected = openFiles();
+  }
+  ASSERT_TRUE(comesTrue([&] { return openFiles() < connected; }));
   const auto before = openFiles();
   {
     Probe probe(server.url());

@@ -99,8 +99,10 @@ Task<bool> MediaCapturer::startSession(AVCaptureDevice device, int fps) {
                                  });
   };
   const auto outcome = co_await awaitCallback<Outcome>(std::move(start));
-  if (outcome == Outcome::timedOut)
+  if (outcome == Outcome::timedOut) {
     traceError("Camera start timed out during video-track creation.");
+    _videoCapturer->stopCapture([] {});  // should it start after all
+  }
   co_return outcome == Outcome::started;
 }
 

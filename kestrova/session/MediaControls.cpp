@@ -152,6 +152,8 @@ Task<void> MediaControls::produceAudio(std::shared_ptr<CustomRTCMediaStream> str
   }
   if (!producer) {
     traceError("Error encountered while enabling microphone in unmuteMic().", {}, span);
+    // What nobody gets to hear is not captured either.
+    _context->roomClient()->capturer()->removeAudioTrack();
     co_return;
   }
   _context->localParticipant->addStream(std::make_shared<MediaStream>(producer));
@@ -222,6 +224,8 @@ Task<void> MediaControls::produceVideo(std::shared_ptr<CustomRTCMediaStream> str
   }
   if (!producer) {
     traceError("Error encountered while enabling webcam in enableWebcam()", {}, span);
+    _context->roomClient()->capturer()->removeVideoTrack();
+    co_await _context->roomClient()->capturer()->stopCamera();
     co_return;
   }
   _context->localParticipant->addStream(std::make_shared<MediaStream>(producer));

@@ -8,8 +8,7 @@ namespace kestrova {
 
 Meeting::Meeting(std::shared_ptr<MeetingCore> core) : _core(std::move(core)) {}
 Meeting::~Meeting() {
-  // A step of the join that still waits for the service must begin nothing more.
-  _core->context->setOver();
+  _core->lifecycle->abandon();
 }
 
 std::string Meeting::id() const {

@@ -43,12 +43,14 @@ std::shared_ptr<RoomClient> MeetingContext::roomClient() {
   return _roomClient;
 }
 
+std::shared_ptr<RoomClient> MeetingContext::existingRoomClient() {
+  std::scoped_lock held(_roomClientLock);
+  return _roomClient;
+}
+
 bool MeetingContext::joined() {
-  {
-    std::scoped_lock held(_roomClientLock);
-    if (!_roomClient) return false;
-  }
-  return roomClient()->joined();
+  const auto client = existingRoomClient();
+  return client && client->joined();
 }
 
 std::shared_ptr<CustomRTCMediaStream> MeetingContext::customVideoMediaStream() const {

@@ -45,6 +45,8 @@ public:
 
   /// Made on first use.
   std::shared_ptr<RoomClient> roomClient();
+  /// Nothing when none was made yet.
+  std::shared_ptr<RoomClient> existingRoomClient();
   /// Whom the room client will report to.
   void setRoomClientDelegate(std::weak_ptr<RoomClientDelegate> delegate);
   bool joined();

@@ -193,6 +193,15 @@ void MeetingLifecycle::end() {
   spawn(task(_context->roomClient()));
 }
 
+void MeetingLifecycle::abandon() {
+  // A step of the join that still waits for the service must begin nothing more.
+  _context->setOver();
+  auto task = [](std::shared_ptr<RoomClient> client) -> Task<void> {
+    co_await client->disconnect(LeaveReason::unknown, true);
+  };
+  if (auto client = _context->existingRoomClient()) spawn(task(std::move(client)));
+}
+
 /// Topic messages end with the connection that carried them.
 void MeetingLifecycle::forgetTopics() {
   _context->roomClient()->pubSubEndpointStore().clear();

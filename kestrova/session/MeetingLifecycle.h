@@ -37,6 +37,8 @@ public:
   void leave();
   /// The guard has let it through.
   void end();
+  /// The application let go of the meeting: everything closes, and nothing waits for the service.
+  void abandon();
 
   void entryResponded(const Dictionary& payload);
   /// The only way by which the connection changes the state; called with the state's lock held.

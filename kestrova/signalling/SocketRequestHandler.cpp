@@ -77,6 +77,12 @@ std::shared_ptr<SocketIOClient> SocketRequestHandler::socket() const {
   return _socket;
 }
 
+/// Nothing before the first connect and after a disconnect of our own.
+std::shared_ptr<SocketIOClient> SocketRequestHandler::openSocket() const {
+  std::scoped_lock held(_stateLock);
+  return _closedOnPurpose ? nullptr : _socket;
+}
+
 bool SocketRequestHandler::isConnected() const {
   const auto current = socket();
   return current && current->status() == SocketIOStatus::connected;
@@ -100,6 +106,7 @@ void SocketRequestHandler::connect(const std::string& url, const std::string& so
     _socket = socket;
     _intentionalLeaveReason.reset();
     _wasReconnecting = false;
+    _closedOnPurpose = false;
   }
   reportState(MeetingState::CONNECTING);
   handleSocketEvents(std::move(joinSpan));
@@ -112,6 +119,7 @@ void SocketRequestHandler::disconnect(LeaveReason reason) {
   {
     std::scoped_lock held(_stateLock);
     _intentionalLeaveReason = reason;
+    _closedOnPurpose = true;
     manager = _socketManager;
     socket = _socket;
   }
@@ -170,7 +178,7 @@ Task<Dictionary> SocketRequestHandler::prepareAndSendRequest(LocalEvent event, D
     queue->async([weak = std::move(weak), envelope = std::move(envelope),
                   deliver = std::move(deliver)]() mutable {
       const auto self = weak.lock();
-      const auto socket = self ? self->socket() : nullptr;
+      const auto socket = self ? self->openSocket() : nullptr;
       if (!socket) return deliver(Dictionary());
       socket->emitWithAck("request", {Value(std::move(envelope))}, acknowledgementTimeout,
                           [deliver](const SocketItems& items) { deliver(normalise(items)); });

@@ -73,6 +73,7 @@ private:
   void reportState(MeetingState state);
   SocketManagerConfig makeConfig(const std::string& socketPath) const;
   std::shared_ptr<SocketIOClient> socket() const;
+  std::shared_ptr<SocketIOClient> openSocket() const;
 
   const MeetingData _meeting;
   const std::shared_ptr<const Platform> _platform;
@@ -88,6 +89,7 @@ private:
   std::shared_ptr<SocketIOClient> _socket;
   std::optional<LeaveReason> _intentionalLeaveReason;
   bool _wasReconnecting = false;
+  bool _closedOnPurpose = false;  // requests would only wait for their time-out
 };
 
 }  // namespace kestrova

@@ -346,9 +346,10 @@ TEST_F(MediaTest, announcementsThatMakeNoSenseAreLeftUnanswered) {
   EXPECT_TRUE(announce(good));
   EXPECT_EQ(platform.service->last("connectWebRtcTransport"),
             (Dictionary{{"transportId", "receive"}, {"dtlsParameters", {{"role", "client"}}}}));
+}
 
-  TestPlatform viewer;
-  auto without = TestMeeting::joined(viewer, {.mode = Mode::VIEWER});
+TEST_F(MediaTest, withoutAReceiveTransportAnnouncementsAreLeftUnanswered) {
+  auto without = TestMeeting::joined(platform, {.mode = Mode::VIEWER});
   EXPECT_FALSE(without.announce("c1", "bob", "audio")->acknowledged) << "no transport";
 }
 

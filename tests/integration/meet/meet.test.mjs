@@ -148,8 +148,8 @@ test('signals leave the meeting properly', async () => {
     assert.equal(await run.ended, code);
     assert.equal(run.events.filter(({ event }) => event === 'left').length, 1);
     assert.equal(run.summary.exitCode, code);
+    await witness.event('participantLeft', ({ name }) => name === signal);
   }
-  await witness.event('participantLeft');
   witness.child.kill('SIGTERM');
   assert.equal(await witness.ended, 143);
   const left = witness.events.filter(({ event }) => event === 'participantLeft');

@@ -77,10 +77,10 @@ export class Run {
   }
 
   /** The first event of that name, now or later; fails if the program ends without it. */
-  event(name) {
+  event(name, matches = () => true) {
     return new Promise((resolve, reject) => {
       const look = () => {
-        const found = this.events.find(({ event }) => event === name);
+        const found = this.events.find((entry) => entry.event === name && matches(entry));
         const gone = this.child.exitCode !== null || this.child.signalCode !== null;
         if (!found && !gone) return;
         this.#waiters.delete(look);

@@ -46,11 +46,11 @@ public:
   virtual void onTransportClose(const std::shared_ptr<Consumer>& consumer) = 0;
 };
 
-/// One published track. Texts are JSON. Thread-safe; `close` waits for the engine, at most a few
-/// ms.
-class Producer {
+/// One published or received track. Texts are JSON. Thread-safe; `close` waits for the engine, at
+/// most a few ms.
+class RtpStream {
 public:
-  virtual ~Producer() = default;
+  virtual ~RtpStream() = default;
   virtual std::string id() const = 0;
   virtual MediaKind kind() const = 0;
   virtual std::shared_ptr<RTCMediaStreamTrack> track() const = 0;
@@ -60,28 +60,20 @@ public:
   virtual void pause() = 0;
   virtual void resume() = 0;
   virtual void close() = 0;
-  virtual void setDelegate(std::weak_ptr<ProducerDelegate> delegate) = 0;
-  /// The sender's statistics as JSON text of a list of objects, each with "type" and "id", as the
-  /// W3C's webrtc-stats identifiers name them.
+  /// Statistics as JSON text of a list of objects, each with "type" and "id", as the W3C's
+  /// webrtc-stats identifiers name them; an empty list once it is closed.
   virtual Task<std::string> stats() = 0;
 };
 
-/// One received track. Texts are JSON. Thread-safe; `close` waits for the engine, at most a few ms.
-class Consumer {
+class Producer : public RtpStream {
 public:
-  virtual ~Consumer() = default;
-  virtual std::string id() const = 0;
+  virtual void setDelegate(std::weak_ptr<ProducerDelegate> delegate) = 0;
+};
+
+class Consumer : public RtpStream {
+public:
   virtual std::string producerId() const = 0;
-  virtual MediaKind kind() const = 0;
-  virtual std::shared_ptr<RTCMediaStreamTrack> track() const = 0;
-  virtual std::string appData() const = 0;
-  virtual bool closed() const = 0;
-  virtual bool paused() const = 0;
-  virtual void pause() = 0;
-  virtual void resume() = 0;
-  virtual void close() = 0;
   virtual void setDelegate(std::weak_ptr<ConsumerDelegate> delegate) = 0;
-  virtual Task<std::string> stats() = 0;
 };
 
 /// Both transports: an ICE, DTLS and SRTP connection to the media server.

@@ -26,16 +26,18 @@ std::shared_ptr<RTCAudioTrack> MediaStream::audioTrack() const {
   return std::dynamic_pointer_cast<RTCAudioTrack>(_track);
 }
 
+std::shared_ptr<RtpStream> MediaStream::rtpStream() const {
+  if (_producer) return _producer;
+  return _consumer;
+}
+
 bool MediaStream::isPaused() const {
-  return _producer ? _producer->paused() : _consumer->paused();
+  return rtpStream()->paused();
 }
 
 Task<std::string> MediaStream::stats() const {
-  const auto producer = _producer;
-  const auto consumer = _consumer;
-  if (producer && !producer->closed()) co_return co_await producer->stats();
-  if (consumer && !consumer->closed()) co_return co_await consumer->stats();
-  co_return std::string();
+  const auto stream = rtpStream();
+  co_return co_await stream->stats();
 }
 
 std::string MediaStream::on(MediaStreamEventType, StateListener listener) {

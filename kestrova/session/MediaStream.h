@@ -40,7 +40,7 @@ public:
   bool isPaused() const;
   /// The engine's statistics of this stream: JSON text of a list of objects as the W3C's
   /// webrtc-stats identifiers name them ("outbound-rtp", "inbound-rtp", "candidate-pair"...).
-  /// Empty text once the stream is closed.
+  /// An empty list once the stream is closed.
   Task<std::string> stats() const;
 
   /// Calls `listener` on the main queue with every change of how the stream flows.
@@ -57,6 +57,8 @@ public:
   bool operator==(const MediaStream& other) const { return _id == other._id; }
 
 private:
+  std::shared_ptr<RtpStream> rtpStream() const;
+
   const std::string _id;
   const MediaType _kind;
   const std::shared_ptr<RTCMediaStreamTrack> _track;

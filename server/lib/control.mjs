@@ -20,65 +20,28 @@ async function dumpTransport({ direction, transport }) {
   };
 }
 
-const counters = (report) =>
-  report.map(
-    ({
-      type,
-      kind,
-      mimeType,
-      rid,
-      byteCount,
-      packetCount,
-      packetsLost,
-      bitrate,
-      score,
-      pliCount,
-      nackCount,
-    }) => ({
-      type,
-      kind,
-      mimeType,
-      rid,
-      byteCount,
-      packetCount,
-      packetsLost,
-      bitrate,
-      score,
-      pliCount,
-      nackCount,
-    }),
-  );
+const pick = (from, keys) => Object.fromEntries(keys.map((key) => [key, from[key]]));
+
+const COUNTERS = [
+  ...['type', 'kind', 'mimeType', 'rid', 'byteCount', 'packetCount', 'packetsLost'],
+  ...['bitrate', 'score', 'pliCount', 'nackCount'],
+];
+const counters = async (object) => (await stats(object)).map((entry) => pick(entry, COUNTERS));
 
 async function dumpProducer(producer) {
-  const { id, kind, type, paused, score, appData } = producer;
-  const codec = producer.rtpParameters.codecs[0].mimeType;
-  return { id, kind, type, paused, score, appData, codec, stats: counters(await stats(producer)) };
+  return {
+    ...pick(producer, ['id', 'kind', 'type', 'paused', 'score', 'appData']),
+    codec: producer.rtpParameters.codecs[0].mimeType,
+    stats: await counters(producer),
+  };
 }
 
 async function dumpConsumer(consumer) {
-  const {
-    id,
-    producerId,
-    kind,
-    type,
-    paused,
-    producerPaused,
-    score,
-    currentLayers,
-    preferredLayers,
-  } = consumer;
   return {
-    id,
-    producerId,
-    kind,
-    type,
-    paused,
-    producerPaused,
-    score,
-    currentLayers,
-    preferredLayers,
+    ...pick(consumer, ['id', 'producerId', 'kind', 'type', 'paused', 'producerPaused']),
+    ...pick(consumer, ['score', 'currentLayers', 'preferredLayers']),
     peerId: consumer.appData.peerId,
-    stats: counters(await stats(consumer)),
+    stats: await counters(consumer),
   };
 }
 

@@ -15,6 +15,7 @@ struct Host : MeetingEventListener {
 
 int main(int argc, char** argv) {
   if (argc != 4) return 2;
+  Kestrova::setLogLevel(LogLevel::error);
   Kestrova::configureCapture({.camera = "pattern", .microphone = "tone"});
   Kestrova::config(argv[1]);
   auto meeting = Kestrova::initMeeting({.meetingId = argv[3],

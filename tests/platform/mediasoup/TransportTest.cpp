@@ -31,6 +31,10 @@ struct Case {
   int fullWidth;
 };
 
+void PrintTo(const Case& tested, std::ostream* out) {
+  *out << tested.name;
+}
+
 class EveryCodec : public testing::TestWithParam<Case> {};
 
 TEST_P(EveryCodec, ComesBackFromTheServer) {

@@ -64,8 +64,8 @@ public:
     const auto view = frame.buffer->i420();
     if (!isSane(view)) return;
     const auto now = rtc::TimeMicros();
-    const bool clockIsSane = frame.timestampUs >= -kLargestTimestampUs &&
-                             frame.timestampUs <= kLargestTimestampUs;
+    const bool clockIsSane =
+        frame.timestampUs >= -kLargestTimestampUs && frame.timestampUs <= kLargestTimestampUs;
     const auto time = _aligner.TranslateTimestamp(clockIsSane ? frame.timestampUs : now, now);
 
     int outWidth, outHeight, cropWidth, cropHeight, cropX, cropY;

@@ -212,9 +212,8 @@ Publishing::VideoPlan Publishing::planVideo(CustomRTCMediaStream& stream) {
   return plan;
 }
 
-std::shared_ptr<SendTransport> Publishing::requireTransport(const Row& texts,
-                                                            const ScopedSpan& span) {
-  if (auto transport = _transports->sendTransport()) return transport;
+void Publishing::requireTransport(const Row& texts, const ScopedSpan& span) {
+  if (_transports->sendTransport()) return;
   if (auto delegate = _context->delegate())
     delegate->onError(KestrovaError::ERROR_ACTION_PERFORMED_BEFORE_MEETING_JOINED);
   refuse(span, texts.noTransport, RoomClientError::sendTransportNotCreated);

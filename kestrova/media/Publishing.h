@@ -43,12 +43,11 @@ public:
   void onTransportClose(const std::shared_ptr<Producer>& producer) override;
 
 private:
-  struct Texts;
   struct Row;
   struct VideoPlan;
   static const Row& row(MediaType type);
 
-  std::shared_ptr<SendTransport> requireTransport(const Row& row, const ScopedSpan& span);
+  void requireTransport(const Row& row, const ScopedSpan& span);
   void requireDevice(const Row& row, const ScopedSpan& span);
   VideoPlan planVideo(CustomRTCMediaStream& stream);
   Task<std::shared_ptr<Producer>> publish(const Row& row, ProducerOptions options, SpanScope span);

@@ -11,6 +11,14 @@ namespace {
 
 using Slot = RoomSpans::Slot;
 
+/// Keeps the client alive until it is down.
+void disconnectLater(std::shared_ptr<RoomClient> client, LeaveReason reason) {
+  auto task = [](std::shared_ptr<RoomClient> kept, LeaveReason why) -> Task<void> {
+    co_await kept->disconnect(why, true);
+  };
+  spawn(task(std::move(client), reason));
+}
+
 }  // namespace
 
 MeetingLifecycle::MeetingLifecycle(std::shared_ptr<MeetingContext> context,
@@ -45,7 +53,6 @@ std::optional<std::string> MeetingLifecycle::peerId() const {
 }
 
 void MeetingLifecycle::noteListenerAttached() {
-  std::scoped_lock held(_identityLock);
   _listenerAttached = true;
 }
 
@@ -64,8 +71,7 @@ Task<void> MeetingLifecycle::joinNow() {
   tracer.ensureTelemetryOutput();
   tracer.ensureClientConsoleOutput();
   co_await _context->roomClient()->connect();
-  std::scoped_lock held(_identityLock);
-  if (std::exchange(_listenerAttached, false)) trace("Listener added to Meeting");
+  if (_listenerAttached.exchange(false)) trace("Listener added to Meeting");
 }
 
 void MeetingLifecycle::entryResponded(const Dictionary& payload) {
@@ -178,10 +184,7 @@ void MeetingLifecycle::leave() {
   }
   forgetTopics();
   invalidateReconnectTimer();
-  auto task = [](std::shared_ptr<RoomClient> client) -> Task<void> {
-    co_await client->disconnect(LeaveReason::manualLeaveCalled, true);
-  };
-  spawn(task(_context->roomClient()));
+  disconnectLater(_context->roomClient(), LeaveReason::manualLeaveCalled);
 }
 
 void MeetingLifecycle::end() {
@@ -196,10 +199,8 @@ void MeetingLifecycle::end() {
 void MeetingLifecycle::abandon() {
   // A step of the join that still waits for the service must begin nothing more.
   _context->setOver();
-  auto task = [](std::shared_ptr<RoomClient> client) -> Task<void> {
-    co_await client->disconnect(LeaveReason::unknown, true);
-  };
-  if (auto client = _context->existingRoomClient()) spawn(task(std::move(client)));
+  if (auto client = _context->existingRoomClient())
+    disconnectLater(std::move(client), LeaveReason::unknown);
 }
 
 /// Topic messages end with the connection that carried them.

@@ -5,6 +5,7 @@
 #include <kestrova/session/MeetingContext.h>
 #include <kestrova/session/ParticipantRegistry.h>
 
+#include <atomic>
 #include <chrono>
 #include <memory>
 #include <mutex>
@@ -69,7 +70,7 @@ private:
   mutable std::mutex _identityLock;
   std::optional<std::string> _sessionId;
   std::optional<std::string> _peerId;
-  bool _listenerAttached = false;
+  std::atomic<bool> _listenerAttached{false};
 
   std::unique_ptr<Timer> _reconnectTimer;  // on the main queue
 };

@@ -29,10 +29,8 @@ Task<void> JoinSequence::connect() {
     refused(configuration);
     co_return;
   }
-  if (const auto* observability = dictionary(configuration, "observability"))
-    SDKConfiguration::shared().updateTraceConfig(*observability);
-  else
-    SDKConfiguration::shared().updateTraceConfig({});
+  const auto* observability = dictionary(configuration, "observability");
+  SDKConfiguration::shared().updateTraceConfig(observability ? *observability : Dictionary());
 
   auto joinSpan = startJoinSpan();
   _context->spans.set(RoomSpans::Slot::join, joinSpan);

@@ -31,8 +31,12 @@ struct AVCaptureDevice {
 class RTCCameraVideoCapturer {
 public:
   using FrameHandler = std::function<void(const VideoFrame&)>;
+  using FailureHandler = std::function<void(const std::string& error)>;
   virtual ~RTCCameraVideoCapturer() = default;
   virtual void onFrame(FrameHandler handler) = 0;
+  /// Called once for a capture that ends by itself after it began: the device was unplugged, stopped
+  /// delivering, or its file can't be read on. No picture follows; on a thread of the capturer.
+  virtual void onFailure(FailureHandler handler) = 0;
   virtual bool isRunning() const = 0;
   /// `completion` is called once capture has begun, with an empty text, or with what went wrong. It
   /// may come on any thread, and may never come when the device hangs.
@@ -43,21 +47,36 @@ public:
 };
 
 /// Feeds a microphone's samples into a source from `start` until `stop` or release.
+///
+/// The source's constraints say which processing the samples of a real microphone go through.
 class MicrophoneCapturer {
 public:
+  using FailureHandler = std::function<void(const std::string& error)>;
   virtual ~MicrophoneCapturer() = default;
+  /// Called once for a capture that ends by itself after it began, on a thread of the capturer. Set
+  /// it before `start`.
+  virtual void onFailure(FailureHandler handler) = 0;
   virtual bool start(const std::shared_ptr<RTCAudioSource>& source) = 0;
   virtual void stop() = 0;
 };
 
-/// Which devices stand for "the camera" and "the microphone" of this process.
-///
-/// "default" is the system's own device, "none" no device at all, "pattern" a moving test picture
-/// with a running clock, and "tone" a sine of `toneHz`.
+/// Which devices stand for "the camera", "the microphone" and "the speaker" of this process.
 struct CaptureConfig {
+  /// "default" is every camera of the system, "none" no camera, "pattern" a moving test picture with
+  /// a running clock. Else one camera's device file or `uniqueId`, or a file of pictures (.y4m,
+  /// .mjpeg, .mjpg), which starts over at its end.
   std::string camera = "default";
+  /// "default" is the sound server's default source, "none" no microphone, "tone" a sine of
+  /// `toneHz`. Else the name of a source of the sound server, or a .wav file, which starts over at
+  /// its end.
   std::string microphone = "default";
+  /// "default" is the sound server's default sink, "none" plays nothing. Else the name of a sink.
+  /// Without a sound server nothing is played.
+  std::string speaker = "default";
   double toneHz = 440.0;
+  /// A regular expression (ECMAScript, ignoring case): cameras whose name or id it finds count as
+  /// facing back, the others as facing front.
+  std::string backCameras = "back|rear|world";
 };
 
 /// The machine's cameras and microphone. Thread-safe.

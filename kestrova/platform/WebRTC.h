@@ -59,6 +59,8 @@ public:
 class RTCAudioSource {
 public:
   virtual ~RTCAudioSource() = default;
+  /// What the source was made with.
+  virtual std::map<std::string, std::string> constraints() const = 0;
   /// Feeds 10 ms of samples. Any one thread at a time.
   virtual void onData(const AudioData& data) = 0;
 };

@@ -9,7 +9,8 @@ namespace kestrova::test {
 class ScriptedCamera final : public RTCCameraVideoCapturer {
 public:
   explicit ScriptedCamera(ScriptedCapture& script) : _script(script) {}
-  void onFrame(FrameHandler) override {}
+  void onFrame(FrameHandler handler) override { _onFrame = std::move(handler); }
+  void onFailure(FailureHandler handler) override { _onFailure = std::move(handler); }
   bool isRunning() const override { return _running; }
 
   void startCapture(const AVCaptureDevice& device, const CaptureFormat& format, int fps,
@@ -28,8 +29,14 @@ public:
     _script.later(_script.cameraStop, std::move(completion));
   }
 
+  void fail(const std::string& error) {
+    if (std::exchange(_running, false) && _onFailure) _onFailure(error);
+  }
+
 private:
   ScriptedCapture& _script;
+  FrameHandler _onFrame;
+  FailureHandler _onFailure;
   bool _running = false;
 };
 
@@ -38,6 +45,7 @@ public:
   explicit ScriptedMicrophone(ScriptedCapture& script) : _script(script) {}
   ~ScriptedMicrophone() override { end(); }
 
+  void onFailure(FailureHandler handler) override { _onFailure = std::move(handler); }
   bool start(const std::shared_ptr<RTCAudioSource>&) override {
     _script._journal.add("microphone.start");
     _running = _script.microphoneStart == ScriptedCapture::Behaviour::works;
@@ -54,6 +62,7 @@ private:
     if (std::exchange(_running, false)) _script.microphoneRunning = false;
   }
   ScriptedCapture& _script;
+  FailureHandler _onFailure;
   bool _running = false;
 };
 

@@ -43,7 +43,13 @@ private:
 
 class ScriptedAudioSource final : public RTCAudioSource {
 public:
+  explicit ScriptedAudioSource(std::map<std::string, std::string> constraints)
+      : _constraints(std::move(constraints)) {}
+  std::map<std::string, std::string> constraints() const override { return _constraints; }
   void onData(const AudioData&) override {}
+
+private:
+  std::map<std::string, std::string> _constraints;
 };
 
 class ScriptedFactory final : public RTCPeerConnectionFactory {
@@ -56,7 +62,7 @@ public:
   std::shared_ptr<RTCAudioSource> audioSource(
       const std::map<std::string, std::string>& constraints) override {
     audioConstraints = constraints;
-    return std::make_shared<ScriptedAudioSource>();
+    return std::make_shared<ScriptedAudioSource>(constraints);
   }
   std::shared_ptr<RTCVideoTrack> videoTrack(const std::shared_ptr<RTCVideoSource>&,
                                             const std::string& trackId) override {

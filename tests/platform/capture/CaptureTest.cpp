@@ -201,6 +201,7 @@ TEST(PatternCamera, StopsAtOnceFromAnywhere) {
 }
 
 struct Listener : RTCAudioSource {
+  std::map<std::string, std::string> constraints() const override { return {}; }
   void onData(const AudioData& data) override {
     std::scoped_lock held(lock);
     valid = valid && data.sampleRate == 48000 && data.channels == 1 && data.frames == 480;

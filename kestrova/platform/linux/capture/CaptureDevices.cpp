@@ -11,6 +11,7 @@ namespace {
 class AbsentCamera final : public RTCCameraVideoCapturer {
 public:
   void onFrame(FrameHandler) override {}
+  void onFailure(FailureHandler) override {}
   bool isRunning() const override { return false; }
   void startCapture(const AVCaptureDevice&, const CaptureFormat&, int,
                     std::function<void(const std::string& error)> completion) override {

@@ -18,6 +18,7 @@ class PatternCapturer final : public RTCCameraVideoCapturer {
 public:
   ~PatternCapturer() override;
   void onFrame(FrameHandler handler) override;
+  void onFailure(FailureHandler) override {}  // drawing does not fail
   bool isRunning() const override;
   void startCapture(const AVCaptureDevice& device, const CaptureFormat& format, int fps,
                     std::function<void(const std::string& error)> completion) override;

@@ -13,6 +13,7 @@ class ToneCapturer final : public MicrophoneCapturer {
 public:
   explicit ToneCapturer(double hz) : _hz(hz) {}
   ~ToneCapturer() override { stop(); }
+  void onFailure(FailureHandler) override {}  // a sine does not fail
   bool start(const std::shared_ptr<RTCAudioSource>& source) override;
   void stop() override;
 

@@ -133,8 +133,9 @@ private:
 
 // The constraints speak of processing, which is the recorder's business: samples are taken as
 // given.
-AudioSource::AudioSource(std::shared_ptr<Engine> engine, const std::map<std::string, std::string>&)
-    : _engine(std::move(engine)), _feed(rtc::make_ref_counted<Feed>()) {}
+AudioSource::AudioSource(std::shared_ptr<Engine> engine,
+                         const std::map<std::string, std::string>& constraints)
+    : _engine(std::move(engine)), _constraints(constraints), _feed(rtc::make_ref_counted<Feed>()) {}
 AudioSource::~AudioSource() = default;
 
 webrtc::AudioSourceInterface& AudioSource::engineSource() {

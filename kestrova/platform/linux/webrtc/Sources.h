@@ -37,6 +37,7 @@ public:
   AudioSource(std::shared_ptr<Engine> engine,
               const std::map<std::string, std::string>& constraints);
   ~AudioSource() override;
+  std::map<std::string, std::string> constraints() const override { return _constraints; }
   void onData(const AudioData& data) override;
 
   webrtc::AudioSourceInterface& engineSource();
@@ -44,6 +45,7 @@ public:
 private:
   class Feed;
   std::shared_ptr<Engine> _engine;
+  const std::map<std::string, std::string> _constraints;
   rtc::scoped_refptr<Feed> _feed;
 };
 

@@ -1,72 +1,12 @@
 import { timingSafeEqual } from 'node:crypto';
+import { dumpRooms } from './dump.mjs';
 import { HttpError, readJson, sendJson } from './http.mjs';
-import { isObject } from './read.mjs';
+import { streamKind } from './peer-media.mjs';
+import { isId, isObject, MODES } from './read.mjs';
 import { LEFT } from './room.mjs';
+import { VIDEO_CODECS } from './room-media.mjs';
 
-const stats = async (object) => object.getStats().catch(() => []);
-
-async function dumpTransport({ direction, transport }) {
-  const [report = {}] = await stats(transport);
-  const { id, iceState, iceSelectedTuple, dtlsState } = transport;
-  return {
-    id,
-    direction,
-    iceState,
-    dtlsState,
-    protocol: iceSelectedTuple?.protocol,
-    bytesReceived: report.bytesReceived,
-    bytesSent: report.bytesSent,
-    availableOutgoingBitrate: report.availableOutgoingBitrate,
-  };
-}
-
-const pick = (from, keys) => Object.fromEntries(keys.map((key) => [key, from[key]]));
-
-const COUNTERS = [
-  ...['type', 'kind', 'mimeType', 'rid', 'byteCount', 'packetCount', 'packetsLost'],
-  ...['bitrate', 'score', 'pliCount', 'nackCount'],
-];
-const counters = async (object) => (await stats(object)).map((entry) => pick(entry, COUNTERS));
-
-async function dumpProducer(producer) {
-  return {
-    ...pick(producer, ['id', 'kind', 'type', 'paused', 'score', 'appData']),
-    codec: producer.rtpParameters.codecs[0].mimeType,
-    stats: await counters(producer),
-  };
-}
-
-async function dumpConsumer(consumer) {
-  return {
-    ...pick(consumer, ['id', 'producerId', 'kind', 'type', 'paused', 'producerPaused']),
-    ...pick(consumer, ['score', 'currentLayers', 'preferredLayers']),
-    peerId: consumer.appData.peerId,
-    stats: await counters(consumer),
-  };
-}
-
-const each = (values, dump) => Promise.all([...values].map(dump));
-
-async function dumpPeer(peer) {
-  const { entry, joined, announced, moderator, media } = peer;
-  return {
-    ...peer.describe(),
-    entry,
-    joined,
-    announced,
-    moderator,
-    connected: Boolean(peer.socket?.connected),
-    transports: await each(media.transports(), dumpTransport),
-    producers: await each(media.producers.values(), dumpProducer),
-    consumers: await each(media.consumers.values(), dumpConsumer),
-  };
-}
-
-const dumpRoom = async (room) => ({
-  id: room.id,
-  sessionId: room.sessionId,
-  peers: await each(room.peers.values(), dumpPeer),
-});
+const LONGEST_DOWN_MS = 600_000;
 
 function need(value, what) {
   if (value === undefined || value === null) throw new HttpError(404, `no such ${what}`);
@@ -81,6 +21,17 @@ function transportOf(media, { transportId, direction = 'send' }) {
   return need(found, 'transport').transport;
 }
 
+const KINDS = ['audio', 'video', 'share'];
+
+// By its id, or as the one of this kind (of this participant).
+function streamOf(map, { id, kind, ofPeerId }, what) {
+  if (id !== undefined) return need(map.get(id), what);
+  if (!KINDS.includes(kind)) throw new HttpError(400, `"${what}Id" or "kind" must name one`);
+  const fits = (one) =>
+    streamKind(one) === kind && (ofPeerId === undefined || one.appData.peerId === ofPeerId);
+  return need([...map.values()].find(fits), what);
+}
+
 /** Finds what a request names; functions, so that only what an action uses must exist. */
 function targets({ rooms }, body) {
   const room = () => need(rooms.find(body.roomId), 'meeting');
@@ -90,7 +41,20 @@ function targets({ rooms }, body) {
     if (!found.socket) throw new HttpError(409, 'the participant is not connected');
     return found;
   };
-  return { room, peer, connected };
+  const consumer = () => {
+    const { consumerId: id, kind, ofPeerId } = body;
+    return streamOf(peer().media.consumers, { id, kind, ofPeerId }, 'consumer');
+  };
+  const producer = () => {
+    const { producerId: id, kind } = body;
+    return streamOf(peer().media.producers, { id, kind }, 'producer');
+  };
+  const mode = (fallback) => {
+    const { mode: wanted = fallback } = body;
+    if (!MODES.includes(wanted)) throw new HttpError(400, 'the mode is unknown');
+    return wanted;
+  };
+  return { room, peer, connected, consumer, producer, mode };
 }
 
 const fault =
@@ -112,10 +76,7 @@ const DROPS = {
 
 const ACTIONS = {
   rooms: async ({ rooms, workers }, { roomId }) => ({
-    rooms: await each(
-      rooms.all().filter((room) => !roomId || room.id === roomId),
-      dumpRoom,
-    ),
+    rooms: await dumpRooms(rooms.all().filter((room) => !roomId || room.id === roomId)),
     workers: workers.pids(),
   }),
   async emit(service, body, { connected }) {
@@ -136,11 +97,17 @@ const ACTIONS = {
   notify(service, body, { connected }) {
     connected().notify(body.method, body.data);
   },
-  dropSocket(service, { how = 'terminate' }, { connected }) {
-    need(
-      Object.hasOwn(DROPS, how) ? DROPS[how] : undefined,
-      'way to drop a socket',
-    )(connected().socket);
+  dropSocket({ rooms }, { how = 'terminate', roomId, peerId }, { room, connected }) {
+    const drop = need(Object.hasOwn(DROPS, how) ? DROPS[how] : undefined, 'way to drop a socket');
+    if (peerId !== undefined) return void drop(connected().socket);
+    for (const { peers } of roomId === undefined ? rooms.all() : [room()]) {
+      for (const { socket } of [...peers.values()]) if (socket) drop(socket);
+    }
+  },
+  restart({ restart }, { downMs = 0, keepRooms = false }, { afterAnswer }) {
+    if (!Number.isInteger(downMs) || downMs < 0 || downMs > LONGEST_DOWN_MS)
+      throw new HttpError(400, `"downMs" must be a whole number from 0 to ${LONGEST_DOWN_MS}`);
+    afterAnswer(() => restart(downMs, { keepRooms: keepRooms === true }));
   },
   refuseConnections: fault('refuseConnections'),
   delayAck: fault('delayAck', 'ms'),
@@ -148,6 +115,12 @@ const ACTIONS = {
   answerWrong: fault('answerWrong', 'answer', 'alsoRun'),
   answerConfig: fault('answerConfig', 'status', 'json', 'text'),
   refuseEntry: fault('refuseEntry', 'how', 'errorCode'),
+  offerCodecs(service, body) {
+    const { codecs } = body;
+    if (!Array.isArray(codecs) || !codecs.every((codec) => VIDEO_CODECS.includes(codec)))
+      throw new HttpError(400, `"codecs" must be a list out of ${VIDEO_CODECS.join(', ')}`);
+    fault('offerCodecs', 'codecs')(service, body);
+  },
   clearFaults: ({ faults }) => faults.clear(),
   setUnsupportedCodecs({ faults }, { roomId, codecs }) {
     faults.setUnsupportedCodecs(roomId, codecs);
@@ -162,19 +135,23 @@ const ACTIONS = {
     peer.notify('restartIce', answer);
     return answer;
   },
-  async pauseConsumer(service, { consumerId }, { peer }) {
-    const { media } = peer();
-    await media.pauseConsumer(need(media.consumers.get(consumerId), 'consumer'));
+  pauseConsumer: (service, body, { peer, consumer }) => peer().media.pauseConsumer(consumer()),
+  resumeConsumer: (service, body, { peer, consumer }) => peer().media.resumeConsumer(consumer()),
+  pauseBySubManager: (service, { reason = '' }, { peer, consumer }) =>
+    peer().media.pauseByManager(consumer(), reason),
+  resumeBySubManager: (service, { reason = '' }, { peer, consumer }) =>
+    peer().media.resumeByManager(consumer(), reason),
+  pauseProducer: (service, body, { producer }) => producer().pause(),
+  resumeProducer: (service, body, { producer }) => producer().resume(),
+  closeProducer: (service, body, { producer }) => producer().close(),
+  changeMode(service, body, { peer, mode }) {
+    const changed = peer();
+    changed.room.changeMode(changed, mode());
   },
-  async resumeConsumer(service, { consumerId }, { peer }) {
-    const { media } = peer();
-    await media.resumeConsumer(need(media.consumers.get(consumerId), 'consumer'));
-  },
-  async pauseProducer(service, { producerId }, { peer }) {
-    await need(peer().media.producers.get(producerId), 'producer').pause();
-  },
-  async resumeProducer(service, { producerId }, { peer }) {
-    await need(peer().media.producers.get(producerId), 'producer').resume();
+  switchRoom({ rooms }, { toRoomId }, { connected, mode }) {
+    if (!isId(toRoomId)) throw new HttpError(400, '"toRoomId" must be a meeting id');
+    const peer = connected();
+    rooms.open(toRoomId).take(peer, { mode: mode(peer.mode), moderator: peer.moderator });
   },
   removePeer(service, { code = LEFT.removed }, { room, peer }) {
     room().remove(peer(), code, { told: true });
@@ -199,7 +176,11 @@ export function controlHandler(service) {
     const action = need(Object.hasOwn(ACTIONS, name) ? ACTIONS[name] : undefined, 'action');
     const body = await readJson(request);
     if (!isObject(body)) throw new HttpError(400, 'the body must be an object');
-    const result = await action(service, body, targets(service, body));
+    const afterAnswer = (fn) => {
+      response.setHeader('connection', 'close');
+      request.socket.once('close', fn);
+    };
+    const result = await action(service, body, { ...targets(service, body), afterAnswer });
     sendJson(response, 200, { ok: true, ...result });
   };
 }

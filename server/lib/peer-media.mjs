@@ -1,4 +1,5 @@
 import { RequestError } from './refusal.mjs';
+import { reach } from './room-media.mjs';
 
 const ADDRESS = '127.0.0.1';
 const PROTOCOLS = {
@@ -11,6 +12,10 @@ export const PREFERRED_PROTOCOLS = Object.keys(PROTOCOLS);
 // High enough that the loopback's first estimate already carries the top simulcast layer.
 const FIRST_OUTGOING_BITRATE = 3_000_000;
 
+/** "share" for a shared screen, else the kind of a producer or consumer. */
+export const streamKind = ({ kind, appData }) =>
+  kind === 'video' && appData.share === true ? 'share' : kind;
+
 /**
  * Transports, producers and consumers of one connection of a participant; mediasoup's own default
  * prefers the highest layers. `notify(method, data)` tells the participant; `offer(data)` is a
@@ -18,7 +23,10 @@ const FIRST_OUTGOING_BITRATE = 3_000_000;
  */
 export class PeerMedia {
   #transports = new Map();
+  #routers = new WeakMap();
   #taken = new Set();
+  // consumer id -> who holds it back: "offer" until it is acknowledged, "peer", "manager"
+  #holds = new Map();
   producers = new Map();
   consumers = new Map();
   rtpCapabilities = undefined;
@@ -52,6 +60,7 @@ export class PeerMedia {
     }
     this.closeTransport(direction);
     this.#transports.set(direction, transport);
+    this.#routers.set(transport, router);
     transport.observer.once('close', () => {
       if (this.#transports.get(direction) === transport) this.#transports.delete(direction);
     });
@@ -62,6 +71,10 @@ export class PeerMedia {
     const found = [...this.#transports.values()].find((transport) => transport.id === transportId);
     if (!found) throw new RequestError(404, 'no such transport');
     return found;
+  }
+
+  routerOf(producer) {
+    return this.#routers.get(producer);
   }
 
   closeTransport(direction) {
@@ -77,6 +90,7 @@ export class PeerMedia {
       rtpParameters,
       appData: { ...appData, peerId: this.peerId },
     });
+    this.#routers.set(producer, this.#routers.get(transport));
     this.producers.set(producer.id, producer);
     producer.observer.once('close', () => this.producers.delete(producer.id));
     return producer;
@@ -94,15 +108,17 @@ export class PeerMedia {
     return consumer;
   }
 
-  /** Offers `producer` to the participant. False when it cannot decode it. */
-  async consume(router, producer) {
+  /** Offers `producer` of `owner` to the participant. False when it cannot decode it. */
+  async consume(producer, owner) {
     const transport = this.#transports.get('receive');
     if (!transport || !this.rtpCapabilities || producer.closed || this.#taken.has(producer.id))
       return true;
     const { rtpCapabilities } = this;
-    if (!router.canConsume({ producerId: producer.id, rtpCapabilities })) return false;
+    const [from, to] = [owner.routerOf(producer), this.#routers.get(transport)];
+    if (!from.canConsume({ producerId: producer.id, rtpCapabilities })) return false;
     this.#taken.add(producer.id);
     try {
+      await reach(producer, from, to);
       const consumer = await transport.consume({
         producerId: producer.id,
         rtpCapabilities,
@@ -122,8 +138,10 @@ export class PeerMedia {
   #watch(consumer) {
     const { id: consumerId } = consumer;
     this.consumers.set(consumerId, consumer);
+    this.#holds.set(consumerId, new Set(['offer']));
     consumer.observer.once('close', () => {
       this.consumers.delete(consumerId);
+      this.#holds.delete(consumerId);
       this.#taken.delete(consumer.producerId);
     });
     consumer.on('producerclose', () => this.notify('consumerClosed', { consumerId }));
@@ -151,7 +169,7 @@ export class PeerMedia {
     };
     try {
       await this.offer(data);
-      if (!consumer.closed && !consumer.appData.pausedByPeer) await consumer.resume();
+      await this.#release(consumer, 'offer');
     } catch (error) {
       if (consumer.closed) return;
       this.log.warn('a consumer stays paused: not acknowledged', {
@@ -162,17 +180,66 @@ export class PeerMedia {
     }
   }
 
+  async #hold(consumer, by) {
+    this.#holds.get(consumer.id)?.add(by);
+    await consumer.pause();
+  }
+
+  async #release(consumer, ...by) {
+    const holds = this.#holds.get(consumer.id);
+    if (!holds) return;
+    for (const holder of by) holds.delete(holder);
+    if (holds.size === 0) await consumer.resume();
+  }
+
   // The client pauses its own side on the event, so that goes out even if nothing changed here.
   async pauseConsumer(consumer) {
-    consumer.appData.pausedByPeer = true;
-    await consumer.pause();
+    await this.#hold(consumer, 'peer');
     this.notify('consumerPaused', { consumerId: consumer.id });
   }
 
+  // One who asks for it is ready for it, acknowledged or not.
   async resumeConsumer(consumer) {
-    consumer.appData.pausedByPeer = false;
-    await consumer.resume();
+    await this.#release(consumer, 'peer', 'offer');
     this.notify('consumerResumed', { consumerId: consumer.id });
+  }
+
+  async pauseByManager(consumer, reason) {
+    await this.#hold(consumer, 'manager');
+    this.#tellManaged('consumerPausedSubManager', consumer, reason);
+  }
+
+  async resumeByManager(consumer, reason) {
+    await this.#release(consumer, 'manager');
+    this.#tellManaged('consumerResumedSubManager', consumer, reason);
+  }
+
+  managed() {
+    return [...this.consumers.values()].filter(({ id }) => this.#holds.get(id).has('manager'));
+  }
+
+  #tellManaged(method, consumer, reason) {
+    const { id: consumerId, appData } = consumer;
+    this.notify(method, { peerId: appData.peerId, kind: streamKind(consumer), reason, consumerId });
+  }
+
+  /** Who holds a consumer back. */
+  holders(consumer) {
+    return [...(this.#holds.get(consumer.id) ?? [])];
+  }
+
+  /** Takes back what is consumed of `peerId`, who leaves without closing it. */
+  dropConsumersOf(peerId) {
+    for (const consumer of [...this.consumers.values()]) {
+      if (consumer.appData.peerId !== peerId) continue;
+      consumer.close();
+      this.notify('consumerClosed', { consumerId: consumer.id });
+    }
+  }
+
+  /** Ends what is consumed, without a word: the client of one who moves has closed its side. */
+  closeConsumers() {
+    for (const consumer of [...this.consumers.values()]) consumer.close();
   }
 
   close() {

@@ -1,5 +1,6 @@
 import { PeerMedia } from './peer-media.mjs';
 import { Outbox } from './outbox.mjs';
+import { RECEIVING, SENDING } from './read.mjs';
 
 /**
  * A participant of a room. It outlives its connection by the grace time, so that one that comes
@@ -18,6 +19,11 @@ export class Peer {
   outbox = undefined;
   media = undefined;
   graceTimer = undefined;
+  // The meeting that it asks to move to, and those that it came from, still named by its client.
+  asks = undefined;
+  cameFrom = new Set();
+  switching = false;
+  adaptive = false;
 
   constructor(room, id, settings) {
     this.room = room;
@@ -36,7 +42,7 @@ export class Peer {
       moderator: claims.permissions.includes('allow_mod'),
     });
     this.mayEnter = this.moderator || claims.permissions.includes('allow_join');
-    this.joined = false;
+    Object.assign(this, { joined: false, switching: false, adaptive: false });
     this.media?.close();
     const outbox = new Outbox(socket, this.settings);
     this.outbox = outbox;
@@ -47,6 +53,20 @@ export class Peer {
         outbox.request('newConsumer', [{ method: 'newConsumer', data, notification: true }]),
       log: this.settings.log,
     });
+  }
+
+  /** Goes to another room with all it has; to be joined there. */
+  move(room, { mode, moderator }) {
+    this.cameFrom.add(this.room.id);
+    Object.assign(this, { room, mode, moderator, entry: 'allowed', switching: true });
+    Object.assign(this, { joined: false, announced: false });
+  }
+
+  /** Closes the transport of a direction that `mode` doesn't have. */
+  setMode(mode) {
+    if (!SENDING.includes(mode)) this.media.closeTransport('send');
+    if (!RECEIVING.includes(mode)) this.media.closeTransport('receive');
+    this.mode = mode;
   }
 
   notify(method, data) {

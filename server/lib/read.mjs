@@ -1,6 +1,8 @@
 import { RequestError } from './refusal.mjs';
 
 export const MODES = ['CONFERENCE', 'VIEWER', 'SEND_AND_RECV', 'SIGNALLING_ONLY', 'RECV_ONLY'];
+export const SENDING = ['CONFERENCE', 'SEND_AND_RECV'];
+export const RECEIVING = [...SENDING, 'RECV_ONLY'];
 const LONGEST_TEXT = 4096;
 const ID = /^[^\s\p{Cc}/?#]{1,128}$/u;
 

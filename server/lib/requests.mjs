@@ -32,17 +32,18 @@ export async function runRequest(envelope, { room, peer, service }) {
     const { method, data = {} } = envelope;
     const row = METHODS.get(method);
     if (!row) throw new RequestError(501, `no such request: ${String(method).slice(0, 100)}`);
-    if (envelope.roomId !== room.id)
+    if (envelope.roomId !== room.id && !peer.cameFrom.has(envelope.roomId))
       throw new RequestError(403, 'another meeting is not served here');
     if (!isObject(data)) throw new RequestError(400, '"data" must be an object');
     check(peer, row);
-    const { secret, faults } = service;
+    const { secret, faults, rooms } = service;
     const extra = await row.run({
       room,
       peer,
       data,
       secret,
       faults,
+      rooms,
       after: (fn) => afters.push(fn),
     });
     return { answer: { data: { status: 'ok', ...extra } }, afters };

@@ -42,10 +42,35 @@ export const VIDEO_CODECS = [
 // One voice is announced at a time; quieter than this, in dBov, counts as silence.
 const SPEAKER = { maxEntries: 1, threshold: -60, interval: 500 };
 
-/** A meeting's router and the observer that tells who speaks. */
+const PIPE = { listenInfo: { protocol: 'udp', ip: '127.0.0.1' } };
+
+// All meetings of a worker share its router, so that a participant who moves keeps its transports.
+function routerOf(worker) {
+  worker.appData.router ??= worker.createRouter({ mediaCodecs: CODECS }).then((router) => {
+    router.observer.setMaxListeners(0);
+    return router;
+  });
+  return worker.appData.router;
+}
+
+/** Makes `producer`, which is on router `from`, known on router `to` of another worker. */
+export async function reach(producer, from, to) {
+  if (from === to) return;
+  to.appData.piped ??= new Map();
+  const { piped } = to.appData;
+  if (!piped.has(producer.id)) {
+    producer.observer.once('close', () => piped.delete(producer.id));
+    const pipe = from.pipeToRouter({ producerId: producer.id, router: to, ...PIPE });
+    piped.set(producer.id, pipe);
+    pipe.catch(() => piped.delete(producer.id));
+  }
+  await piped.get(producer.id);
+}
+
+/** Where a meeting's media runs, and the observer that tells who speaks. */
 export class RoomMedia {
   static async open(worker, onSpeaker) {
-    const router = await worker.createRouter({ mediaCodecs: CODECS });
+    const router = await routerOf(worker);
     const levels = await router.createAudioLevelObserver(SPEAKER);
     return new RoomMedia(router, levels, onSpeaker);
   }
@@ -67,13 +92,28 @@ export class RoomMedia {
   }
 
   async listen(producer) {
-    producer.observer.once('close', () => {
-      if (producer.appData.peerId === this.#speaker) this.#speaks(null);
-    });
+    producer.observer.once('close', () => this.#silent(producer));
     await this.levels.addProducer({ producerId: producer.id });
   }
 
+  /** Stops listening to one who goes to another meeting. */
+  async ignore(producer) {
+    this.#silent(producer);
+    await this.levels.removeProducer({ producerId: producer.id });
+  }
+
+  #silent(producer) {
+    if (producer.appData.peerId === this.#speaker) this.#speaks(null);
+  }
+
+  /** Calls `fn` when the worker is gone, unless this is closed first. */
+  onLost(fn) {
+    this.lost = fn;
+    this.router.observer.once('close', fn);
+  }
+
   close() {
-    this.router.close();
+    if (this.lost) this.router.observer.off('close', this.lost);
+    this.levels.close();
   }
 }

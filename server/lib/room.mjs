@@ -1,11 +1,13 @@
 import { randomUUID } from 'node:crypto';
 import { Peer } from './peer.mjs';
+import { streamKind } from './peer-media.mjs';
 import { Refusal } from './refusal.mjs';
-import { RoomMedia, VIDEO_CODECS } from './room-media.mjs';
+import { reach, RoomMedia, VIDEO_CODECS } from './room-media.mjs';
 
 export const LEFT = {
   dropped: 1001,
   removed: 1002,
+  switched: 1005,
   roomClosed: 1006,
   unknown: 1007,
   duplicate: 1011,
@@ -37,7 +39,7 @@ export class Room {
     const media = await RoomMedia.open(worker, (peerId) =>
       this.broadcast('activeSpeaker', { peerId }),
     );
-    media.router.observer.once('close', () => this.close(LEFT.unknown));
+    media.onLost(() => this.close(LEFT.unknown));
     if (this.closed) media.close();
     return media;
   }
@@ -52,15 +54,69 @@ export class Room {
 
   /** A new connection of `peerId`: a second device, a return after a drop, or somebody new. */
   connect(socket, peerId, identity) {
-    const known = this.peers.get(peerId);
-    if (known?.socket) {
-      known.notify('error', { code: new Refusal('duplicate').code });
-      this.remove(known, LEFT.duplicate, { told: true, keepRoom: true });
-    }
+    if (this.peers.get(peerId)?.socket) this.#sendAway(peerId);
     const peer = this.peers.get(peerId) ?? new Peer(this, peerId, this.settings);
     this.peers.set(peerId, peer);
     peer.attach(socket, identity);
     return peer;
+  }
+
+  #sendAway(peerId) {
+    const known = this.peers.get(peerId);
+    if (!known) return;
+    known.notify('error', { code: new Refusal('duplicate').code });
+    this.remove(known, LEFT.duplicate, { told: true, keepRoom: true });
+  }
+
+  /**
+   * Takes `peer` over from the meeting where it is, with its connection, transports and producers.
+   * Its client hears of it and then joins here.
+   */
+  take(peer, { mode, moderator }) {
+    const from = peer.room;
+    if (from !== this) {
+      this.#sendAway(peer.id);
+      from.#release(peer);
+      peer.move(this, { mode, moderator });
+      this.peers.set(peer.id, peer);
+      peer.asks?.forget(peer);
+    }
+    const { sessionId, id: switchingRoomId } = this;
+    const answer = { id: peer.id, decision: 'allowed', sessionId, switchingRoomId };
+    peer.notify('entryResponded', answer);
+  }
+
+  #release(peer) {
+    this.peers.delete(peer.id);
+    this.entryRequests.delete(peer.id);
+    for (const other of this.joined(peer)) {
+      other.media.dropConsumersOf(peer.id);
+      if (!peer.announced) continue;
+      other.notify('peerClosed', { peerId: peer.id, reason: { code: LEFT.switched } });
+    }
+    peer.media.closeConsumers();
+    for (const producer of peer.media.producers.values()) {
+      if (producer.kind === 'audio') this.#ignore(producer);
+    }
+    this.#endIfEmpty(LEFT.switched);
+  }
+
+  async #ignore(producer) {
+    try {
+      await (await this.#media)?.ignore(producer);
+    } catch {
+      // The producer or the observer has ended by itself.
+    }
+  }
+
+  #endIfEmpty(code) {
+    if (this.peers.size === 0 && this.entryRequests.size === 0) this.close(code);
+  }
+
+  /** Changes the mode; what the new one doesn't send or receive ends here. */
+  changeMode(peer, mode) {
+    peer.setMode(mode);
+    this.broadcast('peerModeChanged', { peerId: peer.id, mode });
   }
 
   /** A connection ended. One that only dropped keeps its participant for the grace time. */
@@ -68,15 +124,11 @@ export class Room {
     if (this.closed || peer.socket !== socket) return;
     peer.socket = undefined;
     this.entryRequests.delete(peer.id);
-    if (
-      !peer.announced ||
-      deliberate ||
-      peer.leaveCode !== undefined ||
-      this.settings.grace === 0
-    ) {
-      return this.remove(peer, peer.leaveCode ?? LEFT.dropped);
-    }
-    peer.graceTimer = setTimeout(() => this.remove(peer, LEFT.dropped), this.settings.grace);
+    peer.asks?.forget(peer);
+    const { grace, away = 0 } = this.settings;
+    const known = peer.announced && !deliberate && peer.leaveCode === undefined;
+    if (!known || grace + away === 0) return this.remove(peer, peer.leaveCode ?? LEFT.dropped);
+    peer.graceTimer = setTimeout(() => this.remove(peer, LEFT.dropped), grace + away);
   }
 
   /** Takes a participant out. `told`: with a "close" event to it. */
@@ -85,11 +137,12 @@ export class Room {
     clearTimeout(peer.graceTimer);
     this.peers.delete(peer.id);
     this.entryRequests.delete(peer.id);
+    peer.asks?.forget(peer);
     peer.joined = false;
     if (told) peer.dismiss(code);
     peer.media?.close();
     if (peer.announced) this.broadcast('peerClosed', { peerId: peer.id, reason: { code } });
-    if (this.peers.size === 0 && !keepRoom) this.close(code);
+    if (!keepRoom) this.#endIfEmpty(code);
   }
 
   close(code) {
@@ -102,7 +155,10 @@ export class Room {
   end() {
     this.closed = true;
     this.onEmpty(this);
-    for (const peer of this.peers.values()) clearTimeout(peer.graceTimer);
+    for (const peer of this.peers.values()) {
+      clearTimeout(peer.graceTimer);
+      peer.media?.close();
+    }
     this.peers.clear();
     this.#media?.then(
       (media) => media.close(),
@@ -110,20 +166,37 @@ export class Room {
     );
   }
 
-  /** Asks the moderators; a moderator who joins later is asked then. */
-  askEntry(peer, name) {
-    this.entryRequests.set(peer.id, name);
+  /**
+   * Asks the moderators; a moderator who joins later is asked then. `move` is how one who is in
+   * another meeting comes over when it is allowed.
+   */
+  askEntry(peer, name, move) {
+    this.entryRequests.set(peer.id, { peer, name, move });
+    if (move) peer.asks = this;
     for (const host of this.joined()) {
       if (host.moderator) host.notify('entryRequested', { id: peer.id, name });
     }
   }
 
+  forget(peer) {
+    peer.asks = undefined;
+    if (this.entryRequests.get(peer.id)?.peer === peer) this.entryRequests.delete(peer.id);
+    this.#endIfEmpty(LEFT.unknown);
+  }
+
   answerEntry(host, peerId, decision) {
-    const peer = this.peers.get(peerId);
-    if (!this.entryRequests.delete(peerId) || !peer) return false;
-    peer.entry = decision;
+    const asked = this.entryRequests.get(peerId);
+    if (!asked) return false;
+    this.entryRequests.delete(peerId);
+    const { peer, move } = asked;
     const answer = { id: peerId, decision, sessionId: this.sessionId };
-    peer.notify('entryResponded', answer);
+    peer.asks = undefined;
+    if (move && decision === 'allowed') {
+      this.take(peer, move);
+    } else {
+      if (!move) peer.entry = decision;
+      peer.notify('entryResponded', answer);
+    }
     for (const other of this.joined(host)) {
       if (other.moderator) other.notify('entryResponded', answer);
     }
@@ -138,27 +211,45 @@ export class Room {
     return VIDEO_CODECS.filter((codec) => receivers.some((peer) => !decodes(peer, codec)));
   }
 
-  /** Offers everything that is published to `peer`. */
-  async offerAll(peer) {
-    const { router } = await this.media();
-    for (const other of this.joined(peer)) {
-      for (const producer of other.media.producers.values())
-        await this.#offer(router, peer, producer, other);
+  /** One who receives from now on: the others hear what it cannot decode, it gets what there is. */
+  async receive(peer) {
+    if (!peer.media.receives) return;
+    for (const codec of VIDEO_CODECS) {
+      if (!decodes(peer, codec)) this.broadcast(...unsupported(peer, codec), peer);
+    }
+    for (const owner of this.joined(peer)) {
+      for (const producer of owner.media.producers.values())
+        await peer.media.consume(producer, owner.media);
     }
   }
 
-  /** Offers a new producer of `owner` to everybody else. */
-  async publish(owner, producer) {
-    const { router } = await this.media();
-    await Promise.all(this.joined(owner).map((peer) => this.#offer(router, peer, producer, owner)));
+  /** What a participant who came over from another meeting has been publishing already. */
+  async publishAll(owner) {
+    for (const producer of owner.media.producers.values()) await this.publish(owner, producer);
   }
 
-  async #offer(router, peer, producer, owner) {
-    if ((await peer.media.consume(router, producer)) || producer.kind !== 'video') return;
-    const codec = producer.rtpParameters.codecs[0].mimeType;
-    owner.notify('unsupportedCodecAdded', { consumerPeerId: peer.id, kind: producer.kind, codec });
+  /** Offers a producer of `owner` to everybody else. */
+  async publish(owner, producer) {
+    if (producer.kind === 'audio') {
+      const media = await this.media();
+      await reach(producer, owner.media.routerOf(producer), media.router);
+      await media.listen(producer);
+    }
+    const state = { peerId: owner.id, kind: streamKind(producer), newState: true };
+    this.broadcast('participantMediaStateChanged', state, owner);
+    await Promise.all(this.joined(owner).map((peer) => this.#offer(peer, producer, owner)));
+  }
+
+  async #offer(peer, producer, owner) {
+    if ((await peer.media.consume(producer, owner.media)) || producer.kind !== 'video') return;
+    owner.notify(...unsupported(peer, producer.rtpParameters.codecs[0].mimeType));
   }
 }
+
+const unsupported = (peer, codec) => [
+  'unsupportedCodecAdded',
+  { consumerPeerId: peer.id, kind: 'video', codec },
+];
 
 function decodes(peer, codec) {
   const { codecs } = peer.media.rtpCapabilities ?? {};

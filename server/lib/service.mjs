@@ -1,4 +1,5 @@
 import * as https from 'node:https';
+import { setTimeout as delay } from 'node:timers/promises';
 import { openAuthority } from './authority.mjs';
 import { configHandler } from './config.mjs';
 import { controlHandler } from './control.mjs';
@@ -34,11 +35,8 @@ export async function startService(given = {}, { onFatal = () => {}, log } = {})
   const faults = new Faults();
   const workers = new Workers({ count: options.workers, log, onFatal });
   const { batch: batchMs, ackTimeout, grace, linger } = options;
-  const rooms = new Rooms({
-    workers,
-    faults,
-    settings: { batchMs, ackTimeout, grace, linger, log },
-  });
+  const settings = { batchMs, ackTimeout, grace, linger, log };
+  const rooms = new Rooms({ workers, faults, settings });
 
   const { cert, key } = authority;
   const server = https.createServer({ cert, key, requestTimeout: SLOWEST_REQUEST_MS });
@@ -52,6 +50,7 @@ export async function startService(given = {}, { onFatal = () => {}, log } = {})
     rooms,
     log,
     address,
+    restart,
   };
   server.on(
     'request',
@@ -84,8 +83,39 @@ export async function startService(given = {}, { onFatal = () => {}, log } = {})
     secretFile: token.file,
     controlKeyFile: control.file,
   };
+  let closing = false;
+  let down;
+
+  /**
+   * Drops every connection, listens no more for `ms` and then again at the same port. The meetings
+   * end, or wait: a participant's grace time then runs from the moment when the service is back.
+   */
+  async function restart(ms, { keepRooms }) {
+    if (closing || down) return;
+    const { port } = server.address();
+    log.info('the service goes down for a while', { ms, keepRooms });
+    settings.away = keepRooms ? ms : 0;
+    if (!keepRooms) for (const room of rooms.all()) room.end();
+    for (const { transport } of Object.values(io.engine.clients)) transport.socket.terminate();
+    down = new AbortController();
+    const closed = new Promise((resolve) => server.close(resolve));
+    server.closeAllConnections();
+    try {
+      await closed;
+      await delay(ms, undefined, { signal: down.signal });
+      await listen(server, port);
+      settings.away = 0;
+    } catch (error) {
+      if (error.name !== 'AbortError') onFatal(error);
+    } finally {
+      down = undefined;
+    }
+  }
+
   async function close() {
+    closing = true;
     for (const room of rooms.all()) room.end();
+    down?.abort();
     const closed = io.close();
     server.closeAllConnections();
     await Promise.all([closed, workers.close()]);

@@ -20,8 +20,8 @@ class Connection {
   #last = Promise.resolve();
   #waiting = 0;
 
-  constructor(socket, room, peer, service) {
-    Object.assign(this, { socket, room, peer, service });
+  constructor(socket, peer, service) {
+    Object.assign(this, { socket, peer, service });
   }
 
   request(args) {
@@ -39,7 +39,8 @@ class Connection {
   }
 
   async #serve(envelope, ack) {
-    const { room, peer, service } = this;
+    const { peer, service } = this;
+    const { room } = peer;
     if (peer.socket !== this.socket) {
       return ack({
         data: { status: 'error', errorCode: 409, message: 'this connection has ended' },
@@ -115,14 +116,14 @@ export function openSignalling(httpServer, service) {
   });
   io.on('connection', (socket) => {
     const { roomId, peerId, ...identity } = socket.data.identity;
-    const room = rooms.open(roomId);
+    const room = rooms.ofReturning(roomId, peerId) ?? rooms.open(roomId);
     const peer = room.connect(socket, peerId, identity);
-    const connection = new Connection(socket, room, peer, service);
+    const connection = new Connection(socket, peer, service);
     log.info('connected', { roomId, peerId });
     socket.on('request', (...args) => connection.request(args));
     socket.on('disconnect', (reason) => {
       log.info('disconnected', { roomId, peerId, reason });
-      room.disconnected(peer, socket, reason === 'client namespace disconnect');
+      peer.room.disconnected(peer, socket, reason === 'client namespace disconnect');
     });
     socket.emit('connectionSuccess', {});
   });

@@ -15,7 +15,7 @@ const RUBBISH = [
   { method: 'constructor', roomId: 'room', data: {} },
   { method: 'join', roomId: 'other', data: {} },
   { method: 'join', roomId: 'room', data: 'x' },
-  { method: 'enableAdaptiveSubscription', roomId: 'room', data: {} },
+  { method: 'startRecording', roomId: 'room', data: {} },
 ];
 
 const ODD_VALUES = [

@@ -28,6 +28,9 @@ function respondEntry({ room, peer, data }) {
 
 function join({ room, peer, data, secret, after }) {
   if (peer.joined) throw new RequestError(409, 'already joined');
+  const switching = read.flag(data, 'switchingRoom');
+  if (switching !== peer.switching)
+    throw new RequestError(409, `${switching ? 'no' : 'a'} switch to this meeting is under way`);
   const displayName = read.text(data, 'displayName');
   const device = read.text(data, 'device');
   const mode = read.oneOf(data, 'mode', read.MODES);
@@ -37,7 +40,8 @@ function join({ room, peer, data, secret, after }) {
   if (data.secret !== peer.secret)
     checkAccess(secret, data.secret, { roomId: room.id, peerId: peer.id });
 
-  Object.assign(peer, { displayName, device, mode, metaData });
+  Object.assign(peer, { displayName, device, mode, metaData, switching: false });
+  if (switching) peer.setMode(mode);
   peer.media.rtpCapabilities = rtpCapabilities;
   peer.outbox.batching = batching;
   const unsupportedCodecs = room.unsupportedCodecs();
@@ -48,11 +52,37 @@ function join({ room, peer, data, secret, after }) {
   peer.announced = true;
   after(async () => {
     if (peer.moderator) {
-      for (const [id, name] of room.entryRequests) peer.notify('entryRequested', { id, name });
+      for (const [id, { name }] of room.entryRequests) peer.notify('entryRequested', { id, name });
     }
-    await room.offerAll(peer);
+    await room.receive(peer);
+    if (switching) await room.publishAll(peer);
   });
   return { peers: others, unsupportedCodecs };
+}
+
+// The answer says that it was asked; where the participant is let in comes as "entryResponded".
+function switchToMeeting({ peer, data, secret, faults, rooms, after }) {
+  const roomId = read.id(data, 'meetingId');
+  const mode = read.oneOf(data, 'mode', read.MODES);
+  if (read.id(data, 'participantId') !== peer.id)
+    throw new RequestError(400, '"participantId" must be the one that is connected');
+  const token = read.text(data, 'secret') || peer.secret;
+  const { permissions } = checkAccess(secret, token, { roomId, peerId: peer.id });
+  const fault = faults.take('refuseEntry', { roomId, peerId: peer.id });
+  if (fault?.how === 'answer')
+    throw new RequestError(fault.errorCode ?? 403, 'the switch is refused');
+  const moderator = permissions.includes('allow_mod');
+  after(() => {
+    peer.asks?.forget(peer);
+    if (fault) {
+      const { sessionId } = rooms.find(roomId) ?? peer.room;
+      return peer.notify('entryResponded', { id: peer.id, decision: 'denied', sessionId });
+    }
+    const target = rooms.open(roomId);
+    if (permissions.includes('ask_join') && target !== peer.room)
+      return target.askEntry(peer, peer.displayName, { mode, moderator });
+    target.take(peer, { mode, moderator });
+  });
 }
 
 function definePeerLeftReason({ peer, data }) {
@@ -73,6 +103,7 @@ export const entryRequests = {
   requestEntry: { run: requestEntry },
   definePeerLeftReason: { run: definePeerLeftReason },
   join: { needs: 'entry', run: join },
+  switchToMeeting: { needs: 'join', run: switchToMeeting },
   respondEntry: { needs: 'join', moderator: true, run: respondEntry },
   closeRoom: { needs: 'join', moderator: true, run: closeRoom },
   removePeer: { needs: 'join', moderator: true, run: removePeer },

@@ -1,19 +1,23 @@
 import * as read from '../read.mjs';
-import { PREFERRED_PROTOCOLS } from '../peer-media.mjs';
+import { PREFERRED_PROTOCOLS, streamKind } from '../peer-media.mjs';
 import { RequestError } from '../refusal.mjs';
 
-const SENDING = ['CONFERENCE', 'SEND_AND_RECV'];
-const RECEIVING = [...SENDING, 'RECV_ONLY'];
 const KINDS = ['audio', 'video'];
 const CHOICES = [...KINDS, 'share', 'all'];
 const HIGHEST_LAYER = 7;
 
-const streamKind = ({ kind, appData }) =>
-  kind === 'video' && appData.share === true ? 'share' : kind;
-
-async function getRouterRtpCapabilities({ room }) {
+async function getRouterRtpCapabilities({ room, peer, faults }) {
   const { router } = await room.media();
-  return router.rtpCapabilities;
+  const fault = faults.take('offerCodecs', { roomId: room.id, peerId: peer.id });
+  return fault ? only(fault.codecs, router.rtpCapabilities) : router.rtpCapabilities;
+}
+
+// The audio codecs, the named ones, and the retransmission of these.
+function only(names, { codecs, ...rest }) {
+  const kept = codecs.filter((c) => c.kind === 'audio' || names.includes(c.mimeType));
+  const payloadTypes = kept.map((codec) => codec.preferredPayloadType);
+  const again = codecs.filter((codec) => payloadTypes.includes(codec.parameters?.apt));
+  return { ...rest, codecs: [...kept, ...again] };
 }
 
 async function createWebRtcTransport({ room, peer, data, after }) {
@@ -25,7 +29,7 @@ async function createWebRtcTransport({ room, peer, data, after }) {
   const { media } = peer;
   const { router } = await room.media();
   const transport = await media.createTransport(router, producing ? 'send' : 'receive', protocol);
-  if (!producing && peer.joined) after(() => room.offerAll(peer));
+  if (!producing && peer.joined) after(() => room.receive(peer));
   const { id, iceParameters, iceCandidates, dtlsParameters } = transport;
   return { id, iceParameters, iceCandidates, dtlsParameters };
 }
@@ -36,12 +40,17 @@ async function connectWebRtcTransport({ peer, data }) {
   await transport.connect({ dtlsParameters });
 }
 
+async function restartIce({ peer, data }) {
+  const transport = peer.media.transport(read.id(data, 'transportId'));
+  return { transportId: transport.id, iceParameters: await transport.restartIce() };
+}
+
 function iceRestarted({ peer, data }) {
   peer.media.transport(read.id(data, 'transportId'));
 }
 
 async function produce({ room, peer, data, after }) {
-  if (!SENDING.includes(peer.mode))
+  if (!read.SENDING.includes(peer.mode))
     throw new RequestError(409, `nothing is published in mode ${peer.mode}`);
   const kind = read.oneOf(data, 'kind', KINDS);
   const rtpParameters = read.object(data, 'rtpParameters');
@@ -53,14 +62,10 @@ async function produce({ room, peer, data, after }) {
   });
   const state = { peerId: peer.id, kind: streamKind(producer) };
   producer.observer.once('close', () => {
-    if (peer.announced)
-      room.broadcast('participantMediaStateChanged', { ...state, newState: false }, peer);
+    const closed = { ...state, newState: false };
+    if (peer.announced) peer.room.broadcast('participantMediaStateChanged', closed, peer);
   });
-  if (kind === 'audio') await (await room.media()).listen(producer);
-  after(async () => {
-    room.broadcast('participantMediaStateChanged', { ...state, newState: true }, peer);
-    await room.publish(peer, producer);
-  });
+  after(() => room.publish(peer, producer));
   return { id: producer.id };
 }
 
@@ -94,17 +99,25 @@ const all =
 
 function changeMode({ room, peer, data, after }) {
   const mode = read.oneOf(data, 'mode', read.MODES);
-  if (!SENDING.includes(mode)) peer.media.closeTransport('send');
-  if (!RECEIVING.includes(mode)) peer.media.closeTransport('receive');
-  peer.mode = mode;
-  after(() => room.broadcast('peerModeChanged', { peerId: peer.id, mode }, peer));
+  peer.setMode(mode);
+  after(() => room.changeMode(peer, mode));
   return { mode };
 }
+
+const adaptive =
+  (on) =>
+  async ({ peer }) => {
+    peer.adaptive = on;
+    if (on) return;
+    for (const consumer of peer.media.managed())
+      await peer.media.resumeByManager(consumer, 'adaptive subscription is off');
+  };
 
 export const mediaRequests = {
   getRouterRtpCapabilities: { needs: 'entry', run: getRouterRtpCapabilities },
   createWebRtcTransport: { needs: 'entry', run: createWebRtcTransport },
   connectWebRtcTransport: { needs: 'entry', run: connectWebRtcTransport },
+  restartIce: { needs: 'entry', run: restartIce },
   iceRestarted: { needs: 'entry', run: iceRestarted },
   produce: { needs: 'join', run: produce },
   closeProducer: { needs: 'join', run: closeProducer },
@@ -114,4 +127,6 @@ export const mediaRequests = {
   resumeAllConsumers: { needs: 'join', run: all('resumeConsumer') },
   setConsumerPreferredLayers: { needs: 'join', run: setConsumerPreferredLayers },
   changeMode: { needs: 'join', run: changeMode },
+  enableAdaptiveSubscription: { needs: 'join', run: adaptive(true) },
+  disableAdaptiveSubscription: { needs: 'join', run: adaptive(false) },
 };

@@ -1,4 +1,4 @@
-#include <kestrova/platform/linux/audio/SilentAudioDevice.h>
+#include <kestrova/platform/linux/audio/PulseAudioDevice.h>
 #include <kestrova/platform/linux/webrtc/Engine.h>
 #include <kestrova/platform/linux/webrtc/PeerConnectionFactory.h>
 #include <kestrova/platform/linux/webrtc/Sources.h>
@@ -93,7 +93,7 @@ Engine::Engine()
     : _network(started(rtc::Thread::CreateWithSocketServer(), "engine-network")),
       _worker(started(rtc::Thread::Create(), "engine-worker")),
       _signalling(started(rtc::Thread::Create(), "engine-signal")) {
-  _audioDevice = _worker->BlockingCall([] { return SilentAudioDevice::make(); });
+  _audioDevice = _worker->BlockingCall([] { return PulseAudioDevice::make(); });
 
   webrtc::PeerConnectionFactoryDependencies parts;
   parts.network_thread = _network.get();

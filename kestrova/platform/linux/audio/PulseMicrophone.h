@@ -1,0 +1,24 @@
+#pragma once
+
+#include <kestrova/platform/Capture.h>
+
+#include <memory>
+#include <string>
+
+namespace kestrova {
+
+/// A microphone of the sound server. It records 48 kHz, one channel, and the samples go through the
+/// processing that the source's constraints ask for.
+///
+/// Nothing when there is no sound server that answers within half a second, or no such source;
+/// usually decided within milliseconds. Any thread. The server's answer is not kept: a server that
+/// comes later is found by the next call.
+///
+/// `start` waits until samples flow or fail to, at most a second. `stop` and release wait for a
+/// delivery in progress, unless they come from it. The first quarter of a second may be missing.
+///
+/// \param sourceName empty for the default source, which the capture follows when the user changes
+/// it
+std::unique_ptr<MicrophoneCapturer> makePulseMicrophone(const std::string& sourceName = {});
+
+}  // namespace kestrova

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <csignal>
+#include <cstdint>
+#include <string>
+#include <thread>
+
+namespace kestrova {
+
+/// A sound server of the test's own, in a folder that goes with it. From construction on, this
+/// process knows no other. It has no device but those that are loaded.
+class PulseServer {
+public:
+  PulseServer();
+  ~PulseServer();
+  PulseServer(const PulseServer&) = delete;
+  PulseServer& operator=(const PulseServer&) = delete;
+
+  /// Returns once it answers.
+  void start();
+  /// Kills it; it doesn't get to say goodbye.
+  void kill();
+  void signal(int number) const { ::kill(_process, number); }
+  std::string socketPath() const { return _folder + "/native"; }
+
+  /// The module's number. The sinks and sources of a module are there when it returns.
+  std::uint32_t load(const std::string& module, const std::string& arguments);
+  void unload(std::uint32_t module);
+  void loadSink(const std::string& name, int channels);
+  /// A source without a sink, that hears what `sink` plays.
+  std::uint32_t loadMicrophone(const std::string& name, const std::string& sink);
+  void makeDefaultSource(const std::string& name);
+  void pauseSource(const std::string& name);
+
+private:
+  std::string _folder;
+  pid_t _process = -1;
+  std::thread _log;
+};
+
+}  // namespace kestrova

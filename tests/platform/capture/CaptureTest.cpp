@@ -1,10 +1,12 @@
 #include <kestrova/platform/linux/capture/CaptureDevices.h>
 #include <kestrova/platform/linux/capture/TestPicture.h>
 
+#include <FakeVideo.h>
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <condition_variable>
+#include <cstdlib>
 #include <cstring>
 #include <future>
 #include <iostream>
@@ -240,6 +242,8 @@ TEST(ToneMicrophone, IsAPureSine) {
 }
 
 TEST(CaptureDevices, HaveNothingWhereNothingIs) {
+  fakevideoConfigure("");
+  ::setenv("PULSE_SERVER", "unix:/nonexistent", 1);
   auto devices = makeCaptureDevices();
   for (const char* which : {"default", "none", "nonsense"}) {
     devices->configure({.camera = which, .microphone = which});

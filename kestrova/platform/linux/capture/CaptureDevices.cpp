@@ -1,6 +1,12 @@
+#include <kestrova/platform/linux/audio/PulseMicrophone.h>
+#include <kestrova/platform/linux/audio/Speaker.h>
 #include <kestrova/platform/linux/capture/CaptureDevices.h>
+#include <kestrova/platform/linux/capture/FileCamera.h>
 #include <kestrova/platform/linux/capture/PatternCapturer.h>
+#include <kestrova/platform/linux/capture/ThreadedCamera.h>
 #include <kestrova/platform/linux/capture/ToneCapturer.h>
+#include <kestrova/platform/linux/capture/V4l2Cameras.h>
+#include <kestrova/platform/linux/capture/WavMicrophone.h>
 
 #include <mutex>
 
@@ -22,36 +28,72 @@ public:
   }
 };
 
-/// Devices of the system itself would be found in the two places marked "default"; until this
-/// library reads V4L2 and the sound server it knows of none.
+/// The thing behind a device of any kind, whatever the configuration has become meanwhile.
+std::unique_ptr<PictureSource> makeSource(const AVCaptureDevice& device,
+                                          const CaptureFormat& format, int fps) {
+  if (auto file = makeFileSource(device, fps)) return file;
+  if (device.uniqueId.empty()) return nullptr;
+  return makeV4l2Source(device, format, fps);
+}
+
 class LinuxCaptureDevices final : public CaptureDevices {
 public:
   void configure(const CaptureConfig& config) override {
+    setSpeaker(config.speaker);
     std::scoped_lock held(_lock);
     _config = config;
   }
 
   std::vector<AVCaptureDevice> cameras() override {
-    if (current().camera == "pattern") return patternCameras();
-    return {};  // "default", "none"
+    const auto config = current();
+    switch (kindOf(config)) {
+      case Camera::none:
+        return {};
+      case Camera::pattern:
+        return patternCameras();
+      case Camera::file:
+        return fileCameras(config.camera);
+      case Camera::device:
+        break;
+    }
+    return camerasFor(config);
   }
 
   // The desktop asks nobody: what can be opened may be used.
-  AuthorisationStatus cameraAuthorization() override { return AuthorisationStatus::authorized; }
+  AuthorisationStatus cameraAuthorization() override {
+    const auto config = current();
+    return kindOf(config) == Camera::device ? authorizationFor(config)
+                                            : AuthorisationStatus::authorized;
+  }
   AuthorisationStatus microphoneAuthorization() override { return AuthorisationStatus::authorized; }
 
   std::unique_ptr<RTCCameraVideoCapturer> makeCameraCapturer() override {
-    if (current().camera == "pattern") return std::make_unique<PatternCapturer>();
-    return std::make_unique<AbsentCamera>();
+    switch (kindOf(current())) {
+      case Camera::none:
+        return std::make_unique<AbsentCamera>();
+      case Camera::pattern:
+        return std::make_unique<PatternCapturer>();
+      default:
+        return std::make_unique<ThreadedCamera>(makeSource);
+    }
   }
 
   std::unique_ptr<MicrophoneCapturer> makeMicrophoneCapturer() override {
     const auto config = current();
     if (config.microphone == "tone") return std::make_unique<ToneCapturer>(config.toneHz);
-    return nullptr;  // "default", "none"
+    if (isSoundFile(config.microphone)) return std::make_unique<WavMicrophone>(config.microphone);
+    if (config.microphone == "none") return nullptr;
+    return makePulseMicrophone(config.microphone == "default" ? "" : config.microphone);
   }
 
 private:
+  enum class Camera { none, pattern, file, device };
+  static Camera kindOf(const CaptureConfig& config) {
+    if (config.camera == "none") return Camera::none;
+    if (config.camera == "pattern") return Camera::pattern;
+    return isPictureFile(config.camera) ? Camera::file : Camera::device;
+  }
+
   CaptureConfig current() const {
     std::scoped_lock held(_lock);
     return _config;

@@ -113,6 +113,15 @@ void Consuming::removeTrack(const std::string& consumerId) {
   if (const auto consumer = _registry->takeConsumer(consumerId)) closeConsumer(*_context, consumer);
 }
 
+std::vector<std::string> Consuming::closeAllConsumers() {
+  std::vector<std::string> closed;
+  for (const auto& consumer : _registry->takeConsumers()) {
+    closed.push_back(consumer->id());
+    closeConsumer(*_context, consumer);
+  }
+  return closed;
+}
+
 void Consuming::handleConsumerPaused(const std::string& consumerId) {
   const auto consumer = _registry->consumer(consumerId);
   if (!consumer) return;

@@ -27,6 +27,9 @@ public:
   void handleConsumerClosed(const std::string& consumerId);
   /// Closes one consumer; an unknown id does nothing.
   void removeTrack(const std::string& consumerId);
+  /// Closes all of them; the transport stays.
+  /// \returns their ids
+  std::vector<std::string> closeAllConsumers();
 
   /// The service paused or resumed a consumer, or sends other layers of it.
   void handleConsumerPaused(const std::string& consumerId);

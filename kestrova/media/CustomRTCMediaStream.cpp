@@ -61,6 +61,7 @@ void CustomRTCMediaStream::disposeTracks() {
     gone.videoTrack.swap(_fields.videoTrack);
     gone.audioTrack.swap(_fields.audioTrack);
     gone.capture.swap(_fields.capture);
+    gone.capturer.swap(_fields.capturer);
   }
   if (gone.videoTrack) gone.videoTrack->setEnabled(false);
   if (gone.audioTrack) gone.audioTrack->setEnabled(false);
@@ -68,16 +69,13 @@ void CustomRTCMediaStream::disposeTracks() {
 
 Dictionary CustomRTCMediaStream::toJson() const {
   const auto now = fields();
-  const auto layer = [](EncodingLayer value) {
-    return value == EncodingLayer::MAX_LAYER_2 ? "MAX_LAYER_2" : "MAX_LAYER_3";
-  };
   return {
       {"videoTrack", now.videoTrack ? Value(now.videoTrack->id()) : Value(unset)},
       {"multiStream", flag(now.multiStream)},
       {"codec", named(now.videoCodec, [](auto codec) { return text(codec); })},
       {"bitrateMode", named(now.bitrateMode, [](auto mode) { return text(mode); })},
       {"audioEncoderConfig", named(now.audioEncoderConfig, [](auto row) { return text(row); })},
-      {"maxLayer", named(now.maxLayer, layer)},
+      {"maxLayer", named(now.maxLayer, [](auto layer) { return text(layer); })},
       {"encoderConfig", named(now.encoderConfig, [](auto row) { return text(row); })},
       {"facingMode", now.facingMode == CameraPosition::back ? "Back" : "Front"},
   };

@@ -12,6 +12,8 @@
 
 namespace kestrova {
 
+class MediaCapturer;
+
 /// Which processing a microphone's samples go through; unset counts as off.
 struct NoiseConfig {
   std::optional<bool> noiseSupression;
@@ -40,6 +42,8 @@ struct CustomStreamFields {
   std::optional<NoiseConfig> noiseConfig;
   /// What feeds the tracks; goes with them.
   std::shared_ptr<void> capture;
+  /// The camera or microphone behind the tracks, where the library opened it; goes with them.
+  std::shared_ptr<MediaCapturer> capturer;
 };
 
 /// Describes a track to publish and how to publish it. Thread-safe.
@@ -51,6 +55,7 @@ public:
   CustomStreamFields fields() const;
   std::shared_ptr<RTCVideoTrack> videoTrack() const { return fields().videoTrack; }
   std::shared_ptr<RTCAudioTrack> audioTrack() const { return fields().audioTrack; }
+  std::shared_ptr<MediaCapturer> capturer() const { return fields().capturer; }
   void setVideoCodec(VideoCodec codec);
   void setMultiStream(bool multiStream);
   /// Disables and lets go of the tracks and ends their capture; the settings stay.

@@ -61,6 +61,9 @@ constexpr std::string_view text(BitrateMode mode) {
 constexpr std::string_view text(VideoCodec codec) {
   return videoCodecTexts(codec);
 }
+constexpr std::string_view text(EncodingLayer layer) {
+  return layer == EncodingLayer::MAX_LAYER_2 ? "MAX_LAYER_2" : "MAX_LAYER_3";
+}
 constexpr std::string_view text(VideoQuality quality) {
   return videoQualityTexts(quality);
 }

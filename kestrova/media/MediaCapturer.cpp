@@ -19,21 +19,11 @@ std::optional<AVCaptureDevice> getCameraDevice(CaptureDevices& devices, CameraPo
   return found == cameras.end() ? std::nullopt : std::optional(*found);
 }
 
-AuthorisationStatus checkPermission(const char* span, AuthorisationStatus status) {
-  ScopedSpan checking(span);
-  checking.event(status == AuthorisationStatus::authorized ? "Permission: ALLOWED"
-                                                           : "Permission: DENIED");
-  return status;
-}
-
 }  // namespace
 
 std::shared_ptr<MediaCapturer> MediaCapturer::make() {
   std::shared_ptr<MediaCapturer> capturer(new MediaCapturer(Platform::current()));
-  capturer->_videoCapturer->onFrame([weak = capturer->weak_from_this()](const VideoFrame& frame) {
-    const auto self = weak.lock();
-    if (const auto source = self ? self->videoSource() : nullptr) source->onFrame(frame);
-  });
+  capturer->listenToCamera();
   return capturer;
 }
 
@@ -50,19 +40,57 @@ MediaCapturer::~MediaCapturer() {
   _videoCapturer->stopCapture([keep = _videoCapturer] {});
 }
 
+void MediaCapturer::listenToCamera() {
+  _videoCapturer->onFrame([weak = weak_from_this()](const VideoFrame& frame) {
+    const auto self = weak.lock();
+    if (const auto source = self ? self->videoSource() : nullptr) source->onFrame(frame);
+  });
+  _videoCapturer->onFailure([weak = weak_from_this()](const std::string& error) {
+    const auto self = weak.lock();
+    if (!self) return;
+    std::uint64_t session = 0;
+    {
+      std::scoped_lock held(self->_mediaLock);
+      session = self->_cameraSession;
+    }
+    auto handle = [](std::weak_ptr<MediaCapturer> held, std::uint64_t failed,
+                     std::string cause) -> Task<void> {
+      if (const auto capturer = held.lock())
+        co_await capturer->cameraFailed(failed, std::move(cause));
+    };
+    spawnOn(*self->_cameraSessionQueue, handle(weak, session, error));
+  });
+}
+
 // ---- Camera ------------------------------------------------------------------------------------
 
 Task<std::shared_ptr<RTCVideoTrack>> MediaCapturer::createVideoTrack(
     CustomVideoTrackConfig encoderConfig, CameraPosition facingMode) {
   const auto& row = videoTrackPreset(encoderConfig);
-  const CaptureFormat output{row.width, row.height, defaultFrameRate};
-  auto capturing = boost::asio::co_spawn(_cameraSessionQueue->executor(),
-                                         capture(output, facingMode), boost::asio::use_awaitable);
+  return captureOnQueue(
+      {row.width, row.height, defaultFrameRate}, facingMode,
+      "Video source was replaced during video-track creation; aborting camera publish.");
+}
+
+Task<std::shared_ptr<RTCVideoTrack>> MediaCapturer::createCustomVideoStream(
+    CameraPosition cameraPosition, CaptureFormat videoConfig) {
+  return captureOnQueue(videoConfig, cameraPosition,
+                        "Video source was replaced during custom video-track creation; aborting.");
+}
+
+Task<std::shared_ptr<RTCVideoTrack>> MediaCapturer::captureOnQueue(CaptureFormat output,
+                                                                   CameraPosition position,
+                                                                   const char* replaced) {
+  const auto self = shared_from_this();
+  auto capturing =
+      boost::asio::co_spawn(_cameraSessionQueue->executor(), capture(output, position, replaced),
+                            boost::asio::use_awaitable);
   co_return co_await std::move(capturing);
 }
 
 Task<std::shared_ptr<RTCVideoTrack>> MediaCapturer::capture(CaptureFormat output,
-                                                            CameraPosition position) {
+                                                            CameraPosition position,
+                                                            const char* replaced) {
   const auto self = shared_from_this();
   const auto turn = co_await _session.acquire();
   if (isCameraRunning() && !co_await stopSession())
@@ -76,7 +104,7 @@ Task<std::shared_ptr<RTCVideoTrack>> MediaCapturer::capture(CaptureFormat output
   source->adaptOutputFormat(output.width, output.height, output.fps);
   if (!co_await startSession(*device, output.fps)) co_return nullptr;
   setCameraPosition(position);
-  co_return bindTrackIfSourceCurrent(source);
+  co_return bindTrackIfSourceCurrent(source, replaced);
 }
 
 Task<bool> MediaCapturer::stopSession() {
@@ -89,6 +117,11 @@ Task<bool> MediaCapturer::stopSession() {
 
 Task<bool> MediaCapturer::startSession(AVCaptureDevice device, int fps) {
   enum class Outcome { started, failed, timedOut };
+  {
+    std::scoped_lock held(_mediaLock);
+    ++_cameraSession;
+    _frameRate = fps;
+  }
   auto start = [this, &device, fps](Completion<Outcome> done) {
     _platform->scheduler->detachedAfter(captureTimeout, [done] { done(Outcome::timedOut); });
     _videoCapturer->startCapture(device, device.activeFormat, fps,
@@ -107,7 +140,7 @@ Task<bool> MediaCapturer::startSession(AVCaptureDevice device, int fps) {
 }
 
 std::shared_ptr<RTCVideoTrack> MediaCapturer::bindTrackIfSourceCurrent(
-    const std::shared_ptr<RTCVideoSource>& source) {
+    const std::shared_ptr<RTCVideoSource>& source, const char* replaced) {
   {
     std::scoped_lock held(_mediaLock);
     if (_videoSource == source) {
@@ -115,9 +148,49 @@ std::shared_ptr<RTCVideoTrack> MediaCapturer::bindTrackIfSourceCurrent(
       return _videoTrack;
     }
   }
-  traceError("Video source was replaced during video-track creation; aborting camera publish.");
+  traceError(replaced);
   _videoCapturer->stopCapture([] {});
   return nullptr;
+}
+
+Task<std::optional<CameraPosition>> MediaCapturer::switchCamera() {
+  const auto self = shared_from_this();
+  auto flipping = boost::asio::co_spawn(_cameraSessionQueue->executor(), flipCamera(),
+                                        boost::asio::use_awaitable);
+  co_return co_await std::move(flipping);
+}
+
+Task<std::optional<CameraPosition>> MediaCapturer::flipCamera() {
+  const auto self = shared_from_this();
+  const auto turn = co_await _session.acquire();
+  if (isCameraRunning()) co_await stopSession();
+  std::shared_ptr<RTCVideoSource> source;
+  auto wanted = CameraPosition::front;
+  int fps = defaultFrameRate;
+  bool isOn = false;
+  {
+    std::scoped_lock held(_mediaLock);
+    wanted = _cameraPosition == CameraPosition::front ? CameraPosition::back  //
+                                                      : CameraPosition::front;
+    _cameraPosition = wanted;
+    source = _videoSource;
+    fps = _frameRate;
+    isOn = _videoTrack != nullptr;
+  }
+  if (isOn) {
+    auto device = getCameraDevice(*_platform->captureDevices, wanted);
+    if (!device || !co_await startSession(*device, fps)) co_return std::nullopt;
+    if (videoSource() != source) {
+      // The track was removed meanwhile: what nobody sees is not captured either.
+      _videoCapturer->stopCapture([] {});
+      co_return std::nullopt;
+    }
+  }
+  trace([&] {
+    return std::string("Camera Switched to: ") +
+           (wanted == CameraPosition::back ? "Back Camera" : "Front Camera");
+  });
+  co_return wanted;
 }
 
 Task<void> MediaCapturer::stopCamera() {
@@ -147,13 +220,33 @@ std::shared_ptr<RTCAudioTrack> MediaCapturer::createAudioTrack(
     const std::map<std::string, std::string>& constraints) {
   auto microphone = _platform->captureDevices->makeMicrophoneCapturer();
   if (!microphone) return nullptr;
+  auto mark = std::make_shared<std::atomic<bool>>(false);
+  const auto tell = [weak = weak_from_this(), mark](const std::string& error) {
+    mark->store(true);
+    const auto self = weak.lock();
+    if (!self) return;
+    // Elsewhere: a capturer can't be ended on its own thread.
+    boost::asio::post(self->_platform->background, [weak, mark, error] {
+      if (const auto capturer = weak.lock()) capturer->microphoneFailed(mark, error);
+    });
+  };
+  microphone->onFailure(tell);
   const auto source = _peerConnectionFactory->audioSource(constraints);
   if (!microphone->start(source)) return nullptr;
   auto track = _peerConnectionFactory->audioTrack(source, microphoneTrackId);
-  std::scoped_lock held(_mediaLock);
-  _microphone.swap(microphone);
-  _audioTrack = track;
+  {
+    std::scoped_lock held(_mediaLock);
+    _microphone.swap(microphone);
+    _audioTrack = track;
+    _microphoneMark = mark;
+  }
+  if (mark->load()) tell("ended at once");  // what was told before came too early to be found
   return track;
+}
+
+std::shared_ptr<RTCAudioTrack> MediaCapturer::createCustomAudioTrack(
+    const std::map<std::string, std::string>& constraints) {
+  return createAudioTrack(constraints);
 }
 
 void MediaCapturer::removeAudioTrack() {
@@ -163,6 +256,7 @@ void MediaCapturer::removeAudioTrack() {
     std::scoped_lock held(_mediaLock);
     microphone.swap(_microphone);
     track.swap(_audioTrack);
+    _microphoneMark.reset();
   }
   if (microphone) microphone->stop();
   if (track) track->setEnabled(false);
@@ -185,29 +279,49 @@ void MediaCapturer::stop() {
   if (isCameraRunning()) _videoCapturer->stopCapture([] {});
 }
 
-// ---- Devices -----------------------------------------------------------------------------------
+// ---- Captures that end by themselves -----------------------------------------------------------
+
+void MediaCapturer::onCaptureFailed(CaptureFailedHandler handler) {
+  std::scoped_lock held(_mediaLock);
+  _captureFailed.swap(handler);
+}
+
+Task<void> MediaCapturer::cameraFailed(std::uint64_t session, std::string error) {
+  const auto self = shared_from_this();
+  const auto turn = co_await _session.acquire();
+  {
+    std::scoped_lock held(_mediaLock);
+    if (_cameraSession != session || !_videoTrack) co_return;  // nobody misses that capture
+  }
+  if (isCameraRunning()) co_await stopSession();
+  removeVideoTrack();
+  tellCaptureFailed(MediaKind::video, error);
+}
+
+void MediaCapturer::microphoneFailed(const MicrophoneMark& mark, const std::string& error) {
+  {
+    std::scoped_lock held(_mediaLock);
+    if (_microphoneMark != mark) return;
+  }
+  removeAudioTrack();
+  tellCaptureFailed(MediaKind::audio, error);
+}
+
+void MediaCapturer::tellCaptureFailed(MediaKind kind, const std::string& error) {
+  traceError("Capture ended by itself",
+             {{"kind", kind == MediaKind::video ? "video" : "audio"}, {"error", error}});
+  CaptureFailedHandler handler;
+  {
+    std::scoped_lock held(_mediaLock);
+    handler = _captureFailed;
+  }
+  if (handler) handler(kind, error);
+}
+
+// ---- Custom tracks -----------------------------------------------------------------------------
 
 void MediaCapturer::disposeCustomTrack(const std::shared_ptr<CustomRTCMediaStream>& stream) {
   if (stream) stream->disposeTracks();
-}
-
-AuthorisationStatus MediaCapturer::getVideoPermissionStatus() {
-  return checkPermission("Checking Camera Permission",
-                         Platform::current()->captureDevices->cameraAuthorization());
-}
-
-AuthorisationStatus MediaCapturer::getAudioPermissionStatus() {
-  return checkPermission("Checking Microphone Permission",
-                         Platform::current()->captureDevices->microphoneAuthorization());
-}
-
-std::vector<std::string> MediaCapturer::getListOfCamerasAsString() {
-  ScopedSpan span("Camera List Requested");
-  std::vector<std::string> names;
-  for (const auto& camera : Platform::current()->captureDevices->cameras())
-    names.push_back(camera.localizedName);
-  span.event("Camera List fetched successfully");
-  return names;
 }
 
 }  // namespace kestrova

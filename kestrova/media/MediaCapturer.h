@@ -1,14 +1,20 @@
 #pragma once
 
+#include <kestrova/media/AuthorisationDelegate.h>
 #include <kestrova/media/CustomRTCMediaStream.h>
 #include <kestrova/platform/AsyncLock.h>
+#include <kestrova/platform/Mediasoup.h>
 #include <kestrova/platform/Platform.h>
 #include <kestrova/platform/Queue.h>
 
+#include <atomic>
 #include <chrono>
+#include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,9 +23,12 @@ namespace kestrova {
 /// Owns the local camera and microphone of one meeting, or of one custom track.
 ///
 /// Camera sessions are started and stopped one after the other on a queue of their own; each start
-/// and each stop waits for the device for 3 s at most. Any thread may call.
+/// and each stop waits for the device for 3 s at most. Letting go of the capturer ends both. Any
+/// thread may call.
 class MediaCapturer : public std::enable_shared_from_this<MediaCapturer> {
 public:
+  using CaptureFailedHandler = std::function<void(MediaKind kind, const std::string& error)>;
+
   static constexpr std::chrono::milliseconds captureTimeout{3'000};
   static constexpr int defaultFrameRate = 30;
   static constexpr const char* cameraTrackId = "ARDAMSv0";
@@ -32,9 +41,25 @@ public:
   /// start in time, or when its source was replaced meanwhile.
   Task<std::shared_ptr<RTCVideoTrack>> createVideoTrack(CustomVideoTrackConfig encoderConfig,
                                                         CameraPosition facingMode);
+  /// The same for a track that the application holds, at a size and frame rate of its own.
+  Task<std::shared_ptr<RTCVideoTrack>> createCustomVideoStream(CameraPosition cameraPosition,
+                                                               CaptureFormat videoConfig);
   /// Starts the microphone and gives its track; nothing when there is none.
   std::shared_ptr<RTCAudioTrack> createAudioTrack(
       const std::map<std::string, std::string>& constraints);
+  /// The same for a track that the application holds.
+  std::shared_ptr<RTCAudioTrack> createCustomAudioTrack(
+      const std::map<std::string, std::string>& constraints);
+
+  /// Goes on with the camera of the other position, for the same track, and gives that position.
+  /// Nothing when there is no such camera or it does not start: then no picture comes until the
+  /// next switch. A camera that is off stays off, and only the position changes.
+  Task<std::optional<CameraPosition>> switchCamera();
+
+  /// `handler` is told when a capture ends by itself, after its track was disabled and let go of,
+  /// so that the next `createVideoTrack` or `createAudioTrack` starts anew. Called on a background
+  /// thread, with no lock held. Replaces an earlier handler.
+  void onCaptureFailed(CaptureFailedHandler handler);
 
   bool isCameraRunning() const { return _videoCapturer->isRunning(); }
   Task<void> stopCamera();
@@ -51,17 +76,32 @@ public:
   static void disposeCustomTrack(const std::shared_ptr<CustomRTCMediaStream>& stream);
   static AuthorisationStatus getVideoPermissionStatus();
   static AuthorisationStatus getAudioPermissionStatus();
+  static std::vector<AVCaptureDevice> getListOfCameras();
   /// The names of the cameras.
   static std::vector<std::string> getListOfCamerasAsString();
+  /// Who is told that a permission is lacking; held weakly, one for the process.
+  static void setDelegate(std::weak_ptr<AuthorisationDelegate> delegate);
+  static std::shared_ptr<AuthorisationDelegate> delegate();
 
 private:
+  /// Tells one microphone's capture from the next, and whether it has ended by itself.
+  using MicrophoneMark = std::shared_ptr<std::atomic<bool>>;
+
   explicit MediaCapturer(std::shared_ptr<const Platform> platform);
-  Task<std::shared_ptr<RTCVideoTrack>> capture(CaptureFormat output, CameraPosition position);
+  void listenToCamera();
+  Task<std::shared_ptr<RTCVideoTrack>> captureOnQueue(CaptureFormat output, CameraPosition position,
+                                                      const char* replaced);
+  Task<std::shared_ptr<RTCVideoTrack>> capture(CaptureFormat output, CameraPosition position,
+                                               const char* replaced);
+  Task<std::optional<CameraPosition>> flipCamera();
   Task<bool> stopSession();
   Task<bool> startSession(AVCaptureDevice device, int fps);
   std::shared_ptr<RTCVideoTrack> bindTrackIfSourceCurrent(
-      const std::shared_ptr<RTCVideoSource>& source);
+      const std::shared_ptr<RTCVideoSource>& source, const char* replaced);
   std::shared_ptr<RTCVideoSource> videoSource() const;
+  Task<void> cameraFailed(std::uint64_t session, std::string error);
+  void microphoneFailed(const MicrophoneMark& mark, const std::string& error);
+  void tellCaptureFailed(MediaKind kind, const std::string& error);
 
   const std::shared_ptr<const Platform> _platform;
   const std::shared_ptr<RTCPeerConnectionFactory> _peerConnectionFactory;
@@ -72,9 +112,13 @@ private:
   mutable std::mutex _mediaLock;
   std::shared_ptr<RTCVideoSource> _videoSource;
   std::shared_ptr<RTCVideoTrack> _videoTrack;
+  std::uint64_t _cameraSession = 0;  // counts the starts of the camera
+  int _frameRate = defaultFrameRate;
   std::shared_ptr<RTCAudioTrack> _audioTrack;
   std::unique_ptr<MicrophoneCapturer> _microphone;
+  MicrophoneMark _microphoneMark;
   CameraPosition _cameraPosition = CameraPosition::front;
+  CaptureFailedHandler _captureFailed;
 };
 
 }  // namespace kestrova

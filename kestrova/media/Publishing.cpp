@@ -17,6 +17,7 @@ struct Publishing::Row {
   MediaKind kind;
   const char* noTransport;
   const char* notSupported;
+  const char* notSupportedMessage;
   KestrovaError notSupportedError;
   const char* noTrack;
   const char* started;
@@ -35,7 +36,7 @@ const Publishing::Row& Publishing::row(MediaType type) {
   static const std::array<Row, 3> rows{{
       {MediaType::audio, MediaKind::audio,
        "Error in unmuteMic() -> Tried to enable mic while meeting is in CONNECTING state.",
-       "Audio capture is not supported on this device or browser.",
+       "Audio capture is not supported on this device or browser.", "",
        KestrovaError::ERROR_GET_AUDIO_MEDIA, "Microphone Track is not found!",
        "Audio Stream transmission started successfully",
        "Error in unmuteMic() -> while creating microphone track",
@@ -47,6 +48,7 @@ const Publishing::Row& Publishing::row(MediaType type) {
       {MediaType::video, MediaKind::video,
        "Error in enableWebcam() -> Tried to enable webcam while meeting is in CONNECTING state.",
        "Error in enableWebcam() -> Camera access unavailable.",
+       "Video capture is not supported on this device or browser.",
        KestrovaError::ERROR_GET_VIDEO_MEDIA, "Camera Track is not found!",
        "Video Stream transmission started successfully", "Enable WebCam Failed",
        "Webcam turned on successfully", "Stopping Video Stream transmission",
@@ -55,7 +57,7 @@ const Publishing::Row& Publishing::row(MediaType type) {
        "Video Stream transmission stopped successfully", "Webcam disabled successfully",
        "Error in disableWebcam() -> ", "Error encountered while disabling the webcam."},
       {MediaType::share, MediaKind::video, "",
-       "Screen sharing is not supported on this device or browser.",
+       "Screen sharing is not supported on this device or browser.", "",
        KestrovaError::ERROR_GET_DISPLAY_MEDIA, "", "Screen share transmission started successfully",
        "", "", "Stopping Screen Share Stream transmission",
        "Screenshare stream is already disabled!",
@@ -99,11 +101,6 @@ std::string audioOptions(const std::optional<CustomAudioTrackConfig>& config) {
 
 constexpr int startBitrateKbps = 1000;
 
-[[noreturn]] void refuse(const ScopedSpan& span, const char* line, RoomClientError error) {
-  traceError(line, {}, span.scope());
-  throw RoomClientFailure(error);
-}
-
 }  // namespace
 
 /// How a camera is to be sent.
@@ -128,10 +125,8 @@ Task<std::shared_ptr<Producer>> Publishing::produceLocalAudio(
   const auto fields = customAudioStream->fields();
   {
     ScopedSpan resolving("Utilising resolved microphone track", {}, span.scope());
-    if (!fields.audioTrack) {
-      if (auto delegate = _context->delegate()) delegate->onError(texts.notSupportedError);
-      refuse(resolving, texts.noTrack, RoomClientError::audioNotSupported);
-    }
+    if (!fields.audioTrack)
+      refuse(resolving, texts.noTrack, texts.notSupportedError, RoomClientError::audioNotSupported);
     resolving.event("Microphone Track Generated");
   }
   RTCRtpEncodingParameters encoding;
@@ -156,10 +151,8 @@ Task<std::shared_ptr<Producer>> Publishing::produceLocalVideo(
   auto track = customVideoStream->videoTrack();
   {
     ScopedSpan resolving("Utilising resolved camera track", {}, span.scope());
-    if (!track) {
-      if (auto delegate = _context->delegate()) delegate->onError(texts.notSupportedError);
-      refuse(resolving, texts.noTrack, RoomClientError::videoNotSupported);
-    }
+    if (!track)
+      refuse(resolving, texts.noTrack, texts.notSupportedError, RoomClientError::videoNotSupported);
     resolving.event("Camera Track Generated");
   }
   auto plan = planVideo(*customVideoStream);
@@ -212,19 +205,28 @@ Publishing::VideoPlan Publishing::planVideo(CustomRTCMediaStream& stream) {
   return plan;
 }
 
+void Publishing::refuse(const ScopedSpan& span, const char* line, const KestrovaError& error,
+                        RoomClientError failure, const char* message) {
+  if (*message)
+    traceError(line, {{"message", message}}, span.scope());
+  else
+    traceError(line, {}, span.scope());
+  if (auto delegate = _context->delegate()) delegate->onError(error);
+  throw RoomClientFailure(failure);
+}
+
 void Publishing::requireTransport(const Row& texts, const ScopedSpan& span) {
-  if (_transports->sendTransport()) return;
-  if (auto delegate = _context->delegate())
-    delegate->onError(KestrovaError::ERROR_ACTION_PERFORMED_BEFORE_MEETING_JOINED);
-  refuse(span, texts.noTransport, RoomClientError::sendTransportNotCreated);
+  if (!_transports->sendTransport())
+    refuse(span, texts.noTransport, KestrovaError::ERROR_ACTION_PERFORMED_BEFORE_MEETING_JOINED,
+           RoomClientError::sendTransportNotCreated);
 }
 
 void Publishing::requireDevice(const Row& texts, const ScopedSpan& span) {
-  if (_transports->device()->canProduce(texts.kind)) return;
-  if (auto delegate = _context->delegate()) delegate->onError(texts.notSupportedError);
-  refuse(span, texts.notSupported,
-         texts.kind == MediaKind::audio ? RoomClientError::audioNotSupported
-                                        : RoomClientError::videoNotSupported);
+  if (!_transports->device()->canProduce(texts.kind))
+    refuse(span, texts.notSupported, texts.notSupportedError,
+           texts.kind == MediaKind::audio ? RoomClientError::audioNotSupported
+                                          : RoomClientError::videoNotSupported,
+           texts.notSupportedMessage);
 }
 
 Task<std::shared_ptr<Producer>> Publishing::publish(const Row& texts, ProducerOptions options,
@@ -289,23 +291,41 @@ Task<std::string> Publishing::closeLocal(const Row& texts, bool withSocketReques
   const auto producerId = producer->id();
   co_await closeOnMain(producer);
   span.event(texts.stopped);
-  span.event(
-      "Emitting STREAM_DISABLED Event",
-      {{"kind", text(texts.type)}, {"peerId", _context->options.meeting.localParticipantId}});
+  const bool share = texts.type == MediaType::share;
+  const auto emitDisabled = [&] {
+    span.event(
+        "Emitting STREAM_DISABLED Event",
+        {{"kind", text(texts.type)}, {"peerId", _context->options.meeting.localParticipantId}});
+  };
+  if (!share) emitDisabled();
   _registry->removeProducer(producerId);
+  if (share) {
+    ScopedSpan disposing("Disposing Screenshare Track", {}, span.scope());
+    auto disposal = dispose(texts, producerId, withSocketRequest, span.scope());
+    co_await std::move(disposal);
+    disposing.event("Screenshare track disposed successfully");
+  } else {
+    auto disposal = dispose(texts, producerId, withSocketRequest, span.scope());
+    co_await std::move(disposal);
+  }
+  if (share) emitDisabled();
+  span.event(texts.disabled);
+  co_return producerId;
+}
 
+/// Tells the service and lets go of what fed the producer, whatever the service says.
+Task<void> Publishing::dispose(const Row& texts, std::string producerId, bool withSocketRequest,
+                               SpanScope span) {
   if (withSocketRequest) {
     Dictionary data{{"producerId", producerId}};
     const Dictionary reply = co_await _context->socketRequestHandler->prepareAndSendRequest(
         LocalEvent::closeProducer, std::move(data));
     if (const auto status = isStatusOK(reply); !status.ok) {
-      traceError([&] { return texts.disableFailed + status.failure; }, {}, span.scope());
-      traceError(texts.disableFailedError, {}, span.scope());
+      traceError([&] { return texts.disableFailed + status.failure; }, {}, span);
+      traceError(texts.disableFailedError, {}, span);
     }
   }
   removeTrack(texts.type);
-  span.event(texts.disabled);
-  co_return producerId;
 }
 
 Task<void> Publishing::closeOnMain(std::shared_ptr<Producer> producer) {

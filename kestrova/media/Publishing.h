@@ -4,7 +4,9 @@
 #include <kestrova/media/MediaCapturer.h>
 #include <kestrova/media/MediaRegistry.h>
 #include <kestrova/media/Transports.h>
+#include <kestrova/signalling/RoomClientError.h>
 #include <kestrova/signalling/RoomContext.h>
+#include <kestrova/tracing/Trace.h>
 
 #include <memory>
 #include <optional>
@@ -47,12 +49,16 @@ private:
   struct VideoPlan;
   static const Row& row(MediaType type);
 
+  [[noreturn]] void refuse(const ScopedSpan& span, const char* line, const KestrovaError& error,
+                           RoomClientError failure, const char* message = "");
   void requireTransport(const Row& row, const ScopedSpan& span);
   void requireDevice(const Row& row, const ScopedSpan& span);
   VideoPlan planVideo(CustomRTCMediaStream& stream);
   Task<std::shared_ptr<Producer>> publish(const Row& row, ProducerOptions options, SpanScope span);
   Task<std::string> closeLocal(const Row& row, bool withSocketRequest,
                                std::optional<SpanScope> parentSpan);
+  Task<void> dispose(const Row& row, std::string producerId, bool withSocketRequest,
+                     SpanScope span);
   Task<void> closeOnMain(std::shared_ptr<Producer> producer);
   void removeTrack(MediaType type);
   void reportLater(const KestrovaError& error);

@@ -1,10 +1,10 @@
 #include <kestrova/media/ConsumerClosing.h>
 #include <kestrova/media/Transports.h>
 #include <kestrova/signalling/DeviceInfo.h>
+#include <kestrova/signalling/Response.h>
 #include <kestrova/tracing/Trace.h>
 
-#include <boost/algorithm/string/case_conv.hpp>
-
+#include <algorithm>
 #include <utility>
 
 namespace kestrova {
@@ -18,15 +18,20 @@ std::string_view stateText(TransportConnectionState state) {
   return texts(state);
 }
 
+/// The list under `key`, if everything in it is a dictionary.
+const List* dictionaries(const Dictionary& container, std::string_view key) {
+  const auto* found = list(container, key);
+  const auto isObject = [](const Value& entry) { return entry.is_object(); };
+  return found && std::all_of(found->begin(), found->end(), isObject) ? found : nullptr;
+}
+
 /// Orientation travels in no header extension here, so the device must never negotiate it.
 void removeVideoOrientation(Dictionary& capabilities) {
-  const auto* extensions = list(capabilities, "headerExtensions");
+  const auto* extensions = dictionaries(capabilities, "headerExtensions");
   if (!extensions) return;
   List kept;
-  for (const auto& extension : *extensions) {
-    if (!extension.is_object()) return;
+  for (const auto& extension : *extensions)
     if (text(extension.get_object(), "uri", "") != videoOrientation) kept.push_back(extension);
-  }
   capabilities["headerExtensions"] = std::move(kept);
 }
 
@@ -34,6 +39,12 @@ bool isLive(TransportConnectionState state) {
   return state == TransportConnectionState::connected ||
          state == TransportConnectionState::completed ||
          state == TransportConnectionState::checking || state == TransportConnectionState::new_;
+}
+
+void tellFailure(TraceText line, TraceAttributeList attributes = {}) {
+  SdkTracer::shared().routedEvent(line, {.attributes = attributes,
+                                         .targetMask = targetMasks::consolesAndBackend,
+                                         .category = EventCategory::error});
 }
 
 template <class T>
@@ -55,11 +66,9 @@ std::optional<TransportDetails> getTransportDetails(const Dictionary& reply) {
   if (!data) return std::nullopt;
   auto id = text(*data, "id");
   const auto* iceParameters = dictionary(*data, "iceParameters");
-  const auto* iceCandidates = list(*data, "iceCandidates");
+  const auto* iceCandidates = dictionaries(*data, "iceCandidates");
   const auto* dtlsParameters = dictionary(*data, "dtlsParameters");
   if (!id || !iceParameters || !iceCandidates || !dtlsParameters) return std::nullopt;
-  for (const auto& candidate : *iceCandidates)
-    if (!candidate.is_object()) return std::nullopt;
   return TransportDetails{.id = std::move(*id),
                           .iceParameters = jsonText(*iceParameters).value_or(""),
                           .iceCandidates = jsonText(Value(*iceCandidates)).value_or(""),
@@ -116,7 +125,7 @@ Task<void> Transports::setupDeviceAndTransports(bool isLoaded,
     _send.transport.reset();
     _receive.transport.reset();
   }
-  const auto mode = _context->options.mode;
+  const auto mode = _context->mode();
   if (sendsMedia(mode) && needToCreateSendTransport && !sendTransport())
     co_await createSendTransport(changeModeSpan);
   if (receivesMedia(mode) && needToCreateRecvTransport && !receiveTransport())
@@ -131,7 +140,7 @@ Task<bool> Transports::loadDevice(bool isLoaded, std::string routerCapabilities,
   try {
     _device->load(routerCapabilities);
     const auto own = parseDictionary(_device->rtpCapabilities());
-    const auto* codecs = list(own, "codecs");
+    const auto* codecs = dictionaries(own, "codecs");
     std::scoped_lock held(_transportLock);
     _deviceCapabilitiesJson = codecs ? *codecs : List();
   } catch (const std::exception& error) {
@@ -278,12 +287,10 @@ Task<void> Transports::produce(std::string transportId, MediaKind kind, std::str
   auto id = data ? text(*data, "id") : std::nullopt;
   const auto role = roleOf(transportId);
   if (!id) {
-    SdkTracer::shared().routedEvent(
-        [&] {
-          return std::string("Error in produce event of ") +
-                 (role == Role::send ? "Send" : "Receive") + " Media Transport ";
-        },
-        {.targetMask = targetMasks::consolesAndBackend, .category = EventCategory::error});
+    tellFailure([&] {
+      return std::string("Error in produce event of ") + (role == Role::send ? "Send" : "Receive") +
+             " Media Transport ";
+    });
     callback(std::nullopt);
     co_return;
   }
@@ -319,6 +326,36 @@ void Transports::onConnectionStateChange(const std::shared_ptr<Transport>& trans
     dropAll(_registry->consumers());
 }
 
+// ---- Restarts ----------------------------------------------------------------------------------
+
+Task<void> Transports::handleRemoteRestartIce(std::string transportId, Dictionary iceParams) {
+  const auto self = shared_from_this();
+  const auto parameters = jsonText(iceParams).value_or("");
+  if (const auto send = sendTransport(); send && send->id() == transportId) {
+    auto restarting = restartIce(send, parameters, "Error while send transport restartICE.");
+    co_await std::move(restarting);
+  }
+  if (const auto receive = receiveTransport(); receive && receive->id() == transportId) {
+    auto restarting = restartIce(receive, parameters, "Error while recv transport restartICE.");
+    co_await std::move(restarting);
+  }
+}
+
+template <class T>
+Task<void> Transports::restartIce(std::shared_ptr<T> transport, std::string iceParameters,
+                                  const char* failure) {
+  try {
+    transport->restartICE(iceParameters);
+  } catch (const std::exception& error) {
+    tellFailure(failure, {{"error", std::string_view(error.what())}});
+  }
+  Dictionary data{{"transportId", transport->id()}};
+  const Dictionary reply = co_await _context->socketRequestHandler->prepareAndSendRequest(
+      LocalEvent::iceRestarted, std::move(data));
+  if (const auto status = isStatusOK(reply); !status.ok)
+    tellFailure("Error while iceRestarted request.", {{"error", status.failure}});
+}
+
 // ---- Taking down -------------------------------------------------------------------------------
 
 void Transports::disposeTransports(std::optional<SpanScope> parentSpan) {
@@ -337,6 +374,18 @@ void Transports::disposeTransports(std::optional<SpanScope> parentSpan) {
   if (auto send = takeLive(_send)) closeTransportOnMain(std::move(send));
   if (auto receive = takeLive(_receive)) closeTransportOnMain(std::move(receive));
   span.event("All resources closed successfully");
+}
+
+void Transports::closeUnusedIn(Mode mode) {
+  std::shared_ptr<SendTransport> send;
+  std::shared_ptr<ReceiveTransport> receive;
+  {
+    std::scoped_lock held(_transportLock);
+    if (!sendsMedia(mode)) send.swap(_send.transport);
+    if (!receivesMedia(mode)) receive.swap(_receive.transport);
+  }
+  if (send) closeTransportOnMain(std::move(send));
+  if (receive) closeTransportOnMain(std::move(receive));
 }
 
 void Transports::closeTransports() {

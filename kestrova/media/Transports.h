@@ -33,9 +33,14 @@ public:
   Task<void> setupDeviceAndTransports(bool isLoaded, std::optional<SpanScope> changeModeSpan,
                                       bool needToCreateSendTransport,
                                       bool needToCreateRecvTransport);
+  /// Gives each transport of that id the service's new ICE parameters and tells the service so,
+  /// also when the engine refused them.
+  Task<void> handleRemoteRestartIce(std::string transportId, Dictionary iceParams);
   /// Closes consumers and transports, as when the connection was lost. Any thread; returns without
   /// waiting for the transports.
   void disposeTransports(std::optional<SpanScope> parentSpan);
+  /// Closes, on the main queue, the transports that a mode does without.
+  void closeUnusedIn(Mode mode);
   /// Closes both transports on the main queue, send before receive, for good: one that is being
   /// made just now is closed as soon as it is there.
   void closeTransports();
@@ -61,6 +66,9 @@ private:
   Task<void> createReceiveTransport(std::optional<SpanScope> parentSpan);
   Task<void> produce(std::string transportId, MediaKind kind, std::string rtpParameters,
                      std::string appData, ProduceCallback callback);
+  template <class T>
+  Task<void> restartIce(std::shared_ptr<T> transport, std::string iceParameters,
+                        const char* failure);
   template <class T>
   void keep(Slot<T>& slot, std::shared_ptr<T> transport);
   Role roleOf(const std::string& transportId) const;

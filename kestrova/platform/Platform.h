@@ -1,6 +1,7 @@
 #pragma once
 
 #include <kestrova/platform/Capture.h>
+#include <kestrova/platform/Imaging.h>
 #include <kestrova/platform/Mediasoup.h>
 #include <kestrova/platform/Scheduler.h>
 #include <kestrova/platform/SocketIO.h>
@@ -36,6 +37,8 @@ struct Platform {
   std::function<std::shared_ptr<Device>()> makeDevice;
   std::function<std::shared_ptr<RTCPeerConnectionFactory>()> peerConnectionFactory;
   OperatingSystem operatingSystem;
+  /// Nothing on a platform that knows no still pictures.
+  std::shared_ptr<Imaging> imaging;
 
   static std::shared_ptr<const Platform> current();
   /// Replaces the process's platform. Objects made before keep the one they were made with.

@@ -248,6 +248,13 @@ void spawn(Task<void> task) {
   boost::asio::co_spawn(strand, std::move(task), ReportFailure{});
 }
 
+void spawn(std::shared_ptr<const void> owner, Task<void> task) {
+  auto holding = [](std::shared_ptr<const void>, Task<void> held) -> Task<void> {
+    co_await std::move(held);
+  };
+  spawn(holding(std::move(owner), std::move(task)));
+}
+
 void spawnOn(Queue& queue, Task<void> task) {
   boost::asio::co_spawn(queue.executor(), std::move(task), ReportFailure{});
 }

@@ -136,7 +136,9 @@ private:
 /// Starts `task` on a background executor, detached. An exception that escapes it is traced to the
 /// failure hook of the platform and goes no further.
 void spawn(Task<void> task);
-/// The same, on `queue`.
+/// The same; keeps `owner`, whose operation the task is, until its end.
+void spawn(std::shared_ptr<const void> owner, Task<void> task);
+/// As the first, on `queue`.
 void spawnOn(Queue& queue, Task<void> task);
 
 }  // namespace kestrova

@@ -1,7 +1,10 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
+#include <mutex>
 #include <vector>
 
 namespace kestrova {
@@ -19,12 +22,45 @@ struct I420View {
   int height = 0;
 };
 
-/// Pixels behind a `VideoFrame`. Immutable once shared; thread-safe to read.
+/// Planes of a picture in NV12: as I420, but with one chroma plane in which U and V alternate, each
+/// of its rows 2 * ((width + 1) / 2) bytes long.
+struct NV12View {
+  const std::uint8_t* y = nullptr;
+  const std::uint8_t* uv = nullptr;
+  int strideY = 0;
+  int strideUV = 0;
+  int width = 0;
+  int height = 0;
+};
+
+/// Pixels of four bytes: blue, green, red, and alpha, which is ignored.
+struct BGRAView {
+  const std::uint8_t* pixels = nullptr;
+  int stride = 0;
+  int width = 0;
+  int height = 0;
+};
+
+/// Whether a view has all its planes, a size above 0, and rows that fit into its strides.
+bool isComplete(const I420View& view);
+bool isComplete(const NV12View& view);
+bool isComplete(const BGRAView& view);
+
+enum class PixelFormat { i420, nv12, bgra };
+
+/// Pixels behind a `VideoFrame`. Immutable once shared; thread-safe to read. Views are valid while
+/// the buffer lives.
 class VideoFrameBuffer {
 public:
   virtual ~VideoFrameBuffer() = default;
-  /// Valid while the buffer lives.
+  /// How the pixels lie in memory; `bgra` never reaches a sink.
+  virtual PixelFormat format() const { return PixelFormat::i420; }
+  /// NV12 is converted on the first call. A buffer of BGRA gives no planes.
   virtual I420View i420() const = 0;
+  /// Without planes unless the format is `nv12`.
+  virtual NV12View nv12() const { return {}; }
+  /// Without pixels unless the format is `bgra`.
+  virtual BGRAView bgra() const { return {}; }
 };
 
 /// Pixels in memory of our own, for sources that draw or decode pictures.
@@ -42,6 +78,59 @@ private:
   std::size_t _offsetU;
   std::size_t _offsetV;
   std::vector<std::uint8_t> _bytes;
+};
+
+/// Runs its function once, when it goes. What the function throws is lost.
+class ReleaseGuard {
+public:
+  explicit ReleaseGuard(std::function<void()> release) : _release(std::move(release)) {}
+  ~ReleaseGuard();
+  ReleaseGuard(const ReleaseGuard&) = delete;
+  ReleaseGuard& operator=(const ReleaseGuard&) = delete;
+
+private:
+  std::function<void()> _release;
+};
+
+/// Pixels in memory of somebody else, which stays as it is until `release` is called: once, when
+/// nobody looks at the picture any more, on any thread.
+class WrappedI420Buffer final : public VideoFrameBuffer {
+public:
+  WrappedI420Buffer(const I420View& view, std::function<void()> release)
+      : _view(view), _release(std::move(release)) {}
+  I420View i420() const override { return _view; }
+
+private:
+  const I420View _view;
+  const ReleaseGuard _release;
+};
+
+/// The same for NV12.
+class WrappedNV12Buffer final : public VideoFrameBuffer {
+public:
+  WrappedNV12Buffer(const NV12View& view, std::function<void()> release)
+      : _view(view), _release(std::move(release)) {}
+  PixelFormat format() const override { return PixelFormat::nv12; }
+  I420View i420() const override;
+  NV12View nv12() const override { return _view; }
+
+private:
+  const NV12View _view;
+  const ReleaseGuard _release;
+  mutable std::once_flag _split;
+  mutable std::vector<std::uint8_t> _chroma;  // U, then V; filled by the first call of i420()
+};
+
+/// Pixels in memory of somebody else, which must outlive the buffer.
+class WrappedBGRABuffer final : public VideoFrameBuffer {
+public:
+  explicit WrappedBGRABuffer(const BGRAView& view) : _view(view) {}
+  PixelFormat format() const override { return PixelFormat::bgra; }
+  I420View i420() const override { return {}; }
+  BGRAView bgra() const override { return _view; }
+
+private:
+  const BGRAView _view;
 };
 
 /// One picture. `timestampUs` is the capture time in microseconds on the monotonic clock; for

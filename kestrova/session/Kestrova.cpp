@@ -1,3 +1,4 @@
+#include <kestrova/media/EncodingPresets.h>
 #include <kestrova/media/MediaCapturer.h>
 #include <kestrova/platform/Platform.h>
 #include <kestrova/session/Kestrova.h>
@@ -80,6 +81,24 @@ void dropUnusableTracks(InitMeetingOptions& options) {
   if (!sends || !options.micEnabled) drop(options.customAudioTrack);
 }
 
+/// The case's name, or the word for what was left to the library.
+template <class T>
+std::string_view orDefault(const std::optional<T>& value) {
+  return value ? text(*value) : "default";
+}
+
+[[noreturn]] void refuse(ScopedSpan& span, const char* line, const char* error,
+                         RoomClientError failure) {
+  span.fail(line, {{"error", error}});
+  throw RoomClientFailure(failure);
+}
+
+void seeToPermission(AuthorisationStatus status, const char* requesting) {
+  if (status == AuthorisationStatus::notDetermined) trace(requesting);
+  if (status == AuthorisationStatus::denied || status == AuthorisationStatus::restricted)
+    if (const auto delegate = MediaCapturer::delegate()) delegate->handlePermission();
+}
+
 }  // namespace
 
 void Kestrova::config(std::string token) {
@@ -133,11 +152,76 @@ std::shared_ptr<Meeting> Kestrova::initMeeting(InitMeetingOptions options) {
   return meeting;
 }
 
+Task<std::shared_ptr<CustomRTCMediaStream>> Kestrova::createCameraVideoTrack(
+    CameraVideoTrackOptions options) {
+  const auto encoderConfig = options.encoderConfig.value_or(CustomVideoTrackConfig::h720p_w1280p);
+  const bool multiStream = options.multiStream.value_or(true);
+  const auto bitrateMode = options.bitrateMode.value_or(BitrateMode::BALANCED);
+  const auto& row = videoTrackPreset(encoderConfig);
+  const CaptureFormat size{row.width, row.height, MediaCapturer::defaultFrameRate};
+  ScopedSpan span(
+      "Creating Custom Video Track",
+      {{"config",
+        Dictionary{{"height", size.height}, {"width", size.width}, {"frameRate", size.fps}}},
+       {"facingMode", options.facingMode == CameraPosition::front ? "Front" : "Back"},
+       {"multiStream", multiStream ? "true" : "false"},
+       {"codec", orDefault(options.codec)},
+       {"bitrateMode", text(bitrateMode)},
+       {"maxLayer", orDefault(options.maxLayer)}});
+  auto capturer = MediaCapturer::make();
+  const auto position = options.facingMode.value_or(CameraPosition::front);
+  auto track = co_await capturer->createCustomVideoStream(position, size);
+  if (!track)
+    refuse(span, "Error while creating custom video track", "Device could not create video track!",
+           RoomClientError::couldNotCreateVideoProducer);
+  CustomStreamFields fields{.videoTrack = std::move(track),
+                            .multiStream = multiStream,
+                            .videoCodec = options.codec,
+                            .bitrateMode = bitrateMode,
+                            .maxLayer = options.maxLayer,
+                            .encoderConfig = encoderConfig,
+                            .facingMode = options.facingMode,
+                            .capturer = std::move(capturer)};
+  auto stream = std::make_shared<CustomRTCMediaStream>(std::move(fields));
+  span.event("Custom Video Track created successfully",
+             {{"config", [&] { return stream->toJsonString(false); }}});
+  co_return stream;
+}
+
+std::shared_ptr<CustomRTCMediaStream> Kestrova::createAudioTrack(AudioTrackOptions options) {
+  const auto encoderConfig =
+      options.encoderConfig.value_or(CustomAudioTrackConfig::speech_standard);
+  const auto& noise = options.noiseConfig;
+  ScopedSpan span("Creating Custom Audio Track",
+                  {{"encoderConfig", text(encoderConfig)},
+                   {"noiseConfig",
+                    [&] { return noise ? noise->toJsonString() : "Noise Config Not Provided"; }}});
+  auto capturer = MediaCapturer::make();
+  auto track = capturer->createCustomAudioTrack(audioConstraints(noise));
+  if (!track)
+    refuse(span, "Error while creating custom audio track", "Device could not create audio track!",
+           RoomClientError::couldNotCreateAudioProducer);
+  span.event("Custom Audio Track created successfully");
+  return std::make_shared<CustomRTCMediaStream>(
+      CustomStreamFields{.audioTrack = std::move(track),
+                         .audioEncoderConfig = encoderConfig,
+                         .noiseConfig = noise,
+                         .capturer = std::move(capturer)});
+}
+
 AuthorisationStatus Kestrova::getVideoPermissionStatus() {
   return MediaCapturer::getVideoPermissionStatus();
 }
 AuthorisationStatus Kestrova::getAudioPermissionStatus() {
   return MediaCapturer::getAudioPermissionStatus();
+}
+void Kestrova::getVideoPermission() {
+  seeToPermission(Platform::current()->captureDevices->cameraAuthorization(),
+                  "Requesting permission for camera");
+}
+void Kestrova::getAudioPermission() {
+  seeToPermission(Platform::current()->captureDevices->microphoneAuthorization(),
+                  "Requesting permission for microphone");
 }
 std::vector<std::string> Kestrova::getCameras() {
   return MediaCapturer::getListOfCamerasAsString();

@@ -2,7 +2,9 @@
 
 #include <kestrova/media/CustomRTCMediaStream.h>
 #include <kestrova/platform/Capture.h>
+#include <kestrova/platform/Task.h>
 #include <kestrova/session/Meeting.h>
+#include <kestrova/signalling/RoomClientError.h>
 #include <kestrova/tracing/TraceCategories.h>
 
 #include <memory>
@@ -33,6 +35,22 @@ struct InitMeetingOptions {
   bool enableBatching = true;
 };
 
+/// A camera track of the application's own, and how it is to be sent.
+struct CameraVideoTrackOptions {
+  std::optional<CustomVideoTrackConfig> encoderConfig = {};  ///< h720p_w1280p
+  std::optional<CameraPosition> facingMode = {};             ///< front
+  std::optional<bool> multiStream = {};                      ///< simulcast; true
+  std::optional<VideoCodec> codec = {};                      ///< VP8
+  std::optional<BitrateMode> bitrateMode = {};               ///< BALANCED
+  std::optional<EncodingLayer> maxLayer = {};                ///< MAX_LAYER_3
+};
+
+/// A microphone track of the application's own, and how it is to be sent.
+struct AudioTrackOptions {
+  std::optional<NoiseConfig> noiseConfig = {};               ///< no processing
+  std::optional<CustomAudioTrackConfig> encoderConfig = {};  ///< speech_standard
+};
+
 /// The door to the library. Never instantiated; any thread may call.
 ///
 ///     Kestrova::config(token);
@@ -52,8 +70,33 @@ public:
   /// on stderr.
   static std::shared_ptr<Meeting> initMeeting(InitMeetingOptions options);
 
+  /// Starts a camera for a track that the application holds: to hand to `initMeeting` or to
+  /// `Meeting::enableWebcam`, or to look at first. The camera runs until the stream's tracks are
+  /// disposed of or the last reference to the stream goes.
+  ///
+  /// It waits for the camera, 3 s at most. An application without coroutines of its own gets a
+  /// future:
+  ///
+  ///     auto camera = boost::asio::co_spawn(
+  ///         boost::asio::system_executor(),
+  ///         Kestrova::createCameraVideoTrack({.facingMode = CameraPosition::front}),
+  ///         boost::asio::use_future);
+  ///     auto meeting = Kestrova::initMeeting({.meetingId = "abcd", .webcamEnabled = true,
+  ///                                           .customCameraVideoStream = camera.get()});
+  ///
+  /// \throws RoomClientFailure couldNotCreateVideoProducer when no camera gave a track
+  static Task<std::shared_ptr<CustomRTCMediaStream>> createCameraVideoTrack(
+      CameraVideoTrackOptions options = {});
+  /// The same for the microphone, at once: opening it takes some ms.
+  /// \throws RoomClientFailure couldNotCreateAudioProducer when there is no microphone
+  static std::shared_ptr<CustomRTCMediaStream> createAudioTrack(AudioTrackOptions options = {});
+
   static AuthorisationStatus getVideoPermissionStatus();
   static AuthorisationStatus getAudioPermissionStatus();
+  /// Sees to the permission for a device before it is needed. A refusal is told to the
+  /// `AuthorisationDelegate`. Linux asks nobody: what is undecided shows when the device is opened.
+  static void getVideoPermission();
+  static void getAudioPermission();
   /// The names of the cameras.
   static std::vector<std::string> getCameras();
 

@@ -1,10 +1,32 @@
 #include <kestrova/media/AppData.h>
+#include <kestrova/media/SinkQueue.h>
 #include <kestrova/session/MediaStream.h>
 #include <kestrova/tracing/Uuid.h>
 
+#include <algorithm>
+#include <iterator>
 #include <vector>
 
 namespace kestrova {
+namespace {
+
+/// The queue of that sink among `queues`, made if it isn't there. Those without a sink move to
+/// `gone`: pictures of the application may hang on them, whose release is not for a lock.
+template <class Queue, class Track, class Sink>
+std::shared_ptr<Queue> queueOf(std::vector<std::shared_ptr<Queue>>& queues,
+                               const std::shared_ptr<Track>& track,
+                               const std::shared_ptr<Sink>& sink,
+                               std::vector<std::shared_ptr<Queue>>& gone) {
+  const auto isLive = [](const auto& queue) { return !queue->isRemoved() && queue->sink(); };
+  const auto dead = std::partition(queues.begin(), queues.end(), isLive);
+  std::move(dead, queues.end(), std::back_inserter(gone));
+  queues.erase(dead, queues.end());
+  for (const auto& queue : queues)
+    if (queue->sink() == sink) return queue;
+  return queues.emplace_back(std::make_shared<Queue>(track, sink));
+}
+
+}  // namespace
 
 MediaStream::MediaStream(std::shared_ptr<Producer> producer)
     : _id(producer->id()),
@@ -26,6 +48,32 @@ std::shared_ptr<RTCAudioTrack> MediaStream::audioTrack() const {
   return std::dynamic_pointer_cast<RTCAudioTrack>(_track);
 }
 
+std::shared_ptr<SinkHandle> MediaStream::addSink(const std::shared_ptr<VideoSink>& sink) {
+  const auto track = videoTrack();
+  if (!track || !sink) return nullptr;
+  std::vector<std::shared_ptr<VideoSinkQueue>> gone;
+  std::shared_ptr<VideoSinkQueue> queue;
+  {
+    std::scoped_lock held(_lock);
+    queue = queueOf(_videoSinks, track, sink, gone);
+  }
+  track->addSink(queue);
+  return queue;
+}
+
+std::shared_ptr<SinkHandle> MediaStream::addSink(const std::shared_ptr<AudioSink>& sink) {
+  const auto track = audioTrack();
+  if (!track || !sink) return nullptr;
+  std::vector<std::shared_ptr<AudioSinkQueue>> gone;
+  std::shared_ptr<AudioSinkQueue> queue;
+  {
+    std::scoped_lock held(_lock);
+    queue = queueOf(_audioSinks, track, sink, gone);
+  }
+  track->addSink(queue);
+  return queue;
+}
+
 std::shared_ptr<RtpStream> MediaStream::rtpStream() const {
   if (_producer) return _producer;
   return _consumer;
@@ -33,6 +81,42 @@ std::shared_ptr<RtpStream> MediaStream::rtpStream() const {
 
 bool MediaStream::isPaused() const {
   return rtpStream()->paused();
+}
+
+void MediaStream::pause() {
+  ask("pause", &MediaStreamDelegate::pauseConsumer);
+}
+
+void MediaStream::resume() {
+  ask("resume", &MediaStreamDelegate::resumeConsumer);
+}
+
+void MediaStream::ask(const char* methodName,
+                      void (MediaStreamDelegate::*request)(const std::string&)) {
+  std::shared_ptr<MeetingActionValidatorProviding> source;
+  std::shared_ptr<MediaStreamDelegate> delegate;
+  {
+    std::scoped_lock held(_lock);
+    source = _meetingActionValidatorSource.lock();
+    delegate = _delegate.lock();
+  }
+  const auto validator = source ? source->meetingActionValidator() : nullptr;
+  if (validator && validator->allows(methodName) && delegate) ((*delegate).*request)(_id);
+}
+
+std::optional<std::string> MediaStream::pausedBy() const {
+  std::scoped_lock held(_lock);
+  return _pausedBy;
+}
+
+void MediaStream::setPausedBy(std::optional<std::string> reason) {
+  std::scoped_lock held(_lock);
+  _pausedBy = std::move(reason);
+}
+
+void MediaStream::setDelegate(std::weak_ptr<MediaStreamDelegate> delegate) {
+  std::scoped_lock held(_lock);
+  _delegate = std::move(delegate);
 }
 
 Task<std::string> MediaStream::stats() const {

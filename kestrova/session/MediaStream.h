@@ -1,23 +1,32 @@
 #pragma once
 
 #include <kestrova/media/MediaType.h>
+#include <kestrova/media/SinkHandle.h>
 #include <kestrova/monitoring/LinkCondition.h>
 #include <kestrova/platform/Mediasoup.h>
 #include <kestrova/session/MeetingAction.h>
+#include <kestrova/signalling/ParticipantDelegate.h>
 
 #include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
+#include <vector>
 
 namespace kestrova {
+
+class AudioSinkQueue;
+class VideoSinkQueue;
 
 enum class MediaStreamEventType { state };
 
 /// One published or received track of a participant. Thread-safe.
 ///
-/// To watch or hear it, add a sink to its track: `stream->videoTrack()->addSink(sink)`.
+/// To watch or hear it, add a sink: to the stream, where the sink may take its time, or to its
+/// track, `stream->videoTrack()->addSink(sink)`, where it is called at once on a thread of the
+/// engine.
 class MediaStream {
 public:
   using StateListener = std::function<void(StreamState)>;
@@ -37,7 +46,23 @@ public:
   /// Set on a remote stream only.
   const std::shared_ptr<Consumer>& consumer() const { return _consumer; }
 
+  /// Calls the sink on the library's background threads, one call at a time. It never holds up the
+  /// media: of pictures the newest 3 wait for it, of sound 50 blocks of 10 ms, and the oldest gives
+  /// way. A sink that throws is counted and called again. It stays while the stream is paused. A
+  /// sink that works longer than its medium takes should hand the work to a thread of its own.
+  ///
+  /// The sink is held weakly; adding it twice gives the same handle. Nothing for a stream of the
+  /// other medium.
+  std::shared_ptr<SinkHandle> addSink(const std::shared_ptr<VideoSink>& sink);
+  std::shared_ptr<SinkHandle> addSink(const std::shared_ptr<AudioSink>& sink);
+
   bool isPaused() const;
+  /// Asks the service to send this stream no longer, or again. Nothing changes until it says so:
+  /// `isPaused` follows its events.
+  void pause();
+  void resume();
+  /// Why the service's subscription manager withholds this stream; nothing while it doesn't.
+  std::optional<std::string> pausedBy() const;
   /// The engine's statistics of this stream: JSON text of a list of objects as the W3C's
   /// webrtc-stats identifiers name them ("outbound-rtp", "inbound-rtp", "candidate-pair"...).
   /// An empty list once the stream is closed.
@@ -51,6 +76,10 @@ public:
 
   /// For the stream's participant: where the guard is to be found.
   void setMeetingActionValidatorSource(std::weak_ptr<MeetingActionValidatorProviding> source);
+  /// For the stream's participant.
+  void setPausedBy(std::optional<std::string> reason);
+  /// For the meeting: who carries out `pause` and `resume`.
+  void setDelegate(std::weak_ptr<MediaStreamDelegate> delegate);
   /// For the stream's participant, on the main queue.
   void notifyState(StreamState state);
 
@@ -58,6 +87,7 @@ public:
 
 private:
   std::shared_ptr<RtpStream> rtpStream() const;
+  void ask(const char* methodName, void (MediaStreamDelegate::*request)(const std::string&));
 
   const std::string _id;
   const MediaType _kind;
@@ -67,7 +97,11 @@ private:
 
   mutable std::mutex _lock;
   std::weak_ptr<MeetingActionValidatorProviding> _meetingActionValidatorSource;
+  std::weak_ptr<MediaStreamDelegate> _delegate;
+  std::optional<std::string> _pausedBy;
   std::map<std::string, StateListener> _stateListeners;
+  std::vector<std::shared_ptr<VideoSinkQueue>> _videoSinks;
+  std::vector<std::shared_ptr<AudioSinkQueue>> _audioSinks;
 };
 
 }  // namespace kestrova

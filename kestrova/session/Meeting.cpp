@@ -1,6 +1,9 @@
 #include <kestrova/session/Meeting.h>
 #include <kestrova/session/MeetingCore.h>
+#include <kestrova/signalling/SDKConfiguration.h>
 #include <kestrova/tracing/Trace.h>
+
+#include <boost/algorithm/string/predicate.hpp>
 
 #include <utility>
 
@@ -12,7 +15,7 @@ Meeting::~Meeting() {
 }
 
 std::string Meeting::id() const {
-  return _core->context->settings.id;
+  return _core->context->id();
 }
 std::shared_ptr<Participant> Meeting::localParticipant() const {
   return _core->context->localParticipant;
@@ -30,7 +33,7 @@ std::optional<std::string> Meeting::activePresenterId() const {
   return _core->registry->activePresenterId();
 }
 std::optional<Mode> Meeting::meetingMode() const {
-  return _core->context->settings.mode;
+  return _core->context->mode();
 }
 PreferredProtocol Meeting::preferredProtocol() const {
   return _core->context->settings.preferredProtocol;
@@ -67,8 +70,90 @@ void Meeting::leave() {
   _core->lifecycle->leave();
 }
 void Meeting::end() {
-  if (_core->mayAct("end")) _core->lifecycle->end();
+  if (_core->allows("end")) _core->lifecycle->end();
 }
+
+// ---- Media -------------------------------------------------------------------------------------
+
+void Meeting::unmuteMic(const std::shared_ptr<CustomRTCMediaStream>& customAudioStream) {
+  if (_core->allows("unmuteMic")) _core->media->microphone->unmuteMic(customAudioStream);
+}
+void Meeting::muteMic() {
+  if (_core->allows("muteMic")) _core->media->microphone->muteMic();
+}
+void Meeting::enableWebcam(const std::shared_ptr<CustomRTCMediaStream>& customVideoStream) {
+  if (_core->allows("enableWebcam")) _core->media->camera->enableWebcam(customVideoStream);
+}
+void Meeting::disableWebcam() {
+  if (_core->allows("disableWebcam")) _core->media->camera->disableWebcam();
+}
+void Meeting::switchWebcam() {
+  if (_core->allows("switchWebcam")) _core->media->camera->switchWebcam();
+}
+void Meeting::changeMode(Mode mode) {
+  if (_core->allows("changeMode")) _core->modeChange->changeMode(mode);
+}
+
+// ---- What is received --------------------------------------------------------------------------
+
+void Meeting::askConsumers(const char* methodName, Task<void> (ConsumerControls::*request)()) {
+  if (!_core->allows(methodName)) return;
+  const auto& controls = _core->context->roomClient()->consumerControls();
+  spawn(controls, ((*controls).*request)());
+}
+void Meeting::askConsumers(const char* methodName,
+                           Task<void> (ConsumerControls::*request)(std::string),
+                           const std::optional<std::string>& kind) {
+  if (!_core->allows(methodName)) return;
+  const auto& controls = _core->context->roomClient()->consumerControls();
+  spawn(controls, ((*controls).*request)(kind.value_or("all")));
+}
+void Meeting::pauseAllStreams(const std::optional<std::string>& kind) {
+  askConsumers("pauseAllStreams", &ConsumerControls::pauseAllStreams, kind);
+}
+void Meeting::resumeAllStreams(const std::optional<std::string>& kind) {
+  askConsumers("resumeAllStreams", &ConsumerControls::resumeAllStreams, kind);
+}
+void Meeting::enableAdaptiveSubscription() {
+  askConsumers("enableAdaptiveSubscription", &ConsumerControls::enableAdaptiveSubscription);
+}
+void Meeting::disableAdaptiveSubscription() {
+  askConsumers("disableAdaptiveSubscription", &ConsumerControls::disableAdaptiveSubscription);
+}
+
+void Meeting::switchTo(const std::string& meetingId, const std::optional<std::string>& token,
+                       std::optional<Mode> mode) {
+  if (!_core->allows("switchTo")) return;
+  const auto client = _core->context->roomClient();
+  spawn(client, client->switchTo(token, meetingId, mode.value_or(_core->context->mode())));
+}
+
+// ---- Wrapper libraries -------------------------------------------------------------------------
+
+namespace {
+
+/// A wrapper library makes itself known by this prefix.
+bool isWrapperName(const std::string& name) {
+  return boost::algorithm::istarts_with(name, "unity-");
+}
+
+}  // namespace
+
+void Meeting::setAttributes(const std::string& name, const std::string& version) {
+  if (isWrapperName(name)) SDKConfiguration::shared().setIdentity(name, version);
+}
+
+Dictionary Meeting::getAttributes() const {
+  const auto& configuration = SDKConfiguration::shared();
+  if (!isWrapperName(configuration.sdkName())) return {};
+  return {{"enabledLogs", configuration.logsEnabled()},
+          {"logEndPoint", configuration.logsEndpoint()},
+          {"jwtKey", configuration.jwtKey()},
+          {"sessionId", _core->lifecycle->sessionId().value_or("")},
+          {"peerId", _core->lifecycle->peerId().value_or("")}};
+}
+
+// ---- Listeners ---------------------------------------------------------------------------------
 
 void Meeting::addEventListener(const std::shared_ptr<MeetingEventListener>& listener) {
   _core->context->listeners->add(listener);

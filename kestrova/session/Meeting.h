@@ -1,5 +1,6 @@
 #pragma once
 
+#include <kestrova/platform/Task.h>
 #include <kestrova/session/MeetingEventListener.h>
 #include <kestrova/session/Participant.h>
 #include <kestrova/signalling/MeetingTypes.h>
@@ -13,6 +14,7 @@
 
 namespace kestrova {
 
+class ConsumerControls;
 class CustomRTCMediaStream;
 class MeetingCore;
 
@@ -56,12 +58,53 @@ public:
   /// Asks the service to end the meeting for everybody.
   void end();
 
+  // The operations below do nothing before the join, while reconnecting and after the end, but for
+  // the error that `onError` reports. A switch to the state that already is, or that is under way,
+  // is refused with a line in the trace.
+
+  /// Publishes the microphone, or the application's own track.
+  void unmuteMic(const std::shared_ptr<CustomRTCMediaStream>& customAudioStream = nullptr);
+  void muteMic();
+  /// Publishes the camera, or the application's own track.
+  void enableWebcam(const std::shared_ptr<CustomRTCMediaStream>& customVideoStream = nullptr);
+  void disableWebcam();
+  /// From the camera in front to the one in the back, and back.
+  void switchWebcam();
+  /// Changes what this participant sends and receives; `onParticipantModeChanged` tells the others.
+  /// Microphone and camera come back as they were wished when the new mode sends.
+  void changeMode(Mode mode);
+
+  /// Asks the service to withhold what the others send, or to send it again.
+  /// \param kind "audio", "video", "share", or nothing for all of them
+  void pauseAllStreams(const std::optional<std::string>& kind = std::nullopt);
+  void resumeAllStreams(const std::optional<std::string>& kind = std::nullopt);
+  /// Lets the service choose whose streams are sent, and how well, by what matters most.
+  void enableAdaptiveSubscription();
+  void disableAdaptiveSubscription();
+
+  /// Moves to another meeting over the same connection; `onMeetingJoined` names it when it is done.
+  /// \param token access to that meeting, where this one's doesn't give it
+  /// \param mode the mode there; the present one without it
+  void switchTo(const std::string& meetingId,
+                const std::optional<std::string>& token = std::nullopt,
+                std::optional<Mode> mode = std::nullopt);
+
+  /// For libraries that wrap this one and name themselves "unity-...": makes them known to the
+  /// service. Any other name does nothing.
+  void setAttributes(const std::string& name, const std::string& version);
+  /// For the same libraries: where and how to log. Empty for anybody else.
+  Dictionary getAttributes() const;
+
   /// Listeners are held weakly.
   void addEventListener(const std::shared_ptr<MeetingEventListener>& listener);
   void removeEventListener(const std::shared_ptr<MeetingEventListener>& listener);
   void removeAllEventListeners();
 
 private:
+  void askConsumers(const char* methodName, Task<void> (ConsumerControls::*request)());
+  void askConsumers(const char* methodName, Task<void> (ConsumerControls::*request)(std::string),
+                    const std::optional<std::string>& kind);
+
   const std::shared_ptr<MeetingCore> _core;
 };
 

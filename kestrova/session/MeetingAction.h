@@ -23,6 +23,12 @@ public:
   /// Reports the refusal through `onError`. `methodName` is the bare name of the operation.
   virtual void emitMeetingActionValidationFailure(MeetingActionValidationFailure failure,
                                                   std::string_view methodName) = 0;
+  /// Whether the operation may go on; reports the refusal if not.
+  bool allows(std::string_view methodName) {
+    const auto failure = meetingActionState();
+    if (failure) emitMeetingActionValidationFailure(*failure, methodName);
+    return !failure;
+  }
 };
 
 /// Whoever can lead to the guard: a stream asks its participant.

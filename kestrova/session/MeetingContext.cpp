@@ -13,6 +13,8 @@ MeetingContext::MeetingContext(MeetingSettings meetingSettings, std::shared_ptr<
       localParticipant(std::move(local)),
       mediaConfigStore(std::move(configStore)),
       listeners(std::make_shared<MeetingMulticastDelegate>()),
+      _id(settings.id),
+      _mode(settings.mode),
       _customVideoMediaStream(std::move(customVideo)),
       _customAudioMediaStream(std::move(customAudio)) {}
 
@@ -25,10 +27,10 @@ std::shared_ptr<RoomClient> MeetingContext::roomClient() {
   std::scoped_lock held(_roomClientLock);
   if (_roomClient) return _roomClient;
   _roomClient =
-      RoomClient::make({.meeting = {.id = settings.id,
+      RoomClient::make({.meeting = {.id = id(),
                                     .localParticipantId = localParticipant->id(),
                                     .localParticipantName = localParticipant->displayName(),
-                                    .mode = std::string(wireText(settings.mode)),
+                                    .mode = std::string(wireText(mode())),
                                     .accessToken = settings.accessToken,
                                     .metaData = settings.metaData,
                                     .micEnabled = settings.micEnabled,
@@ -36,7 +38,7 @@ std::shared_ptr<RoomClient> MeetingContext::roomClient() {
                         .customVideoMediaStream = customVideoMediaStream(),
                         .customAudioMediaStream = customAudioMediaStream(),
                         .multiStream = settings.multiStream,
-                        .mode = settings.mode,
+                        .mode = mode(),
                         .preferredProtocol = settings.preferredProtocol,
                         .signalingBaseUrl = settings.signalingBaseUrl});
   _roomClient->setDelegate(_roomClientDelegate);
@@ -53,6 +55,26 @@ bool MeetingContext::joined() {
   return client && client->joined();
 }
 
+std::string MeetingContext::id() const {
+  std::scoped_lock held(_idLock);
+  return _id;
+}
+
+void MeetingContext::setId(std::string id) {
+  std::scoped_lock held(_idLock);
+  _id = std::move(id);
+}
+
+Mode MeetingContext::mode() const {
+  std::scoped_lock held(_idLock);
+  return _mode;
+}
+
+void MeetingContext::setMode(Mode mode) {
+  std::scoped_lock held(_idLock);
+  _mode = mode;
+}
+
 std::shared_ptr<CustomRTCMediaStream> MeetingContext::customVideoMediaStream() const {
   std::scoped_lock held(_customStreamLock);
   return _customVideoMediaStream;
@@ -61,6 +83,16 @@ std::shared_ptr<CustomRTCMediaStream> MeetingContext::customVideoMediaStream() c
 std::shared_ptr<CustomRTCMediaStream> MeetingContext::customAudioMediaStream() const {
   std::scoped_lock held(_customStreamLock);
   return _customAudioMediaStream;
+}
+
+void MeetingContext::setCustomVideoMediaStream(std::shared_ptr<CustomRTCMediaStream> stream) {
+  std::scoped_lock held(_customStreamLock);
+  _customVideoMediaStream.swap(stream);
+}
+
+void MeetingContext::setCustomAudioMediaStream(std::shared_ptr<CustomRTCMediaStream> stream) {
+  std::scoped_lock held(_customStreamLock);
+  _customAudioMediaStream.swap(stream);
 }
 
 void MeetingContext::forgetCustomStreams() {

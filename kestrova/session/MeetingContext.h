@@ -15,7 +15,8 @@
 
 namespace kestrova {
 
-/// What a meeting was created with, defaults filled in. Never changes.
+/// What a meeting was created with, defaults filled in. The id and the mode may be others by now:
+/// see `MeetingContext::id` and `mode`.
 struct MeetingSettings {
   std::string id;
   std::string accessToken;
@@ -55,8 +56,17 @@ public:
   bool isOver() const { return _over; }
   void setOver() { _over = true; }
 
+  /// The meeting's id; changes with a switch of rooms.
+  std::string id() const;
+  void setId(std::string id);
+  Mode mode() const;
+  void setMode(Mode mode);
+
+  /// The application's own tracks, as long as they are what is to be published.
   std::shared_ptr<CustomRTCMediaStream> customVideoMediaStream() const;
   std::shared_ptr<CustomRTCMediaStream> customAudioMediaStream() const;
+  void setCustomVideoMediaStream(std::shared_ptr<CustomRTCMediaStream> stream);
+  void setCustomAudioMediaStream(std::shared_ptr<CustomRTCMediaStream> stream);
   void forgetCustomStreams();
 
   /// Calls `event` with the listeners on the main queue, unless the meeting is gone by then.
@@ -69,6 +79,10 @@ private:
   std::mutex _roomClientLock;
   std::shared_ptr<RoomClient> _roomClient;
   std::weak_ptr<RoomClientDelegate> _roomClientDelegate;
+
+  mutable std::mutex _idLock;
+  std::string _id;
+  Mode _mode;
 
   mutable std::mutex _customStreamLock;
   std::shared_ptr<CustomRTCMediaStream> _customVideoMediaStream;

@@ -8,6 +8,7 @@ std::shared_ptr<MeetingCore> MeetingCore::make(std::shared_ptr<MeetingContext> c
   std::shared_ptr<MeetingCore> core(new MeetingCore(std::move(context)));
   core->context->setRoomClientDelegate(core);
   core->context->localParticipant->setMeetingActionValidator(core);
+  core->requests->setMeetingActionValidator(core);
   core->observeExternalCalls();
   return core;
 }
@@ -15,8 +16,10 @@ std::shared_ptr<MeetingCore> MeetingCore::make(std::shared_ptr<MeetingContext> c
 MeetingCore::MeetingCore(std::shared_ptr<MeetingContext> meetingContext)
     : context(std::move(meetingContext)),
       registry(std::make_shared<ParticipantRegistry>(context)),
-      media(std::make_shared<MediaControls>(context)),
+      media(std::make_shared<MediaControls>(context, registry)),
       lifecycle(std::make_shared<MeetingLifecycle>(context, registry, media)),
+      modeChange(std::make_shared<ModeChange>(context, media)),
+      requests(std::make_shared<RequestsFromOthers>(context, media)),
       services(context) {}
 
 void MeetingCore::observeExternalCalls() {
@@ -57,16 +60,13 @@ void MeetingCore::emitMeetingActionValidationFailure(MeetingActionValidationFail
   }
 }
 
-bool MeetingCore::mayAct(std::string_view methodName) {
-  const auto failure = meetingActionState();
-  if (failure) emitMeetingActionValidationFailure(*failure, methodName);
-  return !failure;
-}
-
 // ---- Lifecycle ---------------------------------------------------------------------------------
 
 void MeetingCore::meetingJoined(const std::optional<std::string>& switchMeetingId) {
-  if (switchMeetingId) context->listeners->onMeetingJoined(switchMeetingId);
+  if (!switchMeetingId) return;
+  context->setId(*switchMeetingId);
+  registry->forgetPins();
+  context->listeners->onMeetingJoined(switchMeetingId);
 }
 
 Task<void> MeetingCore::disconnected(std::optional<LeaveReason> leaveReason) {
@@ -81,27 +81,8 @@ void MeetingCore::socketConnectionError(const std::string& message) {
   context->emit([message](auto& listener) { listener.onSocketError(message); });
 }
 
-void MeetingCore::entryRequested(const Dictionary& data) {
-  const auto id = text(data, "id");
-  if (!id) return;
-  const auto respond = [weak = weak_from_this(), id = *id](const char* decision) {
-    return [weak, id, decision] {
-      if (const auto self = weak.lock()) self->respondEntry(id, decision);
-    };
-  };
-  context->emit([id = *id, name = text(data, "name", ""), allow = respond("allowed"),
-                 deny = respond("denied")](auto& listener) {
-    listener.onEntryRequested(id, name, allow, deny);
-  });
-}
-
-void MeetingCore::respondEntry(const std::string& peerId, const std::string& decision) {
-  if (!mayAct("respondEntry")) return;
-  auto task = [](std::shared_ptr<RoomClient> client, std::string id,
-                 std::string answer) -> Task<void> {
-    co_await client->respondEntry(std::move(id), std::move(answer));
-  };
-  spawn(task(context->roomClient(), peerId, decision));
+void MeetingCore::handleOnRemoveCurrentMeetingParticipant() {
+  registry->removeAll(LeaveReason::switchRoom);
 }
 
 // ---- Participants and streams ------------------------------------------------------------------
@@ -142,6 +123,38 @@ void MeetingCore::speakerChanged(const std::optional<std::string>& participantId
   registry->speakerChanged(participantId);
 }
 
+void MeetingCore::handleParticipantPausedBySubManager(const Dictionary& data) {
+  registry->handleParticipantPausedBySubManager(data);
+}
+
+void MeetingCore::handleParticipantResumeBySubManager(const Dictionary& data) {
+  registry->handleParticipantResumeBySubManager(data);
+}
+
+void MeetingCore::pauseAllStreams(const std::string& kind) {
+  context->emit([kind](auto& listener) { listener.onPausedAllStreams(kind); });
+}
+
+void MeetingCore::resumeAllStreams(const std::string& kind) {
+  context->emit([kind](auto& listener) { listener.onResumedAllStreams(kind); });
+}
+
+// ---- Requests from others ----------------------------------------------------------------------
+
+void MeetingCore::enableMicRequested(const std::optional<std::string>& participantId) {
+  requests->enableMicRequested(participantId);
+}
+void MeetingCore::disableMicRequested(const std::optional<std::string>& /*participantId*/) {
+  requests->disableMicRequested();
+}
+void MeetingCore::enableWebcamRequested(const std::optional<std::string>& participantId,
+                                        std::optional<CameraPosition> cameraPosition) {
+  requests->enableWebcamRequested(participantId, cameraPosition);
+}
+void MeetingCore::disableWebcamRequested(const std::optional<std::string>& /*participantId*/) {
+  requests->disableWebcamRequested();
+}
+
 // ---- Services ----------------------------------------------------------------------------------
 
 void MeetingCore::recordingStarted() {
@@ -179,6 +192,14 @@ void MeetingCore::whiteboardStopped() {
 }
 
 // ---- Codecs ------------------------------------------------------------------------------------
+
+void MeetingCore::performVP8CodecFallback(VideoCodec unsupportedCodec, const std::string& kind,
+                                          const std::optional<std::string>& causedByPeerId) {
+  media->camera->performVP8CodecFallback(unsupportedCodec, kind, causedByPeerId);
+}
+void MeetingCore::switchRoomUnsupportedCodecs(const std::vector<std::string>& codecs) {
+  media->camera->switchRoomUnsupportedCodecs(codecs);
+}
 
 void MeetingCore::recordVideoCodec(VideoCodec codec) {
   context->mediaConfigStore->recordVideoCodec(codec);

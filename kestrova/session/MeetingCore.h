@@ -5,7 +5,9 @@
 #include <kestrova/session/MeetingAction.h>
 #include <kestrova/session/MeetingContext.h>
 #include <kestrova/session/MeetingLifecycle.h>
+#include <kestrova/session/ModeChange.h>
 #include <kestrova/session/ParticipantRegistry.h>
+#include <kestrova/session/RequestsFromOthers.h>
 #include <kestrova/session/ServiceStatus.h>
 #include <kestrova/signalling/RoomClientDelegate.h>
 
@@ -25,14 +27,13 @@ public:
   const std::shared_ptr<ParticipantRegistry> registry;
   const std::shared_ptr<MediaControls> media;
   const std::shared_ptr<MeetingLifecycle> lifecycle;
+  const std::shared_ptr<ModeChange> modeChange;
+  const std::shared_ptr<RequestsFromOthers> requests;
   ServiceStatus services;
 
   std::optional<MeetingActionValidationFailure> meetingActionState() const override;
   void emitMeetingActionValidationFailure(MeetingActionValidationFailure failure,
                                           std::string_view methodName) override;
-  /// Whether an operation may go on; reports the refusal if not.
-  bool mayAct(std::string_view methodName);
-  void respondEntry(const std::string& peerId, const std::string& decision);
 
   std::mutex& meetingStateLock() override { return lifecycle->meetingStateLock(); }
   void meetingStateChanged(MeetingState state) override { lifecycle->meetingStateChanged(state); }
@@ -41,11 +42,13 @@ public:
   Task<void> closeMeetingRequested(LeaveReason leaveReason) override;
   void socketConnectionError(const std::string& message) override;
   void onError(const KestrovaError& error) override { context->onError(error); }
-  void entryRequested(const Dictionary& data) override;
+  void entryRequested(const Dictionary& data) override { requests->entryRequested(data); }
   void entryResponded(const Dictionary& data) override { lifecycle->entryResponded(data); }
+  void handleOnRemoveCurrentMeetingParticipant() override;
 
   void addParticipant(const Peer& peer) override;
   void removeParticipant(const std::string& id, LeaveReason leaveReason) override;
+  void keepOnly(const std::set<std::string>& ids) override { registry->keepOnly(ids); }
   void addStream(const std::shared_ptr<Consumer>& consumer, bool isShare,
                  const std::string& participantId) override;
   void removeStream(const std::string& id) override { registry->removeStream(id); }
@@ -57,6 +60,16 @@ public:
   void pinStateChanged(const std::string& participantId, ParticipantPinState pinState,
                        const std::string& pinnedBy) override;
   void speakerChanged(const std::optional<std::string>& participantId) override;
+  void handleParticipantPausedBySubManager(const Dictionary& data) override;
+  void handleParticipantResumeBySubManager(const Dictionary& data) override;
+  void pauseAllStreams(const std::string& kind) override;
+  void resumeAllStreams(const std::string& kind) override;
+
+  void enableMicRequested(const std::optional<std::string>& participantId) override;
+  void disableMicRequested(const std::optional<std::string>& participantId) override;
+  void enableWebcamRequested(const std::optional<std::string>& participantId,
+                             std::optional<CameraPosition> cameraPosition) override;
+  void disableWebcamRequested(const std::optional<std::string>& participantId) override;
 
   void recordingStarted() override;
   void recordingStopped() override;
@@ -70,6 +83,9 @@ public:
   void whiteboardStarted(const std::string& url) override;
   void whiteboardStopped() override;
 
+  void performVP8CodecFallback(VideoCodec unsupportedCodec, const std::string& kind,
+                               const std::optional<std::string>& causedByPeerId) override;
+  void switchRoomUnsupportedCodecs(const std::vector<std::string>& codecs) override;
   void recordVideoCodec(VideoCodec codec) override;
   void recordMultiStreamDowngrade() override;
 

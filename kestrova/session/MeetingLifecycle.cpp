@@ -90,8 +90,7 @@ void MeetingLifecycle::entryResponded(const Dictionary& payload) {
                    {"switchingRoomId", switchingRoomId.value_or("N/A")}},
                   entrySpan);
   if (switchingRoomId) {
-    if (*switchingRoomId == _context->settings.id)
-      traceDebug("You have entered same meeting ID. Nothing to do.");
+    switchRoom(*switchingRoomId, span);
     return;
   }
   if (*id == _context->localParticipant->id() && *decision == "allowed") {
@@ -115,10 +114,23 @@ void MeetingLifecycle::entryResponded(const Dictionary& payload) {
   });
 }
 
+void MeetingLifecycle::switchRoom(const std::string& meetingId, ScopedSpan& span) {
+  if (meetingId == _context->id()) {
+    traceDebug("You have entered same meeting ID. Nothing to do.");
+    return;
+  }
+  span.event("Switching room initiated");
+  const auto client = _context->roomClient();
+  client->softClose();
+  auto moving =
+      client->switchingRoom(meetingId, _context->mode(), _context->settings.batchingEnabled);
+  spawn(client, std::move(moving));
+}
+
 Task<void> MeetingLifecycle::connected() {
   const auto self = shared_from_this();
   const auto client = _context->roomClient();
-  const auto mode = _context->settings.mode;
+  const auto mode = _context->mode();
   const auto joinSpan = client->spans().get(Slot::join);
   auto setup =
       client->setupDeviceAndTransports(false, joinSpan, sendsMedia(mode), receivesMedia(mode));
@@ -148,6 +160,7 @@ Task<void> MeetingLifecycle::connected() {
   emitJoined(joinSpan);
   auto starting = _media->startWishedMedia(mode, std::move(unsupportedCodecs), joinSpan);
   co_await std::move(starting);
+  if (!_context->isOver()) trace("Meeting Joined", {}, joinSpan);
 }
 
 void MeetingLifecycle::emitJoined(const std::optional<SpanScope>& joinSpan) {
@@ -156,7 +169,9 @@ void MeetingLifecycle::emitJoined(const std::optional<SpanScope>& joinSpan) {
     const auto self = weak.lock();
     if (!self || self->_context->isOver()) return;
     trace("Emitting MEETING_JOINED Event", {}, joinSpan);
-    self->_context->roomClient()->setJoined(true);
+    const auto client = self->_context->roomClient();
+    self->_context->localParticipant->setDelegate(client);
+    client->setJoined(true);
     self->_context->listeners->onMeetingJoined(std::nullopt);
   });
 }

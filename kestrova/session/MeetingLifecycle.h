@@ -4,6 +4,7 @@
 #include <kestrova/session/MeetingAction.h>
 #include <kestrova/session/MeetingContext.h>
 #include <kestrova/session/ParticipantRegistry.h>
+#include <kestrova/tracing/Trace.h>
 
 #include <atomic>
 #include <chrono>
@@ -50,6 +51,7 @@ public:
 private:
   Task<void> joinNow();
   Task<void> connected();
+  void switchRoom(const std::string& meetingId, ScopedSpan& span);
   void emitJoined(const std::optional<SpanScope>& joinSpan);
   void emitLeft(LeaveReason reason);
   bool claimLeftEvents();

@@ -59,6 +59,70 @@ void Participant::setMeetingActionValidator(std::weak_ptr<MeetingActionValidatin
   _meetingActionValidator = std::move(validator);
 }
 
+void Participant::setDelegate(std::weak_ptr<ParticipantDelegate> delegate) {
+  std::scoped_lock held(_participantStateLock);
+  _delegate = std::move(delegate);
+}
+
+// ---- What is asked of it -----------------------------------------------------------------------
+
+std::shared_ptr<ParticipantDelegate> Participant::mayAct(const char* methodName) const {
+  const auto validator = meetingActionValidator();
+  if (!validator || !validator->allows(methodName)) return nullptr;
+  std::scoped_lock held(_participantStateLock);
+  return _delegate.lock();
+}
+
+void Participant::askOf(const char* methodName, LocalEvent request) {
+  if (const auto delegate = mayAct(methodName)) delegate->askOfPeer(request, _id);
+}
+
+void Participant::enableMic() {
+  askOf("enableMic", LocalEvent::enablePeerMic);
+}
+void Participant::disableMic() {
+  askOf("disableMic", LocalEvent::disablePeerMic);
+}
+void Participant::enableWebcam() {
+  askOf("enableWebcam", LocalEvent::enablePeerWebcam);
+}
+void Participant::disableWebcam() {
+  askOf("disableWebcam", LocalEvent::disablePeerWebcam);
+}
+void Participant::remove() {
+  askOf("remove", LocalEvent::removePeer);
+}
+
+void Participant::pin(PinType type) {
+  changePin("pin", type, true);
+}
+void Participant::unpin(PinType type) {
+  changePin("unpin", type, false);
+}
+
+void Participant::changePin(const char* methodName, PinType type, bool pinned) {
+  const auto delegate = mayAct(methodName);
+  if (!delegate) return;
+  auto state = pinState();
+  if (type != PinType::SHARE) state.cam = pinned;
+  if (type != PinType::CAM) state.share = pinned;
+  delegate->participantPinStateChanged(_id, state, pinned);
+}
+
+void Participant::setQuality(VideoQuality quality) {
+  const auto delegate = mayAct("setQuality");
+  if (!delegate || _isLocal) return;
+  {
+    std::scoped_lock held(_participantStateLock);
+    if (std::exchange(_videoQuality, quality) == quality) return;
+  }
+  for (const auto& [streamId, stream] : streams()) {
+    if (stream->kind() != MediaType::video) continue;
+    delegate->setQuality(quality, streamId, _id);
+    return;
+  }
+}
+
 std::string Participant::toJsonString() const {
   List streamList;
   for (const auto& [streamId, stream] : streams())
@@ -134,6 +198,31 @@ void Participant::handleMediaStatusChanged(const std::string& peerId, MediaType 
   MainQueue::shared().async([self = shared_from_this(), peerId, kind, newStatus] {
     self->_listeners->onMediaStatusChanged(peerId, kind, newStatus);
   });
+}
+
+void Participant::handleParticipantPause(const Dictionary& data) {
+  const auto reason = text(data, "reason", "");
+  notePause(data, reason, "Stream not found to pause! (");
+  MainQueue::shared().async([self = shared_from_this(), kind = text(data, "kind", ""), reason] {
+    self->_listeners->onStreamPaused(kind, reason);
+  });
+}
+
+void Participant::handleParticipantResume(const Dictionary& data) {
+  notePause(data, std::nullopt, "Stream not found to resume! (");
+  MainQueue::shared().async(
+      [self = shared_from_this(), kind = text(data, "kind", ""),
+       reason = text(data, "reason", "")] { self->_listeners->onStreamResumed(kind, reason); });
+}
+
+void Participant::notePause(const Dictionary& data, std::optional<std::string> reason,
+                            const char* notFound) {
+  const auto consumerId = text(data, "consumerId", "");
+  const auto listed = streams();
+  if (const auto found = listed.find(consumerId); found != listed.end())
+    found->second->setPausedBy(std::move(reason));
+  else
+    traceDebug([&] { return notFound + consumerId + ")."; });
 }
 
 }  // namespace kestrova

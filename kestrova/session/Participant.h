@@ -4,17 +4,33 @@
 #include <kestrova/session/MediaStream.h>
 #include <kestrova/session/MeetingAction.h>
 #include <kestrova/session/ParticipantMulticastDelegate.h>
+#include <kestrova/signalling/ParticipantDelegate.h>
 #include <kestrova/signalling/Peer.h>
 
 #include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <stdexcept>
 #include <string>
 
 namespace kestrova {
 
+/// An operation that makes no sense for an agent; `what()` says which.
+class AgentParticipantError : public std::runtime_error {
+public:
+  static AgentParticipantError unsupportedMethod(const std::string& method) {
+    return AgentParticipantError(method + " method is not supported on agent participant.");
+  }
+
+private:
+  using std::runtime_error::runtime_error;
+};
+
 /// A person in the meeting, local or remote. Thread-safe; listeners are called on the main queue.
+///
+/// The operations return at once. They do nothing before the join, while reconnecting and after the
+/// end, but for the error that `onError` reports; nor when the meeting is gone.
 class Participant : public std::enable_shared_from_this<Participant>,
                     public MeetingActionValidatorProviding {
 public:
@@ -45,6 +61,21 @@ public:
   void removeEventListener(const std::shared_ptr<ParticipantEventListener>& listener);
   void removeAllEventListeners();
 
+  /// Asks somebody to turn the microphone or camera on, which they may refuse, or turns it off for
+  /// them. \throws AgentParticipantError for an agent
+  virtual void enableMic();
+  virtual void disableMic();
+  virtual void enableWebcam();
+  virtual void disableWebcam();
+  /// Sends somebody out of the meeting.
+  void remove();
+  /// Keeps what is pinned in view for everybody; `onPinStateChanged` tells all of them.
+  void pin(PinType type);
+  void unpin(PinType type);
+  /// Asks for other layers of a remote participant's camera. Nothing happens for the local
+  /// participant, or when it is the quality already. \throws AgentParticipantError for an agent
+  virtual void setQuality(VideoQuality quality);
+
   std::shared_ptr<MeetingActionValidating> meetingActionValidator() const override;
   /// The participant with its streams, for traces.
   std::string toJsonString() const;
@@ -54,6 +85,8 @@ public:
   // What follows is the meeting's side of it.
 
   void setMeetingActionValidator(std::weak_ptr<MeetingActionValidating> validator);
+  /// Who carries out what is asked of the participant.
+  void setDelegate(std::weak_ptr<ParticipantDelegate> delegate);
   /// Replaces a stream of the same id.
   void addStream(const std::shared_ptr<MediaStream>& stream);
   /// The stream that was there, if one was.
@@ -63,8 +96,16 @@ public:
   void setPinState(ParticipantPinState pinState);
   void handleStreamStateChanged(StreamState state, const std::string& streamId);
   void handleMediaStatusChanged(const std::string& peerId, MediaType kind, bool newStatus);
+  /// The service's subscription manager withholds a stream, or sends it again.
+  void handleParticipantPause(const Dictionary& data);
+  void handleParticipantResume(const Dictionary& data);
 
 private:
+  /// The delegate, if the guard lets the operation through; reports the refusal if not.
+  std::shared_ptr<ParticipantDelegate> mayAct(const char* methodName) const;
+  void askOf(const char* methodName, LocalEvent request);
+  void changePin(const char* methodName, PinType type, bool pinned);
+  void notePause(const Dictionary& data, std::optional<std::string> reason, const char* notFound);
   const std::string _id;
   const std::string _displayName;
   const bool _isLocal;
@@ -78,6 +119,7 @@ private:
   ParticipantPinState _pinState{false, false};
   Mode _mode;
   std::weak_ptr<MeetingActionValidating> _meetingActionValidator;
+  std::weak_ptr<ParticipantDelegate> _delegate;
 
   std::shared_ptr<ParticipantMulticastDelegate> _listeners =
       std::make_shared<ParticipantMulticastDelegate>();
@@ -89,7 +131,16 @@ public:
   explicit AgentParticipant(const Peer& peer) : Participant(peer), _agentId(peer.agentId) {}
   const std::optional<std::string>& agentId() const { return _agentId; }
 
+  void enableMic() override { refuse("enableMic"); }
+  void disableMic() override { refuse("disableMic"); }
+  void enableWebcam() override { refuse("enableWebcam"); }
+  void disableWebcam() override { refuse("disableWebcam"); }
+  void setQuality(VideoQuality) override { refuse("setQuality"); }
+
 private:
+  [[noreturn]] static void refuse(const char* method) {
+    throw AgentParticipantError::unsupportedMethod(method);
+  }
   const std::optional<std::string> _agentId;
 };
 

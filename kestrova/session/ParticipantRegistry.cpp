@@ -52,6 +52,7 @@ void ParticipantRegistry::addParticipant(const Peer& peer,
   const auto fresh =
       peer.agentId ? std::make_shared<AgentParticipant>(peer) : std::make_shared<Participant>(peer);
   fresh->setMeetingActionValidator(std::move(validator));
+  fresh->setDelegate(_context->roomClient());
   const auto participant = _participantQueue->sync(
       [&] { return _participants.emplace(fresh->id(), fresh).first->second; });
   // Also told when the id was known already, with the participant that is listed.
@@ -72,8 +73,21 @@ void ParticipantRegistry::removeParticipant(const std::string& id, LeaveReason l
   });
 }
 
+void ParticipantRegistry::keepOnly(const std::set<std::string>& ids) {
+  for (const auto& [id, gone] : participants())
+    if (!ids.contains(id)) removeParticipant(id, LeaveReason::unknown);
+}
+
+void ParticipantRegistry::removeAll(LeaveReason leaveReason) {
+  for (const auto& [id, gone] : participants()) removeParticipant(id, leaveReason);
+}
+
 void ParticipantRegistry::clear() {
   _participantQueue->sync([this] { _participants.clear(); });
+  forgetPins();
+}
+
+void ParticipantRegistry::forgetPins() {
   std::scoped_lock held(_pinnedLock);
   _pinnedParticipants.clear();
 }
@@ -93,6 +107,7 @@ bool ParticipantRegistry::placeStream(const std::shared_ptr<MediaStream>& stream
                                       const std::string& participantId) {
   const auto owner = participant(participantId);
   if (!owner) return false;
+  stream->setDelegate(_context->roomClient());
   if (stream->kind() == MediaType::share) setPresenter(participantId);
   owner->addStream(stream);
   return true;
@@ -157,6 +172,14 @@ void ParticipantRegistry::pinStateChanged(const std::string& participantId,
   _context->emit([participantId, type = pinTypeOf(pinState)](auto& listener) {
     listener.onPinStateChanged(participantId, type);
   });
+}
+
+void ParticipantRegistry::handleParticipantPausedBySubManager(const Dictionary& data) {
+  if (const auto who = participant(text(data, "peerId", ""))) who->handleParticipantPause(data);
+}
+
+void ParticipantRegistry::handleParticipantResumeBySubManager(const Dictionary& data) {
+  if (const auto who = participant(text(data, "peerId", ""))) who->handleParticipantResume(data);
 }
 
 void ParticipantRegistry::speakerChanged(const std::optional<std::string>& participantId) {

@@ -7,6 +7,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 
 namespace kestrova {
@@ -27,6 +28,10 @@ public:
   Pins pinnedParticipants() const;
 
   void addParticipant(const Peer& peer, std::weak_ptr<MeetingActionValidating> validator);
+  /// After a connection that was lost: who is not among those whom the service lists has left.
+  void keepOnly(const std::set<std::string>& ids);
+  /// Everybody leaves: the local participant moves to another meeting.
+  void removeAll(LeaveReason leaveReason);
   void removeParticipant(const std::string& id, LeaveReason leaveReason);
   void addStream(const std::shared_ptr<MediaStream>& stream, const std::string& participantId);
   void removeStream(const std::string& id);
@@ -39,6 +44,9 @@ public:
                                      bool newState);
   void participantModeChanged(const std::string& participantId, Mode mode);
   void pinStateChanged(const std::string& participantId, ParticipantPinState pinState);
+  void forgetPins();
+  void handleParticipantPausedBySubManager(const Dictionary& data);
+  void handleParticipantResumeBySubManager(const Dictionary& data);
   void speakerChanged(const std::optional<std::string>& participantId);
 
 private:

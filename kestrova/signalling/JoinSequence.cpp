@@ -139,8 +139,14 @@ Task<std::vector<std::string>> JoinSequence::join(CameraPosition cameraPosition,
   auto addParticipants = [weak = std::weak_ptr(_context)](const Dictionary& answer) {
     const auto context = weak.lock();
     const auto delegate = context ? context->delegate() : nullptr;
-    for (const auto& peer : getParticipants(answer))
-      if (delegate && !peer.id.empty()) delegate->addParticipant(peer);
+    if (!delegate) return;
+    const auto peers = getParticipants(answer);
+    std::set<std::string> ids;
+    for (const auto& peer : peers) ids.insert(peer.id);
+    // Goodbyes that were said while the connection was lost are not said again.
+    if (dictionary(answer, "data") && context->joined()) delegate->keepOnly(ids);
+    for (const auto& peer : peers)
+      if (!peer.id.empty()) delegate->addParticipant(peer);
   };
   auto joining = _context->socketRequestHandler->joinRoom(
       parseDictionary(device->rtpCapabilities()), isSwitchingRoom, mode, isBatchingEnabled,

@@ -19,6 +19,7 @@ struct Incoming {
   RoomContext& context;
   const std::shared_ptr<RoomContext>& shared;
   Consuming& consuming;
+  const std::shared_ptr<Transports>& transports;
   RoomClientDelegate& meeting;
 
   std::string read(const char* key, const char* fallback = "") const {
@@ -118,6 +119,15 @@ void forConsumer(const Incoming& event) {
 void consumerLayersChanged(const Incoming& event) {
   if (const auto id = text(event.data, "consumerId"))
     event.consuming.handleConsumerLayersChanged(*id, event.data);
+}
+
+void restartIce(const Incoming& event) {
+  const auto transportId = text(event.data, "transportId");
+  const auto* iceParameters = dictionary(event.data, "iceParameters");
+  if (!transportId || !iceParameters) return;
+  trace([&] { return "Restarted ICE Parameters for TransportId: " + *transportId; },
+        {{"iceParameters", *iceParameters}});
+  spawn(event.transports, event.transports->handleRemoteRestartIce(*transportId, *iceParameters));
 }
 
 // ---- Requests from others ----------------------------------------------------------------------
@@ -295,6 +305,7 @@ const std::unordered_map<RemoteEvent, Handler>& handlers() {
       {Event::hlsPlayableStateChanged, hlsPlayableStateChanged},
       {Event::pinStateChanged, pinStateChanged},
       {Event::peerModeChanged, peerModeChanged},
+      {Event::restartIce, restartIce},
       {Event::pubsubMessage,
        [](const Incoming& event) { event.meeting.pubsubMessageReceived(event.data); }},
       {Event::transcriptionStateChanged,
@@ -359,8 +370,11 @@ const std::unordered_map<RemoteEvent, Handler>& handlers() {
 }  // namespace
 
 RemoteEventDispatcher::RemoteEventDispatcher(std::shared_ptr<RoomContext> context,
-                                             std::shared_ptr<Consuming> consuming)
-    : _context(std::move(context)), _consuming(std::move(consuming)) {}
+                                             std::shared_ptr<Consuming> consuming,
+                                             std::shared_ptr<Transports> transports)
+    : _context(std::move(context)),
+      _consuming(std::move(consuming)),
+      _transports(std::move(transports)) {}
 
 void RemoteEventDispatcher::handle(RemoteEvent event, const Dictionary& response) const {
   static const Dictionary empty;
@@ -369,7 +383,8 @@ void RemoteEventDispatcher::handle(RemoteEvent event, const Dictionary& response
   if (found == handlers().end() || !meeting) return;
   const auto* payload = dictionary(response, "data");
   const auto& data = payload ? *payload : empty;
-  found->second({data, text(data, "peerId"), *_context, _context, *_consuming, *meeting});
+  found->second(
+      {data, text(data, "peerId"), *_context, _context, *_consuming, _transports, *meeting});
 }
 
 }  // namespace kestrova

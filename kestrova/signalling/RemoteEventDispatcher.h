@@ -14,7 +14,8 @@ namespace kestrova {
 /// Runs on the socket's queue, so that events are handled in the order in which they came.
 class RemoteEventDispatcher {
 public:
-  RemoteEventDispatcher(std::shared_ptr<RoomContext> context, std::shared_ptr<Consuming> consuming);
+  RemoteEventDispatcher(std::shared_ptr<RoomContext> context, std::shared_ptr<Consuming> consuming,
+                        std::shared_ptr<Transports> transports);
 
   /// \param response the whole notification
   void handle(RemoteEvent event, const Dictionary& response) const;
@@ -22,6 +23,7 @@ public:
 private:
   const std::shared_ptr<RoomContext> _context;
   const std::shared_ptr<Consuming> _consuming;
+  const std::shared_ptr<Transports> _transports;
 };
 
 }  // namespace kestrova

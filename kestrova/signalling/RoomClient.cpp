@@ -1,4 +1,3 @@
-#include <kestrova/signalling/Response.h>
 #include <kestrova/signalling/RoomClient.h>
 #include <kestrova/signalling/RoomClientError.h>
 #include <kestrova/tracing/Trace.h>
@@ -22,10 +21,14 @@ RoomClient::RoomClient(RoomClientOptions options)
       _transports(std::make_shared<Transports>(_context, _registry)),
       _publishing(std::make_shared<Publishing>(_context, _registry, _transports, _capturer)),
       _consuming(std::make_shared<Consuming>(_context, _registry, _transports)),
+      _consumerControls(std::make_shared<ConsumerControls>(_context)),
       _joinSequence(std::make_shared<JoinSequence>(_context, _transports, _capturer)),
       _teardown(
           std::make_shared<Teardown>(_context, _registry, _transports, _publishing, _capturer)),
-      _dispatcher(_context, _consuming) {}
+      _roomSwitch(std::make_shared<RoomSwitch>(_context, _consuming, _joinSequence, _teardown)),
+      _modeChanging(std::make_shared<ModeChanging>(_context, _transports, _consuming)),
+      _peerRequests(std::make_shared<PeerRequests>(_context)),
+      _dispatcher(_context, _consuming, _transports) {}
 
 RoomClient::~RoomClient() = default;
 
@@ -57,17 +60,24 @@ Task<void> RoomClient::closeRoom(std::optional<LeaveReason> leaveReason) {
 }
 
 Task<void> RoomClient::respondEntry(std::string peerId, std::string decision) {
-  const auto self = shared_from_this();
-  ScopedSpan span([&] { return "Responding Entry for " + peerId; });
-  const Dictionary reply =
-      co_await _context->socketRequestHandler->respondEntry(peerId, std::move(decision));
-  if (const auto status = isStatusOK(reply); !status.ok) {
-    span.fail("Respond entry failed for " + peerId + " with error: " + status.failure);
-    if (auto delegate = _context->delegate())
-      delegate->onError(KestrovaError::RESPOND_ENTRY_FAILED);
-    co_return;
-  }
-  span.event("Entry responded successfully.");
+  return _peerRequests->respondEntry(std::move(peerId), std::move(decision));
+}
+
+Task<void> RoomClient::switchTo(std::optional<std::string> token, std::string meetingId,
+                                Mode mode) {
+  return _roomSwitch->switchTo(std::move(token), std::move(meetingId), mode);
+}
+
+void RoomClient::softClose() {
+  _roomSwitch->softClose();
+}
+
+Task<void> RoomClient::switchingRoom(std::string meetingId, Mode mode, bool isBatchingEnabled) {
+  return _roomSwitch->switchingRoom(std::move(meetingId), mode, isBatchingEnabled);
+}
+
+Task<void> RoomClient::changeMode(Mode mode, std::optional<SpanScope> changeModeSpan) {
+  return _modeChanging->changeMode(mode, std::move(changeModeSpan));
 }
 
 Task<std::optional<std::string>> RoomClient::cleanupAudio() {
@@ -86,6 +96,30 @@ void RoomClient::cleanUpTracing() {
   _context->spans.clear();
   SdkTracer::shared().clearSpanHistory();
   SdkTracer::shared().clearBackendOutput();
+}
+
+// ---- For participants and streams --------------------------------------------------------------
+
+void RoomClient::askOfPeer(LocalEvent request, const std::string& participantId) {
+  spawn(_peerRequests, _peerRequests->ask(request, participantId));
+}
+
+void RoomClient::participantPinStateChanged(const std::string& participantId,
+                                            ParticipantPinState pinState, bool pinning) {
+  spawn(_peerRequests, _peerRequests->participantPinStateChanged(participantId, pinState, pinning));
+}
+
+void RoomClient::setQuality(VideoQuality quality, const std::string& consumerId,
+                            const std::string& participantId) {
+  spawn(_consumerControls, _consumerControls->setQuality(quality, consumerId, participantId));
+}
+
+void RoomClient::pauseConsumer(const std::string& consumerId) {
+  spawn(_consumerControls, _consumerControls->pauseConsumer(consumerId));
+}
+
+void RoomClient::resumeConsumer(const std::string& consumerId) {
+  spawn(_consumerControls, _consumerControls->resumeConsumer(consumerId));
 }
 
 // ---- The socket's side -------------------------------------------------------------------------
@@ -135,7 +169,12 @@ void RoomClient::reconnecting() {
   trace("Meeting State: RECONNECTING", {}, span);
   // In the background: a slow disposal must not hold up the main queue.
   boost::asio::post(_context->platform->background, [self = shared_from_this(), span] {
+    const auto received = self->_registry->consumers();
     self->_transports->disposeTransports(span);
+    // The service will announce afresh what there still is to receive.
+    const auto meeting = self->_context->delegate();
+    for (const auto& consumer : received)
+      if (meeting) meeting->removeStream(consumer->id());
     SdkTracer::shared().endSpan(span, {.message = "Meeting reconnecting completed"});
   });
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <kestrova/media/ConsumerControls.h>
 #include <kestrova/media/Consuming.h>
 #include <kestrova/media/MediaCapturer.h>
 #include <kestrova/media/MediaRegistry.h>
@@ -7,8 +8,12 @@
 #include <kestrova/media/Transports.h>
 #include <kestrova/signalling/Delegates.h>
 #include <kestrova/signalling/JoinSequence.h>
+#include <kestrova/signalling/ModeChanging.h>
+#include <kestrova/signalling/ParticipantDelegate.h>
+#include <kestrova/signalling/PeerRequests.h>
 #include <kestrova/signalling/RemoteEventDispatcher.h>
 #include <kestrova/signalling/RoomContext.h>
+#include <kestrova/signalling/RoomSwitch.h>
 #include <kestrova/signalling/Teardown.h>
 
 #include <memory>
@@ -24,6 +29,8 @@ namespace kestrova {
 class RoomClient final : public RemoteEventDelegate,
                          public SocketEventDelegate,
                          public MeetingStateDelegate,
+                         public ParticipantDelegate,
+                         public MediaStreamDelegate,
                          public std::enable_shared_from_this<RoomClient> {
 public:
   static std::shared_ptr<RoomClient> make(RoomClientOptions options);
@@ -44,11 +51,17 @@ public:
   Task<void> disconnect(LeaveReason leaveReason, bool closeSocket);
   Task<void> closeRoom(std::optional<LeaveReason> leaveReason);
   Task<void> respondEntry(std::string peerId, std::string decision);
+  Task<void> switchTo(std::optional<std::string> token, std::string meetingId, Mode mode);
+  void softClose();
+  Task<void> switchingRoom(std::string meetingId, Mode mode, bool isBatchingEnabled);
+  /// \throws ModeChangeFailure
+  Task<void> changeMode(Mode mode, std::optional<SpanScope> changeModeSpan);
   /// Closes what an earlier connection left of the microphone or camera.
   /// \returns the stream that went, if there was one
   Task<std::optional<std::string>> cleanupAudio();
   Task<std::optional<std::string>> cleanupVideo();
 
+  bool isSocketConnected() const { return _context->socketRequestHandler->isConnected(); }
   bool joined() const { return _context->joined(); }
   void setJoined(bool joined) { _context->setJoined(joined); }
   /// Ends the spans of the meeting that is over, and has the tracer forget it.
@@ -59,6 +72,7 @@ public:
   void forgetCustomStreams() { _context->forgetCustomStreams(); }
   const std::shared_ptr<Publishing>& publishing() const { return _publishing; }
   const std::shared_ptr<Consuming>& consuming() const { return _consuming; }
+  const std::shared_ptr<ConsumerControls>& consumerControls() const { return _consumerControls; }
   const std::shared_ptr<MediaCapturer>& capturer() const { return _capturer; }
 
   void handleRemoteEvent(RemoteEvent event, const Dictionary& response) override;
@@ -68,6 +82,14 @@ public:
   Task<void> socketDisconnected(LeaveReason reason) override;
   void socketError(const std::string& message) override;
   void meetingStateChanged(MeetingState state) override;
+
+  void askOfPeer(LocalEvent request, const std::string& participantId) override;
+  void participantPinStateChanged(const std::string& participantId, ParticipantPinState pinState,
+                                  bool pinning) override;
+  void setQuality(VideoQuality quality, const std::string& consumerId,
+                  const std::string& participantId) override;
+  void pauseConsumer(const std::string& consumerId) override;
+  void resumeConsumer(const std::string& consumerId) override;
 
 private:
   explicit RoomClient(RoomClientOptions options);
@@ -79,8 +101,12 @@ private:
   const std::shared_ptr<Transports> _transports;
   const std::shared_ptr<Publishing> _publishing;
   const std::shared_ptr<Consuming> _consuming;
+  const std::shared_ptr<ConsumerControls> _consumerControls;
   const std::shared_ptr<JoinSequence> _joinSequence;
   const std::shared_ptr<Teardown> _teardown;
+  const std::shared_ptr<RoomSwitch> _roomSwitch;
+  const std::shared_ptr<ModeChanging> _modeChanging;
+  const std::shared_ptr<PeerRequests> _peerRequests;
   RemoteEventDispatcher _dispatcher;
 };
 

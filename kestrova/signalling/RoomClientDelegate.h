@@ -15,6 +15,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -39,10 +40,14 @@ public:
   virtual void onError(const KestrovaError& error) = 0;
   virtual void entryRequested(const Dictionary& data) = 0;
   virtual void entryResponded(const Dictionary& data) = 0;
+  /// The local participant is on its way to another meeting: nobody of the old one is listed on.
+  virtual void handleOnRemoveCurrentMeetingParticipant() = 0;
 
   // Participants and streams
   virtual void addParticipant(const Peer& peer) = 0;
   virtual void removeParticipant(const std::string& id, LeaveReason leaveReason) = 0;
+  /// After a lost connection: everybody who is in the room now.
+  virtual void keepOnly(const std::set<std::string>& ids) = 0;
   virtual void addStream(const std::shared_ptr<Consumer>& consumer, bool isShare,
                          const std::string& participantId) = 0;
   virtual void removeStream(const std::string& id) = 0;
@@ -55,6 +60,9 @@ public:
   virtual void pinStateChanged(const std::string& participantId, ParticipantPinState pinState,
                                const std::string& pinnedBy) = 0;
   virtual void speakerChanged(const std::optional<std::string>& participantId) = 0;
+  /// The service paused or resumed all streams of "audio", "video", "share" or "all".
+  virtual void pauseAllStreams(const std::string& /*kind*/) {}
+  virtual void resumeAllStreams(const std::string& /*kind*/) {}
   virtual void handleParticipantPausedBySubManager(const Dictionary& /*data*/) {}
   virtual void handleParticipantResumeBySubManager(const Dictionary& /*data*/) {}
 

@@ -9,6 +9,7 @@ RoomContext::RoomContext(RoomClientOptions roomOptions)
       platform(Platform::current()),
       socketRequestHandler(std::make_shared<SocketRequestHandler>(options.meeting)),
       stateQueue(SerialQueue::make("com.kestrova.roomclient.state")),
+      _mode(options.mode),
       _customVideoMediaStream(options.customVideoMediaStream),
       _customAudioMediaStream(options.customAudioMediaStream) {}
 
@@ -20,6 +21,16 @@ std::shared_ptr<RoomClientDelegate> RoomContext::delegate() const {
 void RoomContext::setDelegate(std::weak_ptr<RoomClientDelegate> delegate) {
   std::scoped_lock held(_lock);
   _delegate = std::move(delegate);
+}
+
+Mode RoomContext::mode() const {
+  std::scoped_lock held(_lock);
+  return _mode;
+}
+
+void RoomContext::setMode(Mode mode) {
+  std::scoped_lock held(_lock);
+  _mode = mode;
 }
 
 bool RoomContext::joined() const {

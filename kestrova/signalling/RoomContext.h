@@ -44,6 +44,10 @@ public:
   std::shared_ptr<RoomClientDelegate> delegate() const;
   void setDelegate(std::weak_ptr<RoomClientDelegate> delegate);
 
+  /// What the local participant sends and receives; begins as the options say.
+  Mode mode() const;
+  void setMode(Mode mode);
+
   bool joined() const;
   void setJoined(bool joined);
 
@@ -55,6 +59,7 @@ public:
 private:
   mutable std::mutex _lock;
   std::weak_ptr<RoomClientDelegate> _delegate;
+  Mode _mode;
   std::shared_ptr<CustomRTCMediaStream> _customVideoMediaStream;
   std::shared_ptr<CustomRTCMediaStream> _customAudioMediaStream;
   bool _joined = false;  // on stateQueue

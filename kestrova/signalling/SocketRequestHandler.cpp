@@ -238,6 +238,10 @@ Task<Dictionary> SocketRequestHandler::joinRoom(Dictionary rtpCapabilities, bool
                                std::move(onArrival));
 }
 
+Task<Dictionary> SocketRequestHandler::changeMode(Mode mode) {
+  return prepareAndSendRequest(LocalEvent::changeMode, {{"mode", wireText(mode)}});
+}
+
 Task<Dictionary> SocketRequestHandler::respondEntry(std::string peerId, std::string decision) {
   return prepareAndSendRequest(LocalEvent::respondEntry, {{"id", peerId}, {"decision", decision}});
 }

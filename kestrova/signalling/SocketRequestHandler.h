@@ -59,6 +59,7 @@ public:
   Task<Dictionary> connectWebRTCTransport(std::string transportId, Dictionary dtlsParameters);
   Task<Dictionary> joinRoom(Dictionary rtpCapabilities, bool switchingRoom, Mode mode,
                             bool batchingEnabled, AnswerHandler onArrival);
+  Task<Dictionary> changeMode(Mode mode);
   Task<Dictionary> respondEntry(std::string peerId, std::string decision);
 
 private:

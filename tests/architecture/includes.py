@@ -37,6 +37,8 @@ PUBLIC = [
     "kestrova/session/MeetingEventListener.h",
     "kestrova/session/ParticipantEventListener.h",
     "kestrova/session/CharacterEventListener.h",
+    "kestrova/media/AudioFrameSource.h",
+    "kestrova/media/VideoFrameSource.h",
     "kestrova/realtime/PubSub.h",
     "kestrova/realtime/RealtimeStore.h",
     "kestrova/platform/Queue.h",

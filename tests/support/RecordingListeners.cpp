@@ -45,6 +45,16 @@ void RecordingListener::onParticipantLeft(const std::shared_ptr<Participant>& pa
 void RecordingListener::onSpeakerChanged(const std::optional<std::string>& participantId) {
   hear("onSpeakerChanged " + orNobody(participantId));
 }
+void RecordingListener::onMicRequested(const std::optional<std::string>& participantId,
+                                       Action acceptIt, Action /*reject*/) {
+  accept.push_back(std::move(acceptIt));
+  hear("onMicRequested " + orNobody(participantId));
+}
+void RecordingListener::onWebcamRequested(const std::optional<std::string>& participantId,
+                                          Action acceptIt, Action /*reject*/) {
+  accept.push_back(std::move(acceptIt));
+  hear("onWebcamRequested " + orNobody(participantId));
+}
 void RecordingListener::onMeetingStateChanged(MeetingState state) {
   hear("onMeetingStateChanged " + std::string(name(state)));
 }

@@ -37,6 +37,7 @@ class RecordingListener final : public MeetingEventListener, public Heard {
 public:
   std::map<std::string, Action> allow;  ///< by the id of who wants to enter
   std::map<std::string, Action> deny;
+  std::vector<Action> accept;  ///< of the requests for microphone or camera, in order
   std::vector<std::shared_ptr<Participant>> joined;
   std::vector<KestrovaError> errors;
 
@@ -53,6 +54,14 @@ public:
   void onLivestreamStarted() override { hear("onLivestreamStarted"); }
   void onLivestreamStopped() override { hear("onLivestreamStopped"); }
   void onSpeakerChanged(const std::optional<std::string>& participantId) override;
+  void onMicRequested(const std::optional<std::string>& participantId, Action acceptIt,
+                      Action reject) override;
+  void onWebcamRequested(const std::optional<std::string>& participantId, Action acceptIt,
+                         Action reject) override;
+  void onPausedAllStreams(const std::string& kind) override { hear("onPausedAllStreams " + kind); }
+  void onResumedAllStreams(const std::string& kind) override {
+    hear("onResumedAllStreams " + kind);
+  }
   void onSocketError(const std::string& message) override { hear("onSocketError " + message); }
   void onMeetingStateChanged(MeetingState state) override;
   void onError(const KestrovaError& error) override;
@@ -81,6 +90,12 @@ public:
   void onStreamDisabled(const std::shared_ptr<MediaStream>& stream,
                         const std::shared_ptr<Participant>& participant) override;
   void onMediaStatusChanged(const std::string& peerId, MediaType kind, bool newStatus) override;
+  void onStreamPaused(const std::string& kind, const std::string& reason) override {
+    hear("onStreamPaused " + kind + " " + reason);
+  }
+  void onStreamResumed(const std::string& kind, const std::string& reason) override {
+    hear("onStreamResumed " + kind + " " + reason);
+  }
 };
 
 }  // namespace kestrova::test

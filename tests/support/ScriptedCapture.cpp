@@ -8,7 +8,10 @@ namespace kestrova::test {
 
 class ScriptedCamera final : public RTCCameraVideoCapturer {
 public:
-  explicit ScriptedCamera(ScriptedCapture& script) : _script(script) {}
+  explicit ScriptedCamera(ScriptedCapture& script) : _script(script), _all(script._cameras) {
+    _all->insert(this);
+  }
+  ~ScriptedCamera() override { _all->erase(this); }
   void onFrame(FrameHandler handler) override { _onFrame = std::move(handler); }
   void onFailure(FailureHandler handler) override { _onFailure = std::move(handler); }
   bool isRunning() const override { return _running; }
@@ -32,9 +35,13 @@ public:
   void fail(const std::string& error) {
     if (std::exchange(_running, false) && _onFailure) _onFailure(error);
   }
+  void deliver(const VideoFrame& frame) {
+    if (_running && _onFrame) _onFrame(frame);
+  }
 
 private:
   ScriptedCapture& _script;
+  const std::shared_ptr<std::set<ScriptedCamera*>> _all;
   FrameHandler _onFrame;
   FailureHandler _onFailure;
   bool _running = false;
@@ -42,8 +49,14 @@ private:
 
 class ScriptedMicrophone final : public MicrophoneCapturer {
 public:
-  explicit ScriptedMicrophone(ScriptedCapture& script) : _script(script) {}
-  ~ScriptedMicrophone() override { end(); }
+  explicit ScriptedMicrophone(ScriptedCapture& script)
+      : _script(script), _all(script._microphones) {
+    _all->insert(this);
+  }
+  ~ScriptedMicrophone() override {
+    _all->erase(this);
+    end();
+  }
 
   void onFailure(FailureHandler handler) override { _onFailure = std::move(handler); }
   bool start(const std::shared_ptr<RTCAudioSource>&) override {
@@ -57,11 +70,18 @@ public:
     end();
   }
 
+  void fail(const std::string& error) {
+    const bool ran = _running;
+    end();
+    if (ran && _onFailure) _onFailure(error);
+  }
+
 private:
   void end() {
     if (std::exchange(_running, false)) _script.microphoneRunning = false;
   }
   ScriptedCapture& _script;
+  const std::shared_ptr<std::set<ScriptedMicrophone*>> _all;
   FailureHandler _onFailure;
   bool _running = false;
 };
@@ -80,6 +100,18 @@ void ScriptedCapture::later(Behaviour behaviour, std::function<void()> completio
     _hanging.push_back(std::move(completion));
   else
     boost::asio::post(_executor, std::move(completion));
+}
+
+void ScriptedCapture::failCameras(const std::string& error) {
+  for (auto* camera : *_cameras) camera->fail(error);
+}
+
+void ScriptedCapture::failMicrophones(const std::string& error) {
+  for (auto* microphone : *_microphones) microphone->fail(error);
+}
+
+void ScriptedCapture::deliver(const VideoFrame& frame) {
+  for (auto* camera : *_cameras) camera->deliver(frame);
 }
 
 void ScriptedCapture::finishHanging() {

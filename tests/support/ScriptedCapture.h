@@ -7,10 +7,14 @@
 #include "Journal.h"
 #include <functional>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
 namespace kestrova::test {
+
+class ScriptedCamera;
+class ScriptedMicrophone;
 
 /// Cameras and a microphone that do as they are told.
 class ScriptedCapture final : public CaptureDevices {
@@ -33,6 +37,11 @@ public:
 
   /// Lets what hangs come to its end after all.
   void finishHanging();
+  /// Ends the captures that run, as a device does that is unplugged.
+  void failCameras(const std::string& error);
+  void failMicrophones(const std::string& error);
+  /// What the cameras that run see.
+  void deliver(const VideoFrame& frame);
   bool microphoneRunning = false;
 
   void configure(const CaptureConfig& wanted) override { config = wanted; }
@@ -50,6 +59,11 @@ private:
   Journal& _journal;
   boost::asio::any_io_executor _executor;
   std::vector<std::function<void()>> _hanging;
+  // Shared with them: what still waits for a device at the end may outlive this object.
+  const std::shared_ptr<std::set<ScriptedCamera*>> _cameras =
+      std::make_shared<std::set<ScriptedCamera*>>();
+  const std::shared_ptr<std::set<ScriptedMicrophone*>> _microphones =
+      std::make_shared<std::set<ScriptedMicrophone*>>();
 };
 
 }  // namespace kestrova::test

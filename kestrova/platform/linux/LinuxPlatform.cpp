@@ -2,6 +2,7 @@
 #include <kestrova/platform/Runtime.h>
 #include <kestrova/platform/linux/capture/CaptureDevices.h>
 #include <kestrova/platform/linux/http/CurlSession.h>
+#include <kestrova/platform/linux/imaging/LinuxImaging.h>
 #include <kestrova/platform/linux/mediasoup/MediasoupDevice.h>
 #include <kestrova/platform/linux/socketio/SocketManager.h>
 #include <kestrova/platform/linux/webrtc/PeerConnectionFactory.h>
@@ -37,6 +38,7 @@ Platform makeLinuxPlatform() {
       .makeDevice = [] { return makeDevice(); },
       .peerConnectionFactory = [] { return sharedPeerConnectionFactory(); },
       .operatingSystem = describeSystem(),
+      .imaging = makeImaging(),
   };
 }
 

@@ -1,3 +1,5 @@
+#include <kestrova/signalling/SDKConfiguration.h>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <tests/support/TestMeeting.h>
@@ -152,6 +154,151 @@ TEST_F(ParticipantsTest, keepingAPersonDoesNotKeepTheMeeting) {
   EXPECT_FALSE(bob->meetingActionValidator());
   EXPECT_EQ(platform.service->socket(), nullptr);
   EXPECT_EQ(platform.run(stream->stats()), "[]") << "what is left answers all the same";
+}
+
+TEST_F(ParticipantsTest, whatIsAskedOfOthersIsSentWithTheirId) {
+  const auto bob = test.addPeer("bob");
+  struct Row {
+    void (Participant::*ask)();
+    const char* method;
+    int refusal;
+  };
+  const Row rows[] = {{&Participant::enableMic, "enablePeerMic", 4067},
+                      {&Participant::disableMic, "disablePeerMic", 4068},
+                      {&Participant::enableWebcam, "enablePeerWebcam", 4069},
+                      {&Participant::disableWebcam, "disablePeerWebcam", 4070},
+                      {&Participant::remove, "removePeer", 4066}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.method);
+    test.listener->take();
+    ((*bob).*row.ask)();
+    platform.pump();
+    EXPECT_EQ(platform.service->last(row.method), (Dictionary{{"peerId", "bob"}}));
+    EXPECT_THAT(test.listener->lines(), IsEmpty());
+    platform.service->refuse(row.method);
+    ((*bob).*row.ask)();
+    platform.pump();
+    EXPECT_TRUE(test.listener->has("onError " + std::to_string(row.refusal)));
+  }
+}
+
+TEST_F(ParticipantsTest, anAgentIsAskedForNothing) {
+  const auto agent = test.addPeer("bot", {{"metaData", {{"agent_id", "g7"}}}});
+  EXPECT_THROW(agent->enableMic(), AgentParticipantError);
+  try {
+    agent->setQuality(VideoQuality::low);
+    FAIL();
+  } catch (const AgentParticipantError& error) {
+    EXPECT_STREQ(error.what(), "setQuality method is not supported on agent participant.");
+  }
+}
+
+TEST_F(ParticipantsTest, pinsAddUpAndComeBackFromTheService) {
+  const auto bob = test.addPeer("bob");
+  bob->pin(PinType::CAM);
+  platform.pump();
+  EXPECT_EQ(platform.service->last("pinStateChanged"),
+            (Dictionary{{"peerId", "bob"}, {"state", {{"cam", true}, {"share", false}}}}));
+  EXPECT_THAT(test.meeting->pinnedParticipants(), IsEmpty()) << "until the service says so";
+  test.notify("pinStateChanged", {{"peerId", "bob"}, {"state", {{"cam", true}}}});
+  bob->pin(PinType::SHARE);
+  platform.pump();
+  EXPECT_EQ(platform.service->last("pinStateChanged").at("state"),
+            (Value{{"cam", true}, {"share", true}}));
+  test.notify("pinStateChanged", {{"peerId", "bob"}, {"state", {{"cam", true}, {"share", true}}}});
+  bob->unpin(PinType::SHARE_AND_CAM);
+  platform.pump();
+  EXPECT_EQ(platform.service->last("pinStateChanged").at("state"),
+            (Value{{"cam", false}, {"share", false}}));
+  test.notify("pinStateChanged",
+              {{"peerId", "bob"}, {"state", {{"cam", false}, {"share", false}}}});
+  EXPECT_THAT(test.meeting->pinnedParticipants(), IsEmpty());
+  test.notify("pinStateChanged", {{"peerId", "me"}, {"state", {{"share", true}}}});
+  EXPECT_EQ(test.meeting->localParticipant()->pinState().share, true);
+}
+
+TEST_F(ParticipantsTest, anotherQualityIsAskedForOnce) {
+  const auto bob = test.addPeer("bob");
+  test.announce("a1", "bob", "audio");
+  test.announce("s1", "bob", "video", true);
+  bob->setQuality(VideoQuality::low);
+  platform.pump();
+  EXPECT_EQ(platform.service->count("setConsumerPreferredLayers"), 0) << "no camera";
+  test.announce("c1", "bob", "video");
+  bob->setQuality(VideoQuality::low);
+  bob->setQuality(VideoQuality::medium);
+  bob->setQuality(VideoQuality::medium);
+  platform.pump();
+  EXPECT_EQ(platform.service->count("setConsumerPreferredLayers"), 1);
+  EXPECT_EQ(platform.service->last("setConsumerPreferredLayers"),
+            (Dictionary{{"consumerId", "c1"}, {"spatialLayer", 1}, {"temporalLayer", 2}}));
+  test.meeting->localParticipant()->setQuality(VideoQuality::low);
+  platform.pump();
+  EXPECT_EQ(platform.service->count("setConsumerPreferredLayers"), 1);
+}
+
+TEST_F(ParticipantsTest, theSubscriptionManagerSaysWhyAStreamIsWithheld) {
+  const auto bob = test.addPeer("bob");
+  const auto ear = listenTo(*bob);
+  test.announce("c1", "bob", "video");
+  ear->take();
+  const Dictionary data{
+      {"peerId", "bob"}, {"kind", "video"}, {"reason", "offscreen"}, {"consumerId", "c1"}};
+  test.notify("consumerPausedSubManager", data);
+  EXPECT_EQ(bob->streams().at("c1")->pausedBy(), "offscreen");
+  test.notify("consumerResumedSubManager", data);
+  EXPECT_FALSE(bob->streams().at("c1")->pausedBy());
+  test.notify("consumerPausedSubManager", {{"peerId", "bob"}, {"consumerId", "gone"}});
+  test.notify("consumerPausedSubManager", {{"peerId", "nobody"}, {"consumerId", "c1"}});
+  EXPECT_THAT(ear->lines(), ElementsAre("onStreamPaused video offscreen",
+                                        "onStreamResumed video offscreen", "onStreamPaused  "));
+  EXPECT_TRUE(platform.traces.has("Stream not found to pause! (gone)."));
+}
+
+TEST_F(ParticipantsTest, aStreamIsPausedByAskingAndByTheEventThatFollows) {
+  const auto bob = test.addPeer("bob");
+  test.announce("c1", "bob", "video");
+  const auto stream = bob->streams().at("c1");
+  stream->pause();
+  platform.pump();
+  EXPECT_EQ(platform.service->last("pauseConsumer"), (Dictionary{{"consumerId", "c1"}}));
+  EXPECT_FALSE(stream->isPaused());
+  stream->resume();
+  platform.pump();
+  EXPECT_EQ(platform.service->count("resumeConsumer"), 1);
+  test.socket().drop();
+  platform.pump();
+  test.listener->take();
+  stream->pause();
+  platform.pump();
+  EXPECT_EQ(platform.service->count("pauseConsumer"), 1);
+  EXPECT_TRUE(test.listener->has("onError 3065"));
+  test.meeting.reset();
+  platform.pump();
+  stream->pause();
+  bob->remove();
+  platform.pump();
+}
+
+TEST_F(ParticipantsTest, allStreamsArePausedByKind) {
+  test.meeting->pauseAllStreams("video");
+  test.meeting->resumeAllStreams();
+  platform.pump();
+  EXPECT_EQ(platform.service->last("pauseAllConsumers"), (Dictionary{{"kind", "video"}}));
+  EXPECT_EQ(platform.service->last("resumeAllConsumers"), (Dictionary{{"kind", "all"}}));
+  EXPECT_TRUE(test.listener->has("onPausedAllStreams video"));
+  EXPECT_TRUE(test.listener->has("onResumedAllStreams all"));
+}
+
+TEST_F(ParticipantsTest, aWrapperLibraryMakesItselfKnownByItsPrefix) {
+  EXPECT_EQ(test.meeting->getAttributes(), Dictionary());
+  test.meeting->setAttributes("Flutter", "1.0");
+  EXPECT_EQ(test.meeting->getAttributes(), Dictionary());
+  test.meeting->setAttributes("Unity-Android", "7.1");
+  const auto attributes = test.meeting->getAttributes();
+  EXPECT_EQ(attributes.at("peerId"), Value("me"));
+  EXPECT_TRUE(attributes.contains("enabledLogs"));
+  SDKConfiguration::shared().setIdentity("iOS", "3.2.0");
 }
 
 }  // namespace

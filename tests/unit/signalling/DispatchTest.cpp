@@ -83,6 +83,21 @@ TEST(DispatchTest, everyEventOfTheRoadReadsItsPayload) {
       {"consumerPaused", {{"consumerId", 5}}, {}},
       {"consumerLayersChanged", Dictionary(), {}},
       {"notification", Dictionary(), {}},
+      {"enableMic", {{"peerId", "me"}, {"byPeerId", "bob"}}, {"onMicRequested bob"}},
+      {"enableMic", {{"byPeerId", 5}}, {"onMicRequested nobody"}},
+      {"enableWebcam", Dictionary(), {"onWebcamRequested nobody"}},
+      {"disableMic", bob, {}},
+      {"disableWebcam", "rubbish", {}},
+      {"entryRequested", {{"id", "eve"}, {"name", "Eve"}}, {"onEntryRequested eve Eve"}},
+      {"entryRequested", {{"id", "eve"}}, {"onEntryRequested eve "}},
+      {"entryRequested", {{"name", "Eve"}}, {}},
+      {"entryResponded", {{"id", "eve"}, {"decision", "denied"}}, {}},
+      {"entryResponded",
+       {{"sessionId", "s"}, {"id", "eve"}, {"decision", "denied"}},
+       {"onEntryResponded eve denied"}},
+      {"consumerPausedSubManager", bob, {}},
+      {"consumerResumedSubManager", {{"peerId", 5}}, {}},
+      {"unsupportedCodecAdded", {{"codec", 5}}, {}},
       {"restartIce", "rubbish", {}},
       {"addCharacter", "rubbish", {}},
       {"agentMetrics", List(), {}},
@@ -99,6 +114,21 @@ TEST(DispatchTest, everyEventOfTheRoadReadsItsPayload) {
     test.notify(row.method, row.data);
     EXPECT_EQ(test.listener->lines(), row.heard);
   }
+}
+
+TEST(DispatchTest, onlyAWholeRestartReachesTheTransport) {
+  TestPlatform platform;
+  auto test = TestMeeting::joined(platform);
+  const auto id = platform.media->details.at(0).id;
+  const Dictionary parameters{{"usernameFragment", "u"}, {"password", "p"}};
+  for (const Dictionary& data :
+       {Dictionary{{"transportId", id}}, Dictionary{{"iceParameters", parameters}},
+        Dictionary{{"transportId", id}, {"iceParameters", "u"}},
+        Dictionary{{"transportId", "other"}, {"iceParameters", parameters}}})
+    test.notify("restartIce", data);
+  EXPECT_EQ(platform.service->count("iceRestarted"), 0);
+  test.notify("restartIce", {{"transportId", id}, {"iceParameters", parameters}});
+  EXPECT_EQ(platform.service->last("iceRestarted"), (Dictionary{{"transportId", id}}));
 }
 
 TEST(DispatchTest, theStatusOfTheServicesIsRemembered) {

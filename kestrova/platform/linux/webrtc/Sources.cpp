@@ -21,10 +21,28 @@ constexpr int kLargestSide = 16384;
 /// A clock reading beyond this (about 140 years) is none, and would overflow sums of such readings.
 constexpr std::int64_t kLargestTimestampUs = std::int64_t{1} << 52;
 
-bool isSane(const I420View& view) {
-  return view.y && view.u && view.v && view.width > 0 && view.height > 0 &&
-         view.width <= kLargestSide && view.height <= kLargestSide && view.strideY >= view.width &&
-         view.strideU >= (view.width + 1) / 2 && view.strideV >= (view.width + 1) / 2;
+struct Size {
+  int width = 0;
+  int height = 0;
+};
+
+template <class View>
+Size sizeOf(const View& view) {
+  const bool isSane = isComplete(view) && view.width <= kLargestSide && view.height <= kLargestSide;
+  return isSane ? Size{view.width, view.height} : Size{};
+}
+
+/// Nothing by nothing for pixels that the engine can't take.
+Size sizeOf(const VideoFrameBuffer& buffer) {
+  switch (buffer.format()) {
+    case PixelFormat::nv12:
+      return sizeOf(buffer.nv12());
+    case PixelFormat::bgra:
+      return sizeOf(buffer.bgra());
+    case PixelFormat::i420:
+      break;
+  }
+  return sizeOf(buffer.i420());
 }
 
 webrtc::VideoRotation rotationOf(int degrees) {
@@ -61,19 +79,20 @@ public:
   }
 
   void deliver(const VideoFrame& frame) {
-    const auto view = frame.buffer->i420();
-    if (!isSane(view)) return;
+    const auto size = sizeOf(*frame.buffer);
+    if (size.width == 0) return;
     const auto now = rtc::TimeMicros();
     const bool clockIsSane =
         frame.timestampUs >= -kLargestTimestampUs && frame.timestampUs <= kLargestTimestampUs;
     const auto time = _aligner.TranslateTimestamp(clockIsSane ? frame.timestampUs : now, now);
 
     int outWidth, outHeight, cropWidth, cropHeight, cropX, cropY;
-    if (!AdaptFrame(view.width, view.height, time, &outWidth, &outHeight, &cropWidth, &cropHeight,
+    if (!AdaptFrame(size.width, size.height, time, &outWidth, &outHeight, &cropWidth, &cropHeight,
                     &cropX, &cropY))
       return;
-    rtc::scoped_refptr<webrtc::VideoFrameBuffer> pixels = engineBuffer(frame.buffer);
-    if (outWidth != view.width || outHeight != view.height)
+    auto pixels = _buffers.make(frame.buffer);
+    if (!pixels) return;
+    if (outWidth != size.width || outHeight != size.height)
       pixels = pixels->CropAndScale(cropX, cropY, cropWidth, cropHeight, outWidth, outHeight);
     OnFrame(webrtc::VideoFrame::Builder()
                 .set_video_frame_buffer(pixels)
@@ -83,7 +102,9 @@ public:
   }
 
 private:
-  rtc::TimestampAligner _aligner;  // the delivering thread
+  // The delivering thread.
+  rtc::TimestampAligner _aligner;
+  EngineBuffers _buffers;
 };
 
 VideoSource::VideoSource(std::shared_ptr<Engine> engine)

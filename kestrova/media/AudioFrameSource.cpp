@@ -1,0 +1,180 @@
+#include <kestrova/media/AudioFrameSource.h>
+#include <kestrova/platform/Platform.h>
+#include <kestrova/tracing/Uuid.h>
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+namespace kestrova {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr std::array sampleRates = {8'000, 12'000, 16'000, 24'000, 32'000, 44'100, 48'000};
+
+/// Two blocks at a time, as most packets hold.
+constexpr auto tickPeriod = 20ms;
+/// How far a block may come before its time and still go out at once: the jitter of a sender's own
+/// timer.
+constexpr auto lead = 30ms;
+/// How far one may come late before silence takes its place.
+constexpr auto patience = 60ms;
+/// What is later than this is not made up for: the process stood still.
+constexpr auto mostBehind = 100ms;
+/// Enough for the queue's ordinary length; a long sentence's memory is given back.
+constexpr std::size_t mostIdle = 100;
+
+PushResult check(const AudioData& data) {
+  if (!data.samples) return PushResult::noData;
+  if (std::find(sampleRates.begin(), sampleRates.end(), data.sampleRate) == sampleRates.end())
+    return PushResult::badSampleRate;
+  if (data.channels != 1 && data.channels != 2) return PushResult::badChannels;
+  return data.frames == data.sampleRate / 100 ? PushResult::accepted : PushResult::badBlock;
+}
+
+}  // namespace
+
+std::shared_ptr<AudioFrameSource> AudioFrameSource::make() {
+  const auto platform = Platform::current();
+  return std::shared_ptr<AudioFrameSource>(
+      new AudioFrameSource(platform->peerConnectionFactory(), platform->scheduler));
+}
+
+AudioFrameSource::AudioFrameSource(std::shared_ptr<RTCPeerConnectionFactory> factory,
+                                   std::shared_ptr<Scheduler> scheduler)
+    : _factory(std::move(factory)),
+      _scheduler(std::move(scheduler)),
+      _source(_factory->audioSource(audioConstraints({}))),
+      _pacingQueue(SerialQueue::make("live.kestrova.audio.pacing")) {}
+
+std::shared_ptr<CustomRTCMediaStream> AudioFrameSource::makeStream(
+    CustomStreamFields settings) const {
+  settings.audioTrack = _factory->audioTrack(_source, Uuid::random().text());
+  settings.videoTrack = nullptr;
+  settings.capture = nullptr;
+  settings.capturer = nullptr;
+  return std::make_shared<CustomRTCMediaStream>(std::move(settings));
+}
+
+std::chrono::milliseconds AudioFrameSource::queued() const {
+  std::scoped_lock held(_lock);
+  return blockTime * static_cast<int>(_queue.size());
+}
+
+PushCounters AudioFrameSource::counters() const {
+  std::scoped_lock held(_lock);
+  return _counters;
+}
+
+void AudioFrameSource::clear() {
+  std::deque<Block> gone;
+  std::scoped_lock held(_lock);
+  gone.swap(_queue);
+}
+
+// ---- Pushing -----------------------------------------------------------------------------------
+
+PushResult AudioFrameSource::push(const AudioData& data) {
+  const auto now = _scheduler->now();
+  auto result = check(data);
+  bool first = false;
+  bool atOnce = false;
+  {
+    std::scoped_lock held(_lock);
+    if (result == PushResult::accepted) {
+      first = !std::exchange(_ticking, true);
+      if (first) _nextDue = now;
+      atOnce = _queue.empty() && !_handing && _nextDue <= now + lead;
+      if (atOnce) {
+        _handing = true;
+        _lastRate = data.sampleRate;
+        _lastChannels = data.channels;
+        moveOn(now);
+      } else {
+        result = enqueue(data);
+      }
+    }
+    ++(result == PushResult::accepted ? _counters.accepted : _counters.refused);
+  }
+  if (first) scheduleTick();
+  if (!atOnce) return result;
+  _source->onData(data);
+  std::scoped_lock held(_lock);
+  _handing = false;
+  return result;
+}
+
+PushResult AudioFrameSource::enqueue(const AudioData& data) {
+  if (_queue.size() == mostQueued) return PushResult::queueFull;
+  Block block;
+  if (!_idle.empty()) {
+    block = std::move(_idle.back());
+    _idle.pop_back();
+  }
+  block.sampleRate = data.sampleRate;
+  block.channels = data.channels;
+  block.samples.assign(data.samples,
+                       data.samples + static_cast<std::ptrdiff_t>(data.frames) * data.channels);
+  _queue.push_back(std::move(block));
+  return PushResult::accepted;
+}
+
+// ---- Pacing ------------------------------------------------------------------------------------
+
+void AudioFrameSource::scheduleTick() {
+  _pacingQueue->after(tickPeriod, [weak = weak_from_this()] {
+    if (const auto self = weak.lock()) self->tick();
+  });
+}
+
+void AudioFrameSource::tick() {
+  const auto now = _scheduler->now();
+  Block block;
+  std::unique_lock held(_lock);
+  while (!_handing && takeDue(now, block)) {
+    _handing = true;
+    held.unlock();
+    hand(block);
+    held.lock();
+    _handing = false;
+    if (_idle.size() < mostIdle) _idle.push_back(std::move(block));
+  }
+  held.unlock();
+  scheduleTick();
+}
+
+/// What goes out now: the next block that waits, or silence where one is overdue.
+bool AudioFrameSource::takeDue(Clock::time_point now, Block& block) {
+  if (_queue.empty()) {
+    if (_nextDue + patience > now) return false;
+    if (!_idle.empty()) {
+      block = std::move(_idle.back());
+      _idle.pop_back();
+    }
+    block.sampleRate = _lastRate;
+    block.channels = _lastChannels;
+    block.samples.assign(static_cast<std::size_t>(_lastRate / 100 * _lastChannels), 0);
+  } else {
+    if (_nextDue > now + tickPeriod) return false;
+    block = std::move(_queue.front());
+    _queue.pop_front();
+    _lastRate = block.sampleRate;
+    _lastChannels = block.channels;
+  }
+  moveOn(now);
+  return true;
+}
+
+void AudioFrameSource::moveOn(Clock::time_point now) {
+  _nextDue = std::max(_nextDue, now - mostBehind) + blockTime;
+}
+
+void AudioFrameSource::hand(const Block& block) {
+  _source->onData({.samples = block.samples.data(),
+                   .sampleRate = block.sampleRate,
+                   .channels = block.channels,
+                   .frames = block.sampleRate / 100});
+}
+
+}  // namespace kestrova

@@ -1,0 +1,186 @@
+#include <kestrova/media/ConsumerControls.h>
+#include <kestrova/media/EncodingPresets.h>
+#include <kestrova/signalling/Response.h>
+#include <kestrova/tracing/Trace.h>
+
+#include <boost/algorithm/string/case_conv.hpp>
+
+#include <utility>
+
+namespace kestrova {
+
+struct ConsumerControls::ConsumerRequest {
+  LocalEvent event;
+  const char* span;
+  const char* done;
+  const char* failed;
+};
+
+struct ConsumerControls::AllStreamsRequest {
+  LocalEvent event;
+  const char* verb;
+  const char* failed;
+  const char* emitting;
+  const char* done;
+  const KestrovaError& error;
+  void (RoomClientDelegate::*apply)(const std::string& kind);
+};
+
+struct ConsumerControls::AdaptiveRequest {
+  LocalEvent event;
+  const char* span;
+  const char* done;
+  const char* cause;
+  const char* failed;
+  const KestrovaError& error;
+};
+
+namespace {
+
+/// A kind as it reads within a sentence.
+std::string spoken(std::string kind) {
+  if (kind == "all") return "Media";
+  if (!kind.empty() && kind[0] >= 'a' && kind[0] <= 'z')
+    kind[0] = static_cast<char>(kind[0] - 'a' + 'A');
+  return kind;
+}
+
+bool hasIssues(const Dictionary& reply) {
+  const auto* data = dictionary(reply, "data");
+  const auto* issues = data ? list(*data, "consumersWithIssues") : nullptr;
+  return issues && !issues->empty();
+}
+
+}  // namespace
+
+ConsumerControls::ConsumerControls(std::shared_ptr<RoomContext> context)
+    : _context(std::move(context)) {}
+
+// ---- One consumer ------------------------------------------------------------------------------
+
+Task<void> ConsumerControls::pauseConsumer(std::string id) {
+  static constexpr ConsumerRequest row{LocalEvent::pauseConsumer, "Requesting to Pause Stream",
+                                       "Stream paused successfully",
+                                       "Error in stream's pause() -> "};
+  return ask(row, std::move(id));
+}
+
+Task<void> ConsumerControls::resumeConsumer(std::string id) {
+  static constexpr ConsumerRequest row{LocalEvent::resumeConsumer, "Requesting to Resume Stream",
+                                       "Stream resumed successfully",
+                                       "Error in stream's resume() -> "};
+  return ask(row, std::move(id));
+}
+
+Task<void> ConsumerControls::ask(const ConsumerRequest& row, std::string consumerId) {
+  const auto self = shared_from_this();
+  ScopedSpan span(row.span);
+  Dictionary data{{"consumerId", consumerId}};
+  const Dictionary reply =
+      co_await _context->socketRequestHandler->prepareAndSendRequest(row.event, std::move(data));
+  if (const auto status = isStatusOK(reply); status.ok)
+    span.event(row.done);
+  else
+    span.fail(row.failed + status.failure);
+}
+
+Task<void> ConsumerControls::setQuality(VideoQuality quality, std::string consumerId,
+                                        std::string participantId) {
+  const auto self = shared_from_this();
+  const auto layer = videoLayer("hd", text(quality)).value_or(SpatialTemporalLayer{});
+  ScopedSpan span(
+      [&] {
+        return "Setting WebCam Quality to " +
+               boost::algorithm::to_upper_copy(std::string(text(quality)));
+      },
+      {{"spatialLayers", layer.s}, {"temporalLayers", layer.t}},
+      _context->spans.peer(participantId));
+  Dictionary data{
+      {"consumerId", consumerId}, {"spatialLayer", layer.s}, {"temporalLayer", layer.t}};
+  const Dictionary reply = co_await _context->socketRequestHandler->prepareAndSendRequest(
+      LocalEvent::setConsumerPreferredLayers, std::move(data));
+  if (const auto status = isStatusOK(reply); status.ok)
+    span.event("Webcam quality set successfully");
+  else
+    span.fail("Failed to set spatial and temporal layers for webcam with error: " + status.failure);
+}
+
+// ---- All streams -------------------------------------------------------------------------------
+
+Task<void> ConsumerControls::pauseAllStreams(std::string kind) {
+  static const AllStreamsRequest row{
+      LocalEvent::pauseAllConsumers,       "Pause All ",
+      "Error in pauseAllStreams() -> ",    "Emitting PAUSED_ALL_STREAM Event",
+      " Streams paused successfully.",     KestrovaError::PAUSE_ALL_STREAMS_FAILED,
+      &RoomClientDelegate::pauseAllStreams};
+  return ask(row, std::move(kind));
+}
+
+Task<void> ConsumerControls::resumeAllStreams(std::string kind) {
+  static const AllStreamsRequest row{
+      LocalEvent::resumeAllConsumers,       "Resume All ",
+      "Error in resumeAllStreams() -> ",    "Emitting RESUMED_ALL_STREAM Event",
+      " Streams resumed successfully.",     KestrovaError::RESUME_ALL_STREAMS_FAILED,
+      &RoomClientDelegate::resumeAllStreams};
+  return ask(row, std::move(kind));
+}
+
+Task<void> ConsumerControls::ask(const AllStreamsRequest& row, std::string kind) {
+  const auto self = shared_from_this();
+  const auto name = spoken(kind);
+  ScopedSpan span([&] { return row.verb + name + " Stream Requested."; }, {{"kind", kind}});
+  Dictionary data{{"kind", kind}};
+  Dictionary reply =
+      co_await _context->socketRequestHandler->prepareAndSendRequest(row.event, data);
+  // The service may have missed some consumers the first time; it gets one more chance.
+  if (hasIssues(reply))
+    reply =
+        co_await _context->socketRequestHandler->prepareAndSendRequest(row.event, std::move(data));
+  const auto delegate = _context->delegate();
+  if (const auto status = isStatusOK(reply); !status.ok) {
+    span.fail(row.failed + status.failure);
+    if (delegate) delegate->onError(row.error);
+    co_return;
+  }
+  if (delegate) ((*delegate).*row.apply)(kind);
+  span.event(row.emitting, {{"kind", kind}});
+  span.event([&] { return "All " + name + row.done; });
+}
+
+// ---- Adaptive subscription ---------------------------------------------------------------------
+
+Task<void> ConsumerControls::enableAdaptiveSubscription() {
+  static const AdaptiveRequest row{LocalEvent::enableAdaptiveSubscription,
+                                   "Enable Adaptive Subscription Requested",
+                                   "Adaptive subscription enable request sent successfully.",
+                                   "Error in enableAdaptiveSubscription() -> ",
+                                   "Enable adaptive subscription failed.",
+                                   KestrovaError::ADAPTIVE_SUBSCRIPTION_ENABLE_FAILED};
+  return ask(row);
+}
+
+Task<void> ConsumerControls::disableAdaptiveSubscription() {
+  static const AdaptiveRequest row{LocalEvent::disableAdaptiveSubscription,
+                                   "Disable Adaptive Subscription Requested",
+                                   "Adaptive subscription disable request sent successfully.",
+                                   "Error in disableAdaptiveSubscription() -> ",
+                                   "Disable adaptive subscription failed.",
+                                   KestrovaError::ADAPTIVE_SUBSCRIPTION_DISABLE_FAILED};
+  return ask(row);
+}
+
+Task<void> ConsumerControls::ask(const AdaptiveRequest& row) {
+  const auto self = shared_from_this();
+  ScopedSpan span(row.span);
+  const Dictionary reply =
+      co_await _context->socketRequestHandler->prepareAndSendRequest(row.event);
+  if (const auto status = isStatusOK(reply); !status.ok) {
+    traceError([&] { return row.cause + status.failure + "."; }, {}, span.scope());
+    span.fail(row.failed);
+    if (auto delegate = _context->delegate()) delegate->onError(row.error);
+    co_return;
+  }
+  span.event(row.done);
+}
+
+}  // namespace kestrova

@@ -1,0 +1,160 @@
+#include <kestrova/media/VideoFrameSource.h>
+#include <kestrova/platform/Platform.h>
+#include <kestrova/tracing/Uuid.h>
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+namespace kestrova {
+namespace {
+
+/// About 140 years: a reading beyond it is none, and sums of such readings would overflow.
+constexpr std::int64_t largestTimestampUs = std::int64_t{1} << 52;
+
+bool hasPixels(const I420View& view) {
+  return view.y && view.u && view.v;
+}
+bool hasPixels(const NV12View& view) {
+  return view.y && view.uv;
+}
+bool hasPixels(const BGRAView& view) {
+  return view.pixels;
+}
+
+bool isSide(int side) {
+  return side > 0 && side <= VideoFrameSource::largestSide;
+}
+
+/// Copies rows without what lies between them. \returns the end of the copy
+std::uint8_t* copyRows(const std::uint8_t* from, int stride, int rowBytes, int rows,
+                       std::uint8_t* to) {
+  for (int row = 0; row < rows; ++row, from += stride, to += rowBytes)
+    std::memcpy(to, from, static_cast<std::size_t>(rowBytes));
+  return to;
+}
+
+}  // namespace
+
+std::shared_ptr<VideoFrameSource> VideoFrameSource::make() {
+  const auto platform = Platform::current();
+  return std::shared_ptr<VideoFrameSource>(
+      new VideoFrameSource(platform->peerConnectionFactory(), platform->scheduler));
+}
+
+VideoFrameSource::VideoFrameSource(std::shared_ptr<RTCPeerConnectionFactory> factory,
+                                   std::shared_ptr<Scheduler> scheduler)
+    : _factory(std::move(factory)),
+      _scheduler(std::move(scheduler)),
+      _source(_factory->videoSource()) {}
+
+std::shared_ptr<CustomRTCMediaStream> VideoFrameSource::makeStream(
+    CustomStreamFields settings) const {
+  settings.videoTrack = _factory->videoTrack(_source, Uuid::random().text());
+  settings.audioTrack = nullptr;
+  settings.capture = nullptr;
+  settings.capturer = nullptr;
+  return std::make_shared<CustomRTCMediaStream>(std::move(settings));
+}
+
+PushCounters VideoFrameSource::counters() const {
+  return {_accepted, _refused};
+}
+
+// ---- Pushing -----------------------------------------------------------------------------------
+
+PushResult VideoFrameSource::push(const I420View& picture, const FrameInfo& info,
+                                  ReleaseCallback release) {
+  const bool borrowed = release != nullptr;
+  // From here on the callback is run whatever happens.
+  auto buffer = std::make_shared<const WrappedI420Buffer>(picture, std::move(release));
+  std::int64_t time = 0;
+  const auto result = check(picture, info, time);
+  if (result != PushResult::accepted) return refuse(result);
+  if (borrowed) return feed(std::move(buffer), time, info.rotation);
+  return feed(copy(picture), time, info.rotation);
+}
+
+PushResult VideoFrameSource::push(const NV12View& picture, const FrameInfo& info,
+                                  ReleaseCallback release) {
+  const bool borrowed = release != nullptr;
+  auto buffer = std::make_shared<const WrappedNV12Buffer>(picture, std::move(release));
+  std::int64_t time = 0;
+  const auto result = check(picture, info, time);
+  if (result != PushResult::accepted) return refuse(result);
+  if (borrowed) return feed(std::move(buffer), time, info.rotation);
+  return feed(copy(picture), time, info.rotation);
+}
+
+PushResult VideoFrameSource::push(const BGRAView& picture, const FrameInfo& info) {
+  std::int64_t time = 0;
+  const auto result = check(picture, info, time);
+  if (result != PushResult::accepted) return refuse(result);
+  return feed(std::make_shared<const WrappedBGRABuffer>(picture), time, info.rotation);
+}
+
+template <class View>
+PushResult VideoFrameSource::check(const View& picture, const FrameInfo& info,
+                                   std::int64_t& timestampUs) {
+  if (!hasPixels(picture)) return PushResult::noData;
+  if (!isSide(picture.width) || !isSide(picture.height)) return PushResult::badSize;
+  if (!isComplete(picture)) return PushResult::badStride;
+  if (info.rotation % 90 != 0 || info.rotation < 0 || info.rotation > 270)
+    return PushResult::badRotation;
+
+  timestampUs = info.timestampUs ? *info.timestampUs : present();
+  if (timestampUs < 0 || timestampUs > largestTimestampUs) return PushResult::badTime;
+  if (_lastTimestampUs && timestampUs <= *_lastTimestampUs) return PushResult::timeWentBack;
+  return PushResult::accepted;
+}
+
+/// Now, but later than the last picture however quickly this one follows.
+std::int64_t VideoFrameSource::present() const {
+  const auto now =
+      std::chrono::duration_cast<std::chrono::microseconds>(_scheduler->now().time_since_epoch());
+  return std::max<std::int64_t>(now.count(), _lastTimestampUs ? *_lastTimestampUs + 1 : 0);
+}
+
+PushResult VideoFrameSource::refuse(PushResult why) {
+  ++_refused;
+  return why;
+}
+
+PushResult VideoFrameSource::feed(std::shared_ptr<const VideoFrameBuffer> buffer,
+                                  std::int64_t timestampUs, int rotation) {
+  _lastTimestampUs = timestampUs;
+  ++_accepted;
+  _source->onFrame({.buffer = std::move(buffer), .timestampUs = timestampUs, .rotation = rotation});
+  return PushResult::accepted;
+}
+
+std::shared_ptr<const VideoFrameBuffer> VideoFrameSource::copy(const I420View& picture) {
+  const int columns = (picture.width + 1) / 2;
+  const int rows = (picture.height + 1) / 2;
+  const auto luma =
+      static_cast<std::size_t>(picture.width) * static_cast<std::size_t>(picture.height);
+  const auto chroma = static_cast<std::size_t>(columns) * static_cast<std::size_t>(rows);
+  auto memory = _memory.take(luma + 2 * chroma);
+  auto* y = memory.get();
+  auto* u = copyRows(picture.y, picture.strideY, picture.width, picture.height, y);
+  auto* v = copyRows(picture.u, picture.strideU, columns, rows, u);
+  copyRows(picture.v, picture.strideV, columns, rows, v);
+  const I420View view{y, u, v, picture.width, columns, columns, picture.width, picture.height};
+  return std::make_shared<const WrappedI420Buffer>(view, [memory] {});
+}
+
+std::shared_ptr<const VideoFrameBuffer> VideoFrameSource::copy(const NV12View& picture) {
+  const int rowBytes = 2 * ((picture.width + 1) / 2);
+  const int rows = (picture.height + 1) / 2;
+  const auto luma =
+      static_cast<std::size_t>(picture.width) * static_cast<std::size_t>(picture.height);
+  auto memory =
+      _memory.take(luma + static_cast<std::size_t>(rowBytes) * static_cast<std::size_t>(rows));
+  auto* y = memory.get();
+  auto* uv = copyRows(picture.y, picture.strideY, picture.width, picture.height, y);
+  copyRows(picture.uv, picture.strideUV, rowBytes, rows, uv);
+  const NV12View view{y, uv, picture.width, rowBytes, picture.width, picture.height};
+  return std::make_shared<const WrappedNV12Buffer>(view, [memory] {});
+}
+
+}  // namespace kestrova

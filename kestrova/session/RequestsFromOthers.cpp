@@ -1,0 +1,55 @@
+#include <kestrova/session/RequestsFromOthers.h>
+
+#include <utility>
+
+namespace kestrova {
+
+bool RequestsFromOthers::allows(const char* methodName) {
+  const auto validator = _validator.lock();
+  return validator && validator->allows(methodName);
+}
+
+void RequestsFromOthers::enableMicRequested(const std::optional<std::string>& participantId) {
+  auto accept = [weak = weak_from_this()] {
+    const auto self = weak.lock();
+    if (self && self->allows("unmuteMic")) self->_media->microphone->unmuteMic(nullptr);
+  };
+  _context->emit([participantId, accept](auto& listener) {
+    listener.onMicRequested(participantId, accept, [] {});
+  });
+}
+
+void RequestsFromOthers::enableWebcamRequested(const std::optional<std::string>& participantId,
+                                               std::optional<CameraPosition> cameraPosition) {
+  auto accept = [weak = weak_from_this(), cameraPosition] {
+    const auto self = weak.lock();
+    if (!self || !self->allows("enableWebcam")) return;
+    if (cameraPosition) self->_media->camera->selectPosition(*cameraPosition);
+    self->_media->camera->enableWebcam(nullptr);
+  };
+  _context->emit([participantId, accept](auto& listener) {
+    listener.onWebcamRequested(participantId, accept, [] {});
+  });
+}
+
+void RequestsFromOthers::entryRequested(const Dictionary& data) {
+  const auto id = text(data, "id");
+  if (!id) return;
+  const auto respond = [weak = weak_from_this(), id = *id](const char* decision) {
+    return [weak, id, decision] {
+      if (const auto self = weak.lock()) self->respondEntry(id, decision);
+    };
+  };
+  _context->emit([id = *id, name = text(data, "name", ""), allow = respond("allowed"),
+                  deny = respond("denied")](auto& listener) {
+    listener.onEntryRequested(id, name, allow, deny);
+  });
+}
+
+void RequestsFromOthers::respondEntry(const std::string& peerId, const std::string& decision) {
+  if (!allows("respondEntry")) return;
+  const auto client = _context->roomClient();
+  spawn(client, client->respondEntry(peerId, decision));
+}
+
+}  // namespace kestrova

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <kestrova/session/MediaControls.h>
+#include <kestrova/session/MeetingAction.h>
+#include <kestrova/session/MeetingContext.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace kestrova {
+
+/// What others ask of the local participant: microphone, camera, entry. What needs consent goes to
+/// the listeners with the actions that answer it; the actions may be called at any time, from any
+/// thread, and do nothing once the meeting is gone.
+class RequestsFromOthers : public std::enable_shared_from_this<RequestsFromOthers> {
+public:
+  RequestsFromOthers(std::shared_ptr<MeetingContext> context, std::shared_ptr<MediaControls> media)
+      : _context(std::move(context)), _media(std::move(media)) {}
+
+  void setMeetingActionValidator(std::weak_ptr<MeetingActionValidating> validator) {
+    _validator = std::move(validator);
+  }
+
+  void enableMicRequested(const std::optional<std::string>& participantId);
+  void enableWebcamRequested(const std::optional<std::string>& participantId,
+                             std::optional<CameraPosition> cameraPosition);
+  /// Needs no consent.
+  void disableMicRequested() { _media->microphone->muteMic(); }
+  void disableWebcamRequested() { _media->camera->disableWebcam(); }
+  void entryRequested(const Dictionary& data);
+
+private:
+  bool allows(const char* methodName);
+  void respondEntry(const std::string& peerId, const std::string& decision);
+
+  const std::shared_ptr<MeetingContext> _context;
+  const std::shared_ptr<MediaControls> _media;
+  std::weak_ptr<MeetingActionValidating> _validator;  // set once, before the meeting is used
+};
+
+}  // namespace kestrova

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <kestrova/media/EncodingTypes.h>
+#include <kestrova/signalling/Events.h>
+#include <kestrova/signalling/Peer.h>
+
+#include <string>
+
+namespace kestrova {
+
+/// Carries out what the application asks of a participant, once the guard has let it through. Each
+/// returns at once; failures reach the application through `onError`. Any thread.
+class ParticipantDelegate {
+public:
+  virtual ~ParticipantDelegate() = default;
+  /// \param request one of enablePeerMic, disablePeerMic, enablePeerWebcam, disablePeerWebcam and
+  ///   removePeer
+  virtual void askOfPeer(LocalEvent request, const std::string& participantId) = 0;
+  virtual void participantPinStateChanged(const std::string& participantId,
+                                          ParticipantPinState pinState, bool pinning) = 0;
+  virtual void setQuality(VideoQuality quality, const std::string& consumerId,
+                          const std::string& participantId) = 0;
+};
+
+/// The same for one stream.
+class MediaStreamDelegate {
+public:
+  virtual ~MediaStreamDelegate() = default;
+  virtual void pauseConsumer(const std::string& consumerId) = 0;
+  virtual void resumeConsumer(const std::string& consumerId) = 0;
+};
+
+}  // namespace kestrova

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <kestrova/media/Consuming.h>
+#include <kestrova/signalling/JoinSequence.h>
+#include <kestrova/signalling/RoomContext.h>
+#include <kestrova/signalling/Teardown.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace kestrova {
+
+/// Moves a joined participant to another meeting over the same connection: the service is asked,
+/// says in an entry response when the move is on, and is then told of the new join.
+class RoomSwitch : public std::enable_shared_from_this<RoomSwitch> {
+public:
+  RoomSwitch(std::shared_ptr<RoomContext> context, std::shared_ptr<Consuming> consuming,
+             std::shared_ptr<JoinSequence> joinSequence, std::shared_ptr<Teardown> teardown)
+      : _context(std::move(context)),
+        _consuming(std::move(consuming)),
+        _joinSequence(std::move(joinSequence)),
+        _teardown(std::move(teardown)) {}
+
+  /// Asks the service for the move.
+  Task<void> switchTo(std::optional<std::string> token, std::string meetingId, Mode mode);
+  /// Ends what came from the people of the old meeting. The connection, the transports and the
+  /// local streams stay.
+  void softClose();
+  /// The service has moved this participant; a failed join ends the meeting.
+  Task<void> switchingRoom(std::string meetingId, Mode mode, bool isBatchingEnabled);
+
+private:
+  const std::shared_ptr<RoomContext> _context;
+  const std::shared_ptr<Consuming> _consuming;
+  const std::shared_ptr<JoinSequence> _joinSequence;
+  const std::shared_ptr<Teardown> _teardown;
+};
+
+}  // namespace kestrova

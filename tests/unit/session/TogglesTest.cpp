@@ -1,0 +1,189 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <tests/support/TestMeeting.h>
+
+namespace kestrova::test {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class TogglesTest : public testing::Test {
+protected:
+  ScriptedService& service() { return *platform.service; }
+  std::shared_ptr<Participant> me() { return test->meeting->localParticipant(); }
+  void join(InitMeetingOptions options = {}) {
+    test.emplace(TestMeeting::joined(platform, std::move(options)));
+    test->listener->take();
+    test->localListener->take();
+    service().forgetRequests();
+  }
+  TestPlatform platform;
+  std::optional<TestMeeting> test;
+};
+
+TEST_F(TogglesTest, microphoneAndCameraGoOnAndOff) {
+  join();
+  test->meeting->unmuteMic();
+  test->meeting->enableWebcam();
+  platform.pump();
+  EXPECT_EQ(me()->streams().size(), 2u);
+  EXPECT_TRUE(platform.capture->microphoneRunning);
+  test->meeting->muteMic();
+  test->meeting->disableWebcam();
+  platform.pump();
+  EXPECT_THAT(me()->streams(), IsEmpty());
+  EXPECT_FALSE(platform.capture->microphoneRunning);
+  EXPECT_EQ(service().count("closeProducer"), 2);
+  EXPECT_EQ(platform.journal.count("camera.stop"), 1);
+  EXPECT_FALSE(test->listener->has("onError"));
+}
+
+TEST_F(TogglesTest, aSecondToggleIsRefusedByTheStateFirstAndThenByTheOneUnderWay) {
+  join();
+  service().withhold("produce");
+  test->meeting->enableWebcam();
+  test->meeting->enableWebcam();
+  test->meeting->unmuteMic();
+  test->meeting->unmuteMic();
+  test->meeting->disableWebcam();
+  test->meeting->muteMic();
+  platform.pump();
+  for (const char* line : {"Error in enableWebcam() -> Webcam enabling is in progress.",
+                           "Error in unmuteMic() -> Microphone enabling is in progress.",
+                           "Error in disableWebcam() -> Webcam is already disabled.",
+                           "Error in muteMic() -> Microphone is already disabled."})
+    EXPECT_EQ(platform.traces.count(line), 1) << line;
+  while (service().answerLate("produce", ScriptedService::ok({{"id", "p"}}))) platform.pump();
+  test->meeting->enableWebcam();
+  EXPECT_EQ(platform.traces.count("Error in enableWebcam() -> Webcam is already enabled."), 1);
+  test->meeting->disableWebcam();
+  test->meeting->disableWebcam();
+  EXPECT_EQ(platform.traces.count("Error in disableWebcam() -> Webcam disabling in progress."), 1);
+  EXPECT_FALSE(test->listener->has("onError"));
+}
+
+TEST_F(TogglesTest, aToggleThatFailsCanBeTriedAgain) {
+  join();
+  platform.capture->cameraStart = ScriptedCapture::Behaviour::fails;
+  platform.capture->hasMicrophone = false;
+  test->meeting->enableWebcam();
+  test->meeting->unmuteMic();
+  platform.pump();
+  EXPECT_TRUE(test->listener->has("onError 3053 ERROR_VIDEO_TRACK_CREATION_FAILED"));
+  EXPECT_TRUE(test->listener->has("onError 3034 ERROR_MICROPHONE_ACCESS_UNAVAILABLE"));
+  platform.capture->cameraStart = ScriptedCapture::Behaviour::works;
+  platform.capture->hasMicrophone = true;
+  test->meeting->enableWebcam();
+  test->meeting->unmuteMic();
+  platform.pump();
+  EXPECT_EQ(me()->streams().size(), 2u);
+}
+
+TEST_F(TogglesTest, aCameraThatFailsAtTheJoinCanBeEnabledLater) {
+  platform.capture->cameraStart = ScriptedCapture::Behaviour::hangs;
+  join({.webcamEnabled = true});
+  platform.advance(3s);
+  EXPECT_TRUE(platform.traces.has("Camera start timed out during video-track creation."));
+  platform.capture->cameraStart = ScriptedCapture::Behaviour::works;
+  test->meeting->enableWebcam();
+  platform.pump();
+  EXPECT_EQ(me()->streams().size(), 1u);
+}
+
+TEST_F(TogglesTest, theGuardComesFirst) {
+  TestMeeting early(platform);
+  early.meeting->muteMic();
+  early.meeting->changeMode(Mode::VIEWER);
+  early.meeting->pauseAllStreams();
+  early.meeting->switchTo("elsewhere");
+  platform.pump();
+  EXPECT_EQ(early.listener->count("onError 3035"), 4);
+  EXPECT_EQ(early.listener->errors.front().message(),
+            "You must join the meeting before calling the muteMic() method.");
+  join();
+  test->socket().drop();
+  platform.pump();
+  test->meeting->enableWebcam();
+  platform.pump();
+  EXPECT_TRUE(test->listener->has("onError 3065 ERROR_MEETING_RECONNECTING"));
+}
+
+TEST_F(TogglesTest, theOtherCameraIsTakenOnlyWhileItIsOn) {
+  join();
+  test->meeting->switchWebcam();
+  platform.pump();
+  EXPECT_EQ(platform.journal.count("camera.start"), 0);
+  test->meeting->enableWebcam();
+  platform.pump();
+  test->meeting->switchWebcam();
+  platform.pump();
+  EXPECT_EQ(platform.journal.count("camera.start cam-back"), 1);
+  EXPECT_TRUE(platform.traces.has("Camera Switched to: Back Camera"));
+  test->meeting->disableWebcam();
+  platform.pump();
+  test->meeting->enableWebcam();
+  platform.pump();
+  EXPECT_EQ(platform.journal.count("camera.start cam-back"), 2) << "the choice stays";
+}
+
+TEST_F(TogglesTest, othersMayAskAndMaySwitchOff) {
+  join();
+  test->notify("enableMic", {{"peerId", "me"}, {"byPeerId", "bob"}});
+  test->notify("enableWebcam", {{"peerId", "me"}});
+  EXPECT_THAT(test->listener->take(),
+              ElementsAre("onMicRequested bob", "onWebcamRequested nobody"));
+  EXPECT_THAT(me()->streams(), IsEmpty());
+  for (const auto& accept : test->listener->accept) accept();
+  platform.pump();
+  EXPECT_EQ(me()->streams().size(), 2u);
+  test->notify("disableMic", {{"peerId", "me"}});
+  test->notify("disableWebcam", {{"peerId", "me"}});
+  EXPECT_THAT(me()->streams(), IsEmpty());
+  const auto accept = test->listener->accept.front();
+  test->meeting.reset();
+  accept();
+  platform.pump();
+}
+
+TEST_F(TogglesTest, muteDuringTheStartOfTheJoinIsNotLost) {
+  service().withhold("produce");
+  join({.micEnabled = true});
+  test->meeting->muteMic();
+  platform.pump();
+  EXPECT_EQ(platform.traces.count("Error in muteMic() -> Microphone disabling is in progress."), 1);
+  service().answerLate("produce", ScriptedService::ok({{"id", "p"}}));
+  platform.pump();
+  test->meeting->muteMic();
+  platform.pump();
+  EXPECT_FALSE(platform.capture->microphoneRunning);
+  EXPECT_THAT(me()->streams(), IsEmpty());
+}
+
+TEST_F(TogglesTest, leavingInTheMiddleOfAToggleLeavesNothingRunning) {
+  for (const char* held : {"produce", "camera"}) {
+    SCOPED_TRACE(held);
+    TestPlatform fresh;
+    auto meeting = TestMeeting::joined(fresh);
+    if (std::string(held) == "produce")
+      fresh.service->withhold("produce");
+    else
+      fresh.capture->cameraStart = ScriptedCapture::Behaviour::hangs;
+    meeting.meeting->enableWebcam();
+    meeting.meeting->unmuteMic();
+    fresh.pump();
+    meeting.meeting->leave();
+    fresh.pump();
+    fresh.capture->finishHanging();
+    while (fresh.service->answerLate("produce", ScriptedService::ok({{"id", "p"}}))) fresh.pump();
+    fresh.advance(30s);
+    EXPECT_FALSE(fresh.capture->microphoneRunning);
+    EXPECT_EQ(fresh.journal.count("camera.start"), 1);
+    EXPECT_GE(fresh.journal.count("camera.stop"), 1);
+    EXPECT_EQ(meeting.listener->count("onMeetingLeft manualLeaveCalled"), 1);
+  }
+}
+
+}  // namespace
+}  // namespace kestrova::test

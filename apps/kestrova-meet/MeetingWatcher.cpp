@@ -25,7 +25,28 @@ std::shared_ptr<Person> MeetingWatcher::makePerson(
                                                     std::string line) {
     if (const auto self = weak.lock()) self->tell(event, std::move(details), line);
   };
-  return Person::make(participant, std::move(teller));
+  auto recorded = participant->isLocal() ? nullptr : makeRecording(participant->displayName());
+  return Person::make(participant, std::move(teller), std::move(recorded));
+}
+
+std::shared_ptr<recording::Recording> MeetingWatcher::makeRecording(const std::string& name) {
+  if (!_recordings) return nullptr;
+  auto file = recording::fileNameOf(name);
+  if (const int copies = _recordedNames[file]++) file += "-" + std::to_string(copies + 1);
+  return std::make_shared<recording::Recording>(*_recordings, file);
+}
+
+std::string MeetingWatcher::finishRecordings() {
+  std::string problem;
+  for (const auto& person : _remotes)
+    if (auto found = person->finishRecording(); problem.empty()) problem = std::move(found);
+  return problem;
+}
+
+std::shared_ptr<Participant> MeetingWatcher::newest() const {
+  for (auto person = _remotes.rbegin(); person != _remotes.rend(); ++person)
+    if (auto participant = (*person)->participant()) return participant;
+  return nullptr;
 }
 
 void MeetingWatcher::measure() {

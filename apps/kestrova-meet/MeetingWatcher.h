@@ -3,6 +3,7 @@
 #include <kestrova/session/Meeting.h>
 
 #include "Person.h"
+#include <filesystem>
 #include <map>
 #include <memory>
 #include <vector>
@@ -28,7 +29,10 @@ public:
   using Clock = std::chrono::steady_clock;
 
   /// \param report \param course must outlive the watcher
-  MeetingWatcher(Report& report, MeetingCourse& course) : _report(report), _course(course) {}
+  /// \param recordings where each remote participant is recorded, if anywhere
+  MeetingWatcher(Report& report, MeetingCourse& course,
+                 std::optional<std::filesystem::path> recordings)
+      : _report(report), _course(course), _recordings(std::move(recordings)) {}
   /// Right before the join.
   void start(const Meeting& meeting);
 
@@ -37,6 +41,12 @@ public:
   std::optional<std::chrono::milliseconds> joinedAfter() const { return _joinedAfter; }
   Clock::time_point started() const { return _started; }
   const std::vector<std::shared_ptr<Person>>& remotes() const { return _remotes; }
+  /// The remote participant that came last and is still there.
+  std::shared_ptr<Participant> newest() const;
+  /// Tells the user something that isn't of the meeting.
+  void note(std::string_view event, const std::string& line) { tell(event, {}, line); }
+  /// Completes the files. \returns what went wrong with one of them, or nothing
+  std::string finishRecordings();
 
   void onMeetingJoined(const std::optional<std::string>& switchMeetingId) override;
   void onMeetingLeft(LeaveReason reason) override;
@@ -56,9 +66,12 @@ private:
   std::chrono::milliseconds elapsed() const;
   void tell(std::string_view event, Dictionary details, const std::string& line);
   std::shared_ptr<Person> makePerson(const std::shared_ptr<Participant>& participant);
+  std::shared_ptr<recording::Recording> makeRecording(const std::string& name);
 
   Report& _report;
   MeetingCourse& _course;
+  const std::optional<std::filesystem::path> _recordings;
+  std::map<std::string, int> _recordedNames;
   Clock::time_point _started = Clock::now();
   std::optional<std::chrono::milliseconds> _joinedAfter;
   std::string _state = "NEW";

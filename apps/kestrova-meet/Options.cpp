@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <filesystem>
 #include <fstream>
 #include <string_view>
 
@@ -43,12 +44,17 @@ std::chrono::milliseconds duration(std::string_view text) {
                    "\"");
 }
 
-std::string oneOf(std::string_view flag, const std::string& value,
-                  std::initializer_list<std::string_view> allowed) {
-  if (std::find(allowed.begin(), allowed.end(), value) != allowed.end()) return value;
+/// One of the words, or a file, or a device in its place, which must be there.
+std::string device(std::string_view flag, const std::string& value,
+                   std::initializer_list<std::string_view> words) {
+  if (std::find(words.begin(), words.end(), value) != words.end()) return value;
+  std::error_code ignored;
+  if (std::filesystem::exists(value, ignored) && !std::filesystem::is_directory(value, ignored))
+    return value;
   std::string list;
-  for (const auto choice : allowed) list += (list.empty() ? "" : ", ") + std::string(choice);
-  throw UsageError(std::string(flag) + " is one of " + list + ", not \"" + value + "\"");
+  for (const auto word : words) list += std::string(word) + ", ";
+  throw UsageError(std::string(flag) + " takes " + list + "or a file; there is no \"" + value +
+                   "\"");
 }
 
 double tone(const std::string& value) {
@@ -97,20 +103,24 @@ constexpr Row rows[] = {
      [](Options& o, const std::string& v) { o.tokenFile = v; }},
     {"--mode", "MODE", "SEND_AND_RECV, RECV_ONLY or SIGNALLING_ONLY (SEND_AND_RECV)",
      [](Options& o, const std::string& v) { o.mode = mode(v); }},
-    {"--camera", "KIND", "pattern, none or default (pattern)",
+    {"--camera", "KIND", "pattern, none, default, /dev/videoN, or a .y4m or .mjpeg file (pattern)",
      [](Options& o, const std::string& v) {
-       o.capture.camera = oneOf("--camera", v, {"pattern", "none", "default"});
+       o.capture.camera = device("--camera", v, {"pattern", "none", "default"});
      }},
-    {"--mic", "KIND", "tone, none or default (tone)",
+    {"--mic", "KIND", "tone, none, default or a .wav file (tone)",
      [](Options& o, const std::string& v) {
-       o.capture.microphone = oneOf("--mic", v, {"tone", "none", "default"});
+       o.capture.microphone = device("--mic", v, {"tone", "none", "default"});
      }},
+    {"--speaker", "NAME", "none, default or a sink of the sound server (none)",
+     [](Options& o, const std::string& v) { o.capture.speaker = v; }},
     {"--tone-hz", "HZ", "pitch of the tone (440)",
      [](Options& o, const std::string& v) { o.capture.toneHz = tone(v); }},
     {"--duration", "TIME", "leave this long after the join: 10s, 500ms, 2m",
      [](Options& o, const std::string& v) { o.duration = duration(v); }},
     {"--snapshot", "DIR", "write the last picture of each remote participant there, as PNG",
      [](Options& o, const std::string& v) { o.snapshot = v; }},
+    {"--record", "DIR", "write each remote participant there, as NAME.y4m and NAME.wav",
+     [](Options& o, const std::string& v) { o.record = v; }},
     {"--expect", "N", "fail unless picture and sound of N participants came",
      [](Options& o, const std::string& v) { o.expect = expectation(v); }},
     {"--json", "", "events and a closing summary on standard output, a JSON object a line",
@@ -143,6 +153,11 @@ void require(const Options& options) {
       {"--name", &options.name}};
   for (const auto& [flag, text] : texts)
     if (!isUtf8(*text)) throw UsageError(std::string(flag) + " is not UTF-8");
+  if (!options.record) return;
+  std::error_code error;
+  std::filesystem::create_directories(*options.record, error);
+  if (error || !std::filesystem::is_directory(*options.record, error))
+    throw UsageError("--record can't use " + options.record->string());
 }
 
 }  // namespace
@@ -186,6 +201,9 @@ std::string usageText() {
     text += left + std::string(row.help) + "\n";
   }
   text +=
+      "\nOn a terminal, without --json: m microphone, v webcam, q quality and p pin of who came "
+      "last,\n"
+      "l leave, ? help.\n"
       "\nExit status: 0 good, 1 too little picture or sound, 2 bad arguments, 3 not joined,\n"
       "4 token refused, 5 ended by others, 130 Ctrl-C, 143 SIGTERM.\n"
       "SSL_CERT_FILE names the authority of a service with a private certificate.\n";

@@ -20,10 +20,11 @@ struct Options {
   std::string participant;
   std::string token;
   std::string tokenFile;
-  CaptureConfig capture{.camera = "pattern", .microphone = "tone"};
+  CaptureConfig capture{.camera = "pattern", .microphone = "tone", .speaker = "none"};
   Mode mode = Mode::SEND_AND_RECV;
   std::optional<std::chrono::milliseconds> duration;  ///< from the join; for ever without it
   std::optional<std::filesystem::path> snapshot;
+  std::optional<std::filesystem::path> record;
   int expect = 0;
   bool json = false;
   bool verbose = false;

@@ -9,9 +9,11 @@ namespace kestrova::meet {
 Person::Person(std::string id, std::string name, bool local, Teller tell)
     : _id(std::move(id)), _name(std::move(name)), _local(local), _tell(std::move(tell)) {}
 
-std::shared_ptr<Person> Person::make(const std::shared_ptr<Participant>& participant, Teller tell) {
+std::shared_ptr<Person> Person::make(const std::shared_ptr<Participant>& participant, Teller tell,
+                                     std::shared_ptr<recording::Recording> recorded) {
   std::shared_ptr<Person> self(new Person(participant->id(), participant->displayName(),
                                           participant->isLocal(), std::move(tell)));
+  self->_recording = std::move(recorded);
   self->prepare();
   self->came(participant);
   return self;
@@ -73,6 +75,15 @@ void Person::watch(const std::shared_ptr<MediaStream>& stream) {
   if (const auto video = stream->videoTrack())
     video->addSink(stream->kind() == MediaType::share ? _share : _camera);
   if (const auto audio = stream->audioTrack()) audio->addSink(_sound);
+  if (!_recording || stream->kind() == MediaType::share) return;
+  stream->addSink(_recording->pictures());  // each takes its own medium only
+  stream->addSink(_recording->sound());
+}
+
+std::string Person::finishRecording() {
+  if (!_recording) return {};
+  _recording->finish();
+  return _recording->problem();
 }
 
 Task<void> Person::takeStats(std::weak_ptr<Person> weak, std::shared_ptr<MediaStream> stream) {

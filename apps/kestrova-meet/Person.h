@@ -7,6 +7,7 @@
 #include "Report.h"
 #include "SoundWatch.h"
 #include "StreamRates.h"
+#include "support/Recording.h"
 #include <functional>
 #include <map>
 #include <memory>
@@ -22,11 +23,17 @@ public:
   /// Event name, details for JSON, and a line for people.
   using Teller = std::function<void(std::string_view, Dictionary, std::string)>;
 
-  static std::shared_ptr<Person> make(const std::shared_ptr<Participant>& participant, Teller tell);
+  /// \param recorded gets the camera and the microphone; may be null
+  static std::shared_ptr<Person> make(const std::shared_ptr<Participant>& participant, Teller tell,
+                                      std::shared_ptr<recording::Recording> recorded);
 
   /// A participant may come again, as another object of the same id.
   void came(const std::shared_ptr<Participant>& participant);
   void left();
+  /// Nothing once they have left.
+  std::shared_ptr<Participant> participant() const { return _participant.lock(); }
+  /// \returns what went wrong with it, or nothing
+  std::string finishRecording();
 
   /// Once a second: frame rate, and new statistics of every stream.
   void measure(Clock::time_point now);
@@ -62,6 +69,7 @@ private:
   std::shared_ptr<PictureWatch> _camera;
   std::shared_ptr<PictureWatch> _share;
   std::shared_ptr<SoundWatch> _sound;
+  std::shared_ptr<recording::Recording> _recording;
 };
 
 }  // namespace kestrova::meet

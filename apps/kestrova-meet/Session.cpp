@@ -37,7 +37,7 @@ Session::Session(boost::asio::io_context& loop, const Options& options, Report& 
       _signals(loop, SIGINT, SIGTERM),
       _ticker(loop),
       _deadline(loop),
-      _watcher(std::make_shared<MeetingWatcher>(report, *this)) {}
+      _watcher(std::make_shared<MeetingWatcher>(report, *this, options.record)) {}
 
 Session::~Session() = default;
 
@@ -60,8 +60,10 @@ Summary Session::run() {
     if (!error) end(exitNotJoined, _options.service + " doesn't answer");
   });
   _meeting->join();
+  takeKeys();
   tick();
   _loop.run();
+  _keyboard.reset();
 
   auto summary = summarise();
   _meeting->removeAllEventListeners();
@@ -73,11 +75,19 @@ void Session::awaitSignal() {
   _signals.async_wait([this](const boost::system::error_code& error, int signal) {
     if (error) return;
     _signals.clear();  // the next one ends the process
+    Keyboard::guard({SIGINT, SIGTERM});
     if (signal == SIGTERM)
       end(exitTerminated, "terminated");
     else
       end(exitInterrupted, "interrupted");
   });
+}
+
+void Session::takeKeys() {
+  if (_options.json) return;
+  _controls = std::make_unique<Controls>(*_meeting, *_watcher, [this] { end(exitGood, {}); });
+  _keyboard = Keyboard::open(_loop, [this](char key) { _controls->press(key); });
+  if (_keyboard) _watcher->note("key", Controls::help());
 }
 
 void Session::tick() {
@@ -184,6 +194,11 @@ Summary Session::summarise() {
   for (const auto& person : _watcher->remotes())
     summary.remotes.push_back(person->summary(_watcher->started()));
   if (_options.snapshot) writeSnapshots(summary);
+  const auto unwritten = _watcher->finishRecordings();
+  if (!unwritten.empty() && summary.exitCode == exitGood) {
+    summary.exitCode = exitNoMedia;
+    summary.problem = unwritten;
+  }
 
   const auto expected = static_cast<std::size_t>(_options.expect);
   if (summary.exitCode == exitGood && summary.flowing() < expected) {
@@ -202,7 +217,8 @@ void Session::writeSnapshots(Summary& summary) {
       auto& remote = summary.remotes[i];
       const auto frame = _watcher->remotes()[i]->lastPicture();
       if (!frame.buffer) continue;
-      const auto base = fileNameOf(_options.name) + "-sees-" + fileNameOf(remote.name);
+      const auto base =
+          recording::fileNameOf(_options.name) + "-sees-" + recording::fileNameOf(remote.name);
       auto name = base;
       for (int copy = 2; !taken.insert(name).second; ++copy)
         name = base + "-" + std::to_string(copy);

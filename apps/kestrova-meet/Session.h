@@ -6,7 +6,9 @@
 #include <boost/asio/signal_set.hpp>
 #include <boost/asio/steady_timer.hpp>
 
+#include "Controls.h"
 #include "ExitCode.h"
+#include "Keyboard.h"
 #include "MeetingWatcher.h"
 #include "Options.h"
 #include <memory>
@@ -34,6 +36,7 @@ public:
 
 private:
   void awaitSignal();
+  void takeKeys();
   void tick();
   /// The first reason counts. Leaves first where there is something to leave.
   void end(ExitCode code, std::string problem);
@@ -49,6 +52,8 @@ private:
   boost::asio::steady_timer _deadline;  // of the join, the stay or the leaving, in this order
   std::shared_ptr<MeetingWatcher> _watcher;
   std::shared_ptr<Meeting> _meeting;
+  std::unique_ptr<Controls> _controls;
+  std::unique_ptr<Keyboard> _keyboard;
   int _ticks = 0;
   bool _joined = false;
   bool _over = false;

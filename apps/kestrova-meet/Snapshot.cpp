@@ -10,8 +10,6 @@
 namespace kestrova::meet {
 namespace {
 
-constexpr std::size_t longestFileName = 64;
-
 /// The picture as rows of R, G and B, turned by its rotation.
 std::vector<std::uint8_t> toRgb(const VideoFrame& frame, int& width, int& height) {
   const auto view = frame.buffer->i420();
@@ -31,20 +29,6 @@ std::vector<std::uint8_t> toRgb(const VideoFrame& frame, int& width, int& height
 }
 
 }  // namespace
-
-std::string fileNameOf(std::string_view name) {
-  std::string out;
-  for (const char c : name) {
-    const bool fit = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-                     c == '-' || c == '_';
-    if (fit)
-      out += c;
-    else if (!out.empty() && out.back() != '_')
-      out += '_';
-    if (out.size() == longestFileName) break;
-  }
-  return out.empty() ? "unnamed" : out;
-}
 
 void writePng(const VideoFrame& frame, const std::filesystem::path& path) {
   int width = 0, height = 0;

@@ -39,6 +39,8 @@ test('bad arguments end with 2 and one line that says what is wrong', async () =
     [[...whole, '--expect', '-1'], /--expect/],
     [[...whole, '--tone-hz', 'inf'], /--tone-hz/],
     [[...whole, '--camera', 'x'], /--camera/],
+    [[...whole, '--mic', '/nowhere.wav'], /--mic .*nowhere/],
+    [[...whole, '--record', '/dev/null/x'], /--record/],
     [[...whole, '--mode', 'LOUD'], /--mode/],
     [[...whole, '--token', 'two words'], /token/],
   ];

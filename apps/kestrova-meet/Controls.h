@@ -1,0 +1,35 @@
+#pragma once
+
+#include <kestrova/session/Meeting.h>
+
+#include "MeetingWatcher.h"
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace kestrova::meet {
+
+/// What the keys do. Main queue only.
+class Controls {
+public:
+  /// \param meeting \param watcher must outlive the controls
+  Controls(Meeting& meeting, MeetingWatcher& watcher, std::function<void()> leave)
+      : _meeting(meeting), _watcher(watcher), _leave(std::move(leave)) {}
+  void press(char key);
+  /// One line.
+  static std::string help();
+
+private:
+  void toggleMicrophone();
+  void toggleWebcam();
+  void changeQuality();
+  void togglePin();
+  void tell(const std::string& line);
+  bool sends(MediaType kind) const;
+
+  Meeting& _meeting;
+  MeetingWatcher& _watcher;
+  const std::function<void()> _leave;
+};
+
+}  // namespace kestrova::meet

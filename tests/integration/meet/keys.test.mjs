@@ -1,0 +1,143 @@
+import * as assert from 'node:assert/strict';
+import { spawn } from 'node:child_process';
+import { once } from 'node:events';
+import * as fs from 'node:fs';
+import * as path from 'node:path';
+import { after, before, test } from 'node:test';
+import { openService, Run, temporaryFolder } from './support.mjs';
+
+let service;
+let folder;
+before(async () => {
+  service = await openService();
+  folder = temporaryFolder();
+});
+after(async () => {
+  await service.close();
+  fs.rmSync(folder, { recursive: true });
+});
+
+const environment = () => ({ SSL_CERT_FILE: service.ca, KESTROVA_TOKEN: service.token() });
+const quoted = (words) => words.map((word) => `'${word}'`).join(' ');
+
+/** kestrova-meet on a terminal of its own, whose mode is printed once the program has ended. */
+class TerminalRun {
+  output = '';
+
+  constructor(meeting, name, ...more) {
+    this.pidFile = path.join(folder, `${name}.pid`);
+    const where = ['--service', service.address, '--meeting', meeting, '--name', name];
+    const program = quoted([process.env.KESTROVA_MEET, ...where, ...more]);
+    const line = `sh -c 'echo $$ > "$PID_FILE"; exec "$@"' sh ${program}; echo "ended $?"; stty -a`;
+    this.child = spawn('script', ['-qefc', line, '/dev/null'], {
+      env: { ...process.env, ...environment(), PID_FILE: this.pidFile, SHELL: '/bin/sh', TERM: 'xterm' },
+      stdio: ['pipe', 'pipe', 'inherit'],
+    });
+    this.child.stdout.on('data', (data) => (this.output += data));
+    this.ended = once(this.child, 'close');
+  }
+
+  press(keys) {
+    this.child.stdin.write(keys);
+  }
+
+  kill(signal) {
+    process.kill(Number(fs.readFileSync(this.pidFile, 'utf8')), signal);
+  }
+
+  /** Waits until the program has written something that matches. */
+  async shows(pattern) {
+    while (!pattern.test(this.output)) {
+      const gone = this.ended.then(() => true);
+      const more = once(this.child.stdout, 'data').then(() => false);
+      if (await Promise.race([gone, more])) assert.match(this.output, pattern);
+    }
+  }
+
+  /** Its exit status, after a look at how it left the terminal. */
+  async finish() {
+    await this.shows(/ended \d+/);
+    this.child.stdin.end();
+    await this.ended;
+    assert.match(this.output, /[^-]icanon/, 'lines are edited again');
+    assert.match(this.output, /[^-]echo\b/, 'what is typed is seen again');
+    return Number(/ended (\d+)/.exec(this.output)[1]);
+  }
+}
+
+const joining = (meeting, name, ...more) => {
+  const where = ['--service', service.address, '--meeting', meeting, '--name', name];
+  return new Run([...where, '--json', ...more], environment());
+};
+
+test('keys turn microphone and camera off and on, and leave', async () => {
+  const witness = joining('keys', 'Witness');
+  await witness.event('joined');
+  const ada = new TerminalRun('keys', 'Ada');
+  const count = (event, kind) =>
+    witness.events.filter((entry) => entry.event === event && entry.kind === kind).length;
+  const nth = (event, kind, n) =>
+    witness.event(event, (entry) => entry.kind === kind && count(event, kind) >= n);
+
+  await nth('streamEnabled', 'video', 1);
+  await nth('streamEnabled', 'audio', 1);
+  await ada.shows(/sound of Witness/);
+  ada.press('?');
+  await ada.shows(/v webcam/);
+  ada.press('v');
+  await nth('streamDisabled', 'video', 1);
+  ada.press('m');
+  await nth('streamDisabled', 'audio', 1);
+  ada.press('v');
+  await nth('streamEnabled', 'video', 2);
+  ada.press('m');
+  await nth('streamEnabled', 'audio', 2);
+  for (const quality of ['medium', 'low', 'high']) {
+    ada.press('q');
+    await ada.shows(new RegExp(`quality of Witness: ${quality}`));
+  }
+  ada.press('p');
+  await ada.shows(/pinning Witness/);
+  ada.press('xyz\u001b[A'); // keys without a meaning
+  ada.press('l');
+  assert.equal(await ada.finish(), 0);
+  await witness.event('participantLeft', ({ name }) => name === 'Ada');
+  witness.child.kill('SIGTERM');
+  await witness.ended;
+});
+
+test('the terminal gets its mode back whatever ends the program', async () => {
+  for (const [signal, status] of [
+    ['SIGTERM', 143],
+    ['SIGINT', 130],
+    ['SIGQUIT', 131],
+    ['SIGSEGV', 139],
+  ]) {
+    const run = new TerminalRun('signals', signal);
+    await run.shows(/microphone/);
+    run.kill(signal);
+    assert.equal(await run.finish(), status, signal);
+  }
+});
+
+test('--record writes each participant to files of equal length', async () => {
+  const recordings = path.join(folder, 'recordings');
+  const grace = joining('record', 'Grace', '--duration', '6s');
+  await grace.event('joined');
+  const ada = joining('record', 'Ada', '--duration', '4s', '--record', recordings);
+  assert.equal(await ada.ended, 0, ada.stderr);
+  await grace.ended;
+
+  assert.deepEqual(fs.readdirSync(recordings).sort(), ['Grace.wav', 'Grace.y4m']);
+  const wav = fs.readFileSync(path.join(recordings, 'Grace.wav'));
+  assert.equal(wav.readUInt32LE(40), wav.length - 44);
+  const soundSeconds = (wav.length - 44) / wav.readUInt32LE(28);
+  const header = 'YUV4MPEG2 W640 H360 F30:1 Ip A1:1 C420mpeg2\n';
+  const { size } = fs.statSync(path.join(recordings, 'Grace.y4m'));
+  const pictures = (size - header.length) / ((640 * 360 * 3) / 2 + 'FRAME\n'.length);
+  assert.ok(Number.isInteger(pictures), `${pictures} pictures`);
+  assert.ok(pictures / 30 > 2.5, `${pictures / 30} s`);
+  assert.ok(Math.abs(pictures / 30 - soundSeconds) < 0.1, `${pictures / 30} s, ${soundSeconds} s`);
+  const samples = new Int16Array(wav.buffer, wav.byteOffset + 44, (wav.length - 44) >> 1);
+  assert.ok(samples.some((sample) => Math.abs(sample) > 1000), 'the tone is heard');
+});

@@ -1,0 +1,109 @@
+import * as assert from 'node:assert/strict';
+import { spawn } from 'node:child_process';
+import { once } from 'node:events';
+import * as fs from 'node:fs';
+import * as path from 'node:path';
+import { after, before, test } from 'node:test';
+import { setTimeout as sleep } from 'node:timers/promises';
+import { openService, Run, temporaryFolder } from './support.mjs';
+
+let service;
+before(async () => {
+  service = await openService();
+});
+after(() => service.close());
+
+const joining = (meeting, name, env, ...more) => {
+  const where = ['--service', service.address, '--meeting', meeting, '--name', name];
+  const secrets = { SSL_CERT_FILE: service.ca, KESTROVA_TOKEN: service.token() };
+  return new Run([...where, '--json', ...more], { ...secrets, ...env });
+};
+
+/** A camera that isn't there: `words` say what it is like. */
+const withCamera = (words) => ({
+  LD_PRELOAD: process.env.KESTROVA_FAKEVIDEO,
+  FAKEVIDEO: `/dev/video0 card=Desk_Camera bus=usb-1 modes=YUYV:640x480@30,MJPG:1280x720@30 ${words}`,
+});
+
+const sample = (run, name, matches) =>
+  run.event('sample', ({ people }) => people.some((one) => one.name === name && matches(one)));
+
+test('a camera is seen by the others until it is unplugged, and the meeting lives on', async () => {
+  const ada = joining('camera', 'Ada', withCamera('unplug=120'), '--camera', '/dev/video0');
+  const grace = joining('camera', 'Grace', {}, '--camera', 'none');
+  const seen = await sample(grace, 'Ada', (one) => one.frames > 15);
+  assert.ok(seen.people.some((one) => one.name === 'Ada' && one.width > 0));
+
+  const ended = await ada.event('error');
+  assert.equal(ended.code, 3027, JSON.stringify(ended));
+  await grace.event('streamDisabled', (stream) => stream.name === 'Ada' && stream.kind === 'video');
+  await sample(grace, 'Ada', (one) => one.streams.join() === 'audio' && one.levelDb > -40);
+  for (const run of [ada, grace]) run.child.kill('SIGINT');
+  assert.equal(await ada.ended, 130);
+  assert.equal(await grace.ended, 130);
+});
+
+for (const [fault, words] of [
+  ['in use by somebody else', 'busy=1'],
+  ['of a format that nobody reads', 'give=H264'],
+  ['that falls silent', 'stall=20'],
+]) {
+  test(`a camera ${fault} is an error, and the sound goes on`, async () => {
+    const ada = joining('broken', 'Ada', withCamera(words), '--camera', '/dev/video0');
+    await ada.event('error');
+    const grace = joining('broken', 'Grace', {}, '--camera', 'none');
+    await sample(grace, 'Ada', (one) => one.levelDb > -40);
+    for (const run of [ada, grace]) run.child.kill('SIGINT');
+    assert.equal(await ada.ended, 130);
+    assert.equal(await grace.ended, 130);
+  });
+}
+
+/** A sound server of the test's own, whose microphone hears what its speaker plays. */
+async function openSoundServer() {
+  const folder = temporaryFolder();
+  const socket = path.join(folder, 'native');
+  const modules = [
+    `module-native-protocol-unix auth-anonymous=1 socket=${socket}`,
+    'module-null-sink sink_name=speaker norewinds=1',
+    'module-remap-source source_name=microphone master=speaker.monitor',
+    'module-always-sink',
+  ];
+  const options = ['-n', '--daemonize=no', '--exit-idle-time=-1', '--use-pid-file=no'];
+  const quiet = ['--disable-shm=yes', '--realtime=no', '--high-priority=no', '--log-level=error'];
+  const child = spawn(
+    'pulseaudio',
+    [...options, ...quiet, ...modules.flatMap((module) => ['-L', module])],
+    {
+      env: { ...process.env, HOME: folder, XDG_RUNTIME_DIR: folder, PULSE_RUNTIME_PATH: folder },
+      stdio: ['ignore', 'ignore', 'inherit'],
+    },
+  );
+  while (!fs.existsSync(socket)) await sleep(20);
+  return {
+    env: { PULSE_SERVER: `unix:${socket}`, HOME: folder },
+    async close() {
+      child.kill('SIGTERM');
+      if (child.exitCode === null) await once(child, 'close');
+      fs.rmSync(folder, { recursive: true, force: true });
+    },
+  };
+}
+
+test('what one meeting plays on the speaker, another hears from the microphone', async () => {
+  const sound = await openSoundServer();
+  try {
+    const quiet = ['--camera', 'none'];
+    const runs = [
+      joining('loud', 'Tone', {}, ...quiet, '--tone-hz', '660'),
+      joining('loud', 'Room', sound.env, ...quiet, '--mic', 'none', '--speaker', 'speaker'),
+      joining('quiet', 'Desk', sound.env, ...quiet, '--mic', 'default'),
+      joining('quiet', 'Ear', {}, ...quiet, '--mic', 'none'),
+    ];
+    await sample(runs[3], 'Desk', (one) => Math.abs(one.hertz - 660) < 10 && one.levelDb > -40);
+    for (const run of runs) run.child.kill('SIGINT');
+    for (const run of runs) assert.equal(await run.ended, 130);
+  } finally {
+    await sound.close();
+  }
+});

@@ -13,6 +13,14 @@ constexpr std::size_t kMostLayers = 3;
 /// Where bandwidth estimation begins: from its default of 300 kbit/s, 720p needs seconds to get
 /// there.
 constexpr int kStartBitrateBps = 1'000'000;
+/// How far the estimate may rise. Raising this is what makes the engine probe again: for 15 ms, at
+/// twice what its encoders can use. The first value is where the engine's own first probes end, so
+/// that it holds them for done and is ready; the next ones are far above what a meeting needs.
+constexpr int kFirstCeilingBps = 5'000'000;
+constexpr int kNextCeilingBps = 100'000'000;
+constexpr int kCeilingStepBps = 1'000'000;
+/// Of a video encoding without a limit of its own: the engine's for 720p.
+constexpr int kUsualVideoBitrateBps = 2'500'000;
 /// The stream that tracks of one transport belong to: the same one, for lip synchronisation.
 constexpr const char* kStreamId = "kestrova";
 
@@ -28,6 +36,11 @@ webrtc::Priority priorityOf(RTCRtpEncodingParameters::Priority priority) {
       break;
   }
   return webrtc::Priority::kLow;
+}
+
+double real(const Dictionary& entry, std::string_view key) {
+  const auto* value = entry.if_contains(key);
+  return value && value->is_number() ? value->to_number<double>() : 0;
 }
 
 void check(bool sane, const char* what) {
@@ -61,9 +74,11 @@ SendHandler::SendHandler(Engine& engine, RemoteTransport remote, ICETransportPol
                          CommonCapabilities common, PeerConnection::StateHandler onState)
     : _connection(engine, remote.iceServers, policy, std::move(onState)),
       _remote(std::move(remote), RemoteSdp::Role::answerer),
-      _common(std::move(common)) {
+      _common(std::move(common)),
+      _ceilingBps(kFirstCeilingBps) {
   webrtc::BitrateSettings bitrate;
   bitrate.start_bitrate_bps = kStartBitrateBps;
+  bitrate.max_bitrate_bps = _ceilingBps;
   _connection.engine().SetBitrate(bitrate);
 }
 
@@ -202,6 +217,40 @@ void SendHandler::start(const std::string& mid) {
   for (std::size_t i = 0; i < parameters.encodings.size() && i < active.size(); ++i)
     parameters.encodings[i].active = active[i];
   transceiver->sender()->SetParameters(parameters);
+}
+
+int SendHandler::wantedBitrate() const {
+  double wanted = 0;
+  for (const auto& [mid, sender] : _senders) {
+    if (sender.transceiver->media_type() != cricket::MEDIA_TYPE_VIDEO) continue;
+    for (const auto& encoding : sender.transceiver->sender()->GetParameters().encodings)
+      if (encoding.active) wanted += encoding.max_bitrate_bps.value_or(kUsualVideoBitrateBps);
+  }
+  return static_cast<int>(std::min(wanted, kNextCeilingBps / 2.0));
+}
+
+bool SendHandler::seekBandwidth(const std::string& statistics) {
+  double available = 0;
+  bool sending = false;
+  const auto report = parseJson(statistics).value_or(List());
+  if (!report.is_array()) return false;
+  for (const auto& item : report.get_array()) {
+    const auto& entry = asDictionary(item);
+    available = std::max(available, real(entry, "availableOutgoingBitrate"));
+    sending = sending || (text(entry, "kind", "") == "video" && real(entry, "packetsSent") > 0);
+  }
+  if (available >= wantedBitrate()) return false;
+  const double before = std::exchange(_lastEstimate, available);
+  if (!sending || before == 0) return true;
+  if (available < 0.95 * _ceilingBps) {
+    if (available == before) return true;
+    if (available < before) return false;  // the link is full already
+  }
+  _ceilingBps = std::max(_ceilingBps + kCeilingStepBps, kNextCeilingBps);
+  webrtc::BitrateSettings bitrate;
+  bitrate.max_bitrate_bps = _ceilingBps;
+  _connection.engine().SetBitrate(bitrate);
+  return false;
 }
 
 void SendHandler::stop(const std::string& mid) {

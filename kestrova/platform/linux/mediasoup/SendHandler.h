@@ -38,6 +38,10 @@ public:
   Sent send(const SendRequest& request);
   /// Lets the media flow.
   void start(const std::string& mid);
+  /// Looks at the statistics of the whole connection. Where less bandwidth is known of than is to
+  /// be sent, and the estimate has begun to rise, the engine is made to probe for more, once.
+  /// \return whether to look again later: nothing could be said yet
+  bool seekBandwidth(const std::string& statistics);
   /// Ends what `send` began. Never throws.
   void stop(const std::string& mid);
   /// \throws MediasoupError
@@ -58,11 +62,14 @@ private:
   Streams streamsOf(const SendRequest& request, const RtpCodec& codec) const;
   Sent negotiate(const SendRequest& request, RtpParameters sending, RtpParameters answering);
   const SdpMedia& newSection(const SdpSession& offer) const;
+  int wantedBitrate() const;
 
   PeerConnection _connection;
   RemoteSdp _remote;
   CommonCapabilities _common;
   std::map<std::string, Sender> _senders;  // by mid
+  int _ceilingBps;                         // of the bandwidth estimation
+  double _lastEstimate = 0;                // in bit/s, at the last look
 };
 
 }  // namespace kestrova::mediasoup

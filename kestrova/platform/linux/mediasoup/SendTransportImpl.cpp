@@ -6,6 +6,13 @@
 namespace kestrova::mediasoup {
 namespace {
 
+/// The engine probes once, with the first packets. A mediasoup server loses that: its first
+/// feedback names no stream, for which the engine drops it, and from then on the estimate only
+/// creeps up. So it is looked after until it moves, each time after twice as long; from the second
+/// look on that feedback, which comes every 100 ms, is over.
+constexpr std::chrono::milliseconds kFirstLook{150};
+constexpr int kLooks = 7;
+
 SendRequest requestOf(const ProducerOptions& options) {
   SendRequest request;
   const auto* own = dynamic_cast<const EngineTrack*>(options.track.get());
@@ -140,7 +147,30 @@ Task<std::shared_ptr<Producer>> SendTransportImpl::createProducer(ProducerOption
                                                  !options.track->isEnabled());
   keep(producer);
   _core.engine->thread().post([handler = _handler, mid] { handler->start(mid); });
+  if (kind == MediaKind::video) seekBandwidth(0);
   co_return producer;
+}
+
+void SendTransportImpl::seekBandwidth(int attempt) {
+  if (attempt == kLooks) return;
+  auto judge = [weak = weak_from_this(), attempt](const std::string& statistics) {
+    auto self = weak.lock();
+    if (!self) return;
+    self->_core.engine->thread().post([weak, attempt, statistics] {
+      auto transport = weak.lock();
+      if (!transport || transport->closed()) return;
+      if (transport->_handler->seekBandwidth(statistics)) transport->seekBandwidth(attempt + 1);
+    });
+  };
+  auto look = [weak = weak_from_this(), judge] {
+    auto self = weak.lock();
+    if (!self || self->closed()) return;
+    self->_core.engine->thread().post([weak, judge] {
+      auto transport = weak.lock();
+      if (transport && !transport->closed()) transport->_handler->stats({}, judge);
+    });
+  };
+  _core.callbacks->after(kFirstLook * (1 << attempt), std::move(look));
 }
 
 }  // namespace kestrova::mediasoup

@@ -41,6 +41,7 @@ private:
   Task<Negotiated> negotiate(SendRequest request);
   Task<ProducerId> askServer(MediaKind kind, std::string rtpParameters, std::string appData);
   Task<bool> undo(std::string mid);
+  void seekBandwidth(int attempt);
 
   AsyncLock _turns;                                       // one producer is negotiated at a time
   std::optional<Completion<ProducerId>> _pendingProduce;  // under _lock

@@ -28,7 +28,8 @@ public:
   virtual ~RTCMediaStreamTrack() = default;
   virtual std::string id() const = 0;
   virtual bool isEnabled() const = 0;
-  /// A disabled local track sends silence or black; a disabled remote one is not played.
+  /// A disabled local track sends silence or black; a disabled remote one is not played. Sinks of a
+  /// disabled track hear silence and see nothing.
   virtual void setEnabled(bool enabled) = 0;
 };
 

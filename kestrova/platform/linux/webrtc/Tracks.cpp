@@ -3,6 +3,7 @@
 #include <kestrova/platform/linux/webrtc/Tracks.h>
 #include <kestrova/platform/linux/webrtc/VideoBuffers.h>
 
+#include <atomic>
 #include <utility>
 
 namespace kestrova {
@@ -11,13 +12,16 @@ namespace kestrova {
 
 struct VideoTrack::Feed final : rtc::VideoSinkInterface<webrtc::VideoFrame> {
   void OnFrame(const webrtc::VideoFrame& frame) override {
-    if (sinks.empty()) return;
+    // A track that is disabled shows black to the engine's own sinks; nobody else is meant to see
+    // it.
+    if (!enabled || sinks.empty()) return;
     const auto own = frameOf(frame);
     if (!own.buffer) return;
     EngineCallback delivering;
     sinks.forEach([&](VideoSink& sink) { sink.onFrame(own); });
   }
   SinkList<VideoSink> sinks;
+  std::atomic<bool> enabled{true};
   bool registered = false;  // engine thread
 };
 
@@ -33,7 +37,6 @@ VideoTrack::VideoTrack(std::shared_ptr<Engine> engine,
     : _engine(std::move(engine)),
       _track(std::move(track)),
       _id(std::move(id)),
-      _enabled(true),
       _feed(std::make_shared<Feed>()) {}
 
 VideoTrack::~VideoTrack() {
@@ -42,8 +45,12 @@ VideoTrack::~VideoTrack() {
   });
 }
 
+bool VideoTrack::isEnabled() const {
+  return _feed->enabled;
+}
+
 void VideoTrack::setEnabled(bool enabled) {
-  _enabled = enabled;
+  _feed->enabled = enabled;
   _engine->thread().post([track = _track, enabled] { track->set_enabled(enabled); });
 }
 

@@ -5,7 +5,6 @@
 #include <api/media_stream_interface.h>
 #include <api/scoped_refptr.h>
 
-#include <atomic>
 #include <memory>
 #include <string>
 
@@ -29,7 +28,7 @@ public:
                                           std::string id);
   ~VideoTrack() override;
   std::string id() const override { return _id; }
-  bool isEnabled() const override { return _enabled; }
+  bool isEnabled() const override;
   void setEnabled(bool enabled) override;
   void addSink(const std::shared_ptr<VideoSink>& sink) override;
   void removeSink(const std::shared_ptr<VideoSink>& sink) override;
@@ -46,7 +45,6 @@ private:
   std::shared_ptr<Engine> _engine;
   rtc::scoped_refptr<webrtc::VideoTrackInterface> _track;
   std::string _id;
-  std::atomic<bool> _enabled;
   std::shared_ptr<Feed> _feed;
 };
 

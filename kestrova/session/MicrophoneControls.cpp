@@ -20,7 +20,9 @@ void MicrophoneControls::unmuteMic(std::shared_ptr<CustomRTCMediaStream> customA
                  std::shared_ptr<CustomRTCMediaStream> custom) -> Task<void> {
     const ToggleClaim claim(self->_state);
     self->_context->setCustomAudioMediaStream(custom);
-    if (co_await self->enable(std::move(custom), std::nullopt)) self->_state.setOn(true);
+    const bool published = co_await self->enable(std::move(custom), std::nullopt);
+    // What a drop of the connection interrupts is still wanted after it.
+    if (published || !self->_context->roomClient()->isSocketConnected()) self->_state.setOn(true);
   };
   spawn(task(shared_from_this(), liveAudio(std::move(customAudioStream))));
 }

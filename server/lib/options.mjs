@@ -28,6 +28,8 @@ const TEXTS = {
   state: { help: 'folder of the authority, the secret and the control key' },
   'ready-file': { help: 'file that gets the ready line' },
   'log-level': { help: LEVELS.join(', ') },
+  'media-address': { help: 'where media is listened for (127.0.0.1)' },
+  'announced-address': { help: 'where clients are told to send media (the media address)' },
 };
 
 const FLAGS = {
@@ -52,6 +54,8 @@ export function serviceOptions(given = {}) {
     state: defaultState(),
     readyFile: undefined,
     logLevel: 'info',
+    mediaAddress: '127.0.0.1',
+    announcedAddress: undefined,
     withParent: false,
   };
   for (const [name, row] of Object.entries(NUMBERS)) options[camel(name)] = row.fallback;

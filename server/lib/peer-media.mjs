@@ -1,7 +1,6 @@
 import { RequestError } from './refusal.mjs';
 import { reach } from './room-media.mjs';
 
-const ADDRESS = '127.0.0.1';
 const PROTOCOLS = {
   UDP_OVER_TCP: ['udp', 'tcp'],
   UDP_ONLY: ['udp'],
@@ -32,8 +31,8 @@ export class PeerMedia {
   rtpCapabilities = undefined;
   closed = false;
 
-  constructor({ peerId, notify, offer, log }) {
-    Object.assign(this, { peerId, notify, offer, log });
+  constructor({ peerId, notify, offer, listenAt, log }) {
+    Object.assign(this, { peerId, notify, offer, listenAt, log });
   }
 
   get receives() {
@@ -48,7 +47,7 @@ export class PeerMedia {
   async createTransport(router, direction, preferredProtocol) {
     const protocols = PROTOCOLS[preferredProtocol];
     const transport = await router.createWebRtcTransport({
-      listenInfos: protocols.map((protocol) => ({ protocol, ip: ADDRESS })),
+      listenInfos: protocols.map((protocol) => ({ protocol, ...this.listenAt })),
       enableUdp: protocols.includes('udp'),
       enableTcp: protocols.includes('tcp'),
       preferUdp: protocols.includes('udp'),

@@ -51,6 +51,7 @@ export class Peer {
       notify: (method, data) => this.notify(method, data),
       offer: (data) =>
         outbox.request('newConsumer', [{ method: 'newConsumer', data, notification: true }]),
+      listenAt: this.settings.media,
       log: this.settings.log,
     });
   }

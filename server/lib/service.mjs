@@ -35,7 +35,8 @@ export async function startService(given = {}, { onFatal = () => {}, log } = {})
   const faults = new Faults();
   const workers = new Workers({ count: options.workers, log, onFatal });
   const { batch: batchMs, ackTimeout, grace, linger } = options;
-  const settings = { batchMs, ackTimeout, grace, linger, log };
+  const media = { ip: options.mediaAddress, announcedAddress: options.announcedAddress };
+  const settings = { batchMs, ackTimeout, grace, linger, media, log };
   const rooms = new Rooms({ workers, faults, settings });
 
   const { cert, key } = authority;

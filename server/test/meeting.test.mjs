@@ -90,7 +90,7 @@ describe('a meeting', () => {
     assert.deepEqual(bob.seen('consumeFailed'), []);
   });
 
-  it('offers what is there to a receive transport that is made after joining', async () => {
+  it('offers what is there once the mode receives, not at the transport made for it', async () => {
     const roomId = 'late';
     const ada = service.client('ada', { roomId });
     await ada.join();
@@ -98,6 +98,8 @@ describe('a meeting', () => {
     const bob = service.client('bob', { roomId, mode: 'VIEWER' });
     await bob.join();
     await bob.transport('receive');
+    assert.deepEqual(bob.seen('newConsumer'), []);
+    await bob.ok('changeMode', { mode: 'RECV_ONLY' });
     assert.equal((await bob.next('newConsumer')).producerId, producer.id);
     assert.equal(
       (await bob.request('produce', { transportId: bob.receive.id, kind: 'audio' })).status,

@@ -45,7 +45,8 @@ function join({ room, peer, data, secret, after }) {
   peer.media.rtpCapabilities = rtpCapabilities;
   peer.outbox.batching = batching;
   const unsupportedCodecs = room.unsupportedCodecs();
-  const others = room.joined().map((other) => other.describe());
+  // One who is just coming back is in the meeting all the time.
+  const others = [...room.peers.values()].filter((other) => other.announced && other !== peer);
   peer.joined = true;
   // One who comes back within the grace time never left for the others.
   if (!peer.announced) room.broadcast('newPeer', peer.describe(), peer);
@@ -57,7 +58,7 @@ function join({ room, peer, data, secret, after }) {
     await room.receive(peer);
     if (switching) await room.publishAll(peer);
   });
-  return { peers: others, unsupportedCodecs };
+  return { peers: others.map((other) => other.describe()), unsupportedCodecs };
 }
 
 // The answer says that it was asked; where the participant is let in comes as "entryResponded".

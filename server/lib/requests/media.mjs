@@ -29,7 +29,8 @@ async function createWebRtcTransport({ room, peer, data, after }) {
   const { media } = peer;
   const { router } = await room.media();
   const transport = await media.createTransport(router, producing ? 'send' : 'receive', protocol);
-  if (!producing && peer.joined) after(() => room.receive(peer));
+  const receiving = peer.joined && read.RECEIVING.includes(peer.mode);
+  if (!producing && receiving) after(() => room.receive(peer));
   const { id, iceParameters, iceCandidates, dtlsParameters } = transport;
   return { id, iceParameters, iceCandidates, dtlsParameters };
 }
@@ -99,8 +100,13 @@ const all =
 
 function changeMode({ room, peer, data, after }) {
   const mode = read.oneOf(data, 'mode', read.MODES);
+  const received = read.RECEIVING.includes(peer.mode);
   peer.setMode(mode);
-  after(() => room.changeMode(peer, mode));
+  // Only now: the client may not have its new transport yet when that one is answered.
+  after(() => {
+    room.changeMode(peer, mode);
+    if (!received) room.receive(peer);
+  });
   return { mode };
 }
 

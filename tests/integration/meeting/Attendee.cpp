@@ -23,8 +23,8 @@ void Attendee::note(const std::string& line) {
   if (onLine) onLine(line);
 }
 
-bool Attendee::waitUntil(const std::function<bool()>& condition) {
-  const auto deadline = std::chrono::steady_clock::now() + patience;
+bool Attendee::waitUntil(const std::function<bool()>& condition, std::chrono::seconds limit) {
+  const auto deadline = std::chrono::steady_clock::now() + limit;
   while (!condition()) {
     std::unique_lock held(_lock);
     _changed.wait_for(held, std::chrono::milliseconds(20));
@@ -33,8 +33,45 @@ bool Attendee::waitUntil(const std::function<bool()>& condition) {
   return true;
 }
 
-bool Attendee::sees(const std::string& start) {
-  return waitUntil([&] { return count(start) > 0; });
+bool Attendee::sees(const std::string& start, std::chrono::seconds limit) {
+  return seesTimes(start, 1, limit);
+}
+
+bool Attendee::seesTimes(const std::string& start, int times, std::chrono::seconds limit) {
+  return waitUntil([&] { return count(start) >= times; }, limit);
+}
+
+bool Attendee::getsPictures(std::chrono::seconds limit) {
+  const int seen = picture->clocksRead;
+  return waitUntil([&] { return picture->clocksRead > seen + 10; }, limit);
+}
+
+bool Attendee::getsMedia(double toneHz, std::chrono::seconds limit) {
+  sound->forget();
+  return getsPictures(limit) && waitUntil([&] { return sound->purity(toneHz) > 0.9; }, limit);
+}
+
+std::shared_ptr<Participant> Attendee::other(const std::string& id) const {
+  const auto others = meeting->participants();
+  const auto found = others.find(id);
+  return found == others.end() ? nullptr : found->second;
+}
+
+std::shared_ptr<MediaStream> Attendee::stream(const std::string& participantId,
+                                              MediaType kind) const {
+  const auto participant = other(participantId);
+  if (!participant) return nullptr;
+  for (const auto& [id, stream] : participant->streams())
+    if (stream->kind() == kind) return stream;
+  return nullptr;
+}
+
+std::string Attendee::story() const {
+  std::string all;
+  for (const auto& line : lines()) all += line + "; ";
+  return all + std::to_string(picture->clocksRead) + " clocks of " +
+         std::to_string(picture->frames) + " pictures, " + std::to_string(sound->loudBlocks) +
+         " blocks of sound";
 }
 
 std::vector<std::string> Attendee::lines() const {
@@ -55,8 +92,8 @@ void Attendee::leaveAndWait() {
 
 // ---- Events ------------------------------------------------------------------------------------
 
-void Attendee::onMeetingJoined(const std::optional<std::string>&) {
-  note("joined");
+void Attendee::onMeetingJoined(const std::optional<std::string>& switchMeetingId) {
+  note(switchMeetingId ? "moved " + *switchMeetingId : "joined");
 }
 
 void Attendee::onMeetingLeft(LeaveReason reason) {
@@ -91,6 +128,39 @@ void Attendee::onEntryRequested(const std::string& id, const std::string&, Actio
                                 Action deny) {
   note("asked " + id);
   if (letsPeopleIn) (*letsPeopleIn ? allow : deny)();
+}
+
+void Attendee::onMicRequested(const std::optional<std::string>& participantId, Action accept,
+                              Action reject) {
+  note("mic asked by " + participantId.value_or("nobody"));
+  (grantsRequests ? accept : reject)();
+}
+
+void Attendee::onWebcamRequested(const std::optional<std::string>& participantId, Action accept,
+                                 Action reject) {
+  note("webcam asked by " + participantId.value_or("nobody"));
+  (grantsRequests ? accept : reject)();
+}
+
+void Attendee::onPinStateChanged(const std::string& participantId, PinType) {
+  const auto pins = meeting->pinnedParticipants();
+  note((pins.contains(participantId) ? "pinned " : "unpinned ") + participantId);
+}
+
+void Attendee::onParticipantModeChanged(const std::string& participantId, Mode mode) {
+  note("mode " + participantId + " " + std::string(wireText(mode)));
+}
+
+void Attendee::onStreamPaused(const std::string& kind, const std::string&) {
+  note("paused " + kind);
+}
+
+void Attendee::onStreamResumed(const std::string& kind, const std::string&) {
+  note("resumed " + kind);
+}
+
+void Attendee::onMediaStatusChanged(const std::string& peerId, MediaType kind, bool newStatus) {
+  note("status " + peerId + " " + std::string(text(kind)) + (newStatus ? " on" : " off"));
 }
 
 void Attendee::onError(const KestrovaError& error) {

@@ -31,8 +31,18 @@ public:
   std::function<void(const std::string& line)> onLine;
 
   /// Waits until a line starts with `start`; false when patience runs out.
-  bool sees(const std::string& start);
-  bool waitUntil(const std::function<bool()>& condition);
+  bool sees(const std::string& start, std::chrono::seconds limit = patience);
+  /// The same for as many lines.
+  bool seesTimes(const std::string& start, int times, std::chrono::seconds limit = patience);
+  bool waitUntil(const std::function<bool()>& condition, std::chrono::seconds limit = patience);
+  /// Waits until fresh pictures with a running clock, and a fresh tone, come from the others.
+  bool getsMedia(double toneHz, std::chrono::seconds limit = patience);
+  bool getsPictures(std::chrono::seconds limit = patience);
+  std::shared_ptr<Participant> other(const std::string& id) const;
+  /// The stream of a remote participant; nothing when there is none.
+  std::shared_ptr<MediaStream> stream(const std::string& participantId, MediaType kind) const;
+  /// All lines, for the message of a failed expectation.
+  std::string story() const;
   std::vector<std::string> lines() const;
   int count(const std::string& start) const;
   void leaveAndWait();
@@ -43,6 +53,17 @@ public:
   void onMeetingJoined(const std::optional<std::string>& switchMeetingId) override;
   void onMeetingLeft() override { note("left"); }
   void onMeetingLeft(LeaveReason reason) override;
+  void onMicRequested(const std::optional<std::string>& participantId, Action accept,
+                      Action reject) override;
+  void onWebcamRequested(const std::optional<std::string>& participantId, Action accept,
+                         Action reject) override;
+  void onPinStateChanged(const std::string& participantId, PinType pinType) override;
+  void onParticipantModeChanged(const std::string& participantId, Mode mode) override;
+  void onPausedAllStreams(const std::string& kind) override { note("all paused " + kind); }
+  void onResumedAllStreams(const std::string& kind) override { note("all resumed " + kind); }
+  void onStreamPaused(const std::string& kind, const std::string& reason) override;
+  void onStreamResumed(const std::string& kind, const std::string& reason) override;
+  void onMediaStatusChanged(const std::string& peerId, MediaType kind, bool newStatus) override;
   void onParticipantJoined(const std::shared_ptr<Participant>& participant) override;
   void onParticipantLeft(const std::shared_ptr<Participant>& participant,
                          LeaveReason reason) override;
@@ -60,6 +81,8 @@ public:
 
   /// What to do with people who ask to enter; nothing leaves them waiting.
   std::optional<bool> letsPeopleIn;
+  /// Whether a request for the microphone or camera is granted.
+  bool grantsRequests = true;
 
 private:
   void note(const std::string& line);

@@ -15,6 +15,7 @@
 #include <iterator>
 #include <memory>
 #include <stdexcept>
+#include <utility>
 
 namespace kestrova::test {
 namespace {
@@ -37,22 +38,36 @@ std::string trimmedFile(const std::string& path) {
 
 }  // namespace
 
-LocalService::LocalService() {
+LocalService::LocalService(std::vector<std::string> options) : _options(std::move(options)) {
   std::string folder = (std::filesystem::temp_directory_path() / "kestrova-XXXXXX").string();
   if (!::mkdtemp(folder.data())) throw std::runtime_error("no temporary folder");
   _state = folder;
+  start("0");
+}
+
+void LocalService::start(const std::string& port) {
+  std::vector<std::string> words{serverFolder + "/bin/service",
+                                 "--port",
+                                 port,
+                                 "--state",
+                                 _state.string(),
+                                 "--with-parent",
+                                 "--log-level",
+                                 "error"};
+  words.insert(words.end(), _options.begin(), _options.end());
+  std::vector<char*> arguments;
+  for (auto& word : words) arguments.push_back(word.data());
+  arguments.push_back(nullptr);
 
   int input[2];
   int output[2];
   if (::pipe2(input, O_CLOEXEC) != 0 || ::pipe2(output, O_CLOEXEC) != 0)
     throw std::runtime_error("no pipe");
-  const std::string program = serverFolder + "/bin/service";
   _process = ::fork();
   if (_process == 0) {
     ::dup2(input[0], STDIN_FILENO);
     ::dup2(output[1], STDOUT_FILENO);
-    ::execl(program.c_str(), program.c_str(), "--port", "0", "--state", folder.c_str(),
-            "--with-parent", "--log-level", "error", nullptr);
+    ::execv(arguments.front(), arguments.data());
     ::_exit(127);
   }
   ::close(input[0]);
@@ -67,10 +82,23 @@ LocalService::LocalService() {
   ::setenv("SSL_CERT_FILE", text(ready, "ca", "").c_str(), 1);
 }
 
-LocalService::~LocalService() {
-  ::close(_input);  // it ends with its parent's end of this pipe
-  ::kill(_process, SIGTERM);
+void LocalService::kill() {
+  ::kill(_process, SIGKILL);
   ::waitpid(_process, nullptr, 0);
+  ::close(_input);
+  _process = -1;
+}
+
+void LocalService::startAgain() {
+  start(_address.substr(_address.rfind(':') + 1));
+}
+
+LocalService::~LocalService() {
+  if (_process > 0) {
+    ::close(_input);  // it ends with its parent's end of this pipe
+    ::kill(_process, SIGTERM);
+    ::waitpid(_process, nullptr, 0);
+  }
   std::error_code ignored;
   std::filesystem::remove_all(_state, ignored);
 }

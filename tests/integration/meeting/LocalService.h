@@ -6,6 +6,7 @@
 
 #include <filesystem>
 #include <string>
+#include <vector>
 
 namespace kestrova::test {
 
@@ -14,7 +15,8 @@ namespace kestrova::test {
 /// process trusts the service's authority.
 class LocalService {
 public:
-  LocalService();
+  /// \param options further arguments of server/bin/service
+  explicit LocalService(std::vector<std::string> options = {});
   ~LocalService();
   LocalService(const LocalService&) = delete;
   LocalService& operator=(const LocalService&) = delete;
@@ -24,8 +26,15 @@ public:
   std::string token(const std::string& options = "") const;
   /// Has the service do something of its table of control actions; gives its answer.
   Dictionary control(const std::string& action, const Dictionary& body) const;
+  /// Ends its process without a word to anybody.
+  void kill();
+  /// Starts it anew where it was: the same port, the same authority, and no meetings.
+  void startAgain();
 
 private:
+  void start(const std::string& port);
+
+  const std::vector<std::string> _options;
   std::filesystem::path _state;
   std::string _address;
   std::string _controlUrl;

@@ -1,9 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "Attendee.h"
-#include "LocalService.h"
-#include <thread>
+#include "MeetingFixture.h"
 
 namespace kestrova::test {
 namespace {
@@ -12,28 +10,7 @@ using testing::Contains;
 using testing::Not;
 using testing::StartsWith;
 
-class MeetingTest : public testing::Test {
-protected:
-  MeetingTest() { Kestrova::setLogLevel(LogLevel::error); }
-
-  InitMeetingOptions person(const std::string& id, bool media = true) const {
-    return {.meetingId = "integration",
-            .participantId = id,
-            .participantName = id,
-            .micEnabled = media,
-            .webcamEnabled = media,
-            .signalingBaseUrl = service.address()};
-  }
-  std::shared_ptr<Attendee> joinWithTone(const std::string& id, double toneHz) {
-    Kestrova::configureCapture({.camera = "pattern", .microphone = "tone", .toneHz = toneHz});
-    auto attendee = Attendee::join(service.token(), person(id));
-    EXPECT_TRUE(attendee->sees("own video")) << testing::PrintToString(attendee->lines());
-    EXPECT_TRUE(attendee->sees("own audio"));
-    return attendee;
-  }
-
-  LocalService service;
-};
+class MeetingTest : public MeetingFixture {};
 
 TEST_F(MeetingTest, TwoPeopleSeeAndHearEachOther) {
   const auto ada = joinWithTone("ada", 440);

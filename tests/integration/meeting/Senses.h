@@ -38,6 +38,8 @@ public:
 class Sound final : public AudioSink {
 public:
   void onData(const AudioData& data) override {
+    const auto* end = data.samples + data.frames * data.channels;
+    if (std::any_of(data.samples, end, [](int sample) { return sample > 1000; })) ++loudBlocks;
     std::scoped_lock held(_lock);
     _sampleRate = data.sampleRate;
     for (int i = 0; i < data.frames; ++i) _samples.push_back(data.samples[i * data.channels]);
@@ -45,24 +47,49 @@ public:
     if (_samples.size() > limit) _samples.erase(_samples.begin(), _samples.end() - data.sampleRate);
   }
 
-  /// The share of the sound's power that lies at `hz`: 1 for the pure tone, 0 for silence.
+  void forget() {
+    std::scoped_lock held(_lock);
+    _samples.clear();
+  }
+
+  std::atomic<int> loudBlocks{0};
+
+  /// The share of the last second's power that lies at `hz`: 1 for the pure tone, 0 for silence.
   double purity(double hz) const {
     std::scoped_lock held(_lock);
-    if (_samples.size() < static_cast<std::size_t>(std::max(1, _sampleRate))) return 0;
+    return heardASecond() ? purity(hz, 0, _samples.size()) : 0;
+  }
+
+  /// The share of tenths of the last second in which the tone is the most of what is heard. What
+  /// bridges lost packets shifts the tone's phase, which spoils its purity over the whole.
+  double presence(double hz) const {
+    std::scoped_lock held(_lock);
+    if (!heardASecond()) return 0;
+    constexpr int parts = 10;
+    const auto size = _samples.size() / parts;
+    int heard = 0;
+    for (int part = 0; part < parts; ++part) heard += purity(hz, part * size, size) > 0.5;
+    return static_cast<double>(heard) / parts;
+  }
+
+private:
+  bool heardASecond() const {
+    return _samples.size() >= static_cast<std::size_t>(std::max(1, _sampleRate));
+  }
+  double purity(double hz, std::size_t from, std::size_t size) const {
     double re = 0;
     double im = 0;
     double power = 0;
-    for (std::size_t i = 0; i < _samples.size(); ++i) {
+    for (std::size_t i = from; i < from + size; ++i) {
       const double angle = 2 * std::numbers::pi * hz * static_cast<double>(i) / _sampleRate;
       re += _samples[i] * std::cos(angle);
       im += _samples[i] * std::sin(angle);
       power += static_cast<double>(_samples[i]) * _samples[i];
     }
-    const auto count = static_cast<double>(_samples.size());
+    const auto count = static_cast<double>(size);
     return power < count ? 0 : 2 * (re * re + im * im) / (count * power);
   }
 
-private:
   mutable std::mutex _lock;
   int _sampleRate = 0;
   std::vector<std::int16_t> _samples;

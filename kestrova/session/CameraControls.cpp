@@ -121,7 +121,7 @@ Task<bool> CameraControls::startVideo(std::shared_ptr<CustomRTCMediaStream> vide
   } else {
     auto building = buildVideoStream(_context->mediaConfigStore->video());
     videoMediaStream = co_await std::move(building);
-    if (stopIfOver()) co_return false;
+    if (stopIfOver(*_context)) co_return false;
   }
   if (!videoMediaStream) {
     traceError("Failed to build camera track from stored configuration.", {}, parentSpan);
@@ -131,13 +131,6 @@ Task<bool> CameraControls::startVideo(std::shared_ptr<CustomRTCMediaStream> vide
     co_return false;
   }
   co_return co_await produceVideo(std::move(videoMediaStream), std::move(parentSpan));
-}
-
-/// The teardown may have gone by between two steps: what they captured must not run on.
-bool CameraControls::stopIfOver() {
-  if (!_context->isOver()) return false;
-  _context->roomClient()->capturer()->stop();
-  return true;
 }
 
 Task<std::shared_ptr<CustomRTCMediaStream>> CameraControls::buildVideoStream(
@@ -259,7 +252,7 @@ Task<void> CameraControls::republishAsVP8(CodecChangeInfo change) {
     traceError("Failed to build camera track from stored configuration.", {}, span.scope());
     _state.setOn(false);
     _context->onError(KestrovaError::ERROR_VIDEO_TRACK_CREATION_FAILED);
-  } else if (!stopIfOver()) {
+  } else if (!stopIfOver(*_context)) {
     const auto described = stream->toJsonString(false);
     const bool allowed =
         MediaCapturer::getVideoPermissionStatus() == AuthorisationStatus::authorized;

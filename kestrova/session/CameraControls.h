@@ -59,7 +59,6 @@ private:
   std::string reasonText(VideoCodec unsupported,
                          const std::shared_ptr<Participant>& causedBy) const;
   void emitCodecChangedEvent(const CodecChangeInfo& change);
-  bool stopIfOver();
   std::shared_ptr<Participant> codecChangeParticipant() const;
 
   const std::shared_ptr<MeetingContext> _context;

@@ -29,19 +29,12 @@ Task<void> MediaControls::startWishedMedia(Mode mode, std::vector<std::string> u
   const auto self = shared_from_this();
   watchCapture();
   co_await cleanup();
-  if (stopIfOver()) co_return;
+  if (stopIfOver(*_context)) co_return;
   co_await microphone->startWished(mode, parentSpan);
-  if (stopIfOver()) co_return;
+  if (stopIfOver(*_context)) co_return;
   auto starting = camera->startWished(mode, std::move(unsupportedCodecs), parentSpan);
   co_await std::move(starting);
-  stopIfOver();
-}
-
-/// The teardown may have gone by between two steps: what they captured must not run on.
-bool MediaControls::stopIfOver() {
-  if (!_context->isOver()) return false;
-  _context->roomClient()->capturer()->stop();
-  return true;
+  stopIfOver(*_context);
 }
 
 Task<void> MediaControls::cleanup() {

@@ -27,12 +27,11 @@ public:
                               std::optional<SpanScope> parentSpan);
   /// Stops screen share, webcam and microphone, in this order; the wishes stay as they are.
   Task<void> stopPublishing(std::optional<SpanScope> parentSpan);
-  /// Has failures of the devices end the streams. Once, when the room client is there.
-  void watchCapture();
 
 private:
+  /// Has a device that ends by itself end its stream.
+  void watchCapture();
   Task<void> cleanup();
-  bool stopIfOver();
 
   const std::shared_ptr<MeetingContext> _context;
 };

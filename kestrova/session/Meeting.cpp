@@ -101,18 +101,20 @@ void Meeting::askConsumers(const char* methodName, Task<void> (ConsumerControls:
   const auto& controls = _core->context->roomClient()->consumerControls();
   spawn(controls, ((*controls).*request)());
 }
-void Meeting::askConsumers(const char* methodName,
+void Meeting::askConsumers(const char* methodName, const char* verb,
                            Task<void> (ConsumerControls::*request)(std::string),
                            const std::optional<std::string>& kind) {
   if (!_core->allows(methodName)) return;
+  const auto all = kind.value_or("all");
+  trace([&] { return std::string(verb) + " All " + all + " Stream Requested."; });
   const auto& controls = _core->context->roomClient()->consumerControls();
-  spawn(controls, ((*controls).*request)(kind.value_or("all")));
+  spawn(controls, ((*controls).*request)(all));
 }
 void Meeting::pauseAllStreams(const std::optional<std::string>& kind) {
-  askConsumers("pauseAllStreams", &ConsumerControls::pauseAllStreams, kind);
+  askConsumers("pauseAllStreams", "Pause", &ConsumerControls::pauseAllStreams, kind);
 }
 void Meeting::resumeAllStreams(const std::optional<std::string>& kind) {
-  askConsumers("resumeAllStreams", &ConsumerControls::resumeAllStreams, kind);
+  askConsumers("resumeAllStreams", "Resume", &ConsumerControls::resumeAllStreams, kind);
 }
 void Meeting::enableAdaptiveSubscription() {
   askConsumers("enableAdaptiveSubscription", &ConsumerControls::enableAdaptiveSubscription);

@@ -102,7 +102,8 @@ public:
 
 private:
   void askConsumers(const char* methodName, Task<void> (ConsumerControls::*request)());
-  void askConsumers(const char* methodName, Task<void> (ConsumerControls::*request)(std::string),
+  void askConsumers(const char* methodName, const char* verb,
+                    Task<void> (ConsumerControls::*request)(std::string),
                     const std::optional<std::string>& kind);
 
   const std::shared_ptr<MeetingCore> _core;

@@ -47,6 +47,12 @@ bool permitted(MeetingContext& context, AuthorisationStatus status, const Kestro
   return false;
 }
 
+bool stopIfOver(MeetingContext& context) {
+  if (!context.isOver()) return false;
+  context.roomClient()->capturer()->stop();
+  return true;
+}
+
 std::shared_ptr<CustomRTCMediaStream> liveVideo(std::shared_ptr<CustomRTCMediaStream> stream) {
   return stream && stream->videoTrack() ? std::move(stream) : nullptr;
 }

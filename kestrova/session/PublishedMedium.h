@@ -54,11 +54,15 @@ private:
 bool permitted(MeetingContext& context, AuthorisationStatus status, const KestrovaError& error,
                const SpanScope& span);
 
+/// Ends all capture once the meeting is over: the teardown may have gone by between two steps, and
+/// what they captured must not run on. \returns whether it is over
+bool stopIfOver(MeetingContext& context);
+
 /// Takes the application's track, unless it was disposed of.
 std::shared_ptr<CustomRTCMediaStream> liveVideo(std::shared_ptr<CustomRTCMediaStream> stream);
 std::shared_ptr<CustomRTCMediaStream> liveAudio(std::shared_ptr<CustomRTCMediaStream> stream);
-/// Ends a track that the library captures for the application; one that the application feeds is the
-/// application's, and may be published again.
+/// Ends a track that the library captures for the application; one that the application feeds is
+/// the application's, and may be published again.
 void disposeOwnCapture(const std::shared_ptr<CustomRTCMediaStream>& stream);
 
 /// Tells `controls` when the device behind such a track ends by itself.

@@ -144,7 +144,8 @@ Task<std::vector<std::string>> JoinSequence::join(CameraPosition cameraPosition,
     std::set<std::string> ids;
     for (const auto& peer : peers) ids.insert(peer.id);
     // Goodbyes that were said while the connection was lost are not said again.
-    if (dictionary(answer, "data") && context->joined()) delegate->keepOnly(ids);
+    const auto* data = dictionary(answer, "data");
+    if (data && list(*data, "peers") && context->joined()) delegate->keepOnly(ids);
     for (const auto& peer : peers)
       if (!peer.id.empty()) delegate->addParticipant(peer);
   };

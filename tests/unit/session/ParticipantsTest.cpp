@@ -286,6 +286,8 @@ TEST_F(ParticipantsTest, allStreamsArePausedByKind) {
   platform.pump();
   EXPECT_EQ(platform.service->last("pauseAllConsumers"), (Dictionary{{"kind", "video"}}));
   EXPECT_EQ(platform.service->last("resumeAllConsumers"), (Dictionary{{"kind", "all"}}));
+  EXPECT_TRUE(platform.traces.has("Pause All video Stream Requested."));
+  EXPECT_TRUE(platform.traces.has("Resume All all Stream Requested."));
   EXPECT_TRUE(test.listener->has("onPausedAllStreams video"));
   EXPECT_TRUE(test.listener->has("onResumedAllStreams all"));
 }

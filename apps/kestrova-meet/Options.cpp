@@ -44,8 +44,8 @@ std::chrono::milliseconds duration(std::string_view text) {
                    "\"");
 }
 
-/// One of the words, or a file, which must be there, or a device's place: whether that can be opened
-/// shows when it is.
+/// One of the words, or a file, which must be there, or a device's place: whether that can be
+/// opened shows when it is.
 std::string device(std::string_view flag, const std::string& value,
                    std::initializer_list<std::string_view> words) {
   if (std::find(words.begin(), words.end(), value) != words.end()) return value;

@@ -1,7 +1,7 @@
 #pragma once
 
+#include <kestrova/model/MeetingTypes.h>
 #include <kestrova/platform/Capture.h>
-#include <kestrova/signalling/MeetingTypes.h>
 
 #include <chrono>
 #include <filesystem>

@@ -1,7 +1,7 @@
 #include <kestrova/media/AppData.h>
 #include <kestrova/media/ConsumerClosing.h>
 #include <kestrova/media/Consuming.h>
-#include <kestrova/signalling/RoomClientError.h>
+#include <kestrova/model/RoomClientError.h>
 #include <kestrova/tracing/Trace.h>
 
 #include <algorithm>

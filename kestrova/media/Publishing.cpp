@@ -1,9 +1,9 @@
 #include <kestrova/media/Publishing.h>
 #include <kestrova/media/SdkCapabilities.h>
 #include <kestrova/media/VideoCodecCapabilityResolver.h>
+#include <kestrova/model/RoomClientError.h>
 #include <kestrova/platform/Await.h>
 #include <kestrova/signalling/Response.h>
-#include <kestrova/signalling/RoomClientError.h>
 #include <kestrova/tracing/Trace.h>
 
 #include <array>

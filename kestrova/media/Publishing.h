@@ -4,7 +4,7 @@
 #include <kestrova/media/MediaCapturer.h>
 #include <kestrova/media/MediaRegistry.h>
 #include <kestrova/media/Transports.h>
-#include <kestrova/signalling/RoomClientError.h>
+#include <kestrova/model/RoomClientError.h>
 #include <kestrova/signalling/RoomContext.h>
 #include <kestrova/tracing/Trace.h>
 

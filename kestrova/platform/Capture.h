@@ -34,8 +34,9 @@ public:
   using FailureHandler = std::function<void(const std::string& error)>;
   virtual ~RTCCameraVideoCapturer() = default;
   virtual void onFrame(FrameHandler handler) = 0;
-  /// Called once for a capture that ends by itself after it began: the device was unplugged, stopped
-  /// delivering, or its file can't be read on. No picture follows; on a thread of the capturer.
+  /// Called once for a capture that ends by itself after it began: the device was unplugged,
+  /// stopped delivering, or its file can't be read on. No picture follows; on a thread of the
+  /// capturer.
   virtual void onFailure(FailureHandler handler) = 0;
   virtual bool isRunning() const = 0;
   /// `completion` is called once capture has begun, with an empty text, or with what went wrong. It
@@ -62,9 +63,9 @@ public:
 
 /// Which devices stand for "the camera", "the microphone" and "the speaker" of this process.
 struct CaptureConfig {
-  /// "default" is every camera of the system, "none" no camera, "pattern" a moving test picture with
-  /// a running clock. Else one camera's device file or `uniqueId`, or a file of pictures (.y4m,
-  /// .mjpeg, .mjpg), which starts over at its end.
+  /// "default" is every camera of the system, "none" no camera, "pattern" a moving test picture
+  /// with a running clock. Else one camera's device file or `uniqueId`, or a file of pictures
+  /// (.y4m, .mjpeg, .mjpg), which starts over at its end.
   std::string camera = "default";
   /// "default" is the sound server's default source, "none" no microphone, "tone" a sine of
   /// `toneHz`. Else the name of a source of the sound server, or a .wav file, which starts over at

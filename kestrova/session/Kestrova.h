@@ -1,10 +1,10 @@
 #pragma once
 
 #include <kestrova/media/CustomRTCMediaStream.h>
+#include <kestrova/model/RoomClientError.h>
 #include <kestrova/platform/Capture.h>
 #include <kestrova/platform/Task.h>
 #include <kestrova/session/Meeting.h>
-#include <kestrova/signalling/RoomClientError.h>
 #include <kestrova/tracing/TraceCategories.h>
 
 #include <memory>

@@ -1,5 +1,5 @@
+#include <kestrova/model/RoomClientError.h>
 #include <kestrova/session/MediaControls.h>
-#include <kestrova/signalling/RoomClientError.h>
 #include <kestrova/tracing/Trace.h>
 
 #include <utility>

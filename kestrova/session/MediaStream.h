@@ -2,7 +2,7 @@
 
 #include <kestrova/media/MediaType.h>
 #include <kestrova/media/SinkHandle.h>
-#include <kestrova/monitoring/LinkCondition.h>
+#include <kestrova/model/LinkCondition.h>
 #include <kestrova/platform/Mediasoup.h>
 #include <kestrova/session/MeetingAction.h>
 #include <kestrova/signalling/ParticipantDelegate.h>

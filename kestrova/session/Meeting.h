@@ -1,11 +1,11 @@
 #pragma once
 
+#include <kestrova/model/MeetingTypes.h>
+#include <kestrova/model/Peer.h>
+#include <kestrova/model/ServiceStates.h>
 #include <kestrova/platform/Task.h>
 #include <kestrova/session/MeetingEventListener.h>
 #include <kestrova/session/Participant.h>
-#include <kestrova/signalling/MeetingTypes.h>
-#include <kestrova/signalling/Peer.h>
-#include <kestrova/signalling/ServiceStates.h>
 
 #include <map>
 #include <memory>

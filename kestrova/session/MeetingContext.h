@@ -1,9 +1,9 @@
 #pragma once
 
 #include <kestrova/media/CustomRTCMediaStream.h>
+#include <kestrova/model/MeetingTypes.h>
 #include <kestrova/session/MeetingMulticastDelegate.h>
 #include <kestrova/session/Participant.h>
-#include <kestrova/signalling/MeetingTypes.h>
 #include <kestrova/signalling/RoomClient.h>
 
 #include <atomic>

@@ -1,11 +1,11 @@
 #pragma once
 
-#include <kestrova/monitoring/LinkCondition.h>
+#include <kestrova/model/KestrovaError.h>
+#include <kestrova/model/LinkCondition.h>
+#include <kestrova/model/MeetingTypes.h>
+#include <kestrova/model/Peer.h>
+#include <kestrova/model/ServiceStates.h>
 #include <kestrova/session/CodecChangeInfo.h>
-#include <kestrova/session/KestrovaError.h>
-#include <kestrova/signalling/MeetingTypes.h>
-#include <kestrova/signalling/Peer.h>
-#include <kestrova/signalling/ServiceStates.h>
 
 #include <cstdint>
 #include <functional>

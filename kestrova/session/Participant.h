@@ -1,11 +1,11 @@
 #pragma once
 
 #include <kestrova/media/EncodingTypes.h>
+#include <kestrova/model/Peer.h>
 #include <kestrova/session/MediaStream.h>
 #include <kestrova/session/MeetingAction.h>
 #include <kestrova/session/ParticipantMulticastDelegate.h>
 #include <kestrova/signalling/ParticipantDelegate.h>
-#include <kestrova/signalling/Peer.h>
 
 #include <map>
 #include <memory>

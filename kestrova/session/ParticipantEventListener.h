@@ -1,7 +1,7 @@
 #pragma once
 
 #include <kestrova/media/MediaType.h>
-#include <kestrova/signalling/CharacterTypes.h>
+#include <kestrova/model/CharacterTypes.h>
 
 #include <memory>
 #include <string>

@@ -1,9 +1,9 @@
 #pragma once
 
+#include <kestrova/model/MeetingTypes.h>
 #include <kestrova/platform/Task.h>
 #include <kestrova/platform/Values.h>
 #include <kestrova/signalling/Events.h>
-#include <kestrova/signalling/MeetingTypes.h>
 #include <kestrova/tracing/SpanScope.h>
 
 #include <string>

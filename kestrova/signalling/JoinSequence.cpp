@@ -1,8 +1,8 @@
+#include <kestrova/model/RoomClientError.h>
 #include <kestrova/signalling/APIManager.h>
 #include <kestrova/signalling/DeviceInfo.h>
 #include <kestrova/signalling/JoinSequence.h>
 #include <kestrova/signalling/Response.h>
-#include <kestrova/signalling/RoomClientError.h>
 #include <kestrova/signalling/SDKConfiguration.h>
 #include <kestrova/tracing/Trace.h>
 

@@ -1,8 +1,8 @@
 #pragma once
 
 #include <kestrova/media/EncodingTypes.h>
+#include <kestrova/model/Peer.h>
 #include <kestrova/signalling/Events.h>
-#include <kestrova/signalling/Peer.h>
 
 #include <string>
 

@@ -1,7 +1,7 @@
 #pragma once
 
+#include <kestrova/model/KestrovaError.h>
 #include <kestrova/platform/Values.h>
-#include <kestrova/signalling/KestrovaError.h>
 
 #include <string>
 

@@ -2,14 +2,14 @@
 
 #include <kestrova/media/EncodingTypes.h>
 #include <kestrova/media/MediaType.h>
-#include <kestrova/monitoring/LinkCondition.h>
+#include <kestrova/model/CharacterTypes.h>
+#include <kestrova/model/KestrovaError.h>
+#include <kestrova/model/LinkCondition.h>
+#include <kestrova/model/MeetingTypes.h>
+#include <kestrova/model/Peer.h>
+#include <kestrova/model/ServiceStates.h>
 #include <kestrova/platform/Mediasoup.h>
 #include <kestrova/platform/Task.h>
-#include <kestrova/signalling/CharacterTypes.h>
-#include <kestrova/signalling/KestrovaError.h>
-#include <kestrova/signalling/MeetingTypes.h>
-#include <kestrova/signalling/Peer.h>
-#include <kestrova/signalling/ServiceStates.h>
 
 #include <cstdint>
 #include <memory>

@@ -1,10 +1,10 @@
 #pragma once
 
 #include <kestrova/media/CustomRTCMediaStream.h>
+#include <kestrova/model/MeetingTypes.h>
 #include <kestrova/platform/Platform.h>
 #include <kestrova/platform/Queue.h>
 #include <kestrova/realtime/PubSubEndpointStore.h>
-#include <kestrova/signalling/MeetingTypes.h>
 #include <kestrova/signalling/RoomClientDelegate.h>
 #include <kestrova/signalling/RoomSpans.h>
 #include <kestrova/signalling/SocketRequestHandler.h>

@@ -1,6 +1,6 @@
 #include <kestrova/media/ConsumerClosing.h>
+#include <kestrova/model/RoomClientError.h>
 #include <kestrova/signalling/Response.h>
-#include <kestrova/signalling/RoomClientError.h>
 #include <kestrova/signalling/Teardown.h>
 #include <kestrova/tracing/Trace.h>
 

@@ -12,11 +12,13 @@ INCLUDE = re.compile(r'^\s*#\s*include\s*[<"]([^>"]+)[>"]', re.MULTILINE)
 
 # What each folder may include of the library. The middle four are one layer.
 MIDDLE = {"signalling", "media", "realtime", "monitoring"}
+BELOW = {"model", "tracing", "platform"}
 MAY_INCLUDE = {
     "platform": {"platform"},
     "tracing": {"tracing", "platform"},
-    **{name: MIDDLE | {"tracing", "platform"} for name in MIDDLE},
-    "session": {"session", "tracing", "platform"} | MIDDLE,
+    "model": BELOW,
+    **{name: MIDDLE | BELOW for name in MIDDLE},
+    "session": {"session"} | MIDDLE | BELOW,
 }
 
 # Whose headers may be seen where; everywhere else they may not.

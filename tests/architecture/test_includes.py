@@ -27,6 +27,7 @@ class IncludesTest(unittest.TestCase):
         for path, include in [
             ("kestrova/signalling/RoomClient.cpp", "kestrova/session/Meeting.h"),
             ("kestrova/tracing/Trace.h", "kestrova/media/AppData.h"),
+            ("kestrova/model/Peer.h", "kestrova/signalling/Events.h"),
             ("kestrova/platform/Queue.h", "kestrova/tracing/Trace.h"),
             ("kestrova/session/Meeting.cpp", "kestrova/platform/linux/webrtc/Engine.h"),
             ("kestrova/session/Meeting.h", "api/media_stream_interface.h"),

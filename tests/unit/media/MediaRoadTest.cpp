@@ -1,6 +1,6 @@
 #include <kestrova/media/Publishing.h>
 #include <kestrova/media/Transports.h>
-#include <kestrova/signalling/RoomClientError.h>
+#include <kestrova/model/RoomClientError.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

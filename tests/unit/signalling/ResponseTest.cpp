@@ -1,7 +1,7 @@
+#include <kestrova/model/MeetingTypes.h>
+#include <kestrova/model/Peer.h>
 #include <kestrova/signalling/APIManager.h>
 #include <kestrova/signalling/Events.h>
-#include <kestrova/signalling/MeetingTypes.h>
-#include <kestrova/signalling/Peer.h>
 #include <kestrova/signalling/Response.h>
 #include <kestrova/signalling/SDKConfiguration.h>
 

@@ -51,7 +51,7 @@ public:
 
   // One constant per row of the catalogue.
 #define KESTROVA_ERROR(code, name, text) static const KestrovaError name;
-#include <kestrova/signalling/ErrorCatalogue.inc>
+#include <kestrova/model/ErrorCatalogue.inc>
 #undef KESTROVA_ERROR
 
 private:

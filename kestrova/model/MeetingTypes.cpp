@@ -1,5 +1,5 @@
+#include <kestrova/model/MeetingTypes.h>
 #include <kestrova/platform/EnumTexts.h>
-#include <kestrova/signalling/MeetingTypes.h>
 
 #include <algorithm>
 #include <array>

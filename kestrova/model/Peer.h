@@ -1,7 +1,7 @@
 #pragma once
 
+#include <kestrova/model/MeetingTypes.h>
 #include <kestrova/platform/Values.h>
-#include <kestrova/signalling/MeetingTypes.h>
 
 #include <optional>
 #include <string>

@@ -1,4 +1,4 @@
-#include <kestrova/signalling/ServiceStates.h>
+#include <kestrova/model/ServiceStates.h>
 
 namespace kestrova {
 

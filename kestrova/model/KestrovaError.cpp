@@ -1,4 +1,4 @@
-#include <kestrova/signalling/KestrovaError.h>
+#include <kestrova/model/KestrovaError.h>
 
 #include <algorithm>
 #include <array>
@@ -14,7 +14,7 @@ struct Row {
 
 constexpr auto catalogue = std::to_array<Row>({
 #define KESTROVA_ERROR(code, name, text) {code, #name, text},
-#include <kestrova/signalling/ErrorCatalogue.inc>
+#include <kestrova/model/ErrorCatalogue.inc>
 #undef KESTROVA_ERROR
 });
 
@@ -36,7 +36,7 @@ const Row* findRow(int code) {
 // Initialised before any code runs, so that the constants may be used by other initialisers.
 #define KESTROVA_ERROR(code, name, text) \
   constinit const KestrovaError KestrovaError::name{code, CatalogueName{#name}};
-#include <kestrova/signalling/ErrorCatalogue.inc>
+#include <kestrova/model/ErrorCatalogue.inc>
 #undef KESTROVA_ERROR
 
 std::optional<KestrovaError> KestrovaError::fromRawValue(int rawValue) {

@@ -1,5 +1,5 @@
-#include <kestrova/session/KestrovaError.h>
-#include <kestrova/signalling/RoomClientError.h>
+#include <kestrova/model/KestrovaError.h>
+#include <kestrova/model/RoomClientError.h>
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include <kestrova/signalling/CharacterTypes.h>
+#include <kestrova/model/CharacterTypes.h>
 
 #include <algorithm>
 #include <cctype>

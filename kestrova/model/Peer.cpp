@@ -1,4 +1,4 @@
-#include <kestrova/signalling/Peer.h>
+#include <kestrova/model/Peer.h>
 
 namespace kestrova {
 

@@ -50,20 +50,28 @@ public:
   using EventHandler = std::function<void(const SocketItems&, std::shared_ptr<SocketAckEmitter>)>;
   using ClientHandler = std::function<void(const SocketItems&)>;
   using AnyHandler = std::function<void(const SocketAnyEvent&)>;
-  /// Called exactly once: with the server's items, or with the single text `timeoutMarker`.
+  /// Called exactly once: with the server's items, or with the single text `timeoutMarker` or
+  /// `disconnectMarker`, or with no items when the event could not be written or is longer than the
+  /// server accepts.
   using AckHandler = std::function<void(const SocketItems&)>;
 
   /// What an acknowledgement holds when the time-out came first.
   static constexpr const char* timeoutMarker = "NO ACK";
+  /// What it holds when the connection that carried the event is gone, or when there was none.
+  static constexpr const char* disconnectMarker = "DISCONNECTED";
 
   virtual ~SocketIOClient() = default;
   virtual SocketIOStatus status() const = 0;
   virtual void connect() = 0;
+  /// What is still unanswered ends with `disconnectMarker`.
   virtual void disconnect() = 0;
   /// Dropped silently while the socket is not connected.
   virtual void emit(const std::string& event, SocketItems items) = 0;
-  /// While the socket is not connected the event is dropped, and `ack` gets the time-out marker
-  /// when the time has passed.
+  /// An answer belongs to the connection that carried its question. When that one is lost, `ack`
+  /// gets `disconnectMarker` before the client event that tells of the loss is raised. While the
+  /// socket is not connected the event is dropped and `ack` gets the marker as the queue's next
+  /// work, so asking again from inside `ack` has to wait for the connection. `ack` is never called
+  /// from within this call.
   virtual void emitWithAck(const std::string& event, SocketItems items,
                            std::chrono::milliseconds timeout, AckHandler ack) = 0;
   virtual void on(const std::string& event, EventHandler handler) = 0;

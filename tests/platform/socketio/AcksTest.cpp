@@ -11,8 +11,9 @@ namespace {
 using namespace std::chrono_literals;
 
 struct SocketAcksTest : ::testing::Test {
-  std::uint64_t add(std::chrono::milliseconds timeout, const std::string& name) {
-    return acks->add(timeout,
+  std::uint64_t add(std::chrono::milliseconds timeout, const std::string& name,
+                    std::uint64_t connection = 1) {
+    return acks->add(connection, timeout,
                      [this, name](const SocketItems& items) { log.add(name + " " + show(items)); });
   }
   void advance(std::chrono::milliseconds time) {
@@ -51,14 +52,22 @@ TEST_F(SocketAcksTest, eachIsCalledOnceWhicheverComesFirst) {
   EXPECT_EQ(log.lines().size(), 3u);
 }
 
-TEST_F(SocketAcksTest, closingAnswersAllAndLeavesNoTimer) {
+TEST_F(SocketAcksTest, endWithTheirConnectionAndInOrder) {
   add(1h, "a");
-  acks->close();
+  const auto carried = add(1min, "next", 2);
+  add(1s, "b");
+  acks->end(1);
+  add(1h, "c");  // its connection went while it was being sent
   settle();
-  EXPECT_EQ(clock->pending(), 0u);
-  add(1h, "b");
+  const std::vector<std::string> ended{R"(a "DISCONNECTED")", R"(b "DISCONNECTED")",
+                                       R"(c "DISCONNECTED")"};
+  EXPECT_EQ(log.lines(), ended);
+  advance(59s);
+  EXPECT_EQ(log.lines(), ended);
+  acks->resolve(carried, {json("1")});
+  acks->end(2);
   settle();
-  EXPECT_EQ(log.lines(), (std::vector<std::string>{R"(a "NO ACK")", R"(b "NO ACK")"}));
+  EXPECT_EQ(log.lines().back(), "next 1");
   EXPECT_EQ(clock->pending(), 0u);
 }
 

@@ -105,14 +105,14 @@ TEST(SocketIOLife, releaseClosesAndRaisesNothing) {
   probe.client->emitWithAck("nothing", {}, 1h, pending);
   probe.manager.reset();
   // Nobody would end the wait otherwise.
-  EXPECT_TRUE(answers.waitFor("\"NO ACK\""));
+  EXPECT_TRUE(answers.waitFor("\"DISCONNECTED\""));
   EXPECT_TRUE(witness.log->waitFor("event left"));
   EXPECT_TRUE(comesTrue([&] { return openFiles() <= before; }));
   // The client that is still held is empty.
   probe.client->connect();
   probe.client->emit("x", {});
   probe.client->emitWithAck("x", {}, 1h, pending);
-  EXPECT_TRUE(answers.waitFor("\"NO ACK\"", 2));
+  EXPECT_TRUE(answers.waitFor("\"DISCONNECTED\"", 2));
   probe.settle();
   EXPECT_EQ(probe.log->lines().size(), 2u);
 }

@@ -51,7 +51,7 @@ TEST(SocketIOLoss, returnsToARestartedServerAndCountsAnew) {
     ASSERT_TRUE(probe.log->waitFor("reconnect ", round));
     EXPECT_EQ(probe.client->status(), SocketIOStatus::connecting);
     probe.client->emit("note", {json("\"lost\"")});
-    EXPECT_EQ(probe.ask("echo", {}, 1ms), SocketItems{json("\"NO ACK\"")});
+    EXPECT_EQ(probe.ask("echo", {}, 1h), SocketItems{json("\"DISCONNECTED\"")});
     server = std::make_unique<NodeServer>(portOption(port));
     ASSERT_TRUE(probe.log->waitFor("event connectionSuccess", round + 1));
     EXPECT_EQ(probe.log->count("reconnect "), round);
@@ -63,17 +63,43 @@ TEST(SocketIOLoss, returnsToARestartedServerAndCountsAnew) {
   EXPECT_EQ(probe.log->count("error"), 0u);
 }
 
-TEST(SocketIOLoss, pendingAcknowledgementsWaitForTheirTime) {
+TEST(SocketIOLoss, acknowledgementsEndBeforeItIsTold) {
   NodeServer server;
-  Probe probe(server.url());
-  ASSERT_TRUE(probe.connect());
-  Log answers;
-  probe.client->emitWithAck("nothing", {}, 300ms,
-                            [&](const SocketItems& items) { answers.add(show(items)); });
-  probe.client->emit("cut", {});
-  ASSERT_TRUE(probe.log->waitFor("event connectionSuccess", 2));
-  EXPECT_EQ(answers.lines().size(), 0u);
-  EXPECT_TRUE(answers.waitFor("\"NO ACK\""));
+  for (const char* cause : {"cut", "kick", "disconnect"}) {
+    SCOPED_TRACE(cause);
+    Probe probe(server.url());
+    ASSERT_TRUE(probe.connect());
+    auto ask = [&, log = probe.log](const std::string& name) {
+      probe.client->emitWithAck("nothing", {}, 1h, [log, name](const SocketItems& items) {
+        log->add(name + " " + show(items));
+      });
+    };
+    ask("first");
+    ask("second");
+    if (std::string(cause) == "disconnect")
+      probe.client->disconnect();
+    else
+      probe.client->emit(cause, {});
+    const bool comesBack = std::string(cause) == "cut";
+    ASSERT_TRUE(probe.log->waitFor(comesBack ? "reconnect " : "disconnect "));
+    auto lines = probe.log->lines();
+    ASSERT_GE(lines.size(), 5u);
+    EXPECT_EQ(lines[2], R"(first "DISCONNECTED")");
+    EXPECT_EQ(lines[3], R"(second "DISCONNECTED")");
+    if (comesBack) {
+      ASSERT_TRUE(probe.log->waitFor("event connectionSuccess", 2));
+      EXPECT_EQ(probe.ask("echo", {json("1")}), SocketItems{json("1")});
+    } else {
+      probe.queue->async([&] {
+        ask("late");
+        probe.log->add("asked");
+      });
+      ASSERT_TRUE(probe.log->waitFor("late"));
+      lines = probe.log->lines();
+      EXPECT_EQ(lines[lines.size() - 2], "asked");
+      EXPECT_EQ(lines.back(), R"(late "DISCONNECTED")");
+    }
+  }
 }
 
 TEST(SocketIOLoss, silenceIsALoss) {

@@ -1,6 +1,7 @@
 #include <kestrova/platform/linux/socketio/SocketAcks.h>
 
 #include <algorithm>
+#include <map>
 
 namespace kestrova {
 
@@ -14,7 +15,8 @@ constexpr std::chrono::milliseconds longestTimeout = std::chrono::hours(24 * 365
 SocketAcks::SocketAcks(std::shared_ptr<Queue> queue, std::shared_ptr<Scheduler> scheduler)
     : _queue(std::move(queue)), _scheduler(std::move(scheduler)) {}
 
-std::uint64_t SocketAcks::add(std::chrono::milliseconds timeout, Handler handler) {
+std::uint64_t SocketAcks::add(std::uint64_t connection, std::chrono::milliseconds timeout,
+                              Handler handler) {
   timeout = std::clamp(timeout, std::chrono::milliseconds(0), longestTimeout);
   const auto deadline = _scheduler->now() + timeout;
   bool first = false;
@@ -22,12 +24,12 @@ std::uint64_t SocketAcks::add(std::chrono::milliseconds timeout, Handler handler
   {
     std::unique_lock held(_lock);
     id = _next++;
-    if (_closed) {
+    if (connection <= _ended) {
       held.unlock();
-      raiseTimeout(std::move(handler));
+      raise(std::move(handler), SocketIOClient::disconnectMarker);
       return id;
     }
-    _entries.emplace(id, Entry{std::move(handler), deadline});
+    _entries.emplace(id, Entry{std::move(handler), deadline, connection});
     _deadlines.emplace(deadline, id);
     first = deadline < _armedFor;
     if (first) _armedFor = deadline;
@@ -49,18 +51,27 @@ void SocketAcks::resolve(std::uint64_t id, SocketItems items) {
   _queue->async([handler = std::move(handler), items = std::move(items)] { handler(items); });
 }
 
-void SocketAcks::close() {
-  std::unordered_map<std::uint64_t, Entry> left;
+void SocketAcks::end(std::uint64_t connection) {
+  std::map<std::uint64_t, Handler> left;
   std::unique_ptr<Timer> timer;
   {
     std::scoped_lock held(_lock);
-    _closed = true;
-    left.swap(_entries);
-    _deadlines.clear();
-    timer.swap(_timer);
-    _armedFor = Time::max();
+    _ended = std::max(_ended, connection);
+    for (auto entry = _entries.begin(); entry != _entries.end();) {
+      if (entry->second.connection > connection) {
+        ++entry;
+        continue;
+      }
+      _deadlines.erase({entry->second.deadline, entry->first});
+      left.emplace(entry->first, std::move(entry->second.handler));
+      entry = _entries.erase(entry);
+    }
+    if (_entries.empty()) {
+      timer.swap(_timer);
+      _armedFor = Time::max();
+    }
   }
-  for (auto& [id, entry] : left) raiseTimeout(std::move(entry.handler));
+  for (auto& [id, handler] : left) raise(std::move(handler), SocketIOClient::disconnectMarker);
 }
 
 void SocketAcks::arm(Time deadline) {
@@ -71,7 +82,7 @@ void SocketAcks::arm(Time deadline) {
       });
   std::scoped_lock held(_lock);
   // Somebody may have armed an earlier one meanwhile: then that one stays and ours goes.
-  if (_armedFor == deadline && !_closed) _timer.swap(timer);
+  if (_armedFor == deadline) _timer.swap(timer);
 }
 
 void SocketAcks::expire() {
@@ -89,14 +100,12 @@ void SocketAcks::expire() {
     if (!_deadlines.empty()) next = _deadlines.begin()->first;
     _armedFor = next;
   }
-  for (auto& handler : late) raiseTimeout(std::move(handler));
+  for (auto& handler : late) raise(std::move(handler), SocketIOClient::timeoutMarker);
   if (next != Time::max()) arm(next);
 }
 
-void SocketAcks::raiseTimeout(Handler handler) {
-  _queue->async([handler = std::move(handler)] {
-    handler({SocketItem(Value(SocketIOClient::timeoutMarker))});
-  });
+void SocketAcks::raise(Handler handler, const char* marker) {
+  _queue->async([handler = std::move(handler), marker] { handler({SocketItem(Value(marker))}); });
 }
 
 }  // namespace kestrova

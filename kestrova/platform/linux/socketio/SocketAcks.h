@@ -15,7 +15,7 @@
 namespace kestrova {
 
 /// The acknowledgements that are still awaited. Each handler is called exactly once, on `queue`:
-/// with what the server sent, or with the time-out marker. Thread-safe.
+/// with what the server sent, or with a marker. Thread-safe.
 class SocketAcks : public std::enable_shared_from_this<SocketAcks> {
 public:
   using Handler = SocketIOClient::AckHandler;
@@ -23,22 +23,26 @@ public:
   SocketAcks(std::shared_ptr<Queue> queue, std::shared_ptr<Scheduler> scheduler);
 
   /// Gives the number to send. Numbers are never used twice, whatever becomes of the connection.
-  std::uint64_t add(std::chrono::milliseconds timeout, Handler handler);
+  /// \param connection the number of the connection that is to carry the question; rises from one
+  /// to the next. One that has ended already gives the handler the disconnect marker.
+  std::uint64_t add(std::uint64_t connection, std::chrono::milliseconds timeout, Handler handler);
   /// A number that nobody waits for is ignored.
   void resolve(std::uint64_t id, SocketItems items);
-  /// Gives all of them the marker, and from now on every new one at once.
-  void close();
+  /// Gives the disconnect marker to all that were to come by this connection or an older one, in
+  /// the order in which they were added.
+  void end(std::uint64_t connection);
 
 private:
   using Time = Scheduler::Clock::time_point;
   struct Entry {
     Handler handler;
     Time deadline;
+    std::uint64_t connection = 0;
   };
 
   void arm(Time deadline);
   void expire();
-  void raiseTimeout(Handler handler);
+  void raise(Handler handler, const char* marker);
 
   const std::shared_ptr<Queue> _queue;
   const std::shared_ptr<Scheduler> _scheduler;
@@ -51,7 +55,7 @@ private:
   std::unique_ptr<Timer> _timer;
   Time _armedFor = Time::max();
   std::uint64_t _next = 0;
-  bool _closed = false;
+  std::uint64_t _ended = 0;
 };
 
 }  // namespace kestrova

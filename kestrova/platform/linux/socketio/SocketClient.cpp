@@ -56,15 +56,17 @@ void SocketClient::connect() {
 
 void SocketClient::disconnect() {
   std::uint64_t session = 0;
-  std::shared_ptr<EngineConnection> connection;
+  Target last;
   {
     std::scoped_lock held(_lock);
     if (!isActive(_status)) return;
     _status = SocketIOStatus::disconnected;
     session = ++_session;
-    connection.swap(_connection);
+    last = _target;
+    _target.connection.reset();
   }
   _link->stop(session);
+  _acks->end(last.number);
   const char* reason = "the client disconnected";
   if (!_queue->isCurrent()) return raiseEnd(reason);
   // Before the caller goes on: it may remove its handlers next.
@@ -74,47 +76,49 @@ void SocketClient::disconnect() {
 
 void SocketClient::retire() {
   std::uint64_t session = 0;
-  std::shared_ptr<EngineConnection> connection;
+  Target last;
   {
     std::scoped_lock held(_lock);
     _retired = true;
     if (isActive(_status)) _status = SocketIOStatus::disconnected;
     session = ++_session;
-    connection.swap(_connection);
+    last = _target;
+    _target.connection.reset();
   }
   _link->stop(session);
   _handlers.removeUpTo(_handlers.mark());
-  _acks->close();
+  _acks->end(last.number);
 }
 
 // ---- Sending -----------------------------------------------------------------------------------
 
-std::shared_ptr<EngineConnection> SocketClient::connection() const {
+SocketClient::Target SocketClient::target() const {
   std::scoped_lock held(_lock);
-  return _connection;
+  return _target;
 }
 
 void SocketClient::emit(const std::string& event, SocketItems items) {
-  if (const auto target = connection())
-    send(target, event, encodeEvent(event, std::move(items), std::nullopt));
+  const auto to = target();
+  if (to.connection) send(to, event, encodeEvent(event, std::move(items), std::nullopt));
 }
 
 void SocketClient::emitWithAck(const std::string& event, SocketItems items,
                                std::chrono::milliseconds timeout, AckHandler ack) {
-  const auto target = connection();
-  const auto id = _acks->add(timeout, std::move(ack));
-  if (target) send(target, event, encodeEvent(event, std::move(items), id));
+  const auto to = target();
+  const auto id = _acks->add(to.number, timeout, std::move(ack));
+  if (to.connection && !send(to, event, encodeEvent(event, std::move(items), id)))
+    _acks->resolve(id, {});
 }
 
-void SocketClient::send(const std::shared_ptr<EngineConnection>& target, const std::string& event,
+bool SocketClient::send(const Target& to, const std::string& event,
                         std::optional<EncodedPacket> packet) {
   std::string trouble;
   if (!packet)
     trouble = "an item cannot be written as JSON";
-  else if (target->send(std::move(*packet)) == EngineConnection::SendResult::tooLarge)
+  else if (to.connection->send(std::move(*packet)) == EngineConnection::SendResult::tooLarge)
     trouble = "it is longer than the server accepts";
   else
-    return;
+    return true;  // a connection that is gone ends its acknowledgements itself
   std::uint64_t session = 0;
   {
     std::scoped_lock held(_lock);
@@ -122,6 +126,7 @@ void SocketClient::send(const std::shared_ptr<EngineConnection>& target, const s
   }
   raise(session, SocketClientEvent::error,
         Value("the event \"" + event + "\" was not sent: " + trouble));
+  return false;
 }
 
 // ---- Handlers ----------------------------------------------------------------------------------
@@ -164,10 +169,16 @@ void SocketClient::raiseEnd(const std::string& reason) {
 
 bool SocketClient::advance(std::uint64_t session, SocketIOStatus status,
                            std::shared_ptr<EngineConnection> connection) {
-  std::scoped_lock held(_lock);
-  if (session != _session) return false;
-  _status = status;
-  _connection.swap(connection);
+  std::uint64_t ended = 0;
+  {
+    std::scoped_lock held(_lock);
+    if (session != _session) return false;
+    _status = status;
+    ended = _target.number;
+    _target = {std::move(connection), ended};
+    if (_target.connection) ++_target.number;
+  }
+  _acks->end(ended);
   return true;
 }
 
@@ -183,7 +194,7 @@ void SocketClient::linkUp(std::uint64_t session, std::shared_ptr<EngineConnectio
 
 void SocketClient::linkPacket(std::uint64_t session, SocketIOPacket packet) {
   if (packet.type == SocketIOType::ack) return _acks->resolve(*packet.id, std::move(packet.items));
-  auto ack = std::make_shared<AckEmitter>(connection(), packet.id);
+  auto ack = std::make_shared<AckEmitter>(target().connection, packet.id);
   _queue->async([self = shared_from_this(), session, ack = std::move(ack),
                  event = SocketAnyEvent{std::move(packet.event), std::move(packet.items)}] {
     if (self->isCurrent(session)) self->_handlers.raise(event, ack);

@@ -35,7 +35,7 @@ public:
   /// Called on another thread than the handlers' it takes effect after the events under way.
   void removeAllHandlers() override;
 
-  /// Closes for good and raises no further event. Pending acknowledgements get the marker.
+  /// Closes for good and raises no further event. Pending acknowledgements get their marker.
   void retire();
 
 private:
@@ -46,15 +46,23 @@ private:
   void linkRetrying(std::uint64_t session, int remaining) override;
   void linkEnded(std::uint64_t session, const std::string& reason) override;
 
-  std::shared_ptr<EngineConnection> connection() const;
-  /// Sets the status, unless the session is over; tells whether it was.
+  /// Where events go, and the number that their acknowledgements bear. Without a connection it is
+  /// the number of the last one, which has ended.
+  struct Target {
+    std::shared_ptr<EngineConnection> connection;
+    std::uint64_t number = 0;
+  };
+
+  Target target() const;
+  /// Sets the status, unless the session is over; tells whether it was. Without a connection the
+  /// acknowledgements of the one before end.
   bool advance(std::uint64_t session, SocketIOStatus status,
                std::shared_ptr<EngineConnection> connection = nullptr);
   bool isCurrent(std::uint64_t session) const;
   void raise(std::uint64_t session, SocketClientEvent event, Value item);
   void raiseEnd(const std::string& reason);
-  void send(const std::shared_ptr<EngineConnection>& connection, const std::string& event,
-            std::optional<EncodedPacket> packet);
+  /// False when the event has not been sent although there is a connection; an error is raised.
+  bool send(const Target& target, const std::string& event, std::optional<EncodedPacket> packet);
 
   const std::shared_ptr<SocketLink> _link;
   const std::shared_ptr<Queue> _queue;
@@ -64,7 +72,7 @@ private:
   mutable std::mutex _lock;  // guards the fields below
   SocketIOStatus _status = SocketIOStatus::notConnected;
   std::uint64_t _session = 0;
-  std::shared_ptr<EngineConnection> _connection;
+  Target _target;
   bool _retired = false;
 };
 

@@ -1,6 +1,9 @@
 #include <kestrova/platform/Values.h>
 
+#include <algorithm>
+#include <charconv>
 #include <cmath>
+#include <limits>
 #include <utility>
 
 namespace kestrova {
@@ -21,6 +24,51 @@ std::optional<std::int64_t> wholeNumber(const Value& value) {
       return static_cast<std::int64_t>(*number);
   }
   return std::nullopt;
+}
+
+/// The UTF-16 unit that an escape at the start of `text` stands for.
+std::optional<unsigned> escapedUnit(std::string_view text) {
+  if (text.size() < 6 || text[0] != '\\' || text[1] != 'u') return std::nullopt;
+  unsigned unit = 0;
+  const auto [end, error] = std::from_chars(text.data() + 2, text.data() + 6, unit, 16);
+  if (error != std::errc() || end != text.data() + 6) return std::nullopt;
+  return unit;
+}
+
+/// The text with U+FFFD for every escape that is half a surrogate pair; nothing when there is none.
+std::optional<std::string> withWholeSurrogates(std::string_view json) {
+  auto isLeading = [](unsigned unit) { return (unit & 0xFC00) == 0xD800; };
+  auto isTrailing = [](unsigned unit) { return (unit & 0xFC00) == 0xDC00; };
+  std::string whole;
+  std::size_t taken = 0;
+  for (auto at = json.find('\\'); at < json.size(); at = json.find('\\', at)) {
+    const auto unit = escapedUnit(json.substr(at));
+    if (!unit) {
+      at += 2;
+    } else if (isLeading(*unit) && isTrailing(escapedUnit(json.substr(at + 6)).value_or(0))) {
+      at += 12;
+    } else if (isLeading(*unit) || isTrailing(*unit)) {
+      whole.append(json, taken, at - taken).append("\\ufffd");
+      at += 6;
+      taken = at;
+    } else {
+      at += 6;
+    }
+  }
+  if (taken == 0) return std::nullopt;
+  return whole.append(json, taken);
+}
+
+/// One number out of range must not cost the whole text, and infinity could not be sent again.
+void makeFinite(Value& value) {
+  if (auto* number = value.if_double()) {
+    constexpr double most = std::numeric_limits<double>::max();
+    *number = std::clamp(*number, -most, most);
+  } else if (auto* list = value.if_array()) {
+    for (auto& element : *list) makeFinite(element);
+  } else if (auto* object = value.if_object()) {
+    for (auto& member : *object) makeFinite(member.value());
+  }
 }
 
 }  // namespace
@@ -71,9 +119,16 @@ const Dictionary& asDictionary(const Value& value) {
 }
 
 std::optional<Value> parseJson(std::string_view json) {
+  boost::json::parse_options options;
+  options.max_depth = maxJsonDepth;
   boost::system::error_code error;
-  auto value = boost::json::parse(json, error);
-  if (error) return std::nullopt;
+  auto value = boost::json::parse(json, error, {}, options);
+  if (error) {
+    const auto whole = withWholeSurrogates(json);
+    if (whole) value = boost::json::parse(*whole, error, {}, options);
+    if (error) return std::nullopt;
+  }
+  makeFinite(value);
   return value;
 }
 

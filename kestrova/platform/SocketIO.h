@@ -24,6 +24,8 @@ enum class SocketIOStatus { notConnected, disconnected, connecting, connected };
 /// - reconnect: the reason as text (a drop that will be retried, raised once per drop)
 /// - reconnectAttempt: the number of attempts that remain
 /// - error: a text, a dictionary (a refused connection), or an `{"message": text}`-like dictionary
+/// A packet that cannot be read is none of these: it is left out, and `SocketManagerConfig::trace`
+/// is told.
 enum class SocketClientEvent { connect, disconnect, reconnect, reconnectAttempt, error };
 
 /// Answers one server event that asked for an acknowledgement. Safe from any thread; a second call
@@ -51,8 +53,8 @@ public:
   using ClientHandler = std::function<void(const SocketItems&)>;
   using AnyHandler = std::function<void(const SocketAnyEvent&)>;
   /// Called exactly once: with the server's items, or with the single text `timeoutMarker` or
-  /// `disconnectMarker`, or with no items when the event could not be written or is longer than the
-  /// server accepts.
+  /// `disconnectMarker`. No items stand for an answer that cannot be read, and for an event that
+  /// cannot be written or is longer than the server accepts.
   using AckHandler = std::function<void(const SocketItems&)>;
 
   /// What an acknowledgement holds when the time-out came first.
@@ -97,6 +99,14 @@ struct SocketManagerConfig {
   int reconnectAttempts = -1;
   std::chrono::milliseconds reconnectWait{10'000};
   std::chrono::milliseconds reconnectWaitMax{30'000};
+  /// Signalling messages are kilobytes; more than this is a mistake or an attack.
+  static constexpr std::size_t usualMaxMessageBytes = 4 * 1024 * 1024;
+  /// A longer message from the server ends the connection. A packet whose attachments are longer
+  /// together is left out.
+  std::size_t maxMessageBytes = usualMaxMessageBytes;
+  /// Told in a line what the connection goes on without: a packet that cannot be read. Nothing of
+  /// its content is in the line. Runs on `handleQueue`.
+  std::function<void(const std::string&)> trace;
 };
 
 /// Owns the connection and its reconnection. Releasing the last reference closes the socket without

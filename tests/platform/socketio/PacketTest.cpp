@@ -11,8 +11,6 @@
 namespace kestrova::test {
 namespace {
 
-using Outcome = SocketIODecoder::Outcome;
-
 TEST(SocketIOPacket, eventsAndAcksAreWrittenAsTheProtocolHasThem) {
   struct Case {
     std::optional<EncodedPacket> packet;
@@ -49,31 +47,37 @@ TEST(SocketIOPacket, whatIsNoJsonIsNotWritten) {
 }
 
 TEST(SocketIOPacket, attachmentsGoWhereTheirPlaceholdersStand) {
-  SocketIODecoder decoder(100);
+  std::vector<std::string> skipped;
+  SocketIODecoder decoder(100, [&](const char* why, std::optional<std::uint64_t> ack) {
+    skipped.push_back(why + (ack ? " " + std::to_string(*ack) : std::string()));
+  });
   SocketIOPacket packet;
   // The second placeholder is inside an argument and stays; its bytes are taken all the same.
   const std::string text =
       R"(53-9["f",{"_placeholder":true,"num":2},{"in":{"_placeholder":true,"num":1}},{"_placeholder":true,"num":0}])";
-  ASSERT_EQ(decoder.text(text, packet), Outcome::nothing);
+  ASSERT_FALSE(decoder.text(text, packet));
   const std::uint8_t parts[] = {'a', 'b', 'c'};
-  EXPECT_EQ(decoder.bytes({&parts[0], 1}, packet), Outcome::nothing);
-  EXPECT_EQ(decoder.bytes({&parts[1], 1}, packet), Outcome::nothing);
-  ASSERT_EQ(decoder.bytes({&parts[2], 1}, packet), Outcome::packet);
+  EXPECT_FALSE(decoder.bytes({&parts[0], 1}, packet));
+  EXPECT_FALSE(decoder.bytes({&parts[1], 1}, packet));
+  ASSERT_TRUE(decoder.bytes({&parts[2], 1}, packet));
   EXPECT_EQ(packet.event, "f");
   EXPECT_EQ(packet.id, 9u);
   EXPECT_EQ(show(packet.items), R"(<1:c> {"in":{"_placeholder":true,"num":1}} <1:a>)");
 
   // A packet of another namespace goes by with its attachments.
-  EXPECT_EQ(decoder.text(R"(51-/other,["f",{"_placeholder":true,"num":0}])", packet),
-            Outcome::nothing);
-  EXPECT_EQ(decoder.bytes(parts, packet), Outcome::nothing);
+  EXPECT_FALSE(decoder.text(R"(51-/other,["f",{"_placeholder":true,"num":0}])", packet));
+  EXPECT_FALSE(decoder.bytes(parts, packet));
   // In a packet without attachments a placeholder is plain data.
-  ASSERT_EQ(decoder.text(R"(2["f",{"_placeholder":true,"num":0}])", packet), Outcome::packet);
+  ASSERT_TRUE(decoder.text(R"(2["f",{"_placeholder":true,"num":0}])", packet));
   EXPECT_EQ(show(packet.items), R"({"_placeholder":true,"num":0})");
+  EXPECT_EQ(skipped, std::vector<std::string>());
 
-  ASSERT_EQ(decoder.text(R"(61-3[{"_placeholder":true,"num":0}])", packet), Outcome::nothing);
+  // One that is too long is told of once, and what belongs to it goes by.
+  ASSERT_FALSE(decoder.text(R"(63-3[{"_placeholder":true,"num":0}])", packet));
   const std::vector<std::uint8_t> tooMany(101);
-  EXPECT_EQ(decoder.bytes(tooMany, packet), Outcome::bad);
+  for (int i = 0; i < 3; ++i) EXPECT_FALSE(decoder.bytes(tooMany, packet));
+  EXPECT_EQ(skipped, std::vector<std::string>{"its attachments are too long 3"});
+  EXPECT_TRUE(decoder.text(R"(2["f"])", packet));
 }
 
 TEST(SocketIOEndpoint, urlsAndTheirTargets) {

@@ -63,6 +63,7 @@ SocketManagerConfig Probe::quickConfig() {
 Probe::Probe(const std::string& url, SocketManagerConfig config, SocketManagerOptions options)
     : queue(SerialQueue::make("probe")) {
   config.handleQueue = queue;
+  config.trace = [log = log](const std::string& line) { log->add("trace " + line); };
   manager = makeSocketManager(url, std::move(config), Runtime::network(), std::move(options));
   client = manager->defaultSocket();
   const std::pair<SocketClientEvent, const char*> events[] = {

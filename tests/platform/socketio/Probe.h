@@ -31,8 +31,8 @@ private:
 };
 
 /// A manager whose client writes down every event it raises: "connect /", "disconnect <reason>",
-/// "reconnect <reason>", "reconnectAttempt <n>", "error <JSON>", and "event <name>" for the
-/// server's.
+/// "reconnect <reason>", "reconnectAttempt <n>", "error <JSON>", "event <name>" for the server's,
+/// and "trace <line>".
 class Probe {
 public:
   static SocketManagerConfig quickConfig();

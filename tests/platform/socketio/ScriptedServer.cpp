@@ -2,6 +2,7 @@
 
 #include <boost/asio/buffer.hpp>
 #include <boost/beast/core/buffers_to_string.hpp>
+#include <boost/beast/http/read.hpp>
 #include <sys/socket.h>
 
 namespace kestrova::test {
@@ -16,7 +17,9 @@ ScriptedPeer::ScriptedPeer(tcp::socket socket) : _stream(std::move(socket)) {
 }
 
 void ScriptedPeer::accept() {
-  _stream.accept();
+  beast::flat_buffer buffer;
+  beast::http::read(_stream.next_layer(), buffer, _request);
+  _stream.accept(_request);
 }
 
 void ScriptedPeer::welcome(const std::string& handshake) {
@@ -44,6 +47,17 @@ std::string ScriptedPeer::read() {
 
 void ScriptedPeer::linger() {
   for (;;) read();
+}
+
+void ScriptedPeer::close(std::uint16_t code) {
+  _stream.close(beast::websocket::close_reason(code));
+}
+
+std::uint16_t ScriptedPeer::closeCode() {
+  beast::flat_buffer buffer;
+  boost::system::error_code error;
+  while (!error) _stream.read(buffer, error);
+  return _stream.reason().code;
 }
 
 ScriptedServer::ScriptedServer(std::vector<Script> scripts)

@@ -25,9 +25,14 @@ public:
   std::string read();
   /// Reads until the client goes.
   void linger();
+  void close(std::uint16_t code);
+  /// Reads until the client closes and gives the code that it closes with.
+  std::uint16_t closeCode();
+  const boost::beast::websocket::request_type& request() const { return _request; }
   boost::asio::ip::tcp::socket& socket() { return _stream.next_layer(); }
 
 private:
+  boost::beast::websocket::request_type _request;
   boost::beast::websocket::stream<boost::asio::ip::tcp::socket> _stream;
 };
 

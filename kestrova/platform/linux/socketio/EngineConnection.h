@@ -28,7 +28,7 @@ struct EngineLimits {
   /// How long a connection that is being closed may take to send what was queued.
   std::chrono::milliseconds closeTimeout{2'000};
   /// Longest message taken from the server, and all attachments of one packet together.
-  std::size_t maxIncomingBytes = 16 * 1024 * 1024;
+  std::size_t maxIncomingBytes = SocketManagerConfig::usualMaxMessageBytes;
 };
 
 /// What an `EngineConnection` tells its owner, on the connection's strand.

@@ -33,10 +33,11 @@ bool isActive(SocketIOStatus status) {
 }  // namespace
 
 SocketClient::SocketClient(std::shared_ptr<SocketLink> link, std::shared_ptr<Queue> queue,
-                           std::shared_ptr<Scheduler> scheduler)
+                           std::shared_ptr<Scheduler> scheduler, Trace trace)
     : _link(std::move(link)),
       _queue(std::move(queue)),
-      _acks(std::make_shared<SocketAcks>(_queue, std::move(scheduler))) {}
+      _acks(std::make_shared<SocketAcks>(_queue, std::move(scheduler))),
+      _trace(std::move(trace)) {}
 
 SocketIOStatus SocketClient::status() const {
   std::scoped_lock held(_lock);
@@ -199,6 +200,16 @@ void SocketClient::linkPacket(std::uint64_t session, SocketIOPacket packet) {
                  event = SocketAnyEvent{std::move(packet.event), std::move(packet.items)}] {
     if (self->isCurrent(session)) self->_handlers.raise(event, ack);
   });
+}
+
+void SocketClient::linkSkipped(std::uint64_t session, const char* why,
+                               std::optional<std::uint64_t> ack) {
+  if (_trace)
+    _queue->async([self = shared_from_this(), session, why] {
+      if (self->isCurrent(session))
+        self->_trace(std::string("Socket packet left out: ").append(why));
+    });
+  if (ack) _acks->resolve(*ack, {});
 }
 
 void SocketClient::linkError(std::uint64_t session, Value what) {

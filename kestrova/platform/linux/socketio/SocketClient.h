@@ -5,6 +5,7 @@
 #include <kestrova/platform/linux/socketio/SocketLink.h>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -19,8 +20,10 @@ class SocketClient final : public SocketIOClient,
                            public SocketLinkListener,
                            public std::enable_shared_from_this<SocketClient> {
 public:
+  using Trace = std::function<void(const std::string&)>;
+
   SocketClient(std::shared_ptr<SocketLink> link, std::shared_ptr<Queue> queue,
-               std::shared_ptr<Scheduler> scheduler);
+               std::shared_ptr<Scheduler> scheduler, Trace trace);
 
   SocketIOStatus status() const override;
   void connect() override;
@@ -41,6 +44,8 @@ public:
 private:
   void linkUp(std::uint64_t session, std::shared_ptr<EngineConnection> connection) override;
   void linkPacket(std::uint64_t session, SocketIOPacket packet) override;
+  void linkSkipped(std::uint64_t session, const char* why,
+                   std::optional<std::uint64_t> ack) override;
   void linkError(std::uint64_t session, Value what) override;
   void linkDown(std::uint64_t session, const std::string& reason) override;
   void linkRetrying(std::uint64_t session, int remaining) override;
@@ -67,6 +72,7 @@ private:
   const std::shared_ptr<SocketLink> _link;
   const std::shared_ptr<Queue> _queue;
   const std::shared_ptr<SocketAcks> _acks;
+  const Trace _trace;
   SocketHandlers _handlers;
 
   mutable std::mutex _lock;  // guards the fields below

@@ -57,12 +57,13 @@ bool isDigit(char c) {
   return c >= '0' && c <= '9';
 }
 
-/// Takes a number off the front; false when it is out of range.
-bool takeNumber(std::string_view& text, std::uint64_t& number) {
+/// Takes the digits off the front; nothing when there are none or their number is out of range.
+std::optional<std::uint64_t> takeNumber(std::string_view& text) {
+  std::uint64_t number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (error != std::errc()) return false;
   text.remove_prefix(static_cast<std::size_t>(end - text.data()));
-  return true;
+  if (error != std::errc()) return std::nullopt;
+  return number;
 }
 
 /// The number of the attachment that `value` stands for.
@@ -102,22 +103,23 @@ EncodedPacket encodeDisconnect() {
 
 struct SocketIODecoder::Header {
   SocketIOType type = SocketIOType::event;
-  std::size_t attachments = 0;
+  std::uint64_t attachments = 0;
   bool otherNamespace = false;
   std::optional<std::uint64_t> id;
 };
 
-bool SocketIODecoder::readHeader(std::string_view& message, Header& header) {
-  if (message.empty() || message.front() < '0' || message.front() > binaryAckDigit) return false;
+const char* SocketIODecoder::readHeader(std::string_view& message, Header& header) {
+  if (message.empty() || message.front() < '0' || message.front() > binaryAckDigit)
+    return "it is of an unknown type";
   const char digit = message.front();
   message.remove_prefix(1);
   if (digit == binaryEventDigit || digit == binaryAckDigit) {
     header.type = digit == binaryEventDigit ? SocketIOType::event : SocketIOType::ack;
-    std::uint64_t count = 0;
-    if (!takeNumber(message, count) || count > maxAttachments) return false;
-    if (message.empty() || message.front() != '-') return false;
+    const auto count = takeNumber(message);
+    if (!count || message.empty() || message.front() != '-')
+      return "the number of its attachments makes no sense";
     message.remove_prefix(1);
-    header.attachments = static_cast<std::size_t>(count);
+    header.attachments = *count;
   } else {
     header.type = static_cast<SocketIOType>(digit - '0');
   }
@@ -127,79 +129,88 @@ bool SocketIODecoder::readHeader(std::string_view& message, Header& header) {
     header.otherNamespace = name.substr(0, name.find('?')) != "/";
     message.remove_prefix(comma == std::string_view::npos ? message.size() : comma + 1);
   }
-  if (!message.empty() && isDigit(message.front())) {
-    std::uint64_t id = 0;
-    if (!takeNumber(message, id)) return false;
-    header.id = id;
-  }
-  return true;
+  if (!message.empty() && isDigit(message.front()) && !(header.id = takeNumber(message)))
+    return "its acknowledgement's number makes no sense";
+  return nullptr;
 }
 
-SocketIODecoder::Outcome SocketIODecoder::text(std::string_view message, SocketIOPacket& out) {
-  if (_expected != 0) return Outcome::bad;  // attachments were announced
+bool SocketIODecoder::text(std::string_view message, SocketIOPacket& out) {
+  if (_expected != 0 && !_skip) skip("the next one came in the place of its attachments");
   Header header;
-  if (!readHeader(message, header)) return Outcome::bad;
-
+  const char* trouble = readHeader(message, header);
   _packet = SocketIOPacket();
   _packet.type = header.type;
   _packet.id = header.id;
-  _skip = header.otherNamespace;
   _expected = header.attachments;
-  _places.assign(_expected, std::nullopt);
   _attachedBytes = 0;
-  if (_skip) return Outcome::nothing;
+  _skip = header.otherNamespace;
+  if (_skip) return false;
 
-  std::optional<Value> json;
-  if (!message.empty() && !(json = parseJson(message))) return Outcome::bad;
-  if (header.type == SocketIOType::event || header.type == SocketIOType::ack) {
-    if (!json || !readArguments(header, std::move(*json), _packet)) return Outcome::bad;
-  } else if (json) {
-    _packet.data = std::move(*json);
-  }
-  return _expected == 0 ? complete(out) : Outcome::nothing;
-}
-
-bool SocketIODecoder::readArguments(const Header& header, Value&& json, SocketIOPacket& packet) {
-  auto* list = json.if_array();
-  if (!list) return false;
-  auto first = list->begin();
-  if (header.type == SocketIOType::ack) {
-    if (!header.id) return false;
-  } else {
-    if (list->empty() || !first->is_string()) return false;
-    packet.event = std::string(first->get_string());
-    ++first;
-  }
-  packet.items.reserve(static_cast<std::size_t>(list->end() - first));
-  for (; first != list->end(); ++first) {
-    if (const auto number = header.attachments == 0 ? std::nullopt : placeholder(*first)) {
-      if (*number < 0 || static_cast<std::size_t>(*number) >= header.attachments) return false;
-      auto& place = _places[static_cast<std::size_t>(*number)];
-      if (place) return false;  // one attachment many times over would multiply its size
-      place = packet.items.size();
-    }
-    packet.items.emplace_back(std::move(*first));
-  }
+  if (!trouble) trouble = readBody(header, message);
+  if (trouble) skip(trouble);
+  if (trouble || _expected != 0) return false;
+  out = std::move(_packet);
   return true;
 }
 
-SocketIODecoder::Outcome SocketIODecoder::bytes(std::span<const std::uint8_t> message,
-                                                SocketIOPacket& out) {
-  if (_expected == 0) return Outcome::bad;
+const char* SocketIODecoder::readBody(const Header& header, std::string_view message) {
+  if (header.attachments > maxAttachments) return "it has too many attachments";
+  _places.assign(static_cast<std::size_t>(header.attachments), std::nullopt);
+  auto json = message.empty() ? std::optional<Value>(nullptr) : parseJson(message);
+  if (header.type == SocketIOType::event || header.type == SocketIOType::ack)
+    return json ? readArguments(header, std::move(*json)) : "it is not JSON that can be read";
+  // The others count without their data, too.
+  if (json) _packet.data = std::move(*json);
+  return nullptr;
+}
+
+const char* SocketIODecoder::readArguments(const Header& header, Value&& json) {
+  auto* list = json.if_array();
+  if (!list) return "it holds no list";
+  auto first = list->begin();
+  if (header.type == SocketIOType::ack) {
+    if (!header.id) return "it answers nothing";
+  } else {
+    if (list->empty() || !first->is_string()) return "its event has no name";
+    _packet.event = std::string(first->get_string());
+    ++first;
+  }
+  _packet.items.reserve(static_cast<std::size_t>(list->end() - first));
+  for (; first != list->end(); ++first) {
+    if (const auto number = _places.empty() ? std::nullopt : placeholder(*first)) {
+      if (*number < 0 || static_cast<std::size_t>(*number) >= _places.size())
+        return "it has a place for an attachment that it has not";
+      auto& place = _places[static_cast<std::size_t>(*number)];
+      // One attachment many times over would multiply its size.
+      if (place) return "it has several places for one attachment";
+      place = _packet.items.size();
+    }
+    _packet.items.emplace_back(std::move(*first));
+  }
+  return nullptr;
+}
+
+bool SocketIODecoder::bytes(std::span<const std::uint8_t> message, SocketIOPacket& out) {
+  if (_expected == 0) {
+    _skipped("it is an attachment of no packet", std::nullopt);
+    return false;
+  }
   _attachedBytes += message.size();
-  if (_attachedBytes > _maxBytes) return Outcome::bad;
+  if (!_skip && _attachedBytes > _maxBytes) skip("its attachments are too long");
   if (!_skip) {
-    if (const auto place = _places[_places.size() - _expected])
+    if (const auto place = _places[_places.size() - static_cast<std::size_t>(_expected)])
       _packet.items[*place] = SocketBytes(message.begin(), message.end());
   }
   --_expected;
-  if (_expected != 0 || _skip) return Outcome::nothing;
-  return complete(out);
+  if (_expected != 0 || _skip) return false;
+  out = std::move(_packet);
+  return true;
 }
 
-SocketIODecoder::Outcome SocketIODecoder::complete(SocketIOPacket& out) {
-  out = std::move(_packet);
-  return Outcome::packet;
+void SocketIODecoder::skip(const char* why) {
+  const auto packet = std::exchange(_packet, {});
+  _skip = true;
+  _skipped(why, packet.type == SocketIOType::ack ? packet.id : std::nullopt);
 }
 
 }  // namespace kestrova

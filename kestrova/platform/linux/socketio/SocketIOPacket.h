@@ -4,10 +4,12 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace kestrova {
@@ -45,34 +47,38 @@ EncodedPacket encodeDisconnect();
 ///
 /// Attachments become items where their placeholder is an argument by itself. One that is nested
 /// deeper in an argument has no counterpart among items: its placeholder stays as it is. Packets of
-/// other namespaces than "/" are skipped.
+/// other namespaces than "/" go by. A packet that cannot be read is left out, its attachments too,
+/// and the next one is read again.
 class SocketIODecoder {
 public:
-  enum class Outcome {
-    packet,   ///< `out` is complete
-    nothing,  ///< go on with the next message
-    bad       ///< this is no Socket.IO; the decoder must not be used any more
-  };
+  /// Hears why a packet is left out, and which acknowledgement it was if that much could be read.
+  using Skipped = std::function<void(const char* why, std::optional<std::uint64_t> ack)>;
 
   /// \param maxBytes limit for the attachments of one packet together
-  explicit SocketIODecoder(std::size_t maxBytes) : _maxBytes(maxBytes) {}
+  SocketIODecoder(std::size_t maxBytes, Skipped skipped)
+      : _maxBytes(maxBytes), _skipped(std::move(skipped)) {}
 
-  Outcome text(std::string_view message, SocketIOPacket& out);
-  Outcome bytes(std::span<const std::uint8_t> message, SocketIOPacket& out);
+  /// True when `out` is complete; otherwise a later message may complete it.
+  bool text(std::string_view message, SocketIOPacket& out);
+  bool bytes(std::span<const std::uint8_t> message, SocketIOPacket& out);
 
 private:
   struct Header;
-  static bool readHeader(std::string_view& message, Header& header);
-  bool readArguments(const Header& header, Value&& json, SocketIOPacket& packet);
-  Outcome complete(SocketIOPacket& out);
+  // These give what is wrong, or null.
+  static const char* readHeader(std::string_view& message, Header& header);
+  const char* readBody(const Header& header, std::string_view message);
+  const char* readArguments(const Header& header, Value&& json);
+  void skip(const char* why);
 
-  std::size_t _maxBytes;
+  const std::size_t _maxBytes;
+  const Skipped _skipped;
   SocketIOPacket _packet;
+  /// The attachments that are still expected are dropped.
   bool _skip = false;
   /// Where in `_packet.items` the n-th attachment belongs.
   std::vector<std::optional<std::size_t>> _places;
   std::size_t _attachedBytes = 0;
-  std::size_t _expected = 0;
+  std::uint64_t _expected = 0;
 };
 
 }  // namespace kestrova

@@ -69,7 +69,11 @@ void SocketLink::stop(std::uint64_t session) {
 void SocketLink::open() {
   if (_options.endpoint.secure && !_tls) _tls = makeTls();
   _phase = Phase::connecting;
-  _decoder.emplace(_options.limits.maxIncomingBytes);
+  _decoder.emplace(_options.limits.maxIncomingBytes,
+                   [this](const char* why, std::optional<std::uint64_t> ack) {
+                     if (const auto listener = _listener.lock())
+                       listener->linkSkipped(_session, why, ack);
+                   });
   _connection = std::make_shared<EngineConnection>(_strand, _options.endpoint, _tls,
                                                    _options.limits, weak_from_this());
   _connection->start();
@@ -89,31 +93,17 @@ void SocketLink::engineOpened() {
 
 void SocketLink::engineText(std::string_view message) {
   SocketIOPacket packet;
-  const auto outcome = _decoder->text(message, packet);
-  decoded(outcome, packet);
+  if (_decoder->text(message, packet)) handle(packet);
 }
 
 void SocketLink::engineBytes(std::span<const std::uint8_t> message) {
   SocketIOPacket packet;
-  const auto outcome = _decoder->bytes(message, packet);
-  decoded(outcome, packet);
+  if (_decoder->bytes(message, packet)) handle(packet);
 }
 
 void SocketLink::engineClosed(const std::string& reason) {
   _connection.reset();
   lost(reason);
-}
-
-void SocketLink::decoded(SocketIODecoder::Outcome outcome, SocketIOPacket& packet) {
-  switch (outcome) {
-    case SocketIODecoder::Outcome::packet:
-      return handle(packet);
-    case SocketIODecoder::Outcome::nothing:
-      return;
-    case SocketIODecoder::Outcome::bad:
-      if (auto connection = std::exchange(_connection, nullptr)) connection->abort();
-      return lost("the server sent a packet that makes no sense");
-  }
 }
 
 void SocketLink::handle(SocketIOPacket& packet) {

@@ -17,6 +17,9 @@ public:
   virtual ~SocketLinkListener() = default;
   virtual void linkUp(std::uint64_t session, std::shared_ptr<EngineConnection> connection) = 0;
   virtual void linkPacket(std::uint64_t session, SocketIOPacket packet) = 0;
+  /// A packet could not be read and is left out. \param ack which acknowledgement it was
+  virtual void linkSkipped(std::uint64_t session, const char* why,
+                           std::optional<std::uint64_t> ack) = 0;
   /// The first connection could not be made, or the server refused us.
   virtual void linkError(std::uint64_t session, Value what) = 0;
   /// Lost, and attempts to come back follow. Once per loss.
@@ -66,7 +69,6 @@ private:
 
   void open();
   void release();
-  void decoded(SocketIODecoder::Outcome outcome, SocketIOPacket& packet);
   void handle(SocketIOPacket& packet);
   void lost(const std::string& reason);
   void wait();

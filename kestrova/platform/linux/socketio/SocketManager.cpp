@@ -29,14 +29,15 @@ std::shared_ptr<SocketManager> makeSocketManager(const std::string& url, SocketM
 
   LinkOptions link;
   link.endpoint = std::move(*endpoint);
-  link.limits = {options.connectTimeout, options.closeTimeout, options.maxIncomingBytes};
+  link.limits = {options.connectTimeout, options.closeTimeout, config.maxMessageBytes};
   link.reconnects = config.reconnects;
   link.reconnectAttempts = config.reconnectAttempts;
   link.reconnectWait = config.reconnectWait;
   link.reconnectWaitMax = config.reconnectWaitMax;
 
   auto keeper = std::make_shared<SocketLink>(std::move(io), options.scheduler, std::move(link));
-  auto client = std::make_shared<SocketClient>(keeper, config.handleQueue, options.scheduler);
+  auto client = std::make_shared<SocketClient>(keeper, config.handleQueue, options.scheduler,
+                                               std::move(config.trace));
   keeper->setListener(client);
   return std::make_shared<WebSocketManager>(std::move(client));
 }

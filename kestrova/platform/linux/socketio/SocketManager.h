@@ -6,7 +6,6 @@
 #include <boost/asio/any_io_executor.hpp>
 
 #include <chrono>
-#include <cstddef>
 #include <memory>
 #include <string>
 
@@ -20,8 +19,6 @@ struct SocketManagerOptions {
   std::chrono::milliseconds connectTimeout{20'000};
   /// How long a connection that is being closed may take to send what was queued.
   std::chrono::milliseconds closeTimeout{2'000};
-  /// Longest message taken from the server, and all attachments of one event together.
-  std::size_t maxIncomingBytes = 16 * 1024 * 1024;
 };
 
 /// A Socket.IO 5 client over Engine.IO 4 on a WebSocket, with TLS for https and wss.

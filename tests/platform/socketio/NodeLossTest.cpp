@@ -44,7 +44,9 @@ TEST(SocketIOLoss, returnsToARestartedServerAndCountsAnew) {
   const int port = server->port();
   auto config = Probe::quickConfig();
   config.reconnectAttempts = 1000;
-  Probe probe(server->url(), config);
+  SocketManagerOptions options;
+  options.lastingTime = 0ms;
+  Probe probe(server->url(), config, options);
   ASSERT_TRUE(probe.connect());
   for (std::size_t round = 1; round <= 2; ++round) {
     server->kill();
@@ -104,7 +106,9 @@ TEST(SocketIOLoss, acknowledgementsEndBeforeItIsTold) {
 
 TEST(SocketIOLoss, silenceIsALoss) {
   NodeServer server(R"("pingInterval":50,"pingTimeout":100)");
-  Probe probe(server.url());
+  SocketManagerOptions options;
+  options.shortestPing = 10ms;
+  Probe probe(server.url(), Probe::quickConfig(), options);
   ASSERT_TRUE(probe.connect());
   const auto start = std::chrono::steady_clock::now();
   server.stop();

@@ -1,4 +1,5 @@
 #include <kestrova/platform/linux/socketio/Endpoint.h>
+#include <kestrova/platform/linux/socketio/EngineIO.h>
 #include <kestrova/platform/linux/socketio/SocketIOPacket.h>
 #include <kestrova/platform/linux/socketio/SocketLink.h>
 
@@ -78,6 +79,20 @@ TEST(SocketIOPacket, attachmentsGoWhereTheirPlaceholdersStand) {
   for (int i = 0; i < 3; ++i) EXPECT_FALSE(decoder.bytes(tooMany, packet));
   EXPECT_EQ(skipped, std::vector<std::string>{"its attachments are too long 3"});
   EXPECT_TRUE(decoder.text(R"(2["f"])", packet));
+}
+
+TEST(EngineIOHandshake, timesAreKeptWithinReason) {
+  // In seconds; the given interval, then what is read of it.
+  const std::pair<const char*, int> cases[] = {
+      {"25000", 25}, {"-1", 1},      {"0", 1},     {"1", 1},       {"99999999999999", 300},
+      {"1e300", 25}, {"\"50\"", 25}, {"null", 25}, {"30000.0", 30}};
+  for (const auto& [given, seconds] : cases) {
+    const auto handshake =
+        decodeHandshake(std::string(R"({"sid":"s","pingInterval":)").append(given).append("}"));
+    ASSERT_TRUE(handshake) << given;
+    EXPECT_EQ(handshake->pingInterval, std::chrono::seconds(seconds)) << given;
+    EXPECT_EQ(handshake->pingTimeout, std::chrono::seconds(20));
+  }
 }
 
 TEST(SocketIOEndpoint, urlsAndTheirTargets) {

@@ -276,6 +276,18 @@ TEST(SocketIOClose, isBoundedWhenTheServerDoesNotListen) {
   EXPECT_TRUE(probe.log->waitFor("disconnect"));
 }
 
+TEST(SocketIOLoss, rightAfterEveryHandshakeExhaustsTheAttempts) {
+  ScriptedServer server({[](ScriptedPeer& peer) { peer.welcome(); }});
+  auto config = Probe::quickConfig();
+  config.reconnectAttempts = 3;
+  Probe probe(server.url(), config);
+  probe.client->connect();
+  ASSERT_TRUE(probe.log->waitFor("disconnect"));
+  EXPECT_EQ(probe.log->count("connect "), 4u);
+  for (const char* remaining : {"3", "2", "1"})
+    EXPECT_EQ(probe.log->count(std::string("reconnectAttempt ") + remaining), 1u) << remaining;
+}
+
 TEST(SocketIOLimits, whatTheServerWouldNotTakeIsNotSent) {
   ScriptedServer server({[](ScriptedPeer& peer) {
     peer.welcome(R"({"sid":"s","pingInterval":25000,"pingTimeout":20000,"maxPayload":100})");

@@ -202,7 +202,7 @@ void EngineConnection::handleText(std::string_view frame) {
 
 void EngineConnection::handleOpen(std::string_view payload) {
   if (_phase != Phase::opening) return fail("the server sent a second handshake");
-  const auto handshake = decodeHandshake(payload);
+  const auto handshake = decodeHandshake(payload, _limits.pings);
   if (!handshake) return fail("the server's handshake makes no sense");
   _handshake = *handshake;
   _phase = Phase::open;

@@ -27,6 +27,7 @@ struct EngineLimits {
   std::chrono::milliseconds connectTimeout{20'000};
   /// How long a connection that is being closed may take to send what was queued.
   std::chrono::milliseconds closeTimeout{2'000};
+  PingBounds pings;
   /// Longest message taken from the server, and all attachments of one packet together.
   std::size_t maxIncomingBytes = SocketManagerConfig::usualMaxMessageBytes;
 };

@@ -1,15 +1,13 @@
 #include <kestrova/platform/Values.h>
 #include <kestrova/platform/linux/socketio/EngineIO.h>
 
+#include <algorithm>
+
 namespace kestrova {
 namespace {
 
-// Longer intervals would only switch the watch for silence off, and could overflow a time point.
-constexpr std::int64_t longestInterval = 24LL * 60 * 60 * 1000;
-
-bool isInterval(std::int64_t milliseconds) {
-  return milliseconds > 0 && milliseconds <= longestInterval;
-}
+constexpr std::int64_t usualInterval = 25'000;
+constexpr std::int64_t usualTimeout = 20'000;
 
 }  // namespace
 
@@ -18,15 +16,17 @@ std::optional<EngineIOPacket> decodeEngineIO(std::string_view frame) {
   return EngineIOPacket{static_cast<EngineIOType>(frame.front()), frame.substr(1)};
 }
 
-std::optional<EngineIOHandshake> decodeHandshake(std::string_view payload) {
+std::optional<EngineIOHandshake> decodeHandshake(std::string_view payload, PingBounds bounds) {
   const auto values = parseDictionary(payload);
-  const auto interval = integer(values, "pingInterval", 0);
-  const auto timeout = integer(values, "pingTimeout", 0);
-  if (!text(values, "sid") || !isInterval(interval) || !isInterval(timeout)) return std::nullopt;
+  if (!text(values, "sid")) return std::nullopt;
+  auto time = [&](const char* key, std::int64_t usual) {
+    const auto given = std::chrono::milliseconds(integer(values, key, usual));
+    return std::clamp(given, bounds.shortest, bounds.longest);
+  };
 
   EngineIOHandshake handshake;
-  handshake.pingInterval = std::chrono::milliseconds(interval);
-  handshake.pingTimeout = std::chrono::milliseconds(timeout);
+  handshake.pingInterval = time("pingInterval", usualInterval);
+  handshake.pingTimeout = time("pingTimeout", usualTimeout);
   const auto limit = integer(values, "maxPayload", 0);
   if (limit > 0) handshake.maxPayload = static_cast<std::size_t>(limit);
   return handshake;

@@ -36,7 +36,16 @@ struct EngineIOHandshake {
   std::size_t maxPayload = 0;
 };
 
-/// Nothing when a key is missing or makes no sense.
-std::optional<EngineIOHandshake> decodeHandshake(std::string_view payload);
+/// Within which a server's ping interval and time-out are believed; the nearer bound stands for
+/// what is outside.
+struct PingBounds {
+  /// Less would take a moment's delay for a loss.
+  std::chrono::milliseconds shortest{1'000};
+  /// More would leave a loss unnoticed.
+  std::chrono::milliseconds longest{5 * 60'000};
+};
+
+/// Nothing when it has no session. A time that is missing or no number gets the protocol's usual.
+std::optional<EngineIOHandshake> decodeHandshake(std::string_view payload, PingBounds bounds = {});
 
 }  // namespace kestrova

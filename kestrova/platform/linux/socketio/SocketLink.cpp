@@ -113,7 +113,7 @@ void SocketLink::handle(SocketIOPacket& packet) {
     case SocketIOType::connect:
       if (_phase != Phase::connecting) return;
       _phase = Phase::connected;
-      _attempts = 0;
+      _connectedAt = _scheduler->now();
       _down = false;
       _connection->admitted();
       return listener->linkUp(_session, _connection);
@@ -136,6 +136,9 @@ void SocketLink::lost(const std::string& reason) {
   const auto listener = _listener.lock();
   if (!listener) return release();
   const auto session = _session;
+  // A server that lets everybody in and drops them at once must not be dialled for ever.
+  if (_phase == Phase::connected && _scheduler->now() - _connectedAt >= _options.lastingTime)
+    _attempts = 0;
   if (_phase == Phase::connecting && !_down) listener->linkError(session, Value(reason));
   const bool again = _options.reconnects && _options.reconnectAttempts != 0;
   if (!again) return end(reason);

@@ -37,6 +37,8 @@ struct LinkOptions {
   int reconnectAttempts = -1;
   std::chrono::milliseconds reconnectWait{0};
   std::chrono::milliseconds reconnectWaitMax{0};
+  /// How long a connection has to last for the attempts before it to be forgotten.
+  std::chrono::milliseconds lastingTime{0};
 };
 
 /// The wait before attempt number `attempt` (from 0): doubled every time, up to half as much again
@@ -89,6 +91,7 @@ private:
   std::uint64_t _session = 0;
   std::uint64_t _wait = 0;
   int _attempts = 0;
+  Scheduler::Clock::time_point _connectedAt;
   bool _down = false;
 };
 

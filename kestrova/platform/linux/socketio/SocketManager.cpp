@@ -29,7 +29,11 @@ std::shared_ptr<SocketManager> makeSocketManager(const std::string& url, SocketM
 
   LinkOptions link;
   link.endpoint = std::move(*endpoint);
-  link.limits = {options.connectTimeout, options.closeTimeout, config.maxMessageBytes};
+  link.limits = {options.connectTimeout,
+                 options.closeTimeout,
+                 {.shortest = options.shortestPing},
+                 config.maxMessageBytes};
+  link.lastingTime = options.lastingTime;
   link.reconnects = config.reconnects;
   link.reconnectAttempts = config.reconnectAttempts;
   link.reconnectWait = config.reconnectWait;

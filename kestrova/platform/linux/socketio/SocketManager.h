@@ -19,6 +19,11 @@ struct SocketManagerOptions {
   std::chrono::milliseconds connectTimeout{20'000};
   /// How long a connection that is being closed may take to send what was queued.
   std::chrono::milliseconds closeTimeout{2'000};
+  /// How long a connection has to last for the attempts that led to it to be forgotten. A drop
+  /// before that goes on with the attempts that were left.
+  std::chrono::milliseconds lastingTime{10'000};
+  /// The least that the server's ping interval and time-out are taken for.
+  std::chrono::milliseconds shortestPing{1'000};
 };
 
 /// A Socket.IO 5 client over Engine.IO 4 on a WebSocket, with TLS for https and wss.

@@ -1,7 +1,7 @@
-#include <kestrova/platform/linux/socketio/Endpoint.h>
 #include <kestrova/platform/linux/socketio/EngineIO.h>
 #include <kestrova/platform/linux/socketio/SocketIOPacket.h>
 #include <kestrova/platform/linux/socketio/SocketLink.h>
+#include <kestrova/platform/linux/websocket/WebSocketEndpoint.h>
 
 #include <gtest/gtest.h>
 
@@ -95,7 +95,7 @@ TEST(EngineIOHandshake, timesAreKeptWithinReason) {
   }
 }
 
-TEST(SocketIOEndpoint, urlsAndTheirTargets) {
+TEST(WebSocketEndpoint, urlsAndTheirTargets) {
   struct Case {
     const char* url;
     const char* path;
@@ -114,19 +114,21 @@ TEST(SocketIOEndpoint, urlsAndTheirTargets) {
        "/a%20b%0D%0AX:%20y%3Fz%23%41/"},
   };
   for (const auto& expected : cases) {
-    const auto endpoint = Endpoint::make(expected.url, expected.path, {{"k&", "v =\xc3\xa9~"}});
+    const auto endpoint = WebSocketEndpoint::make(expected.url);
     ASSERT_TRUE(endpoint) << expected.url;
     EXPECT_EQ(endpoint->secure, expected.secure);
     EXPECT_EQ(endpoint->host, expected.host);
     EXPECT_EQ(endpoint->port, expected.port);
     EXPECT_EQ(endpoint->authority, expected.authority);
-    EXPECT_EQ(endpoint->target,
-              std::string(expected.target) + "?EIO=4&transport=websocket&k%26=v%20%3D%C3%A9~");
+    EXPECT_EQ(makeTarget(expected.path, "a=1", {{"k&", "v =\xc3\xa9~"}}),
+              std::string(expected.target) + "?a=1&k%26=v%20%3D%C3%A9~");
   }
+  EXPECT_EQ(WebSocketEndpoint::make("wss://a/b%20c?d=e#f")->target, "/b%20c?d=e");
+  EXPECT_EQ(WebSocketEndpoint::make("wss://a")->target, "/");
   for (const char* url :
        {"", "example.org", "//example.org", "ftp://example.org", "https://", "https://:443",
         "https://a b", "https://a:70000", "https://a:0", "https://a%0d%0ab"})
-    EXPECT_FALSE(Endpoint::make(url, "/", {})) << url;
+    EXPECT_FALSE(WebSocketEndpoint::make(url)) << url;
 }
 
 TEST(SocketIOReconnectDelay, growsToItsMaximum) {

@@ -288,6 +288,37 @@ TEST(SocketIOLoss, rightAfterEveryHandshakeExhaustsTheAttempts) {
     EXPECT_EQ(probe.log->count(std::string("reconnectAttempt ") + remaining), 1u) << remaining;
 }
 
+TEST(SocketIOLimits, whatCannotBeSentLosesTheConnection) {
+  struct Case {
+    const char* reason;
+    std::size_t messages;
+    std::size_t size;
+  };
+  for (const auto& [reason, messages, size] :
+       {Case{R"(reconnect "the network takes nothing more")", 14, 1 << 20},
+        Case{R"(reconnect "too much waits to be sent")", 1, 17 << 20}}) {
+    SCOPED_TRACE(reason);
+    ScriptedServer server({[](ScriptedPeer& peer) {
+                             peer.welcome();
+                             ::pollfd waiting{peer.socket().native_handle(), POLLRDHUP, 0};
+                             ::poll(&waiting, 1, 10'000);
+                           },
+                           [](ScriptedPeer& peer) {
+                             peer.welcome();
+                             peer.linger();
+                           }});
+    SocketManagerOptions options;
+    options.stallTimeout = 100ms;
+    Probe probe(server.url(), Probe::quickConfig(), options);
+    probe.client->connect();
+    ASSERT_TRUE(probe.log->waitFor("connect"));
+    for (std::size_t i = 1; i < messages; ++i) probe.client->emit("x", {SocketBytes(size)});
+    EXPECT_EQ(probe.ask("x", {SocketBytes(size)}, 1h), SocketItems{json("\"DISCONNECTED\"")});
+    ASSERT_TRUE(probe.log->waitFor("connect ", 2));
+    EXPECT_EQ(probe.log->lines().at(1), reason);
+  }
+}
+
 TEST(SocketIOLimits, whatTheServerWouldNotTakeIsNotSent) {
   ScriptedServer server({[](ScriptedPeer& peer) {
     peer.welcome(R"({"sid":"s","pingInterval":25000,"pingTimeout":20000,"maxPayload":100})");

@@ -1,7 +1,6 @@
 #include <kestrova/platform/linux/socketio/SocketLink.h>
 
 #include <boost/asio/post.hpp>
-#include <boost/asio/ssl/context.hpp>
 
 #include <algorithm>
 #include <cmath>
@@ -14,16 +13,6 @@ namespace kestrova {
 namespace asio = boost::asio;
 
 namespace {
-
-/// TLS 1.2 or later; the system's authorities, or those that SSL_CERT_FILE and SSL_CERT_DIR name.
-std::shared_ptr<asio::ssl::context> makeTls() {
-  auto context = std::make_shared<asio::ssl::context>(asio::ssl::context::tls_client);
-  boost::system::error_code ignored;  // with no authority at all every certificate is refused
-  context->set_default_verify_paths(ignored);
-  context->set_verify_mode(asio::ssl::verify_peer);
-  SSL_CTX_set_min_proto_version(context->native_handle(), TLS1_2_VERSION);
-  return context;
-}
 
 double chance() {
   thread_local std::minstd_rand generator{std::random_device{}()};
@@ -67,16 +56,16 @@ void SocketLink::stop(std::uint64_t session) {
 }
 
 void SocketLink::open() {
-  if (_options.endpoint.secure && !_tls) _tls = makeTls();
+  auto& trust = _options.engine.socket.trust;
+  if (_options.endpoint.secure && !trust) trust = makeTlsTrust();
   _phase = Phase::connecting;
-  _decoder.emplace(_options.limits.maxIncomingBytes,
+  _decoder.emplace(_options.engine.socket.limits.maxIncomingBytes,
                    [this](const char* why, std::optional<std::uint64_t> ack) {
                      if (const auto listener = _listener.lock())
                        listener->linkSkipped(_session, why, ack);
                    });
-  _connection = std::make_shared<EngineConnection>(_strand, _options.endpoint, _tls,
-                                                   _options.limits, weak_from_this());
-  _connection->start();
+  _connection = std::make_shared<EngineConnection>(_strand, _options.engine, weak_from_this());
+  _connection->start(_options.endpoint);
 }
 
 void SocketLink::release() {

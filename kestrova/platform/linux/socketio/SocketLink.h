@@ -31,8 +31,8 @@ public:
 };
 
 struct LinkOptions {
-  Endpoint endpoint;
-  EngineLimits limits;
+  WebSocketEndpoint endpoint;
+  EngineOptions engine;
   bool reconnects = true;
   int reconnectAttempts = -1;
   std::chrono::milliseconds reconnectWait{0};
@@ -77,13 +77,12 @@ private:
   void retry(std::uint64_t wait);
   void end(const std::string& reason);
 
-  EngineConnection::Strand _strand;
+  const WebSocketStrand _strand;
   const std::shared_ptr<Scheduler> _scheduler;
-  const LinkOptions _options;
+  LinkOptions _options;
   std::weak_ptr<SocketLinkListener> _listener;
 
   // On the strand.
-  std::shared_ptr<boost::asio::ssl::context> _tls;
   std::shared_ptr<EngineConnection> _connection;
   std::optional<SocketIODecoder> _decoder;
   std::unique_ptr<Timer> _timer;

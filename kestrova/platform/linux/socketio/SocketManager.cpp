@@ -22,17 +22,22 @@ private:
 std::shared_ptr<SocketManager> makeSocketManager(const std::string& url, SocketManagerConfig config,
                                                  boost::asio::any_io_executor io,
                                                  SocketManagerOptions options) {
-  auto endpoint = Endpoint::make(url, config.path, config.connectParams);
+  auto endpoint = WebSocketEndpoint::make(url);
   if (!endpoint) return nullptr;
+  // The reference server answers only below its path, so the trailing slash is part of it.
+  endpoint->target = makeTarget(config.path, "EIO=4&transport=websocket", config.connectParams);
   if (!options.scheduler) options.scheduler = Platform::current()->scheduler;
   if (!config.handleQueue) config.handleQueue = SerialQueue::make("socketio.handlers");
 
   LinkOptions link;
   link.endpoint = std::move(*endpoint);
-  link.limits = {options.connectTimeout,
-                 options.closeTimeout,
-                 {.shortest = options.shortestPing},
-                 config.maxMessageBytes};
+  auto& socket = link.engine.socket;
+  socket.scheduler = options.scheduler;
+  socket.limits.connectTimeout = options.connectTimeout;
+  socket.limits.closeTimeout = options.closeTimeout;
+  socket.limits.stallTimeout = options.stallTimeout;
+  socket.limits.maxIncomingBytes = config.maxMessageBytes;
+  link.engine.pings.shortest = options.shortestPing;
   link.lastingTime = options.lastingTime;
   link.reconnects = config.reconnects;
   link.reconnectAttempts = config.reconnectAttempts;

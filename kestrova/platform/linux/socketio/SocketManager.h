@@ -19,6 +19,8 @@ struct SocketManagerOptions {
   std::chrono::milliseconds connectTimeout{20'000};
   /// How long a connection that is being closed may take to send what was queued.
   std::chrono::milliseconds closeTimeout{2'000};
+  /// How long the network may take nothing of what is to be sent before the connection is lost.
+  std::chrono::milliseconds stallTimeout{10'000};
   /// How long a connection has to last for the attempts that led to it to be forgotten. A drop
   /// before that goes on with the attempts that were left.
   std::chrono::milliseconds lastingTime{10'000};

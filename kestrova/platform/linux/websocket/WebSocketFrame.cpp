@@ -1,4 +1,4 @@
-#include <kestrova/platform/linux/socketio/WebSocketFrame.h>
+#include <kestrova/platform/linux/websocket/WebSocketFrame.h>
 
 #include <openssl/rand.h>
 

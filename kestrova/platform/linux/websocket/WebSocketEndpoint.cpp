@@ -1,10 +1,9 @@
-#include <kestrova/platform/linux/socketio/Endpoint.h>
+#include <kestrova/platform/linux/websocket/WebSocketEndpoint.h>
 
 #include <boost/url/parse.hpp>
 #include <boost/url/url_view.hpp>
 
 #include <algorithm>
-#include <string_view>
 
 namespace kestrova {
 namespace {
@@ -37,14 +36,15 @@ bool isHostName(std::string_view name) {
   });
 }
 
-std::string makeTarget(const std::string& path,
+}  // namespace
+
+std::string makeTarget(const std::string& path, std::string_view query,
                        const std::vector<std::pair<std::string, std::string>>& parameters) {
   std::string target;
   if (path.empty() || path.front() != '/') target += '/';
   appendEncoded(target, path, pathMarks);
-  // The reference server answers only below its path, so the trailing slash is part of it.
   if (target.back() != '/') target += '/';
-  target += "?EIO=4&transport=websocket";
+  target.append("?").append(query);
   for (const auto& [key, value] : parameters) {
     target += '&';
     appendEncoded(target, key, unreservedMarks);
@@ -54,16 +54,12 @@ std::string makeTarget(const std::string& path,
   return target;
 }
 
-}  // namespace
-
-std::optional<Endpoint> Endpoint::make(
-    const std::string& url, const std::string& path,
-    const std::vector<std::pair<std::string, std::string>>& parameters) {
+std::optional<WebSocketEndpoint> WebSocketEndpoint::make(const std::string& url) {
   const auto parsed = boost::urls::parse_uri(url);
   if (!parsed) return std::nullopt;
   const auto& view = *parsed;
 
-  Endpoint endpoint;
+  WebSocketEndpoint endpoint;
   const std::string scheme(view.scheme());
   auto is = [&](std::string_view name) {
     return std::equal(scheme.begin(), scheme.end(), name.begin(), name.end(),
@@ -93,7 +89,8 @@ std::optional<Endpoint> Endpoint::make(
     if (given != endpoint.port) endpoint.authority += ":" + given;
     endpoint.port = given;
   }
-  endpoint.target = makeTarget(path, parameters);
+  endpoint.target = view.encoded_path().empty() ? "/" : std::string(view.encoded_path());
+  if (view.has_query()) endpoint.target.append("?").append(std::string(view.encoded_query()));
   return endpoint;
 }
 

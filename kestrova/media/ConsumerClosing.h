@@ -7,13 +7,18 @@
 
 namespace kestrova {
 
-/// Silences a consumer that was taken out of the registry, closes it and ends its span. The engine
-/// is waited for, a few ms.
+/// What is left to do for a consumer that was taken out of the registry when its transport is
+/// closed next, which closes it, too, and at a fraction of the cost.
+inline void letGoOfConsumer(RoomContext& context, const std::shared_ptr<Consumer>& consumer) {
+  consumer->setDelegate({});
+  context.spans.endConsumer(consumer->id());
+}
+
+/// Silences and closes a consumer that was taken out of the registry, and ends its span.
 inline void closeConsumer(RoomContext& context, const std::shared_ptr<Consumer>& consumer) {
   consumer->track()->setEnabled(false);
-  consumer->setDelegate({});
   if (!consumer->closed()) consumer->close();
-  context.spans.endConsumer(consumer->id());
+  letGoOfConsumer(context, consumer);
 }
 
 }  // namespace kestrova

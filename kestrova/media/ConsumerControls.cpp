@@ -136,13 +136,12 @@ Task<void> ConsumerControls::ask(const AllStreamsRequest& row, std::string kind)
   if (hasIssues(reply))
     reply =
         co_await _context->socketRequestHandler->prepareAndSendRequest(row.event, std::move(data));
-  const auto delegate = _context->delegate();
   if (const auto status = isStatusOK(reply); !status.ok) {
     span.fail(row.failed + status.failure);
-    if (delegate) delegate->onError(row.error);
+    reportFailure(*_context, row.error);
     co_return;
   }
-  if (delegate) ((*delegate).*row.apply)(kind);
+  if (const auto delegate = _context->delegate()) ((*delegate).*row.apply)(kind);
   span.event(row.emitting, {{"kind", kind}});
   span.event([&] { return "All " + name + row.done; });
 }
@@ -177,7 +176,7 @@ Task<void> ConsumerControls::ask(const AdaptiveRequest& row) {
   if (const auto status = isStatusOK(reply); !status.ok) {
     traceError([&] { return row.cause + status.failure + "."; }, {}, span.scope());
     span.fail(row.failed);
-    if (auto delegate = _context->delegate()) delegate->onError(row.error);
+    reportFailure(*_context, row.error);
     co_return;
   }
   span.event(row.done);

@@ -77,8 +77,10 @@ std::shared_ptr<Consumer> Consuming::consumeTrack(const Dictionary& data) {
                          jsonText(*rtpParameters).value_or(""), jsonText(*appData).value_or(""));
   consumer->setDelegate(weak_from_this());
   _registry->add(consumer);
-  if (auto delegate = _context->delegate())
-    delegate->addStream(consumer, boolean(*appData, "share", false), *peerId);
+  onMain(_context, [consumer, isShare = boolean(*appData, "share", false), peerId = *peerId](
+                       RoomContext&, RoomClientDelegate& meeting) {
+    meeting.addStream(consumer, isShare, peerId);
+  });
   return consumer;
 }
 
@@ -92,7 +94,7 @@ void Consuming::handleConsumerClosed(const std::string& consumerId) {
   auto& main = MainQueue::shared();
   main.async([weak = weak_from_this(), facts, consumerId, trackId = consumer->track()->id(), span] {
     const auto self = weak.lock();
-    auto delegate = self ? self->_context->delegate() : nullptr;
+    const auto delegate = self ? self->_context->delegate() : nullptr;
     if (delegate && facts.kind == MediaType::video)
       delegate->handleStreamStateChange(StreamState::ENDED, facts.peerId, trackId);
     trace("Stream: Ended",
@@ -101,7 +103,7 @@ void Consuming::handleConsumerClosed(const std::string& consumerId) {
   main.after(removalDelay, [weak = weak_from_this(), facts, consumerId, span] {
     if (const auto self = weak.lock()) {
       self->removeTrack(consumerId);
-      if (auto delegate = self->_context->delegate()) delegate->removeStream(consumerId);
+      if (const auto delegate = self->_context->delegate()) delegate->removeStream(consumerId);
     }
     SdkTracer::shared().endSpan(
         span, {.attributes = {{"consumerId", consumerId}, {"kind", text(facts.kind)}},
@@ -139,22 +141,23 @@ void Consuming::handleConsumerResumed(const std::string& consumerId) {
   trace("Stream: Resumed", {{"peerId", facts.peerId}, {"kind", text(facts.kind)}},
         _context->spans.consumer(consumerId));
   if (facts.kind != MediaType::video) return;
-  MainQueue::shared().async(
-      [weak = std::weak_ptr(_context), facts, trackId = consumer->track()->id()] {
-        const auto context = weak.lock();
-        if (auto delegate = context ? context->delegate() : nullptr)
-          delegate->handleStreamStateChange(StreamState::ACTIVE, facts.peerId, trackId);
-      });
+  onMain(_context,
+         [facts, trackId = consumer->track()->id()](RoomContext&, RoomClientDelegate& meeting) {
+           meeting.handleStreamStateChange(StreamState::ACTIVE, facts.peerId, trackId);
+         });
 }
 
 void Consuming::handleConsumerLayersChanged(const std::string& consumerId, const Dictionary& data) {
   const auto consumer = _registry->consumer(consumerId);
   if (!consumer) return;
+  const auto spatialLayer = integer(data, "spatialLayer");
+  const auto temporalLayer = integer(data, "temporalLayer");
+  if (!spatialLayer || !temporalLayer) return;
   const auto facts = factsOf(*consumer);
   trace([&] { return "Consumer layers changed for peerId: " + facts.peerId; },
         {{"consumerId", consumerId},
-         {"spatialLayer", integer(data, "spatialLayer", 0)},
-         {"temporalLayer", integer(data, "temporalLayer", 0)}},
+         {"spatialLayer", *spatialLayer},
+         {"temporalLayer", *temporalLayer}},
         _context->spans.consumer(consumerId));
 }
 

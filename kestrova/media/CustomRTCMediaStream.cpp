@@ -137,6 +137,17 @@ AudioConfigSnapshot MediaConfigStore::audio() const {
 void MediaConfigStore::recordVideo(VideoConfigSnapshot video) {
   std::scoped_lock held(_lock);
   _video = video;
+  _requestedMultiStream = video.multiStream;
+}
+
+bool MediaConfigStore::requestedMultiStream() const {
+  std::scoped_lock held(_lock);
+  return _requestedMultiStream;
+}
+
+void MediaConfigStore::recordFacingMode(CameraPosition position) {
+  std::scoped_lock held(_lock);
+  _video.facingMode = position;
 }
 
 void MediaConfigStore::recordAudio(AudioConfigSnapshot audio) {

@@ -100,9 +100,11 @@ public:
   VideoConfigSnapshot video() const;
   AudioConfigSnapshot audio() const;
   /// What the application asked for, before any downgrade.
-  bool requestedMultiStream() const { return _requestedMultiStream; }
+  bool requestedMultiStream() const;
 
+  /// The application asked for this.
   void recordVideo(VideoConfigSnapshot video);
+  void recordFacingMode(CameraPosition position);
   void recordAudio(AudioConfigSnapshot audio);
   void recordVideoCodec(VideoCodec codec);
   void recordMultiStreamDowngrade();
@@ -111,7 +113,7 @@ private:
   mutable std::mutex _lock;
   VideoConfigSnapshot _video;
   AudioConfigSnapshot _audio;
-  const bool _requestedMultiStream;
+  bool _requestedMultiStream;
 };
 
 }  // namespace kestrova

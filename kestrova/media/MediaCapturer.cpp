@@ -163,39 +163,45 @@ Task<std::optional<CameraPosition>> MediaCapturer::switchCamera() {
 Task<std::optional<CameraPosition>> MediaCapturer::flipCamera() {
   const auto self = shared_from_this();
   const auto turn = co_await _session.acquire();
+  const auto wanted =
+      cameraPosition() == CameraPosition::front ? CameraPosition::back : CameraPosition::front;
+  const auto device = getCameraDevice(*_platform->captureDevices, wanted);
+  const char* name = wanted == CameraPosition::back ? "Back Camera" : "Front Camera";
+  if (!device) {
+    // The picture goes on as it is.
+    traceError([&] { return std::string("There is no other camera to switch to: ") + name; });
+    co_return std::nullopt;
+  }
   if (isCameraRunning()) co_await stopSession();
   std::shared_ptr<RTCVideoSource> source;
-  auto wanted = CameraPosition::front;
   int fps = defaultFrameRate;
   bool isOn = false;
   {
     std::scoped_lock held(_mediaLock);
-    wanted = _cameraPosition == CameraPosition::front ? CameraPosition::back  //
-                                                      : CameraPosition::front;
     _cameraPosition = wanted;
     source = _videoSource;
     fps = _frameRate;
     isOn = _videoTrack != nullptr;
   }
   if (isOn) {
-    auto device = getCameraDevice(*_platform->captureDevices, wanted);
-    if (!device || !co_await startSession(*device, fps)) co_return std::nullopt;
+    if (!co_await startSession(*device, fps)) co_return std::nullopt;
     if (videoSource() != source) {
       // The track was removed meanwhile: what nobody sees is not captured either.
       _videoCapturer->stopCapture([] {});
       co_return std::nullopt;
     }
   }
-  trace([&] {
-    return std::string("Camera Switched to: ") +
-           (wanted == CameraPosition::back ? "Back Camera" : "Front Camera");
-  });
+  trace([&] { return std::string("Camera Switched to: ") + name; });
   co_return wanted;
 }
 
-Task<void> MediaCapturer::stopCamera() {
+Task<void> MediaCapturer::stopUnusedCamera() {
   const auto self = shared_from_this();
   const auto turn = co_await _session.acquire();
+  {
+    std::scoped_lock held(_mediaLock);
+    if (_videoTrack) co_return;
+  }
   if (isCameraRunning()) co_await stopSession();
 }
 
@@ -249,7 +255,7 @@ std::shared_ptr<RTCAudioTrack> MediaCapturer::createCustomAudioTrack(
   return createAudioTrack(constraints);
 }
 
-void MediaCapturer::removeAudioTrack() {
+std::shared_ptr<RTCAudioTrack> MediaCapturer::endMicrophone() {
   std::unique_ptr<MicrophoneCapturer> microphone;
   std::shared_ptr<RTCAudioTrack> track;
   {
@@ -260,9 +266,10 @@ void MediaCapturer::removeAudioTrack() {
   }
   if (microphone) microphone->stop();
   if (track) track->setEnabled(false);
+  return track;
 }
 
-void MediaCapturer::removeVideoTrack() {
+std::shared_ptr<RTCVideoTrack> MediaCapturer::endCameraTrack() {
   auto fresh = _peerConnectionFactory->videoSource();
   std::shared_ptr<RTCVideoTrack> track;
   {
@@ -271,11 +278,28 @@ void MediaCapturer::removeVideoTrack() {
     track.swap(_videoTrack);
   }
   if (track) track->setEnabled(false);
+  return track;
+}
+
+void MediaCapturer::removeAudioTrack(const std::shared_ptr<RTCMediaStreamTrack>& track) {
+  {
+    std::scoped_lock held(_mediaLock);
+    if (!track || _audioTrack != track) return;
+  }
+  endMicrophone();
+}
+
+void MediaCapturer::removeVideoTrack(const std::shared_ptr<RTCMediaStreamTrack>& track) {
+  {
+    std::scoped_lock held(_mediaLock);
+    if (!track || _videoTrack != track) return;
+  }
+  endCameraTrack();
 }
 
 void MediaCapturer::stop() {
-  removeVideoTrack();
-  removeAudioTrack();
+  endCameraTrack();
+  endMicrophone();
   if (isCameraRunning()) _videoCapturer->stopCapture([] {});
 }
 
@@ -294,8 +318,7 @@ Task<void> MediaCapturer::cameraFailed(std::uint64_t session, std::string error)
     if (_cameraSession != session || !_videoTrack) co_return;  // nobody misses that capture
   }
   if (isCameraRunning()) co_await stopSession();
-  removeVideoTrack();
-  tellCaptureFailed(MediaKind::video, error);
+  tellCaptureFailed(MediaKind::video, endCameraTrack(), error);
 }
 
 void MediaCapturer::microphoneFailed(const MicrophoneMark& mark, const std::string& error) {
@@ -303,11 +326,12 @@ void MediaCapturer::microphoneFailed(const MicrophoneMark& mark, const std::stri
     std::scoped_lock held(_mediaLock);
     if (_microphoneMark != mark) return;
   }
-  removeAudioTrack();
-  tellCaptureFailed(MediaKind::audio, error);
+  tellCaptureFailed(MediaKind::audio, endMicrophone(), error);
 }
 
-void MediaCapturer::tellCaptureFailed(MediaKind kind, const std::string& error) {
+void MediaCapturer::tellCaptureFailed(MediaKind kind,
+                                      const std::shared_ptr<RTCMediaStreamTrack>& track,
+                                      const std::string& error) {
   traceError("Capture ended by itself",
              {{"kind", kind == MediaKind::video ? "video" : "audio"}, {"error", error}});
   CaptureFailedHandler handler;
@@ -315,7 +339,7 @@ void MediaCapturer::tellCaptureFailed(MediaKind kind, const std::string& error) 
     std::scoped_lock held(_mediaLock);
     handler = _captureFailed;
   }
-  if (handler) handler(kind, error);
+  if (handler) handler(kind, track, error);
 }
 
 // ---- Custom tracks -----------------------------------------------------------------------------

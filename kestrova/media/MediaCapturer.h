@@ -27,7 +27,8 @@ namespace kestrova {
 /// thread may call.
 class MediaCapturer : public std::enable_shared_from_this<MediaCapturer> {
 public:
-  using CaptureFailedHandler = std::function<void(MediaKind kind, const std::string& error)>;
+  using CaptureFailedHandler = std::function<void(
+      MediaKind kind, const std::shared_ptr<RTCMediaStreamTrack>& track, const std::string& error)>;
 
   static constexpr std::chrono::milliseconds captureTimeout{3'000};
   static constexpr int defaultFrameRate = 30;
@@ -52,8 +53,9 @@ public:
       const std::map<std::string, std::string>& constraints);
 
   /// Goes on with the camera of the other position, for the same track, and gives that position.
-  /// Nothing when there is no such camera or it does not start: then no picture comes until the
-  /// next switch. A camera that is off stays off, and only the position changes.
+  /// Nothing when there is no such camera, and nothing changes; nothing, too, when it does not
+  /// start: then no picture comes until the next switch. A camera that is off stays off, and only
+  /// the position changes.
   Task<std::optional<CameraPosition>> switchCamera();
 
   /// `handler` is told when a capture ends by itself, after its track was disabled and let go of,
@@ -62,14 +64,15 @@ public:
   void onCaptureFailed(CaptureFailedHandler handler);
 
   bool isCameraRunning() const { return _videoCapturer->isRunning(); }
-  Task<void> stopCamera();
+  /// Stops a camera that feeds no track.
+  Task<void> stopUnusedCamera();
   CameraPosition cameraPosition() const;
   void setCameraPosition(CameraPosition position);
 
-  void removeAudioTrack();
-  /// Ends the camera's track and gives up one that is being made.
-  void removeVideoTrack();
-  /// Both, and the camera itself.
+  /// Ends the microphone's track, or the camera's; nothing happens when `track` is another one.
+  void removeAudioTrack(const std::shared_ptr<RTCMediaStreamTrack>& track);
+  void removeVideoTrack(const std::shared_ptr<RTCMediaStreamTrack>& track);
+  /// Ends both, gives up a camera's track that is being made, and stops the camera itself.
   void stop();
 
   /// Disables the tracks of a stream that was not published and ends their capture.
@@ -101,7 +104,10 @@ private:
   std::shared_ptr<RTCVideoSource> videoSource() const;
   Task<void> cameraFailed(std::uint64_t session, std::string error);
   void microphoneFailed(const MicrophoneMark& mark, const std::string& error);
-  void tellCaptureFailed(MediaKind kind, const std::string& error);
+  std::shared_ptr<RTCAudioTrack> endMicrophone();
+  std::shared_ptr<RTCVideoTrack> endCameraTrack();
+  void tellCaptureFailed(MediaKind kind, const std::shared_ptr<RTCMediaStreamTrack>& track,
+                         const std::string& error);
 
   const std::shared_ptr<const Platform> _platform;
   const std::shared_ptr<RTCPeerConnectionFactory> _peerConnectionFactory;

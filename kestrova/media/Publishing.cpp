@@ -15,14 +15,14 @@ namespace kestrova {
 struct Publishing::Row {
   MediaType type;
   MediaKind kind;
-  const char* noTransport;
+  const char* noTransport = "";
   const char* notSupported;
-  const char* notSupportedMessage;
+  const char* notSupportedMessage = "";
   KestrovaError notSupportedError;
-  const char* noTrack;
+  const char* noTrack = "";
   const char* started;
-  const char* publishFailed;
-  const char* turnedOn;
+  const char* publishFailed = "";
+  const char* turnedOn = "";
   const char* stopSpan;
   const char* alreadyClosed;
   const char* alreadyClosedError;
@@ -33,38 +33,55 @@ struct Publishing::Row {
 };
 
 const Publishing::Row& Publishing::row(MediaType type) {
-  static const std::array<Row, 3> rows{{
-      {MediaType::audio, MediaKind::audio,
-       "Error in unmuteMic() -> Tried to enable mic while meeting is in CONNECTING state.",
-       "Audio capture is not supported on this device or browser.", "",
-       KestrovaError::ERROR_GET_AUDIO_MEDIA, "Microphone Track is not found!",
-       "Audio Stream transmission started successfully",
-       "Error in unmuteMic() -> while creating microphone track",
-       "Microphone turned on successfully", "Stopping Audio Stream transmission",
-       "Audio stream is already closed!",
-       "Attempted to call muteMic() while microphone is already disabled",
-       "Audio Stream transmission stopped successfully", "Microphone disabled successfully",
-       "Error in muteMic() -> ", "Error encountered while disabling the microphone."},
-      {MediaType::video, MediaKind::video,
-       "Error in enableWebcam() -> Tried to enable webcam while meeting is in CONNECTING state.",
-       "Error in enableWebcam() -> Camera access unavailable.",
-       "Video capture is not supported on this device or browser.",
-       KestrovaError::ERROR_GET_VIDEO_MEDIA, "Camera Track is not found!",
-       "Video Stream transmission started successfully", "Enable WebCam Failed",
-       "Webcam turned on successfully", "Stopping Video Stream transmission",
-       "Webcam stream is already disabled!",
-       "Attempted to call disableWebcam() while Webcam is already disabled.",
-       "Video Stream transmission stopped successfully", "Webcam disabled successfully",
-       "Error in disableWebcam() -> ", "Error encountered while disabling the webcam."},
-      {MediaType::share, MediaKind::video, "",
-       "Screen sharing is not supported on this device or browser.", "",
-       KestrovaError::ERROR_GET_DISPLAY_MEDIA, "", "Screen share transmission started successfully",
-       "", "", "Stopping Screen Share Stream transmission",
-       "Screenshare stream is already disabled!",
-       "Attempted to call disableScreenShare() while screenshare is already disabled",
-       "ScreenShare Stream transmission stopped successfully",
-       "Screen share stream disabled successfully", "Error in disableScreenShare() -> ",
-       "Error encountered while disabling the screen share."},
+  static const auto& rows = *new std::array<Row, 3>{{
+      {.type = MediaType::audio,
+       .kind = MediaKind::audio,
+       .noTransport =
+           "Error in unmuteMic() -> Tried to enable mic while meeting is in CONNECTING state.",
+       .notSupported = "Audio capture is not supported on this device or browser.",
+       .notSupportedError = KestrovaError::ERROR_GET_AUDIO_MEDIA,
+       .noTrack = "Microphone Track is not found!",
+       .started = "Audio Stream transmission started successfully",
+       .publishFailed = "Error in unmuteMic() -> while creating microphone track",
+       .turnedOn = "Microphone turned on successfully",
+       .stopSpan = "Stopping Audio Stream transmission",
+       .alreadyClosed = "Audio stream is already closed!",
+       .alreadyClosedError = "Attempted to call muteMic() while microphone is already disabled",
+       .stopped = "Audio Stream transmission stopped successfully",
+       .disabled = "Microphone disabled successfully",
+       .disableFailed = "Error in muteMic() -> ",
+       .disableFailedError = "Error encountered while disabling the microphone."},
+      {.type = MediaType::video,
+       .kind = MediaKind::video,
+       .noTransport = "Error in enableWebcam() -> Tried to enable webcam while meeting is in "
+                      "CONNECTING state.",
+       .notSupported = "Error in enableWebcam() -> Camera access unavailable.",
+       .notSupportedMessage = "Video capture is not supported on this device or browser.",
+       .notSupportedError = KestrovaError::ERROR_GET_VIDEO_MEDIA,
+       .noTrack = "Camera Track is not found!",
+       .started = "Video Stream transmission started successfully",
+       .publishFailed = "Enable WebCam Failed",
+       .turnedOn = "Webcam turned on successfully",
+       .stopSpan = "Stopping Video Stream transmission",
+       .alreadyClosed = "Webcam stream is already disabled!",
+       .alreadyClosedError = "Attempted to call disableWebcam() while Webcam is already disabled.",
+       .stopped = "Video Stream transmission stopped successfully",
+       .disabled = "Webcam disabled successfully",
+       .disableFailed = "Error in disableWebcam() -> ",
+       .disableFailedError = "Error encountered while disabling the webcam."},
+      {.type = MediaType::share,
+       .kind = MediaKind::video,
+       .notSupported = "Screen sharing is not supported on this device or browser.",
+       .notSupportedError = KestrovaError::ERROR_GET_DISPLAY_MEDIA,
+       .started = "Screen share transmission started successfully",
+       .stopSpan = "Stopping Screen Share Stream transmission",
+       .alreadyClosed = "Screenshare stream is already disabled!",
+       .alreadyClosedError =
+           "Attempted to call disableScreenShare() while screenshare is already disabled",
+       .stopped = "ScreenShare Stream transmission stopped successfully",
+       .disabled = "Screen share stream disabled successfully",
+       .disableFailed = "Error in disableScreenShare() -> ",
+       .disableFailedError = "Error encountered while disabling the screen share."},
   }};
   return rows.at(static_cast<std::size_t>(type));
 }
@@ -113,20 +130,21 @@ struct Publishing::VideoPlan {
 };
 
 Task<std::shared_ptr<Producer>> Publishing::produceLocalAudio(
-    std::shared_ptr<CustomRTCMediaStream> customAudioStream,
+    std::shared_ptr<CustomRTCMediaStream> customAudioStream, Connection connection,
     std::optional<SpanScope> enableMicSpan) {
   const auto self = shared_from_this();
   const auto& texts = row(MediaType::audio);
   ScopedSpan span("Starting Audio Stream transmission",
                   {{"config", [&] { return customAudioStream->toJsonString(true); }}},
                   enableMicSpan);
-  requireTransport(texts, span);
-  requireDevice(texts, span);
+  requireTransport(texts, connection, span);
+  requireDevice(texts, connection, span);
   const auto fields = customAudioStream->fields();
   {
     ScopedSpan resolving("Utilising resolved microphone track", {}, span.scope());
     if (!fields.audioTrack)
-      refuse(resolving, texts.noTrack, texts.notSupportedError, RoomClientError::audioNotSupported);
+      refuse(resolving, connection, texts.noTrack, texts.notSupportedError,
+             RoomClientError::audioNotSupported);
     resolving.event("Microphone Track Generated");
   }
   RTCRtpEncodingParameters encoding;
@@ -135,24 +153,26 @@ Task<std::shared_ptr<Producer>> Publishing::produceLocalAudio(
   options.track = fields.audioTrack;
   options.encodings.push_back(encoding);
   options.codecOptions = audioOptions(fields.audioEncoderConfig);
-  co_return co_await publish(texts, std::move(options), span.scope());
+  auto publishing = publish(texts, std::move(options), connection, span.scope());
+  co_return co_await std::move(publishing);
 }
 
 Task<std::shared_ptr<Producer>> Publishing::produceLocalVideo(
-    std::shared_ptr<CustomRTCMediaStream> customVideoStream,
+    std::shared_ptr<CustomRTCMediaStream> customVideoStream, Connection connection,
     std::optional<SpanScope> enableCamSpan) {
   const auto self = shared_from_this();
   const auto& texts = row(MediaType::video);
   ScopedSpan span("Generating configurations for video stream",
                   {{"config", [&] { return customVideoStream->toJsonString(false); }}},
                   enableCamSpan);
-  requireTransport(texts, span);
-  requireDevice(texts, span);
+  requireTransport(texts, connection, span);
+  requireDevice(texts, connection, span);
   auto track = customVideoStream->videoTrack();
   {
     ScopedSpan resolving("Utilising resolved camera track", {}, span.scope());
     if (!track)
-      refuse(resolving, texts.noTrack, texts.notSupportedError, RoomClientError::videoNotSupported);
+      refuse(resolving, connection, texts.noTrack, texts.notSupportedError,
+             RoomClientError::videoNotSupported);
     resolving.event("Camera Track Generated");
   }
   auto plan = planVideo(*customVideoStream);
@@ -167,7 +187,8 @@ Task<std::shared_ptr<Producer>> Publishing::produceLocalVideo(
   options.codecOptions =
       boost::json::serialize(Dictionary{{"videoGoogleStartBitrate", startBitrateKbps}});
   options.codec = std::move(plan.codecJSON);
-  auto producer = co_await publish(texts, std::move(options), transmission);
+  auto publishing = publish(texts, std::move(options), connection, transmission);
+  auto producer = co_await std::move(publishing);
   SdkTracer::shared().endSpan(transmission, {.success = producer != nullptr});
   co_return producer;
 }
@@ -205,43 +226,48 @@ Publishing::VideoPlan Publishing::planVideo(CustomRTCMediaStream& stream) {
   return plan;
 }
 
-void Publishing::refuse(const ScopedSpan& span, const char* line, const KestrovaError& error,
-                        RoomClientError failure, const char* message) {
+void Publishing::refuse(const ScopedSpan& span, const Connection& connection, const char* line,
+                        const KestrovaError& error, RoomClientError failure, const char* message) {
   if (*message)
     traceError(line, {{"message", message}}, span.scope());
   else
     traceError(line, {}, span.scope());
-  if (auto delegate = _context->delegate()) delegate->onError(error);
+  const auto delegate = _context->delegate();
+  if (delegate && connection.isCurrent()) delegate->onError(error);
   throw RoomClientFailure(failure);
 }
 
-void Publishing::requireTransport(const Row& texts, const ScopedSpan& span) {
+void Publishing::requireTransport(const Row& texts, const Connection& connection,
+                                  const ScopedSpan& span) {
   if (!_transports->sendTransport())
-    refuse(span, texts.noTransport, KestrovaError::ERROR_ACTION_PERFORMED_BEFORE_MEETING_JOINED,
+    refuse(span, connection, texts.noTransport,
+           KestrovaError::ERROR_ACTION_PERFORMED_BEFORE_MEETING_JOINED,
            RoomClientError::sendTransportNotCreated);
 }
 
-void Publishing::requireDevice(const Row& texts, const ScopedSpan& span) {
+void Publishing::requireDevice(const Row& texts, const Connection& connection,
+                               const ScopedSpan& span) {
   if (!_transports->device()->canProduce(texts.kind))
-    refuse(span, texts.notSupported, texts.notSupportedError,
+    refuse(span, connection, texts.notSupported, texts.notSupportedError,
            texts.kind == MediaKind::audio ? RoomClientError::audioNotSupported
                                           : RoomClientError::videoNotSupported,
            texts.notSupportedMessage);
 }
 
 Task<std::shared_ptr<Producer>> Publishing::publish(const Row& texts, ProducerOptions options,
-                                                    SpanScope span) {
+                                                    Connection connection, SpanScope span) {
   const auto transport = _transports->sendTransport();
-  if (!options.track->isEnabled() || !transport) co_return nullptr;
+  if (!options.track->isEnabled() || !transport || !connection.isCurrent()) co_return nullptr;
   std::shared_ptr<Producer> producer;
   try {
     producer = co_await transport->createProducer(std::move(options));
   } catch (const std::exception& error) {
-    traceError(texts.publishFailed, {{"error", std::string_view(error.what())}}, span);
+    if (connection.isCurrent())
+      traceError(texts.publishFailed, {{"error", std::string_view(error.what())}}, span);
     co_return nullptr;
   }
-  if (_transports->sendTransport() != transport) {
-    // The transport went while the service was asked: nobody else knows of this producer.
+  if (!connection.isCurrent() || producer->closed()) {
+    // Its transport went while the service was asked: nobody else knows of this producer.
     co_await closeOnMain(std::move(producer));
     co_return nullptr;
   }
@@ -264,34 +290,34 @@ void Publishing::reportLater(const KestrovaError& error) {
 
 // ---- Closing -----------------------------------------------------------------------------------
 
-Task<std::string> Publishing::closeLocalAudio(bool withSocketRequest,
+Task<std::string> Publishing::closeLocalAudio(std::optional<Connection> telling,
                                               std::optional<SpanScope> parentSpan) {
-  return closeLocal(row(MediaType::audio), withSocketRequest, std::move(parentSpan));
+  return closeLocal(row(MediaType::audio), std::move(telling), std::move(parentSpan));
 }
-Task<std::string> Publishing::closeLocalVideo(bool withSocketRequest,
+Task<std::string> Publishing::closeLocalVideo(std::optional<Connection> telling,
                                               std::optional<SpanScope> parentSpan) {
-  return closeLocal(row(MediaType::video), withSocketRequest, std::move(parentSpan));
+  return closeLocal(row(MediaType::video), std::move(telling), std::move(parentSpan));
 }
-Task<std::string> Publishing::closeLocalScreenShare(bool withSocketRequest,
+Task<std::string> Publishing::closeLocalScreenShare(std::optional<Connection> telling,
                                                     std::optional<SpanScope> parentSpan) {
-  return closeLocal(row(MediaType::share), withSocketRequest, std::move(parentSpan));
+  return closeLocal(row(MediaType::share), std::move(telling), std::move(parentSpan));
 }
 
-Task<std::string> Publishing::closeLocal(const Row& texts, bool withSocketRequest,
+Task<std::string> Publishing::closeLocal(const Row& texts, std::optional<Connection> telling,
                                          std::optional<SpanScope> parentSpan) {
   const auto self = shared_from_this();
   ScopedSpan span(texts.stopSpan, {}, parentSpan);
-  const auto producer = _registry->getProducerByKind(texts.kind, texts.type == MediaType::share);
+  const bool share = texts.type == MediaType::share;
+  const auto producer = _registry->getProducerByKind(texts.kind, share);
   if (!producer) {
     span.event(texts.alreadyClosed);
     // In a teardown nobody attempted anything: a stream that never ran is no error then.
-    (withSocketRequest ? traceError : traceDebug)(texts.alreadyClosedError, {}, span.scope());
+    (telling ? traceError : traceDebug)(texts.alreadyClosedError, {}, span.scope());
     throw RoomClientFailure(RoomClientError::producerNotFound);
   }
   const auto producerId = producer->id();
   co_await closeOnMain(producer);
   span.event(texts.stopped);
-  const bool share = texts.type == MediaType::share;
   const auto emitDisabled = [&] {
     span.event(
         "Emitting STREAM_DISABLED Event",
@@ -299,33 +325,31 @@ Task<std::string> Publishing::closeLocal(const Row& texts, bool withSocketReques
   };
   if (!share) emitDisabled();
   _registry->removeProducer(producerId);
-  if (share) {
-    ScopedSpan disposing("Disposing Screenshare Track", {}, span.scope());
-    auto disposal = dispose(texts, producerId, withSocketRequest, span.scope());
-    co_await std::move(disposal);
-    disposing.event("Screenshare track disposed successfully");
-  } else {
-    auto disposal = dispose(texts, producerId, withSocketRequest, span.scope());
-    co_await std::move(disposal);
+  std::optional<ScopedSpan> disposing;
+  if (share) disposing.emplace("Disposing Screenshare Track", TraceAttributeList{}, span.scope());
+  auto disposal = dispose(texts, producer, std::move(telling), span.scope());
+  co_await std::move(disposal);
+  if (disposing) {
+    disposing->event("Screenshare track disposed successfully");
+    emitDisabled();
   }
-  if (share) emitDisabled();
   span.event(texts.disabled);
   co_return producerId;
 }
 
 /// Tells the service and lets go of what fed the producer, whatever the service says.
-Task<void> Publishing::dispose(const Row& texts, std::string producerId, bool withSocketRequest,
-                               SpanScope span) {
-  if (withSocketRequest) {
-    Dictionary data{{"producerId", producerId}};
+Task<void> Publishing::dispose(const Row& texts, std::shared_ptr<Producer> producer,
+                               std::optional<Connection> telling, SpanScope span) {
+  if (telling) {
+    Dictionary data{{"producerId", producer->id()}};
     const Dictionary reply = co_await _context->socketRequestHandler->prepareAndSendRequest(
-        LocalEvent::closeProducer, std::move(data));
-    if (const auto status = isStatusOK(reply); !status.ok) {
+        LocalEvent::closeProducer, std::move(data), telling);
+    if (const auto status = isStatusOK(reply); !status.ok && telling->isCurrent()) {
       traceError([&] { return texts.disableFailed + status.failure; }, {}, span);
       traceError(texts.disableFailedError, {}, span);
     }
   }
-  removeTrack(texts.type);
+  removeTrack(texts.type, producer->track());
 }
 
 Task<void> Publishing::closeOnMain(std::shared_ptr<Producer> producer) {
@@ -339,9 +363,10 @@ Task<void> Publishing::closeOnMain(std::shared_ptr<Producer> producer) {
   co_await awaitCallback<bool>(std::move(close));
 }
 
-void Publishing::removeTrack(MediaType type) {
-  if (type == MediaType::audio) _capturer->removeAudioTrack();
-  if (type == MediaType::video) _capturer->removeVideoTrack();
+/// The capture of that very producer: another one may have begun meanwhile.
+void Publishing::removeTrack(MediaType type, const std::shared_ptr<RTCMediaStreamTrack>& track) {
+  if (type == MediaType::audio) _capturer->removeAudioTrack(track);
+  if (type == MediaType::video) _capturer->removeVideoTrack(track);
 }
 
 void Publishing::onTransportClose(const std::shared_ptr<Producer>& producer) {

@@ -23,22 +23,26 @@ public:
   Publishing(std::shared_ptr<RoomContext> context, std::shared_ptr<MediaRegistry> registry,
              std::shared_ptr<Transports> transports, std::shared_ptr<MediaCapturer> capturer);
 
-  /// \returns nothing, without a failure, when the track is disabled or the transport refuses it
+  /// \returns nothing, without a failure, when the track is disabled, the transport refuses it, or
+  ///   `connection` goes meanwhile
   Task<std::shared_ptr<Producer>> produceLocalAudio(
-      std::shared_ptr<CustomRTCMediaStream> customAudioStream,
+      std::shared_ptr<CustomRTCMediaStream> customAudioStream, Connection connection,
       std::optional<SpanScope> enableMicSpan);
   /// A codec that the device lacks is replaced by VP8; any other codec than VP8 is sent as a single
   /// stream. Both are reported through `onError`, and the publish goes on.
   Task<std::shared_ptr<Producer>> produceLocalVideo(
-      std::shared_ptr<CustomRTCMediaStream> customVideoStream,
+      std::shared_ptr<CustomRTCMediaStream> customVideoStream, Connection connection,
       std::optional<SpanScope> enableCamSpan);
 
-  /// \param withSocketRequest false when the connection is being given up anyway
+  /// \param telling the connection on which the service is told; nothing when the connection is
+  ///   being given up anyway, or when the service has forgotten the stream
   /// \returns the id of the stream that was closed
   /// \throws RoomClientFailure producerNotFound when none is open
-  Task<std::string> closeLocalAudio(bool withSocketRequest, std::optional<SpanScope> parentSpan);
-  Task<std::string> closeLocalVideo(bool withSocketRequest, std::optional<SpanScope> parentSpan);
-  Task<std::string> closeLocalScreenShare(bool withSocketRequest,
+  Task<std::string> closeLocalAudio(std::optional<Connection> telling,
+                                    std::optional<SpanScope> parentSpan);
+  Task<std::string> closeLocalVideo(std::optional<Connection> telling,
+                                    std::optional<SpanScope> parentSpan);
+  Task<std::string> closeLocalScreenShare(std::optional<Connection> telling,
                                           std::optional<SpanScope> parentSpan);
 
   /// A producer whose transport goes stays in the map until the next operation on it.
@@ -49,18 +53,20 @@ private:
   struct VideoPlan;
   static const Row& row(MediaType type);
 
-  [[noreturn]] void refuse(const ScopedSpan& span, const char* line, const KestrovaError& error,
-                           RoomClientError failure, const char* message = "");
-  void requireTransport(const Row& row, const ScopedSpan& span);
-  void requireDevice(const Row& row, const ScopedSpan& span);
+  [[noreturn]] void refuse(const ScopedSpan& span, const Connection& connection, const char* line,
+                           const KestrovaError& error, RoomClientError failure,
+                           const char* message = "");
+  void requireTransport(const Row& row, const Connection& connection, const ScopedSpan& span);
+  void requireDevice(const Row& row, const Connection& connection, const ScopedSpan& span);
   VideoPlan planVideo(CustomRTCMediaStream& stream);
-  Task<std::shared_ptr<Producer>> publish(const Row& row, ProducerOptions options, SpanScope span);
-  Task<std::string> closeLocal(const Row& row, bool withSocketRequest,
+  Task<std::shared_ptr<Producer>> publish(const Row& row, ProducerOptions options,
+                                          Connection connection, SpanScope span);
+  Task<std::string> closeLocal(const Row& row, std::optional<Connection> telling,
                                std::optional<SpanScope> parentSpan);
-  Task<void> dispose(const Row& row, std::string producerId, bool withSocketRequest,
-                     SpanScope span);
+  Task<void> dispose(const Row& row, std::shared_ptr<Producer> producer,
+                     std::optional<Connection> telling, SpanScope span);
   Task<void> closeOnMain(std::shared_ptr<Producer> producer);
-  void removeTrack(MediaType type);
+  void removeTrack(MediaType type, const std::shared_ptr<RTCMediaStreamTrack>& track);
   void reportLater(const KestrovaError& error);
 
   const std::shared_ptr<RoomContext> _context;

@@ -101,14 +101,16 @@ List Transports::deviceCodecs() const {
 Task<void> Transports::setupDeviceAndTransports(bool isLoaded,
                                                 std::optional<SpanScope> changeModeSpan,
                                                 bool needToCreateSendTransport,
-                                                bool needToCreateRecvTransport) {
+                                                bool needToCreateRecvTransport,
+                                                Connection connection) {
   const auto self = shared_from_this();
   std::string capabilities;
   {
     ScopedSpan span("Loading device capabilities", {{"device", DeviceInfo::toStringify()}},
                     changeModeSpan);
     const Dictionary reply = co_await _context->socketRequestHandler->prepareAndSendRequest(
-        LocalEvent::getRouterRtpCapabilities);
+        LocalEvent::getRouterRtpCapabilities, {}, connection);
+    if (!connection.isCurrent()) co_return;
     const auto* data = dictionary(reply, "data");
     if (!data) {
       span.fail("Failed to load device capabilities");
@@ -120,16 +122,20 @@ Task<void> Transports::setupDeviceAndTransports(bool isLoaded,
     if (capabilities.empty()) co_return;
     if (!co_await loadDevice(isLoaded, capabilities, span.scope())) co_return;
   }
-  if (!isLoaded) {
-    std::scoped_lock held(_transportLock);
-    _send.transport.reset();
-    _receive.transport.reset();
-  }
-  const auto mode = _context->mode();
-  if (sendsMedia(mode) && needToCreateSendTransport && !sendTransport())
-    co_await createSendTransport(changeModeSpan);
-  if (receivesMedia(mode) && needToCreateRecvTransport && !receiveTransport())
-    co_await createReceiveTransport(changeModeSpan);
+  if (!isLoaded) giveUpTransports();
+  if (needToCreateSendTransport && !sendTransport())
+    co_await createSendTransport(changeModeSpan, connection);
+  if (!connection.isCurrent()) co_return;
+  if (needToCreateRecvTransport && !receiveTransport())
+    co_await createReceiveTransport(changeModeSpan, connection);
+}
+
+void Transports::giveUpTransports() {
+  std::shared_ptr<SendTransport> send;
+  std::shared_ptr<ReceiveTransport> receive;
+  std::scoped_lock held(_transportLock);
+  send.swap(_send.transport);
+  receive.swap(_receive.transport);
 }
 
 Task<bool> Transports::loadDevice(bool isLoaded, std::string routerCapabilities, SpanScope span) {
@@ -155,19 +161,21 @@ Task<bool> Transports::loadDevice(bool isLoaded, std::string routerCapabilities,
 
 namespace {
 
-/// Claims a slot's creation for as long as it lives; several callers at once make one transport.
+/// Claims a slot's creation for as long as it lives and its connection stands; several callers at
+/// once make one transport.
 template <class Slot>
 class CreationClaim {
 public:
-  CreationClaim(std::mutex& lock, Slot& slot) : _lock(lock), _slot(slot) {
+  CreationClaim(std::mutex& lock, Slot& slot, Connection connection)
+      : _lock(lock), _slot(slot), _connection(std::move(connection)) {
     std::scoped_lock held(_lock);
-    _granted = !_slot.transport && !_slot.isCreating;
-    if (_granted) _slot.isCreating = true;
+    _granted = !_slot.transport && !(_slot.creating && _slot.creating->isCurrent());
+    if (_granted) _slot.creating = _connection;
   }
   ~CreationClaim() {
     if (!_granted) return;
     std::scoped_lock held(_lock);
-    _slot.isCreating = false;
+    if (_slot.creating == _connection) _slot.creating.reset();
   }
   CreationClaim(const CreationClaim&) = delete;
   CreationClaim& operator=(const CreationClaim&) = delete;
@@ -176,36 +184,44 @@ public:
 private:
   std::mutex& _lock;
   Slot& _slot;
+  const Connection _connection;
   bool _granted = false;
 };
 
 }  // namespace
 
+/// Fills the slot, unless the connection went meanwhile: then nobody needs the transport.
 template <class T>
-void Transports::keep(Slot<T>& slot, std::shared_ptr<T> transport) {
+bool Transports::keep(Slot<T>& slot, std::shared_ptr<T> transport, const Connection& connection) {
   {
     std::scoped_lock held(_transportLock);
-    if (!_closedForGood) slot.transport.swap(transport);
+    if (connection.isCurrent() && !slot.transport) {
+      slot.transport.swap(transport);
+      slot.connection = connection;
+    }
   }
-  if (transport) closeTransportOnMain(std::move(transport));
+  if (!transport) return true;
+  closeTransportOnMain(std::move(transport));
+  return false;
 }
 
-Task<void> Transports::createSendTransport(std::optional<SpanScope> parentSpan) {
+Task<void> Transports::createSendTransport(std::optional<SpanScope> parentSpan,
+                                           Connection connection) {
   const auto self = shared_from_this();
   const auto span = openSpan("Creating Send Media Transport", {}, parentSpan);
   _context->spans.set(RoomSpans::Slot::producerTransport, span);
-  const CreationClaim claim(_transportLock, _send);
+  const CreationClaim claim(_transportLock, _send, connection);
   if (!claim.granted()) co_return;
 
   const Dictionary reply = co_await _context->socketRequestHandler->createWebRTCTransport(
-      _context->options.preferredProtocol, true, false);
-  if (sendTransport()) co_return;
+      _context->options.preferredProtocol, true, false, connection);
+  if (!connection.isCurrent() || sendTransport()) co_return;
   const auto details = getTransportDetails(reply);
   if (!details) co_return;
   try {
     auto transport = _device->createSendTransport(*details);
     transport->setDelegate(weak_from_this());
-    keep(_send, std::move(transport));
+    if (!keep(_send, std::move(transport), connection)) co_return;
   } catch (const std::exception& error) {
     const std::string line = std::string("error while creating sendTransport: ") + error.what();
     traceError(line, {}, span);
@@ -214,21 +230,23 @@ Task<void> Transports::createSendTransport(std::optional<SpanScope> parentSpan) 
   trace("Send Transport Created Successfully", {}, span);
 }
 
-Task<void> Transports::createReceiveTransport(std::optional<SpanScope> parentSpan) {
+Task<void> Transports::createReceiveTransport(std::optional<SpanScope> parentSpan,
+                                              Connection connection) {
   const auto self = shared_from_this();
   const auto span = openSpan("Creating Receive Media Transport", {}, parentSpan);
   _context->spans.set(RoomSpans::Slot::consumerTransport, span);
-  const CreationClaim claim(_transportLock, _receive);
+  const CreationClaim claim(_transportLock, _receive, connection);
   if (!claim.granted()) co_return;
 
   const Dictionary reply = co_await _context->socketRequestHandler->createWebRTCTransport(
-      _context->options.preferredProtocol, false, true);
+      _context->options.preferredProtocol, false, true, connection);
+  if (!connection.isCurrent()) co_return;
   const auto details = getTransportDetails(reply);
   if (!details) co_return;
   try {
     auto transport = _device->createReceiveTransport(*details);
     transport->setDelegate(std::weak_ptr<TransportDelegate>(weak_from_this()));
-    keep(_receive, std::move(transport));
+    if (!keep(_receive, std::move(transport), connection)) co_return;
   } catch (const std::exception& error) {
     const std::string line = std::string("error while creating recvTransport: ") + error.what();
     traceError(line, {}, span);
@@ -244,6 +262,19 @@ Transports::Role Transports::roleOf(const std::string& transportId) const {
   return send && send->id() == transportId ? Role::send : Role::receive;
 }
 
+std::optional<Connection> Transports::connectionOf(const std::string& transportId) const {
+  Slot<SendTransport> send;
+  Slot<ReceiveTransport> receive;
+  {
+    std::scoped_lock held(_transportLock);
+    send = _send;
+    receive = _receive;
+  }
+  if (send.transport && send.transport->id() == transportId) return send.connection;
+  if (receive.transport && receive.transport->id() == transportId) return receive.connection;
+  return std::nullopt;
+}
+
 std::optional<SpanScope> Transports::spanOf(Role role) const {
   return _context->spans.get(role == Role::send ? RoomSpans::Slot::producerTransport
                                                 : RoomSpans::Slot::consumerTransport);
@@ -254,11 +285,12 @@ void Transports::onConnect(const std::shared_ptr<Transport>& transport,
   auto task = [](std::weak_ptr<Transports> weak, std::string id,
                  std::string parameters) -> Task<void> {
     const auto self = weak.lock();
-    if (!self) co_return;
+    const auto connection = self ? self->connectionOf(id) : std::nullopt;
+    if (!connection) co_return;
     trace("Establishing connection: ICE+DTLS ", {}, self->spanOf(self->roleOf(id)));
     Dictionary dtls = parseDictionary(parameters);
-    co_await self->_context->socketRequestHandler->connectWebRTCTransport(std::move(id),
-                                                                          std::move(dtls));
+    co_await self->_context->socketRequestHandler->connectWebRTCTransport(
+        std::move(id), std::move(dtls), *connection);
   };
   spawn(task(weak_from_this(), transport->id(), dtlsParameters));
 }
@@ -277,12 +309,21 @@ void Transports::onProduce(const std::shared_ptr<SendTransport>& transport, Medi
 
 Task<void> Transports::produce(std::string transportId, MediaKind kind, std::string rtpParameters,
                                std::string appData, ProduceCallback callback) {
+  const auto connection = connectionOf(transportId);
+  if (!connection) {
+    callback(std::nullopt);
+    co_return;
+  }
   Dictionary request{{"transportId", transportId},
                      {"kind", kind == MediaKind::video ? "video" : "audio"},
                      {"rtpParameters", parseDictionary(rtpParameters)},
                      {"appData", parseDictionary(appData)}};
   const Dictionary reply = co_await _context->socketRequestHandler->prepareAndSendRequest(
-      LocalEvent::produce, std::move(request));
+      LocalEvent::produce, std::move(request), *connection);
+  if (!connection->isCurrent()) {
+    callback(std::nullopt);
+    co_return;
+  }
   const auto* data = dictionary(reply, "data");
   auto id = data ? text(*data, "id") : std::nullopt;
   const auto role = roleOf(transportId);
@@ -330,20 +371,23 @@ void Transports::onConnectionStateChange(const std::shared_ptr<Transport>& trans
 
 Task<void> Transports::handleRemoteRestartIce(std::string transportId, Dictionary iceParams) {
   const auto self = shared_from_this();
+  const auto connection = _context->connections->current();
   const auto parameters = jsonText(iceParams).value_or("");
   if (const auto send = sendTransport(); send && send->id() == transportId) {
-    auto restarting = restartIce(send, parameters, "Error while send transport restartICE.");
+    auto restarting =
+        restartIce(send, parameters, "Error while send transport restartICE.", connection);
     co_await std::move(restarting);
   }
   if (const auto receive = receiveTransport(); receive && receive->id() == transportId) {
-    auto restarting = restartIce(receive, parameters, "Error while recv transport restartICE.");
+    auto restarting =
+        restartIce(receive, parameters, "Error while recv transport restartICE.", connection);
     co_await std::move(restarting);
   }
 }
 
 template <class T>
 Task<void> Transports::restartIce(std::shared_ptr<T> transport, std::string iceParameters,
-                                  const char* failure) {
+                                  const char* failure, Connection connection) {
   try {
     transport->restartICE(iceParameters);
   } catch (const std::exception& error) {
@@ -351,28 +395,32 @@ Task<void> Transports::restartIce(std::shared_ptr<T> transport, std::string iceP
   }
   Dictionary data{{"transportId", transport->id()}};
   const Dictionary reply = co_await _context->socketRequestHandler->prepareAndSendRequest(
-      LocalEvent::iceRestarted, std::move(data));
-  if (const auto status = isStatusOK(reply); !status.ok)
+      LocalEvent::iceRestarted, std::move(data), connection);
+  if (const auto status = isStatusOK(reply); !status.ok && connection.isCurrent())
     tellFailure("Error while iceRestarted request.", {{"error", status.failure}});
 }
 
 // ---- Taking down -------------------------------------------------------------------------------
 
-void Transports::disposeTransports(std::optional<SpanScope> parentSpan) {
-  ScopedSpan span("Closing resources", {}, parentSpan);
-  for (const auto& listed : _registry->consumers())
-    if (const auto consumer = _registry->takeConsumer(listed->id()))
-      closeConsumer(*_context, consumer);
-
-  const auto takeLive = [this](auto& slot) {
+Transports::Lost Transports::takeLost() {
+  auto send = sendTransport();
+  auto receive = receiveTransport();
+  if (send && !isLive(send->connectionState())) send.reset();
+  if (receive && !isLive(receive->connectionState())) receive.reset();
+  {
     std::scoped_lock held(_transportLock);
-    using Pointer = decltype(slot.transport);
-    return slot.transport && isLive(slot.transport->connectionState())
-               ? std::exchange(slot.transport, nullptr)
-               : Pointer();
-  };
-  if (auto send = takeLive(_send)) closeTransportOnMain(std::move(send));
-  if (auto receive = takeLive(_receive)) closeTransportOnMain(std::move(receive));
+    if (send) _send.transport.reset();
+    if (receive) _receive.transport.reset();
+  }
+  return {_registry->takeConsumers(), std::move(send), std::move(receive)};
+}
+
+void Transports::disposeTransports(const Lost& lost, std::optional<SpanScope> parentSpan) {
+  ScopedSpan span("Closing resources", {}, parentSpan);
+  const auto close = lost.receive ? letGoOfConsumer : closeConsumer;
+  for (const auto& consumer : lost.consumers) close(*_context, consumer);
+  if (lost.send) closeTransportOnMain(lost.send);
+  if (lost.receive) closeTransportOnMain(lost.receive);
   span.event("All resources closed successfully");
 }
 
@@ -395,7 +443,6 @@ void Transports::closeTransports() {
     std::scoped_lock held(_transportLock);
     send.swap(_send.transport);
     receive.swap(_receive.transport);
-    _closedForGood = true;
   }
   if (send) closeTransportOnMain(std::move(send));
   if (receive) closeTransportOnMain(std::move(receive));

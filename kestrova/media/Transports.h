@@ -28,21 +28,30 @@ public:
   List deviceCodecs() const;
 
   /// Loads the device if that is still due and makes the transports asked for, send before receive.
+  /// Ends quietly when `connection` goes meanwhile.
   /// \param isLoaded false when a connection begins: transports of an earlier one are given up,
   ///   since the service has forgotten them
   Task<void> setupDeviceAndTransports(bool isLoaded, std::optional<SpanScope> changeModeSpan,
                                       bool needToCreateSendTransport,
-                                      bool needToCreateRecvTransport);
+                                      bool needToCreateRecvTransport, Connection connection);
   /// Gives each transport of that id the service's new ICE parameters and tells the service so,
   /// also when the engine refused them.
   Task<void> handleRemoteRestartIce(std::string transportId, Dictionary iceParams);
-  /// Closes consumers and transports, as when the connection was lost. Any thread; returns without
-  /// waiting for the transports.
-  void disposeTransports(std::optional<SpanScope> parentSpan);
+  /// What a lost connection leaves to be closed.
+  struct Lost {
+    std::vector<std::shared_ptr<Consumer>> consumers;
+    std::shared_ptr<SendTransport> send;
+    std::shared_ptr<ReceiveTransport> receive;
+  };
+  /// Takes the consumers and the live transports out, so that the next connection finds room for
+  /// its own. On the socket's queue, at the drop.
+  Lost takeLost();
+  /// Closes what was taken. Any thread; returns without waiting for the transports.
+  void disposeTransports(const Lost& lost, std::optional<SpanScope> parentSpan);
   /// Closes, on the main queue, the transports that a mode does without.
   void closeUnusedIn(Mode mode);
-  /// Closes both transports on the main queue, send before receive, for good: one that is being
-  /// made just now is closed as soon as it is there.
+  /// Closes both transports on the main queue, send before receive. One that is being made just now
+  /// is closed as soon as it is there, since its connection is over.
   void closeTransports();
 
   void onConnect(const std::shared_ptr<Transport>& transport,
@@ -58,20 +67,24 @@ private:
   template <class T>
   struct Slot {
     std::shared_ptr<T> transport;
-    bool isCreating = false;
+    std::optional<Connection> connection = {};  // whose transport it is
+    std::optional<Connection> creating = {};    // for which one is being made
   };
 
+  void giveUpTransports();
   Task<bool> loadDevice(bool isLoaded, std::string routerCapabilities, SpanScope span);
-  Task<void> createSendTransport(std::optional<SpanScope> parentSpan);
-  Task<void> createReceiveTransport(std::optional<SpanScope> parentSpan);
+  Task<void> createSendTransport(std::optional<SpanScope> parentSpan, Connection connection);
+  Task<void> createReceiveTransport(std::optional<SpanScope> parentSpan, Connection connection);
   Task<void> produce(std::string transportId, MediaKind kind, std::string rtpParameters,
                      std::string appData, ProduceCallback callback);
   template <class T>
   Task<void> restartIce(std::shared_ptr<T> transport, std::string iceParameters,
-                        const char* failure);
+                        const char* failure, Connection connection);
   template <class T>
-  void keep(Slot<T>& slot, std::shared_ptr<T> transport);
+  bool keep(Slot<T>& slot, std::shared_ptr<T> transport, const Connection& connection);
   Role roleOf(const std::string& transportId) const;
+  /// That of a transport in use; nothing for any other.
+  std::optional<Connection> connectionOf(const std::string& transportId) const;
   std::optional<SpanScope> spanOf(Role role) const;
 
   const std::shared_ptr<RoomContext> _context;
@@ -82,7 +95,6 @@ private:
   mutable std::mutex _transportLock;
   Slot<SendTransport> _send;
   Slot<ReceiveTransport> _receive;
-  bool _closedForGood = false;
   List _deviceCapabilitiesJson;
 };
 

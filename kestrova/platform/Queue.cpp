@@ -17,9 +17,6 @@
 #include <variant>
 
 namespace kestrova {
-namespace {
-
-thread_local const Queue* currentQueue = nullptr;
 
 void reportEscaped(const char* where) noexcept {
   try {
@@ -30,6 +27,10 @@ void reportEscaped(const char* where) noexcept {
     std::fprintf(stderr, "Kestrova: an exception escaped from %s\n", where);
   }
 }
+
+namespace {
+
+thread_local const Queue* currentQueue = nullptr;
 
 void runGuarded(Work& work, const char* where) {
   try {

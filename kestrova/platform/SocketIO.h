@@ -115,6 +115,8 @@ class SocketManager {
 public:
   virtual ~SocketManager() = default;
   virtual std::shared_ptr<SocketIOClient> defaultSocket() = 0;
+  /// Replaces the configuration's: the next connection is made with these.
+  virtual void setConnectParams(std::vector<std::pair<std::string, std::string>> params) = 0;
   /// Closes the connection and ends reconnection.
   virtual void disconnect() = 0;
 };

@@ -137,15 +137,15 @@ std::shared_ptr<Meeting> Kestrova::initMeeting(InitMeetingOptions options) {
       .micEnabled = options.micEnabled,
       .webcamEnabled = options.webcamEnabled,
       .multiStream = options.multiStream.value_or(true),
-      .mode = mode,
       .preferredProtocol = options.preferredProtocol.value_or(PreferredProtocol::UDP_OVER_TCP),
       .signalingBaseUrl = options.signalingBaseUrl,
       .metaData = options.metaData,
       .codecSwitchEnabled = options.codecSwitchEnabled,
       .batchingEnabled = options.enableBatching};
-  auto context =
-      std::make_shared<MeetingContext>(std::move(settings), std::move(local), std::move(store),
-                                       options.customCameraVideoStream, options.customAudioTrack);
+  auto sending = std::make_shared<LocalSending>(mode, options.customCameraVideoStream,
+                                                options.customAudioTrack);
+  auto context = std::make_shared<MeetingContext>(std::move(settings), std::move(local),
+                                                  std::move(store), std::move(sending));
   auto meeting = std::make_shared<Meeting>(MeetingCore::make(std::move(context)));
   trace("Meeting initialised successfully and ready to join!", {}, span);
   SdkTracer::shared().endSpan(span);

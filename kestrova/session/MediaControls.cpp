@@ -12,57 +12,49 @@ MediaControls::MediaControls(std::shared_ptr<MeetingContext> context,
       camera(std::make_shared<CameraControls>(context, std::move(registry))),
       _context(std::move(context)) {}
 
+/// Has a device that ends by itself end its stream.
 void MediaControls::watchCapture() {
   _context->roomClient()->capturer()->onCaptureFailed(
-      [weak = weak_from_this()](MediaKind kind, const std::string& error) {
+      [weak = weak_from_this()](MediaKind kind, const std::shared_ptr<RTCMediaStreamTrack>& track,
+                                const std::string& error) {
         const auto self = weak.lock();
         if (!self) return;
         if (kind == MediaKind::audio)
-          self->microphone->captureFailed(error);
+          self->microphone->captureEnded(track, error);
         else
-          self->camera->captureFailed(error);
+          self->camera->captureEnded(track, error);
       });
 }
 
-Task<void> MediaControls::startWishedMedia(Mode mode, std::vector<std::string> unsupportedCodecs,
+Task<void> MediaControls::startWishedMedia(Mode mode, Connection connection,
                                            std::optional<SpanScope> parentSpan) {
   const auto self = shared_from_this();
   watchCapture();
-  co_await cleanup();
-  if (stopIfOver(*_context)) co_return;
-  co_await microphone->startWished(mode, parentSpan);
-  if (stopIfOver(*_context)) co_return;
-  auto starting = camera->startWished(mode, std::move(unsupportedCodecs), parentSpan);
-  co_await std::move(starting);
-  stopIfOver(*_context);
+  co_await microphone->clearEarlier(connection);
+  co_await camera->clearEarlier(connection);
+  auto startingMicrophone = microphone->startWished(mode, connection, parentSpan);
+  co_await std::move(startingMicrophone);
+  auto startingCamera = camera->startWished(mode, connection, parentSpan);
+  co_await std::move(startingCamera);
 }
 
-Task<void> MediaControls::cleanup() {
-  const auto client = _context->roomClient();
-  const auto& local = _context->localParticipant;
-  if (const auto gone = co_await client->cleanupAudio()) local->removeStream(*gone);
-  if (const auto gone = co_await client->cleanupVideo()) local->removeStream(*gone);
-  if (client->capturer()->isCameraRunning()) co_await client->capturer()->stopCamera();
-}
-
-Task<void> MediaControls::stopPublishing(std::optional<SpanScope> parentSpan) {
+Task<void> MediaControls::stopPublishing(Connection connection,
+                                         std::optional<SpanScope> parentSpan) {
   const auto self = shared_from_this();
   {
     ScopedSpan span("Disabling Screen Share", {}, parentSpan);
     try {
       auto closing =
-          _context->roomClient()->publishing()->closeLocalScreenShare(true, span.scope());
+          _context->roomClient()->publishing()->closeLocalScreenShare(connection, span.scope());
       _context->localParticipant->removeStream(co_await std::move(closing));
     } catch (const RoomClientFailure&) {
       // Nothing was shared.
     }
   }
-  {
-    ScopedSpan span("Disabling Webcam", {}, parentSpan);
-    co_await camera->stopVideo(span.scope());
-  }
-  ScopedSpan span("Disabling Microphone", {}, parentSpan);
-  co_await microphone->stopAudio(span.scope());
+  auto stoppingCamera = camera->stopForMode(connection, parentSpan);
+  co_await std::move(stoppingCamera);
+  auto stoppingMicrophone = microphone->stopForMode(connection, parentSpan);
+  co_await std::move(stoppingMicrophone);
 }
 
 }  // namespace kestrova

@@ -21,17 +21,14 @@ public:
   const std::shared_ptr<CameraControls> camera;
 
   /// Clears what an earlier connection left, then starts microphone and camera as wished and as the
-  /// mode allows.
-  /// \param unsupportedCodecs what others in the room can't decode, as the service names codecs
-  Task<void> startWishedMedia(Mode mode, std::vector<std::string> unsupportedCodecs,
+  /// mode allows. Ends quietly when `connection` goes meanwhile.
+  Task<void> startWishedMedia(Mode mode, Connection connection,
                               std::optional<SpanScope> parentSpan);
   /// Stops screen share, webcam and microphone, in this order; the wishes stay as they are.
-  Task<void> stopPublishing(std::optional<SpanScope> parentSpan);
+  Task<void> stopPublishing(Connection connection, std::optional<SpanScope> parentSpan);
 
 private:
-  /// Has a device that ends by itself end its stream.
   void watchCapture();
-  Task<void> cleanup();
 
   const std::shared_ptr<MeetingContext> _context;
 };

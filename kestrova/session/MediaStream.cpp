@@ -1,5 +1,6 @@
 #include <kestrova/media/AppData.h>
 #include <kestrova/media/SinkQueue.h>
+#include <kestrova/platform/Queue.h>
 #include <kestrova/session/MediaStream.h>
 #include <kestrova/tracing/Uuid.h>
 
@@ -120,20 +121,24 @@ void MediaStream::setDelegate(std::weak_ptr<MediaStreamDelegate> delegate) {
 }
 
 Task<std::string> MediaStream::stats() const {
-  const auto stream = rtpStream();
-  co_return co_await stream->stats();
+  // The coroutine runs when it is awaited; this stream may be gone by then.
+  return [](std::shared_ptr<RtpStream> stream) -> Task<std::string> {
+    co_return co_await stream->stats();
+  }(rtpStream());
 }
 
 std::string MediaStream::on(MediaStreamEventType, StateListener listener) {
   auto id = Uuid::random().text();
+  if (!listener) return id;
   std::scoped_lock held(_lock);
   _stateListeners.emplace(id, std::move(listener));
   return id;
 }
 
 void MediaStream::off(MediaStreamEventType, const std::string& listenerId) {
+  std::map<std::string, StateListener>::node_type gone;  // goes after the lock
   std::scoped_lock held(_lock);
-  _stateListeners.erase(listenerId);
+  gone = _stateListeners.extract(listenerId);
 }
 
 void MediaStream::setMeetingActionValidatorSource(
@@ -148,7 +153,13 @@ void MediaStream::notifyState(StreamState state) {
     std::scoped_lock held(_lock);
     for (const auto& [id, listener] : _stateListeners) listeners.push_back(listener);
   }
-  for (const auto& listener : listeners) listener(state);
+  for (const auto& listener : listeners) {
+    try {
+      listener(state);
+    } catch (...) {
+      reportEscaped("a listener of a stream");
+    }
+  }
 }
 
 }  // namespace kestrova

@@ -23,6 +23,9 @@ std::shared_ptr<Participant> Meeting::localParticipant() const {
 std::map<std::string, std::shared_ptr<Participant>> Meeting::participants() const {
   return _core->registry->participants();
 }
+std::shared_ptr<Participant> Meeting::getParticipant(const std::string& forStream) const {
+  return _core->registry->participantForStream(forStream);
+}
 std::map<std::string, ParticipantPinState> Meeting::pinnedParticipants() const {
   return _core->registry->pinnedParticipants();
 }
@@ -33,7 +36,7 @@ std::optional<std::string> Meeting::activePresenterId() const {
   return _core->registry->activePresenterId();
 }
 std::optional<Mode> Meeting::meetingMode() const {
-  return _core->context->mode();
+  return _core->context->sending->mode();
 }
 PreferredProtocol Meeting::preferredProtocol() const {
   return _core->context->settings.preferredProtocol;
@@ -57,10 +60,10 @@ TranscriptionState Meeting::transcriptionState() const {
   return _core->services.transcriptionState();
 }
 std::shared_ptr<CustomRTCMediaStream> Meeting::customVideoMediaStream() const {
-  return _core->context->customVideoMediaStream();
+  return _core->context->sending->customVideoMediaStream();
 }
 std::shared_ptr<CustomRTCMediaStream> Meeting::customAudioMediaStream() const {
-  return _core->context->customAudioMediaStream();
+  return _core->context->sending->customAudioMediaStream();
 }
 
 void Meeting::join() {
@@ -76,16 +79,16 @@ void Meeting::end() {
 // ---- Media -------------------------------------------------------------------------------------
 
 void Meeting::unmuteMic(const std::shared_ptr<CustomRTCMediaStream>& customAudioStream) {
-  if (_core->allows("unmuteMic")) _core->media->microphone->unmuteMic(customAudioStream);
+  if (_core->allows("unmuteMic")) _core->media->microphone->turnOn(customAudioStream);
 }
 void Meeting::muteMic() {
-  if (_core->allows("muteMic")) _core->media->microphone->muteMic();
+  if (_core->allows("muteMic")) _core->media->microphone->turnOff();
 }
 void Meeting::enableWebcam(const std::shared_ptr<CustomRTCMediaStream>& customVideoStream) {
-  if (_core->allows("enableWebcam")) _core->media->camera->enableWebcam(customVideoStream);
+  if (_core->allows("enableWebcam")) _core->media->camera->turnOn(customVideoStream);
 }
 void Meeting::disableWebcam() {
-  if (_core->allows("disableWebcam")) _core->media->camera->disableWebcam();
+  if (_core->allows("disableWebcam")) _core->media->camera->turnOff();
 }
 void Meeting::switchWebcam() {
   if (_core->allows("switchWebcam")) _core->media->camera->switchWebcam();
@@ -127,7 +130,7 @@ void Meeting::switchTo(const std::string& meetingId, const std::optional<std::st
                        std::optional<Mode> mode) {
   if (!_core->allows("switchTo")) return;
   const auto client = _core->context->roomClient();
-  spawn(client, client->switchTo(token, meetingId, mode.value_or(_core->context->mode())));
+  spawn(client, client->switchTo(token, meetingId, mode.value_or(_core->context->sending->mode())));
 }
 
 // ---- Wrapper libraries -------------------------------------------------------------------------
@@ -158,15 +161,15 @@ Dictionary Meeting::getAttributes() const {
 // ---- Listeners ---------------------------------------------------------------------------------
 
 void Meeting::addEventListener(const std::shared_ptr<MeetingEventListener>& listener) {
-  _core->context->listeners->add(listener);
+  _core->context->listeners.add(listener);
   _core->lifecycle->noteListenerAttached();
 }
 void Meeting::removeEventListener(const std::shared_ptr<MeetingEventListener>& listener) {
-  _core->context->listeners->remove(listener);
+  _core->context->listeners.remove(listener);
   trace("Listener removed from Meeting");
 }
 void Meeting::removeAllEventListeners() {
-  _core->context->listeners->removeAll();
+  _core->context->listeners.removeAll();
   trace("All Listeners removed from Meeting");
 }
 

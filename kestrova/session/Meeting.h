@@ -35,6 +35,8 @@ public:
   std::shared_ptr<Participant> localParticipant() const;
   /// The remote participants by their id; a copy.
   std::map<std::string, std::shared_ptr<Participant>> participants() const;
+  /// Whose stream it is, by the stream's id; nothing when none of the others has it.
+  std::shared_ptr<Participant> getParticipant(const std::string& forStream) const;
   std::map<std::string, ParticipantPinState> pinnedParticipants() const;
   MeetingState meetingState() const;
   std::optional<std::string> activePresenterId() const;

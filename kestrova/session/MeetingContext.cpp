@@ -7,16 +7,12 @@ namespace kestrova {
 
 MeetingContext::MeetingContext(MeetingSettings meetingSettings, std::shared_ptr<Participant> local,
                                std::shared_ptr<MediaConfigStore> configStore,
-                               std::shared_ptr<CustomRTCMediaStream> customVideo,
-                               std::shared_ptr<CustomRTCMediaStream> customAudio)
+                               std::shared_ptr<LocalSending> localSending)
     : settings(std::move(meetingSettings)),
       localParticipant(std::move(local)),
       mediaConfigStore(std::move(configStore)),
-      listeners(std::make_shared<MeetingMulticastDelegate>()),
-      _id(settings.id),
-      _mode(settings.mode),
-      _customVideoMediaStream(std::move(customVideo)),
-      _customAudioMediaStream(std::move(customAudio)) {}
+      sending(std::move(localSending)),
+      _id(settings.id) {}
 
 void MeetingContext::setRoomClientDelegate(std::weak_ptr<RoomClientDelegate> delegate) {
   std::scoped_lock held(_roomClientLock);
@@ -24,25 +20,27 @@ void MeetingContext::setRoomClientDelegate(std::weak_ptr<RoomClientDelegate> del
 }
 
 std::shared_ptr<RoomClient> MeetingContext::roomClient() {
-  std::scoped_lock held(_roomClientLock);
-  if (_roomClient) return _roomClient;
-  _roomClient =
+  if (auto made = existingRoomClient()) return made;
+  std::scoped_lock making(_roomClientInitLock);
+  if (auto made = existingRoomClient()) return made;
+  auto fresh =
       RoomClient::make({.meeting = {.id = id(),
                                     .localParticipantId = localParticipant->id(),
                                     .localParticipantName = localParticipant->displayName(),
-                                    .mode = std::string(wireText(mode())),
+                                    .mode = std::string(wireText(sending->mode())),
                                     .accessToken = settings.accessToken,
                                     .metaData = settings.metaData,
                                     .micEnabled = settings.micEnabled,
                                     .webcamEnabled = settings.webcamEnabled},
-                        .customVideoMediaStream = customVideoMediaStream(),
-                        .customAudioMediaStream = customAudioMediaStream(),
+                        .sending = sending,
+                        .connections = connections,
                         .multiStream = settings.multiStream,
-                        .mode = mode(),
                         .preferredProtocol = settings.preferredProtocol,
                         .signalingBaseUrl = settings.signalingBaseUrl});
-  _roomClient->setDelegate(_roomClientDelegate);
-  return _roomClient;
+  std::scoped_lock held(_roomClientLock);
+  fresh->setDelegate(_roomClientDelegate);
+  _roomClient = fresh;
+  return fresh;
 }
 
 std::shared_ptr<RoomClient> MeetingContext::existingRoomClient() {
@@ -65,57 +63,29 @@ void MeetingContext::setId(std::string id) {
   _id = std::move(id);
 }
 
-Mode MeetingContext::mode() const {
-  std::scoped_lock held(_idLock);
-  return _mode;
+void MeetingContext::emit(Event event) {
+  emit([] {}, std::move(event));
 }
 
-void MeetingContext::setMode(Mode mode) {
-  std::scoped_lock held(_idLock);
-  _mode = mode;
-}
-
-std::shared_ptr<CustomRTCMediaStream> MeetingContext::customVideoMediaStream() const {
-  std::scoped_lock held(_customStreamLock);
-  return _customVideoMediaStream;
-}
-
-std::shared_ptr<CustomRTCMediaStream> MeetingContext::customAudioMediaStream() const {
-  std::scoped_lock held(_customStreamLock);
-  return _customAudioMediaStream;
-}
-
-void MeetingContext::setCustomVideoMediaStream(std::shared_ptr<CustomRTCMediaStream> stream) {
-  std::scoped_lock held(_customStreamLock);
-  _customVideoMediaStream.swap(stream);
-}
-
-void MeetingContext::setCustomAudioMediaStream(std::shared_ptr<CustomRTCMediaStream> stream) {
-  std::scoped_lock held(_customStreamLock);
-  _customAudioMediaStream.swap(stream);
-}
-
-void MeetingContext::forgetCustomStreams() {
-  std::scoped_lock held(_customStreamLock);
-  _customVideoMediaStream.reset();
-  _customAudioMediaStream.reset();
-}
-
-void MeetingContext::emit(std::function<void(MeetingMulticastDelegate&)> event) {
-  MainQueue::shared().async([weak = weak_from_this(), event = std::move(event)] {
-    if (const auto self = weak.lock()) event(*self->listeners);
-  });
+void MeetingContext::emit(std::function<void()> before, Event event) {
+  MainQueue::shared().async(
+      [weak = weak_from_this(), before = std::move(before), event = std::move(event)] {
+        const auto self = weak.lock();
+        if (!self) return;
+        before();
+        self->listeners.invoke(event);
+      });
 }
 
 void MeetingContext::onError(const KestrovaError& error) {
-  emit([error](MeetingMulticastDelegate& listener) {
+  const auto traceIt = [error] {
     traceError("Emitting ERROR Event",
                {{"error", [&] {
                    return "Error encountered with code: " + std::to_string(error.rawValue()) +
                           " and message: " + error.message();
                  }}});
-    listener.onError(error);
-  });
+  };
+  emit(traceIt, [error](auto& listener) { listener.onError(error); });
 }
 
 }  // namespace kestrova

@@ -63,10 +63,7 @@ void MeetingCore::emitMeetingActionValidationFailure(MeetingActionValidationFail
 // ---- Lifecycle ---------------------------------------------------------------------------------
 
 void MeetingCore::meetingJoined(const std::optional<std::string>& switchMeetingId) {
-  if (!switchMeetingId) return;
-  context->setId(*switchMeetingId);
-  registry->forgetPins();
-  context->listeners->onMeetingJoined(switchMeetingId);
+  if (switchMeetingId) lifecycle->meetingMoved(*switchMeetingId);
 }
 
 Task<void> MeetingCore::disconnected(std::optional<LeaveReason> leaveReason) {

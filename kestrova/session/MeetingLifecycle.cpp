@@ -70,8 +70,29 @@ Task<void> MeetingLifecycle::joinNow() {
   auto& tracer = SdkTracer::shared();
   tracer.ensureTelemetryOutput();
   tracer.ensureClientConsoleOutput();
+  bool hasEngine = true;
+  try {
+    _context->roomClient();
+  } catch (const std::exception& error) {
+    traceError("Could not join the room due to an error.",
+               {{"error", std::string_view(error.what())}});
+    hasEngine = false;
+  }
+  if (!hasEngine) co_return failed();
   co_await _context->roomClient()->connect();
   if (_listenerAttached.exchange(false)) trace("Listener added to Meeting");
+}
+
+/// Without a media engine there is nothing to join with.
+void MeetingLifecycle::failed() {
+  _context->onError(KestrovaError::ERROR_UNABLE_TO_JOIN_MEETING);
+  std::scoped_lock held(_meetingStateLock);
+  meetingStateChanged(MeetingState::FAILED);
+}
+
+bool MeetingLifecycle::claimEntry(const Connection& connection) {
+  std::scoped_lock held(_meetingStateLock);
+  return std::exchange(_entered, connection) != connection;
 }
 
 void MeetingLifecycle::entryResponded(const Dictionary& payload) {
@@ -95,10 +116,11 @@ void MeetingLifecycle::entryResponded(const Dictionary& payload) {
   }
   if (*id == _context->localParticipant->id() && *decision == "allowed") {
     trace("Entry Responded", {}, entrySpan);
-    auto task = [](std::weak_ptr<MeetingLifecycle> weak) -> Task<void> {
-      if (const auto self = weak.lock()) co_await self->connected();
+    auto task = [](std::weak_ptr<MeetingLifecycle> weak, Connection connection) -> Task<void> {
+      if (const auto self = weak.lock()) co_await self->connected(std::move(connection));
     };
-    spawn(task(weak_from_this()));
+    auto connection = _context->connections->current();
+    if (claimEntry(connection)) spawn(task(weak_from_this(), std::move(connection)));
   } else {
     trace("Entry denied", {}, entrySpan);
     trace("Join Request Denied", {}, entrySpan);
@@ -108,8 +130,10 @@ void MeetingLifecycle::entryResponded(const Dictionary& payload) {
     _sessionId = sessionId;
     _peerId = id;
   }
-  _context->emit([id = *id, decision = *decision](auto& listener) {
+  const auto traceIt = [id = *id, decision = *decision] {
     trace("Emitting ENTRY_RESPONDED Event", {{"peerId", id}, {"decision", decision}});
+  };
+  _context->emit(traceIt, [id = *id, decision = *decision](auto& listener) {
     listener.onEntryResponded(id, decision);
   });
 }
@@ -123,57 +147,74 @@ void MeetingLifecycle::switchRoom(const std::string& meetingId, ScopedSpan& span
   const auto client = _context->roomClient();
   client->softClose();
   auto moving =
-      client->switchingRoom(meetingId, _context->mode(), _context->settings.batchingEnabled);
+      client->switchingRoom(meetingId, _context->sending->mode(),
+                            _context->settings.batchingEnabled, _context->connections->current());
   spawn(client, std::move(moving));
 }
 
-Task<void> MeetingLifecycle::connected() {
+Task<void> MeetingLifecycle::connected(Connection connection) {
   const auto self = shared_from_this();
+  const auto turn = co_await _context->roads.acquire();
+  if (!connection.isCurrent()) co_return;
   const auto client = _context->roomClient();
-  const auto mode = _context->mode();
+  const auto mode = _context->sending->mode();
   const auto joinSpan = client->spans().get(Slot::join);
-  auto setup =
-      client->setupDeviceAndTransports(false, joinSpan, sendsMedia(mode), receivesMedia(mode));
+  auto setup = client->setupDeviceAndTransports(false, joinSpan, sendsMedia(mode),
+                                                receivesMedia(mode), connection);
   co_await std::move(setup);
-  if (_context->isOver()) co_return;
-
-  std::vector<std::string> unsupportedCodecs;
-  bool failed = false;
-  try {
-    auto joining =
-        client->join(CameraPosition::front, false, mode, _context->settings.batchingEnabled);
-    unsupportedCodecs = co_await std::move(joining);
-  } catch (const std::exception& error) {
-    const auto line = std::string("Could not join the room ") + error.what();
-    traceError(line, {}, joinSpan);
-    failed = true;
-  }
-  if (failed) {
-    {
-      std::scoped_lock held(_meetingStateLock);
-      _meetingState = MeetingState::DISCONNECTED;
-    }
-    co_await closeMeetingRequested(LeaveReason::joinRoomFailed);
-    co_return;
-  }
-  if (_context->isOver()) co_return;
-  emitJoined(joinSpan);
-  auto starting = _media->startWishedMedia(mode, std::move(unsupportedCodecs), joinSpan);
+  if (!connection.isCurrent()) co_return;
+  auto joining = joinRoom(connection, mode, joinSpan);
+  const auto unsupportedCodecs = co_await std::move(joining);
+  if (!unsupportedCodecs) co_return;
+  emitJoined(joinSpan, connection);
+  _media->camera->recordUnsupportedCodecs(*unsupportedCodecs);
+  auto starting = _media->startWishedMedia(mode, connection, joinSpan);
   co_await std::move(starting);
-  if (!_context->isOver()) trace("Meeting Joined", {}, joinSpan);
+  if (connection.isCurrent()) trace("Meeting Joined", {}, joinSpan);
 }
 
-void MeetingLifecycle::emitJoined(const std::optional<SpanScope>& joinSpan) {
+Task<std::optional<std::vector<std::string>>> MeetingLifecycle::joinRoom(
+    Connection connection, Mode mode, std::optional<SpanScope> joinSpan) {
+  std::string failure;
+  try {
+    auto joining = _context->roomClient()->join(CameraPosition::front, false, mode,
+                                                _context->settings.batchingEnabled, connection);
+    co_return co_await std::move(joining);
+  } catch (const std::exception& error) {
+    failure = error.what();
+  }
+  if (!connection.isCurrent()) co_return std::nullopt;
+  const auto line = "Could not join the room " + failure;
+  traceError(line, {}, joinSpan);
+  {
+    std::scoped_lock held(_meetingStateLock);
+    _meetingState = MeetingState::DISCONNECTED;
+  }
+  co_await closeMeetingRequested(LeaveReason::joinRoomFailed);
+  co_return std::nullopt;
+}
+
+void MeetingLifecycle::emitJoined(const std::optional<SpanScope>& joinSpan, Connection connection) {
   // The guard must let operations through from the moment the application hears of the join.
-  MainQueue::shared().async([weak = weak_from_this(), joinSpan] {
+  MainQueue::shared().async([weak = weak_from_this(), joinSpan, connection] {
     const auto self = weak.lock();
-    if (!self || self->_context->isOver()) return;
+    if (!self || !connection.isCurrent()) return;
     trace("Emitting MEETING_JOINED Event", {}, joinSpan);
     const auto client = self->_context->roomClient();
     self->_context->localParticipant->setDelegate(client);
     client->setJoined(true);
-    self->_context->listeners->onMeetingJoined(std::nullopt);
+    // A move to another meeting that a drop interrupted ends here.
+    if (const auto moved = client->takeInterruptedSwitch()) return self->meetingMoved(*moved);
+    self->_context->listeners.invoke(
+        [](MeetingEventListener& listener) { listener.onMeetingJoined(std::nullopt); });
   });
+}
+
+void MeetingLifecycle::meetingMoved(const std::string& meetingId) {
+  _context->setId(meetingId);
+  _registry->forgetPins();
+  _context->listeners.invoke(
+      [&](MeetingEventListener& listener) { listener.onMeetingJoined(meetingId); });
 }
 
 // ---- Leaving -----------------------------------------------------------------------------------
@@ -188,7 +229,7 @@ std::optional<KestrovaError> MeetingLifecycle::refuseLeave() {
     return KestrovaError::ERROR_ACTION_PERFORMED_BEFORE_MEETING_JOINED.withMessage(
         "You must join the meeting before calling the leave() method.");
   _meetingState = MeetingState::DISCONNECTED;
-  _context->setOver();
+  _context->connections->end();
   return std::nullopt;
 }
 
@@ -213,7 +254,8 @@ void MeetingLifecycle::end() {
 
 void MeetingLifecycle::abandon() {
   // A step of the join that still waits for the service must begin nothing more.
-  _context->setOver();
+  _context->connections->end();
+  _context->listeners.removeAll();
   if (auto client = _context->existingRoomClient())
     disconnectLater(std::move(client), LeaveReason::unknown);
 }
@@ -224,14 +266,15 @@ void MeetingLifecycle::forgetTopics() {
 }
 
 bool MeetingLifecycle::claimLeftEvents() {
-  _context->setOver();
+  _context->connections->end();
   std::scoped_lock held(_meetingStateLock);
   return !std::exchange(_didEmitMeetingLeft, true);
 }
 
 void MeetingLifecycle::emitLeft(LeaveReason reason) {
-  _context->listeners->onMeetingLeft();
-  _context->listeners->onMeetingLeft(reason);
+  auto& listeners = _context->listeners;
+  listeners.invoke([](MeetingEventListener& listener) { listener.onMeetingLeft(); });
+  listeners.invoke([&](MeetingEventListener& listener) { listener.onMeetingLeft(reason); });
 }
 
 Task<void> MeetingLifecycle::closeMeetingRequested(LeaveReason leaveReason) {
@@ -240,8 +283,7 @@ Task<void> MeetingLifecycle::closeMeetingRequested(LeaveReason leaveReason) {
   forgetTopics();
   const auto client = _context->roomClient();
   co_await client->disconnect(leaveReason, true);
-  _context->forgetCustomStreams();
-  client->forgetCustomStreams();
+  _context->sending->forgetCustomStreams();
   client->setJoined(false);
   client->cleanUpTracing();
   if (first) MainQueue::shared().async([self, leaveReason] { self->emitLeft(leaveReason); });
@@ -274,7 +316,7 @@ void MeetingLifecycle::meetingStateChanged(MeetingState state) {
   MainQueue::shared().async([weak = weak_from_this(), state] {
     const auto self = weak.lock();
     if (!self) return;
-    self->_context->listeners->onMeetingStateChanged(state);
+    self->emitState(state);
     self->_reconnectTimer.reset();
     if (state == MeetingState::RECONNECTING) self->startReconnectHeartbeat();
   });
@@ -296,7 +338,12 @@ void MeetingLifecycle::beat() {
     startReconnectHeartbeat();
   else
     _reconnectTimer.reset();
-  _context->listeners->onMeetingStateChanged(state);
+  emitState(state);
+}
+
+void MeetingLifecycle::emitState(MeetingState state) {
+  _context->listeners.invoke(
+      [&](MeetingEventListener& listener) { listener.onMeetingStateChanged(state); });
 }
 
 void MeetingLifecycle::invalidateReconnectTimer() {

@@ -12,6 +12,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace kestrova {
 
@@ -47,13 +48,23 @@ public:
   void meetingStateChanged(MeetingState state);
   Task<void> closeMeetingRequested(LeaveReason leaveReason);
   Task<void> disconnected(std::optional<LeaveReason> leaveReason);
+  /// The move to another meeting is done. On the main queue.
+  void meetingMoved(const std::string& meetingId);
 
 private:
   Task<void> joinNow();
-  Task<void> connected();
+  void failed();
+  /// Whether this connection has not been let in before; it is joined once, however often the
+  /// service says that it may.
+  bool claimEntry(const Connection& connection);
+  Task<void> connected(Connection connection);
+  /// \returns the codecs that the room can't decode; nothing when the join came to nothing
+  Task<std::optional<std::vector<std::string>>> joinRoom(Connection connection, Mode mode,
+                                                         std::optional<SpanScope> joinSpan);
   void switchRoom(const std::string& meetingId, ScopedSpan& span);
-  void emitJoined(const std::optional<SpanScope>& joinSpan);
+  void emitJoined(const std::optional<SpanScope>& joinSpan, Connection connection);
   void emitLeft(LeaveReason reason);
+  void emitState(MeetingState state);
   bool claimLeftEvents();
   void forgetTopics();
   void startReconnectHeartbeat();
@@ -68,6 +79,7 @@ private:
   mutable std::mutex _meetingStateLock;
   MeetingState _meetingState = MeetingState::CONNECTING;
   bool _didEmitMeetingLeft = false;
+  std::optional<Connection> _entered;
 
   mutable std::mutex _identityLock;
   std::optional<std::string> _sessionId;

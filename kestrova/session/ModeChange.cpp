@@ -12,13 +12,18 @@ void ModeChange::changeMode(Mode mode) {
 }
 
 Task<void> ModeChange::change(Mode mode) {
-  const auto turn = co_await _changes.acquire();
-  const auto previous = _context->mode();
+  const auto turn = co_await _context->roads.acquire();
+  const auto connection = _context->connections->current();
+  if (!connection.isCurrent()) co_return;  // the meeting is over
+  const auto previous = _context->sending->mode();
   const auto wanted = std::string(wireText(mode));
   ScopedSpan span(
       [&] { return "Changing Mode: " + std::string(wireText(previous)) + " to " + wanted; });
   const bool stopsSending = sendsMedia(previous) && !sendsMedia(mode);
-  if (stopsSending) co_await _media->stopPublishing(span.scope());
+  if (stopsSending) {
+    auto stopping = _media->stopPublishing(connection, span.scope());
+    co_await std::move(stopping);
+  }
 
   bool refused = false;
   try {
@@ -28,17 +33,17 @@ Task<void> ModeChange::change(Mode mode) {
     span.fail(failure.what());
     refused = true;
   }
+  if (_context->connections->isOver()) co_return;
   if (refused) {
     _context->onError(KestrovaError::CHANGE_MODE_FAILED);
   } else {
-    _context->setMode(mode);
     _context->localParticipant->setMode(mode);
     span.event("Changed mode to " + wanted + " successfully");
   }
-  // Restores what was stopped in vain, too.
+  // Restores what was stopped in vain, too; after a drop the return does.
   const bool startsSending = !refused && !sendsMedia(previous) && sendsMedia(mode);
-  if (_context->isOver() || !(startsSending || (refused && stopsSending))) co_return;
-  auto starting = _media->startWishedMedia(_context->mode(), {}, span.scope());
+  if (!connection.isCurrent() || !(startsSending || (refused && stopsSending))) co_return;
+  auto starting = _media->startWishedMedia(_context->sending->mode(), connection, span.scope());
   co_await std::move(starting);
 }
 

@@ -10,7 +10,7 @@ namespace kestrova {
 /// Changes the local participant's mode: stops what the new mode must not send, has the room client
 /// change transports and ask the service, and starts what the new mode may send, as wished.
 ///
-/// Changes are carried out one after the other.
+/// Changes are carried out one after the other, and none while a connection is being joined.
 class ModeChange : public std::enable_shared_from_this<ModeChange> {
 public:
   ModeChange(std::shared_ptr<MeetingContext> context, std::shared_ptr<MediaControls> media)
@@ -24,7 +24,6 @@ private:
 
   const std::shared_ptr<MeetingContext> _context;
   const std::shared_ptr<MediaControls> _media;
-  AsyncLock _changes;
 };
 
 }  // namespace kestrova

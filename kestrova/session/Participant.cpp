@@ -40,13 +40,13 @@ Mode Participant::mode() const {
 }
 
 void Participant::addEventListener(const std::shared_ptr<ParticipantEventListener>& listener) {
-  _listeners->add(listener);
+  _listeners.add(listener);
 }
 void Participant::removeEventListener(const std::shared_ptr<ParticipantEventListener>& listener) {
-  _listeners->remove(listener);
+  _listeners.remove(listener);
 }
 void Participant::removeAllEventListeners() {
-  _listeners->removeAll();
+  _listeners.removeAll();
 }
 
 std::shared_ptr<MeetingActionValidating> Participant::meetingActionValidator() const {
@@ -135,14 +135,22 @@ std::string Participant::toJsonString() const {
   return jsonText(json).value_or("");
 }
 
-void Participant::addStream(const std::shared_ptr<MediaStream>& stream) {
+/// Calls `event` with each listener on the main queue.
+template <class Event>
+void Participant::emit(Event event) {
+  MainQueue::shared().async([self = shared_from_this(), event = std::move(event)] {
+    self->_listeners.invoke([&](ParticipantEventListener& listener) { event(listener, self); });
+  });
+}
+
+void Participant::addStream(std::shared_ptr<MediaStream> stream) {
   stream->setMeetingActionValidatorSource(weak_from_this());
+  auto replaced = stream;
   {
     std::scoped_lock held(_streamsLock);
-    _streams[stream->id()] = stream;
+    _streams[stream->id()].swap(replaced);
   }
-  MainQueue::shared().async(
-      [self = shared_from_this(), stream] { self->_listeners->onStreamEnabled(stream, self); });
+  emit([stream](auto& listener, auto& self) { listener.onStreamEnabled(stream, self); });
 }
 
 std::shared_ptr<MediaStream> Participant::removeStream(const std::string& id) {
@@ -153,8 +161,7 @@ std::shared_ptr<MediaStream> Participant::removeStream(const std::string& id) {
     if (node.empty()) return nullptr;
     stream = std::move(node.mapped());
   }
-  MainQueue::shared().async(
-      [self = shared_from_this(), stream] { self->_listeners->onStreamDisabled(stream, self); });
+  emit([stream](auto& listener, auto& self) { listener.onStreamDisabled(stream, self); });
   return stream;
 }
 
@@ -165,9 +172,7 @@ void Participant::removeAllStreams() {
     removed.swap(_streams);
   }
   for (auto& [id, stream] : removed)
-    MainQueue::shared().async([self = shared_from_this(), gone = std::move(stream)] {
-      self->_listeners->onStreamDisabled(gone, self);
-    });
+    emit([stream](auto& listener, auto& self) { listener.onStreamDisabled(stream, self); });
 }
 
 void Participant::setMode(Mode mode) {
@@ -195,24 +200,24 @@ void Participant::handleStreamStateChanged(StreamState state, const std::string&
 
 void Participant::handleMediaStatusChanged(const std::string& peerId, MediaType kind,
                                            bool newStatus) {
-  MainQueue::shared().async([self = shared_from_this(), peerId, kind, newStatus] {
-    self->_listeners->onMediaStatusChanged(peerId, kind, newStatus);
+  emit([peerId, kind, newStatus](auto& listener, auto&) {
+    listener.onMediaStatusChanged(peerId, kind, newStatus);
   });
 }
 
 void Participant::handleParticipantPause(const Dictionary& data) {
   const auto reason = text(data, "reason", "");
   notePause(data, reason, "Stream not found to pause! (");
-  MainQueue::shared().async([self = shared_from_this(), kind = text(data, "kind", ""), reason] {
-    self->_listeners->onStreamPaused(kind, reason);
+  emit([kind = text(data, "kind", ""), reason](auto& listener, auto&) {
+    listener.onStreamPaused(kind, reason);
   });
 }
 
 void Participant::handleParticipantResume(const Dictionary& data) {
   notePause(data, std::nullopt, "Stream not found to resume! (");
-  MainQueue::shared().async(
-      [self = shared_from_this(), kind = text(data, "kind", ""),
-       reason = text(data, "reason", "")] { self->_listeners->onStreamResumed(kind, reason); });
+  emit([kind = text(data, "kind", ""), reason = text(data, "reason", "")](auto& listener, auto&) {
+    listener.onStreamResumed(kind, reason);
+  });
 }
 
 void Participant::notePause(const Dictionary& data, std::optional<std::string> reason,

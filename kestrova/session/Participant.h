@@ -4,7 +4,8 @@
 #include <kestrova/model/Peer.h>
 #include <kestrova/session/MediaStream.h>
 #include <kestrova/session/MeetingAction.h>
-#include <kestrova/session/ParticipantMulticastDelegate.h>
+#include <kestrova/session/MulticastDelegate.h>
+#include <kestrova/session/ParticipantEventListener.h>
 #include <kestrova/signalling/ParticipantDelegate.h>
 
 #include <map>
@@ -88,7 +89,7 @@ public:
   /// Who carries out what is asked of the participant.
   void setDelegate(std::weak_ptr<ParticipantDelegate> delegate);
   /// Replaces a stream of the same id.
-  void addStream(const std::shared_ptr<MediaStream>& stream);
+  void addStream(std::shared_ptr<MediaStream> stream);
   /// The stream that was there, if one was.
   std::shared_ptr<MediaStream> removeStream(const std::string& id);
   void removeAllStreams();
@@ -103,6 +104,8 @@ public:
 private:
   /// The delegate, if the guard lets the operation through; reports the refusal if not.
   std::shared_ptr<ParticipantDelegate> mayAct(const char* methodName) const;
+  template <class Event>
+  void emit(Event event);
   void askOf(const char* methodName, LocalEvent request);
   void changePin(const char* methodName, PinType type, bool pinned);
   void notePause(const Dictionary& data, std::optional<std::string> reason, const char* notFound);
@@ -121,8 +124,7 @@ private:
   std::weak_ptr<MeetingActionValidating> _meetingActionValidator;
   std::weak_ptr<ParticipantDelegate> _delegate;
 
-  std::shared_ptr<ParticipantMulticastDelegate> _listeners =
-      std::make_shared<ParticipantMulticastDelegate>();
+  ParticipantMulticastDelegate _listeners;
 };
 
 /// A participant behind whom a server-side agent stands.

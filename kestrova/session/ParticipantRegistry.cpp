@@ -52,7 +52,7 @@ void ParticipantRegistry::addParticipant(const Peer& peer,
   const auto fresh =
       peer.agentId ? std::make_shared<AgentParticipant>(peer) : std::make_shared<Participant>(peer);
   fresh->setMeetingActionValidator(std::move(validator));
-  fresh->setDelegate(_context->roomClient());
+  fresh->setDelegate(_context->existingRoomClient());
   const auto participant = _participantQueue->sync(
       [&] { return _participants.emplace(fresh->id(), fresh).first->second; });
   // Also told when the id was known already, with the participant that is listed.
@@ -66,16 +66,26 @@ void ParticipantRegistry::removeParticipant(const std::string& id, LeaveReason l
   });
   if (!participant) return;
   participant->removeAllStreams();
-  if (activePresenterId() == id) setPresenter(std::nullopt);
+  endPresenting(id);
+  {
+    std::scoped_lock held(_pinnedLock);
+    _pinnedParticipants.erase(id);
+  }
+  _context->emit([participant](auto& listener) { listener.onParticipantLeft(participant); });
   _context->emit([participant, leaveReason](auto& listener) {
-    listener.onParticipantLeft(participant);
     listener.onParticipantLeft(participant, leaveReason);
   });
 }
 
 void ParticipantRegistry::keepOnly(const std::set<std::string>& ids) {
-  for (const auto& [id, gone] : participants())
-    if (!ids.contains(id)) removeParticipant(id, LeaveReason::unknown);
+  std::size_t gone = 0;
+  for (const auto& [id, participant] : participants()) {
+    if (ids.contains(id)) continue;
+    ++gone;
+    removeParticipant(id, LeaveReason::unknown);
+  }
+  // A list that lacks somebody who is there would show here.
+  if (gone > 0) trace("Participants who left while the connection was lost", {{"count", gone}});
 }
 
 void ParticipantRegistry::removeAll(LeaveReason leaveReason) {
@@ -83,7 +93,7 @@ void ParticipantRegistry::removeAll(LeaveReason leaveReason) {
 }
 
 void ParticipantRegistry::clear() {
-  _participantQueue->sync([this] { _participants.clear(); });
+  const auto gone = _participantQueue->sync([this] { return std::exchange(_participants, {}); });
   forgetPins();
 }
 
@@ -96,43 +106,53 @@ void ParticipantRegistry::forgetPins() {
 
 void ParticipantRegistry::addStream(const std::shared_ptr<MediaStream>& stream,
                                     const std::string& participantId) {
-  if (placeStream(stream, participantId)) return;
-  // The arrival of its participant may still be waiting on the main queue.
-  MainQueue::shared().async([weak = weak_from_this(), stream, participantId] {
-    if (const auto self = weak.lock()) self->placeStream(stream, participantId);
-  });
-}
-
-bool ParticipantRegistry::placeStream(const std::shared_ptr<MediaStream>& stream,
-                                      const std::string& participantId) {
   const auto owner = participant(participantId);
-  if (!owner) return false;
-  stream->setDelegate(_context->roomClient());
+  if (!owner) return;
+  stream->setDelegate(_context->existingRoomClient());
   if (stream->kind() == MediaType::share) setPresenter(participantId);
   owner->addStream(stream);
-  return true;
 }
 
 void ParticipantRegistry::removeStream(const std::string& id) {
   for (const auto& [participantId, owner] : participants()) {
     const auto stream = owner->removeStream(id);
     if (!stream) continue;
-    if (stream->kind() == MediaType::share && activePresenterId() == participantId)
-      setPresenter(std::nullopt);
+    if (stream->kind() == MediaType::share) endPresenting(participantId);
     return;
   }
 }
 
-void ParticipantRegistry::setPresenter(std::optional<std::string> participantId) {
+std::shared_ptr<Participant> ParticipantRegistry::participantForStream(
+    const std::string& streamId) const {
+  for (const auto& [id, owner] : participants())
+    if (owner->streams().contains(streamId)) return owner;
+  return nullptr;
+}
+
+void ParticipantRegistry::setPresenter(const std::string& participantId) {
   {
     std::scoped_lock held(_presenterLock);
     _activePresenterId = participantId;
   }
-  _context->emit([participantId = std::move(participantId)](auto& listener) {
+  tellPresenter(participantId);
+}
+
+void ParticipantRegistry::endPresenting(const std::string& participantId) {
+  {
+    std::scoped_lock held(_presenterLock);
+    if (_activePresenterId != participantId) return;
+    _activePresenterId.reset();
+  }
+  tellPresenter(std::nullopt);
+}
+
+void ParticipantRegistry::tellPresenter(const std::optional<std::string>& participantId) {
+  const auto traceIt = [participantId] {
     trace("Emitting PRESENTER_CHANGED Event",
           {{"activePresenterId", participantId.value_or("N/A")}});
-    listener.onPresenterChanged(participantId);
-  });
+  };
+  _context->emit(traceIt,
+                 [participantId](auto& listener) { listener.onPresenterChanged(participantId); });
 }
 
 // ---- What happens to them ----------------------------------------------------------------------
@@ -183,10 +203,11 @@ void ParticipantRegistry::handleParticipantResumeBySubManager(const Dictionary& 
 }
 
 void ParticipantRegistry::speakerChanged(const std::optional<std::string>& participantId) {
-  _context->emit([participantId](auto& listener) {
+  const auto traceIt = [participantId] {
     trace("Active Speaker", {{"peerId", participantId.value_or("N/A")}});
-    listener.onSpeakerChanged(participantId);
-  });
+  };
+  _context->emit(traceIt,
+                 [participantId](auto& listener) { listener.onSpeakerChanged(participantId); });
 }
 
 }  // namespace kestrova

@@ -14,7 +14,8 @@ namespace kestrova {
 
 /// The remote participants of a meeting, who shares the screen, and what is pinned.
 ///
-/// Events for a participant or a stream that is not known are dropped.
+/// Events for a participant or a stream that is not known are dropped. What changes who is there,
+/// or what they send, is called on the main queue; questions may be asked on any thread.
 class ParticipantRegistry : public std::enable_shared_from_this<ParticipantRegistry> {
 public:
   using Participants = std::map<std::string, std::shared_ptr<Participant>>;
@@ -24,6 +25,8 @@ public:
 
   Participants participants() const;
   std::shared_ptr<Participant> participant(const std::string& id) const;
+  /// Whose stream it is; nothing when nobody of the others has it.
+  std::shared_ptr<Participant> participantForStream(const std::string& streamId) const;
   std::optional<std::string> activePresenterId() const;
   Pins pinnedParticipants() const;
 
@@ -50,10 +53,12 @@ public:
   void speakerChanged(const std::optional<std::string>& participantId);
 
 private:
-  bool placeStream(const std::shared_ptr<MediaStream>& stream, const std::string& participantId);
   /// Also finds the local participant.
   std::shared_ptr<Participant> anybody(const std::string& id) const;
-  void setPresenter(std::optional<std::string> participantId);
+  void setPresenter(const std::string& participantId);
+  /// Nobody presents any more, if it was this one.
+  void endPresenting(const std::string& participantId);
+  void tellPresenter(const std::optional<std::string>& participantId);
 
   const std::shared_ptr<MeetingContext> _context;
   const std::shared_ptr<SerialQueue> _participantQueue;

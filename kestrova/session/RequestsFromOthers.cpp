@@ -12,7 +12,7 @@ bool RequestsFromOthers::allows(const char* methodName) {
 void RequestsFromOthers::enableMicRequested(const std::optional<std::string>& participantId) {
   auto accept = [weak = weak_from_this()] {
     const auto self = weak.lock();
-    if (self && self->allows("unmuteMic")) self->_media->microphone->unmuteMic(nullptr);
+    if (self && self->allows("unmuteMic")) self->_media->microphone->turnOn(nullptr);
   };
   _context->emit([participantId, accept](auto& listener) {
     listener.onMicRequested(participantId, accept, [] {});
@@ -25,11 +25,19 @@ void RequestsFromOthers::enableWebcamRequested(const std::optional<std::string>&
     const auto self = weak.lock();
     if (!self || !self->allows("enableWebcam")) return;
     if (cameraPosition) self->_media->camera->selectPosition(*cameraPosition);
-    self->_media->camera->enableWebcam(nullptr);
+    self->_media->camera->turnOn(nullptr);
   };
   _context->emit([participantId, accept](auto& listener) {
     listener.onWebcamRequested(participantId, accept, [] {});
   });
+}
+
+void RequestsFromOthers::disableMicRequested() {
+  if (allows("muteMic")) _media->microphone->turnOff();
+}
+
+void RequestsFromOthers::disableWebcamRequested() {
+  if (allows("disableWebcam")) _media->camera->turnOff();
 }
 
 void RequestsFromOthers::entryRequested(const Dictionary& data) {

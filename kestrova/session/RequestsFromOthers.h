@@ -25,9 +25,9 @@ public:
   void enableMicRequested(const std::optional<std::string>& participantId);
   void enableWebcamRequested(const std::optional<std::string>& participantId,
                              std::optional<CameraPosition> cameraPosition);
-  /// Needs no consent.
-  void disableMicRequested() { _media->microphone->muteMic(); }
-  void disableWebcamRequested() { _media->camera->disableWebcam(); }
+  /// Needs no consent; the guard of the application's own toggles holds all the same.
+  void disableMicRequested();
+  void disableWebcamRequested();
   void entryRequested(const Dictionary& data);
 
 private:

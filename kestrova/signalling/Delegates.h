@@ -3,6 +3,7 @@
 #include <kestrova/model/MeetingTypes.h>
 #include <kestrova/platform/Task.h>
 #include <kestrova/platform/Values.h>
+#include <kestrova/signalling/Connection.h>
 #include <kestrova/signalling/Events.h>
 #include <kestrova/tracing/SpanScope.h>
 
@@ -27,7 +28,7 @@ class SocketEventDelegate {
 public:
   virtual ~SocketEventDelegate() = default;
   /// \returns whether the service took the entry request
-  virtual Task<bool> socketConnected(SpanScope joinSpan) = 0;
+  virtual Task<bool> socketConnected(SpanScope joinSpan, Connection connection) = 0;
   virtual Task<void> socketDisconnected(LeaveReason reason) = 0;
   virtual void socketError(const std::string& message) = 0;
 };
@@ -35,8 +36,9 @@ public:
 class MeetingStateDelegate {
 public:
   virtual ~MeetingStateDelegate() = default;
-  /// Any thread.
-  virtual void meetingStateChanged(MeetingState state) = 0;
+  /// Any thread, but for RECONNECTING: on `socketEmitQueue`, before the next connection's events.
+  /// \param connection of which it is said; a state that it reached is nothing once it is over
+  virtual void meetingStateChanged(MeetingState state, Connection connection) = 0;
 };
 
 }  // namespace kestrova

@@ -6,6 +6,7 @@
 #include <kestrova/signalling/SDKConfiguration.h>
 #include <kestrova/tracing/Trace.h>
 
+#include <set>
 #include <utility>
 
 namespace kestrova {
@@ -19,14 +20,15 @@ JoinSequence::JoinSequence(std::shared_ptr<RoomContext> context,
 
 Task<void> JoinSequence::connect() {
   const auto self = shared_from_this();
+  const auto connection = _context->connections->current();
   const auto& meeting = _context->options.meeting;
   auto lookup = APIManager::getServerConfig(_context->platform->urlSession, meeting.accessToken,
                                             meeting.id, _context->options.signalingBaseUrl);
   const Dictionary configuration = co_await std::move(lookup);
-  if (!_context->delegate()) co_return;  // the meeting went meanwhile
+  if (!connection.isCurrent()) co_return;  // the meeting went meanwhile
   const auto baseUrl = text(configuration, "baseUrl", "");
   if (baseUrl.empty()) {
-    refused(configuration);
+    refused(configuration, connection);
     co_return;
   }
   const auto* observability = dictionary(configuration, "observability");
@@ -41,17 +43,17 @@ Task<void> JoinSequence::connect() {
 }
 
 /// The service's own number when it gave one, else the general failure.
-void JoinSequence::refused(const Dictionary& configuration) {
+void JoinSequence::refused(const Dictionary& configuration, const Connection& connection) {
   const auto code = integer(configuration, "code", 0);
-  fail(code < 1 ? KestrovaError::ERROR_UNABLE_TO_JOIN_MEETING : serviceError(code));
+  fail(code < 1 ? KestrovaError::ERROR_UNABLE_TO_JOIN_MEETING : serviceError(code), connection);
 }
 
 SpanScope JoinSequence::startJoinSpan() const {
   const auto& options = _context->options;
   const auto& meeting = options.meeting;
   const auto& configuration = SDKConfiguration::shared();
-  const auto customVideo = _context->customVideoMediaStream();
-  const auto customAudio = _context->customAudioMediaStream();
+  const auto customVideo = _context->sending->customVideoMediaStream();
+  const auto customAudio = _context->sending->customAudioMediaStream();
   const auto sdkName = configuration.sdkName();
   const auto sdkVersion = configuration.sdkVersion();
   const auto deviceInfo = DeviceInfo::toStringify();
@@ -77,7 +79,7 @@ SpanScope JoinSequence::startJoinSpan() const {
   return openSpan("Joining the meeting", std::span<const TraceAttribute>(attributes));
 }
 
-Task<bool> JoinSequence::requestEntry(SpanScope joinSpan) {
+Task<bool> JoinSequence::requestEntry(SpanScope joinSpan, Connection connection) {
   const auto self = shared_from_this();
   trace("Meeting State: CONNECTED", {}, joinSpan);
   const auto span = openSpan("Requesting Entry", {}, joinSpan);
@@ -85,13 +87,14 @@ Task<bool> JoinSequence::requestEntry(SpanScope joinSpan) {
 
   Dictionary data{{"name", _context->options.meeting.localParticipantName}};
   const Dictionary reply = co_await _context->socketRequestHandler->prepareAndSendRequest(
-      LocalEvent::requestEntry, std::move(data));
+      LocalEvent::requestEntry, std::move(data), connection);
   const auto status = isStatusOK(reply);
   if (status.ok) co_return true;
+  if (_context->connections->isOver()) co_return false;
 
   traceError([&] { return "Entry request failed with error: " + status.failure; }, {}, span);
-  if (_context->socketRequestHandler->isConnected()) {
-    fail(KestrovaError::ERROR_UNABLE_TO_JOIN_MEETING);
+  if (connection.isCurrent()) {
+    fail(KestrovaError::ERROR_UNABLE_TO_JOIN_MEETING, connection);
   } else {
     // The next "connectionSuccess" asks again.
     trace(
@@ -102,12 +105,12 @@ Task<bool> JoinSequence::requestEntry(SpanScope joinSpan) {
   co_return false;
 }
 
-void JoinSequence::fail(const KestrovaError& error) {
+void JoinSequence::fail(const KestrovaError& error, const Connection& connection) {
   if (auto delegate = _context->delegate()) {
     delegate->onError(error);
-    MainQueue::shared().async([weak = std::weak_ptr(delegate)] {
+    MainQueue::shared().async([weak = std::weak_ptr(delegate), connection] {
       const auto meeting = weak.lock();
-      if (!meeting) return;
+      if (!meeting || !connection.isCurrent()) return;
       std::scoped_lock held(meeting->meetingStateLock());
       meeting->meetingStateChanged(MeetingState::FAILED);
     });
@@ -116,15 +119,34 @@ void JoinSequence::fail(const KestrovaError& error) {
 }
 
 void JoinSequence::releaseCapturedMediaAfterFailedJoin() {
-  MediaCapturer::disposeCustomTrack(_context->customVideoMediaStream());
-  MediaCapturer::disposeCustomTrack(_context->customAudioMediaStream());
+  MediaCapturer::disposeCustomTrack(_context->sending->customVideoMediaStream());
+  MediaCapturer::disposeCustomTrack(_context->sending->customAudioMediaStream());
   _capturer->stop();
-  _context->forgetCustomStreams();
+  _context->sending->forgetCustomStreams();
 }
 
-Task<std::vector<std::string>> JoinSequence::join(CameraPosition cameraPosition,
-                                                  bool isSwitchingRoom, Mode mode,
-                                                  bool isBatchingEnabled) {
+/// Who is there already, told before anything that the service says behind its answer.
+void JoinSequence::takeParticipants(const Dictionary& answer) const {
+  auto peers = getParticipants(answer);
+  const auto* data = dictionary(answer, "data");
+  const bool isComplete = data && list(*data, "peers");
+  MainQueue::shared().async([weak = std::weak_ptr(_context), peers = std::move(peers), isComplete] {
+    const auto context = weak.lock();
+    const auto delegate = context ? context->delegate() : nullptr;
+    if (!delegate) return;
+    std::set<std::string> ids;
+    for (const auto& peer : peers) ids.insert(peer.id);
+    // Goodbyes that were said while the connection was lost are not said again.
+    if (isComplete) delegate->keepOnly(ids);
+    for (const auto& peer : peers)
+      if (!peer.id.empty()) delegate->addParticipant(peer);
+  });
+}
+
+Task<std::optional<std::vector<std::string>>> JoinSequence::join(CameraPosition cameraPosition,
+                                                                 bool isSwitchingRoom, Mode mode,
+                                                                 bool isBatchingEnabled,
+                                                                 Connection connection) {
   const auto self = shared_from_this();
   const auto joinSpan = _context->spans.get(RoomSpans::Slot::join);
   const auto& device = _transports->device();
@@ -132,27 +154,18 @@ Task<std::vector<std::string>> JoinSequence::join(CameraPosition cameraPosition,
     traceError("Error while joining room", {{"error", "the media device is not loaded"}}, joinSpan);
     throw RoomClientFailure(RoomClientError::deviceNotLoaded);
   }
-  if (!_context->customVideoMediaStream() && cameraPosition == CameraPosition::front)
+  if (!_context->sending->customVideoMediaStream() && cameraPosition == CameraPosition::front)
     _capturer->setCameraPosition(CameraPosition::front);
 
-  // Streams of these participants may be announced right behind the answer.
-  auto addParticipants = [weak = std::weak_ptr(_context)](const Dictionary& answer) {
-    const auto context = weak.lock();
-    const auto delegate = context ? context->delegate() : nullptr;
-    if (!delegate) return;
-    const auto peers = getParticipants(answer);
-    std::set<std::string> ids;
-    for (const auto& peer : peers) ids.insert(peer.id);
-    // Goodbyes that were said while the connection was lost are not said again.
-    const auto* data = dictionary(answer, "data");
-    if (data && list(*data, "peers") && context->joined()) delegate->keepOnly(ids);
-    for (const auto& peer : peers)
-      if (!peer.id.empty()) delegate->addParticipant(peer);
+  auto onArrival = [weak = weak_from_this(), connection](const Dictionary& answer) {
+    const auto joining = weak.lock();
+    if (joining && connection.isCurrent()) joining->takeParticipants(answer);
   };
   auto joining = _context->socketRequestHandler->joinRoom(
       parseDictionary(device->rtpCapabilities()), isSwitchingRoom, mode, isBatchingEnabled,
-      std::move(addParticipants));
+      connection, std::move(onArrival));
   const Dictionary reply = co_await std::move(joining);
+  if (!connection.isCurrent()) co_return std::nullopt;
 
   std::vector<std::string> unsupportedCodecs;
   if (const auto* data = dictionary(reply, "data")) {

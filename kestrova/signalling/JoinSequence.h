@@ -5,6 +5,7 @@
 #include <kestrova/signalling/RoomContext.h>
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -21,16 +22,20 @@ public:
   /// Looks the meeting up and opens the socket.
   Task<void> connect();
   /// Asks to enter. \returns whether the service took the request
-  Task<bool> requestEntry(SpanScope joinSpan);
-  /// \returns the codecs that the room can't decode \throws RoomClientFailure deviceNotLoaded
-  Task<std::vector<std::string>> join(CameraPosition cameraPosition, bool isSwitchingRoom,
-                                      Mode mode, bool isBatchingEnabled);
+  Task<bool> requestEntry(SpanScope joinSpan, Connection connection);
+  /// \returns the codecs that the room can't decode; nothing when the connection went meanwhile,
+  ///   whatever the service made of the request
+  /// \throws RoomClientFailure deviceNotLoaded
+  Task<std::optional<std::vector<std::string>>> join(CameraPosition cameraPosition,
+                                                     bool isSwitchingRoom, Mode mode,
+                                                     bool isBatchingEnabled, Connection connection);
 
 private:
-  void refused(const Dictionary& configuration);
+  void refused(const Dictionary& configuration, const Connection& connection);
   SpanScope startJoinSpan() const;
-  void fail(const KestrovaError& error);
+  void fail(const KestrovaError& error, const Connection& connection);
   void releaseCapturedMediaAfterFailedJoin();
+  void takeParticipants(const Dictionary& answer) const;
 
   const std::shared_ptr<RoomContext> _context;
   const std::shared_ptr<Transports> _transports;

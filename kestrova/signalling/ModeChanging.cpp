@@ -9,7 +9,8 @@ namespace kestrova {
 
 Task<void> ModeChanging::changeMode(Mode mode, std::optional<SpanScope> changeModeSpan) {
   const auto self = shared_from_this();
-  const auto previous = _context->mode();
+  const auto connection = _context->connections->current();
+  const auto previous = _context->sending->mode();
   if (mode == previous) {
     const auto described = std::string(wireText(mode)) + " Mode.";
     const auto cause = "Participant is already in " + described;
@@ -17,33 +18,30 @@ Task<void> ModeChanging::changeMode(Mode mode, std::optional<SpanScope> changeMo
     traceError(cause, {}, changeModeSpan);
     throw ModeChangeFailure(ModeChangeFailure::Kind::alreadySameMode, cause);
   }
-  _context->setMode(mode);  // the transports follow the mode
   std::exception_ptr refusal;
   try {
     auto setup = _transports->setupDeviceAndTransports(true, changeModeSpan, sendsMedia(mode),
-                                                       receivesMedia(mode));
+                                                       receivesMedia(mode), connection);
     co_await std::move(setup);
-    co_await performChangeModeOnServer(mode, changeModeSpan);
+    auto asking = performChangeModeOnServer(mode, changeModeSpan, connection);
+    co_await std::move(asking);
+    _context->sending->setMode(mode);
   } catch (...) {
     refusal = std::current_exception();
-    _context->setMode(previous);
   }
-  closeUnused();
+  if (connection.isCurrent()) closeUnused();
   if (refusal) std::rethrow_exception(refusal);
 }
 
 void ModeChanging::closeUnused() {
-  const auto mode = _context->mode();
-  if (!receivesMedia(mode)) {
-    const auto delegate = _context->delegate();
-    for (const auto& streamId : _consuming->closeAllConsumers())
-      if (delegate) delegate->removeStream(streamId);
-  }
+  const auto mode = _context->sending->mode();
+  if (!receivesMedia(mode)) removeStreams(_context, _consuming->closeAllConsumers());
   _transports->closeUnusedIn(mode);
 }
 
-Task<void> ModeChanging::performChangeModeOnServer(Mode mode, std::optional<SpanScope> span) {
-  const Dictionary reply = co_await _context->socketRequestHandler->changeMode(mode);
+Task<void> ModeChanging::performChangeModeOnServer(Mode mode, std::optional<SpanScope> span,
+                                                   Connection connection) {
+  const Dictionary reply = co_await _context->socketRequestHandler->changeMode(mode, connection);
   const auto status = isStatusOK(reply);
   if (status.ok) {
     trace("Change mode request sent successfully", {}, span);

@@ -35,11 +35,14 @@ public:
 
   /// The local streams are stopped before leaving a mode that sends, and started after entering
   /// one.
-  /// \throws ModeChangeFailure; the mode is then as it was before
+  /// \throws ModeChangeFailure; the mode is then as it was before. A drop of the connection is such
+  /// a
+  ///   failure: the return brings the media of that mode.
   Task<void> changeMode(Mode mode, std::optional<SpanScope> changeModeSpan);
 
 private:
-  Task<void> performChangeModeOnServer(Mode mode, std::optional<SpanScope> span);
+  Task<void> performChangeModeOnServer(Mode mode, std::optional<SpanScope> span,
+                                       Connection connection);
   void closeUnused();
 
   const std::shared_ptr<RoomContext> _context;

@@ -77,7 +77,7 @@ void PeerRequests::judge(const Dictionary& reply, ScopedSpan& span, std::string_
     return;
   }
   span.fail(std::string(failure) + status.failure);
-  if (const auto delegate = _context->delegate()) delegate->onError(error);
+  reportFailure(*_context, error);
 }
 
 }  // namespace kestrova

@@ -17,7 +17,6 @@ struct Incoming {
   const Dictionary& data;
   const std::optional<std::string> peerId;
   RoomContext& context;
-  const std::shared_ptr<RoomContext>& shared;
   Consuming& consuming;
   const std::shared_ptr<Transports>& transports;
   RoomClientDelegate& meeting;
@@ -30,17 +29,6 @@ struct Incoming {
 };
 
 using Handler = void (*)(const Incoming&);
-
-/// Runs `action` with the meeting on the main queue, if it is still there by then.
-template <class Action>
-void onMain(const Incoming& event, Action action) {
-  MainQueue::shared().async(
-      [weak = std::weak_ptr(event.shared), action = std::move(action)]() mutable {
-        const auto context = weak.lock();
-        const auto meeting = context ? context->delegate() : nullptr;
-        if (meeting) action(*context, *meeting);
-      });
-}
 
 std::string upper(std::string_view text) {
   return boost::algorithm::to_upper_copy(std::string(text));
@@ -57,26 +45,23 @@ LeaveReason reasonOf(const Dictionary& data) {
 void newPeer(const Incoming& event) {
   Dictionary data = event.data;
   separateAgentMarkers(data);
-  onMain(event, [peer = Peer::fromJson(data), data = std::move(data)](RoomContext& context,
-                                                                      RoomClientDelegate& meeting) {
-    const auto span = openSpan(
-        [&] { return "Participant '" + peer.displayName + "' joined the room"; },
-        {{"peer.id", peer.id}, {"peerData", data}}, context.spans.get(RoomSpans::Slot::join));
-    context.spans.setPeer(peer.id, span);
-    trace("Emitting PARTICIPANT_JOINED event", {{"outcome", "SUCCESS"}}, span);
-    meeting.addParticipant(peer);
-  });
+  const auto peer = Peer::fromJson(data);
+  const auto span = openSpan(
+      [&] { return "Participant '" + peer.displayName + "' joined the room"; },
+      {{"peer.id", peer.id}, {"peerData", data}}, event.context.spans.get(RoomSpans::Slot::join));
+  event.context.spans.setPeer(peer.id, span);
+  trace("Emitting PARTICIPANT_JOINED event", {{"outcome", "SUCCESS"}}, span);
+  event.meeting.addParticipant(peer);
 }
 
 void peerClosed(const Incoming& event) {
-  onMain(event, [id = event.peer(), reason = reasonOf(event.data)](RoomContext& context,
-                                                                   RoomClientDelegate& meeting) {
-    trace("Emitting PARTICIPANT_LEFT Event",
-          {{"leaveReasonCode", rawValue(reason)}, {"leaveReason", message(reason)}},
-          context.spans.peer(id));
-    context.spans.endPeer(id);
-    meeting.removeParticipant(id, reason);
-  });
+  const auto id = event.peer();
+  const auto reason = reasonOf(event.data);
+  trace("Emitting PARTICIPANT_LEFT Event",
+        {{"leaveReasonCode", rawValue(reason)}, {"leaveReason", message(reason)}},
+        event.peerSpan());
+  event.context.spans.endPeer(id);
+  event.meeting.removeParticipant(id, reason);
 }
 
 void peerModeChanged(const Incoming& event) {
@@ -268,6 +253,24 @@ void agentMetrics(const Incoming& event) {
 
 // ---- The table ---------------------------------------------------------------------------------
 
+/// Carried out where it arrives, on the socket's queue: what follows on the same connection needs
+/// it done. Everything else runs on the main queue, in the order of arrival.
+bool runsOnArrival(RemoteEvent event) {
+  using Event = RemoteEvent;
+  switch (event) {
+    case Event::consumerClosed:
+    case Event::consumerResumed:
+    case Event::consumerPaused:
+    case Event::consumerLayersChanged:
+    case Event::restartIce:
+    case Event::entryResponded:
+    case Event::close:
+      return true;
+    default:
+      return false;
+  }
+}
+
 const std::unordered_map<RemoteEvent, Handler>& handlers() {
   using Event = RemoteEvent;
   static const auto& table = *new std::unordered_map<RemoteEvent, Handler>{
@@ -377,14 +380,16 @@ RemoteEventDispatcher::RemoteEventDispatcher(std::shared_ptr<RoomContext> contex
       _transports(std::move(transports)) {}
 
 void RemoteEventDispatcher::handle(RemoteEvent event, const Dictionary& response) const {
-  static const Dictionary empty;
   const auto found = handlers().find(event);
-  const auto meeting = _context->delegate();
-  if (found == handlers().end() || !meeting) return;
+  if (found == handlers().end()) return;
   const auto* payload = dictionary(response, "data");
-  const auto& data = payload ? *payload : empty;
-  found->second(
-      {data, text(data, "peerId"), *_context, _context, *_consuming, _transports, *meeting});
+  auto run = [handler = found->second, consuming = _consuming, transports = _transports,
+              data = payload ? *payload : Dictionary()](RoomContext& context,
+                                                        RoomClientDelegate& meeting) {
+    handler({data, text(data, "peerId"), context, *consuming, transports, meeting});
+  };
+  if (!runsOnArrival(event)) return onMain(_context, std::move(run));
+  if (const auto meeting = _context->delegate()) run(*_context, *meeting);
 }
 
 }  // namespace kestrova

@@ -41,14 +41,19 @@ Task<void> RoomClient::connect() {
 Task<void> RoomClient::setupDeviceAndTransports(bool isLoaded,
                                                 std::optional<SpanScope> changeModeSpan,
                                                 bool needToCreateSendTransport,
-                                                bool needToCreateRecvTransport) {
-  return _transports->setupDeviceAndTransports(
-      isLoaded, std::move(changeModeSpan), needToCreateSendTransport, needToCreateRecvTransport);
+                                                bool needToCreateRecvTransport,
+                                                Connection connection) {
+  return _transports->setupDeviceAndTransports(isLoaded, std::move(changeModeSpan),
+                                               needToCreateSendTransport, needToCreateRecvTransport,
+                                               std::move(connection));
 }
 
-Task<std::vector<std::string>> RoomClient::join(CameraPosition cameraPosition, bool isSwitchingRoom,
-                                                Mode mode, bool isBatchingEnabled) {
-  return _joinSequence->join(cameraPosition, isSwitchingRoom, mode, isBatchingEnabled);
+Task<std::optional<std::vector<std::string>>> RoomClient::join(CameraPosition cameraPosition,
+                                                               bool isSwitchingRoom, Mode mode,
+                                                               bool isBatchingEnabled,
+                                                               Connection connection) {
+  return _joinSequence->join(cameraPosition, isSwitchingRoom, mode, isBatchingEnabled,
+                             std::move(connection));
 }
 
 Task<void> RoomClient::disconnect(LeaveReason leaveReason, bool closeSocket) {
@@ -72,8 +77,10 @@ void RoomClient::softClose() {
   _roomSwitch->softClose();
 }
 
-Task<void> RoomClient::switchingRoom(std::string meetingId, Mode mode, bool isBatchingEnabled) {
-  return _roomSwitch->switchingRoom(std::move(meetingId), mode, isBatchingEnabled);
+Task<void> RoomClient::switchingRoom(std::string meetingId, Mode mode, bool isBatchingEnabled,
+                                     Connection connection) {
+  return _roomSwitch->switchingRoom(std::move(meetingId), mode, isBatchingEnabled,
+                                    std::move(connection));
 }
 
 Task<void> RoomClient::changeMode(Mode mode, std::optional<SpanScope> changeModeSpan) {
@@ -83,13 +90,13 @@ Task<void> RoomClient::changeMode(Mode mode, std::optional<SpanScope> changeMode
 Task<std::optional<std::string>> RoomClient::cleanupAudio() {
   const auto self = shared_from_this();
   if (!_registry->getProducerByKind(MediaKind::audio, false)) co_return std::nullopt;
-  co_return co_await _publishing->closeLocalAudio(false, std::nullopt);
+  co_return co_await _publishing->closeLocalAudio(std::nullopt, std::nullopt);
 }
 
 Task<std::optional<std::string>> RoomClient::cleanupVideo() {
   const auto self = shared_from_this();
   if (!_registry->getProducerByKind(MediaKind::video, false)) co_return std::nullopt;
-  co_return co_await _publishing->closeLocalVideo(false, std::nullopt);
+  co_return co_await _publishing->closeLocalVideo(std::nullopt, std::nullopt);
 }
 
 void RoomClient::cleanUpTracing() {
@@ -137,8 +144,8 @@ Dictionary RoomClient::getStatsData() {
   return {};
 }
 
-Task<bool> RoomClient::socketConnected(SpanScope joinSpan) {
-  return _joinSequence->requestEntry(std::move(joinSpan));
+Task<bool> RoomClient::socketConnected(SpanScope joinSpan, Connection connection) {
+  return _joinSequence->requestEntry(std::move(joinSpan), std::move(connection));
 }
 
 Task<void> RoomClient::socketDisconnected(LeaveReason reason) {
@@ -150,33 +157,44 @@ void RoomClient::socketError(const std::string& message) {
   if (auto delegate = _context->delegate()) delegate->socketConnectionError(message);
 }
 
-void RoomClient::meetingStateChanged(MeetingState state) {
-  MainQueue::shared().async([weak = weak_from_this(), state] {
+void RoomClient::meetingStateChanged(MeetingState state, Connection connection) {
+  // Now, so that what the next connection builds is never taken for what this one left.
+  Transports::Lost lost;
+  if (state == MeetingState::RECONNECTING) lost = _transports->takeLost();
+  MainQueue::shared().async([weak = weak_from_this(), state, connection,
+                             lost = std::move(lost)]() mutable {
     const auto self = weak.lock();
     if (!self) return;
-    if (state == MeetingState::RECONNECTING) self->reconnecting();
+    if (state == MeetingState::RECONNECTING) self->reconnecting(std::move(lost));
     if (state == MeetingState::DISCONNECTED)
       trace("Meeting State: DISCONNECTED", {}, self->_context->spans.get(RoomSpans::Slot::leave));
-    const auto meeting = self->_context->delegate();
-    if (!meeting) return;
-    std::scoped_lock held(meeting->meetingStateLock());
-    meeting->meetingStateChanged(state);
+    self->applyState(state, connection);
   });
 }
 
-void RoomClient::reconnecting() {
+void RoomClient::applyState(MeetingState state, const Connection& connection) {
+  // What was reached on a connection that is gone, or in a meeting that was left, is no news.
+  if (state == MeetingState::CONNECTED && !connection.isCurrent()) return;
+  if (state != MeetingState::DISCONNECTED && _context->connections->isOver()) return;
+  const auto meeting = _context->delegate();
+  if (!meeting) return;
+  std::scoped_lock held(meeting->meetingStateLock());
+  meeting->meetingStateChanged(state);
+}
+
+void RoomClient::reconnecting(Transports::Lost lost) {
   const auto span = openSpan("Reconnecting to the meeting");
   trace("Meeting State: RECONNECTING", {}, span);
   // In the background: a slow disposal must not hold up the main queue.
-  boost::asio::post(_context->platform->background, [self = shared_from_this(), span] {
-    const auto received = self->_registry->consumers();
-    self->_transports->disposeTransports(span);
-    // The service will announce afresh what there still is to receive.
-    const auto meeting = self->_context->delegate();
-    for (const auto& consumer : received)
-      if (meeting) meeting->removeStream(consumer->id());
-    SdkTracer::shared().endSpan(span, {.message = "Meeting reconnecting completed"});
-  });
+  boost::asio::post(
+      _context->platform->background, [self = shared_from_this(), lost = std::move(lost), span] {
+        self->_transports->disposeTransports(lost, span);
+        // The service will announce afresh what there still is to receive.
+        std::vector<std::string> ids;
+        for (const auto& consumer : lost.consumers) ids.push_back(consumer->id());
+        removeStreams(self->_context, std::move(ids));
+        SdkTracer::shared().endSpan(span, {.message = "Meeting reconnecting completed"});
+      });
 }
 
 }  // namespace kestrova

@@ -44,16 +44,19 @@ public:
   Task<void> connect();
   Task<void> setupDeviceAndTransports(bool isLoaded, std::optional<SpanScope> changeModeSpan,
                                       bool needToCreateSendTransport,
-                                      bool needToCreateRecvTransport);
-  /// \returns the codecs that the room can't decode \throws RoomClientFailure deviceNotLoaded
-  Task<std::vector<std::string>> join(CameraPosition cameraPosition, bool isSwitchingRoom,
-                                      Mode mode, bool isBatchingEnabled);
+                                      bool needToCreateRecvTransport, Connection connection);
+  /// See `JoinSequence::join`. \throws RoomClientFailure deviceNotLoaded
+  Task<std::optional<std::vector<std::string>>> join(CameraPosition cameraPosition,
+                                                     bool isSwitchingRoom, Mode mode,
+                                                     bool isBatchingEnabled, Connection connection);
   Task<void> disconnect(LeaveReason leaveReason, bool closeSocket);
   Task<void> closeRoom(std::optional<LeaveReason> leaveReason);
   Task<void> respondEntry(std::string peerId, std::string decision);
   Task<void> switchTo(std::optional<std::string> token, std::string meetingId, Mode mode);
   void softClose();
-  Task<void> switchingRoom(std::string meetingId, Mode mode, bool isBatchingEnabled);
+  Task<void> switchingRoom(std::string meetingId, Mode mode, bool isBatchingEnabled,
+                           Connection connection);
+  std::optional<std::string> takeInterruptedSwitch() { return _roomSwitch->takeInterrupted(); }
   /// \throws ModeChangeFailure
   Task<void> changeMode(Mode mode, std::optional<SpanScope> changeModeSpan);
   /// Closes what an earlier connection left of the microphone or camera.
@@ -61,7 +64,6 @@ public:
   Task<std::optional<std::string>> cleanupAudio();
   Task<std::optional<std::string>> cleanupVideo();
 
-  bool isSocketConnected() const { return _context->socketRequestHandler->isConnected(); }
   bool joined() const { return _context->joined(); }
   void setJoined(bool joined) { _context->setJoined(joined); }
   /// Ends the spans of the meeting that is over, and has the tracer forget it.
@@ -69,7 +71,6 @@ public:
 
   RoomSpans& spans() { return _context->spans; }
   PubSubEndpointStore& pubSubEndpointStore() { return _context->pubSubEndpointStore; }
-  void forgetCustomStreams() { _context->forgetCustomStreams(); }
   const std::shared_ptr<Publishing>& publishing() const { return _publishing; }
   const std::shared_ptr<Consuming>& consuming() const { return _consuming; }
   const std::shared_ptr<ConsumerControls>& consumerControls() const { return _consumerControls; }
@@ -78,10 +79,10 @@ public:
   void handleRemoteEvent(RemoteEvent event, const Dictionary& response) override;
   void handleNewConsumer(const Dictionary& response) override;
   Dictionary getStatsData() override;
-  Task<bool> socketConnected(SpanScope joinSpan) override;
+  Task<bool> socketConnected(SpanScope joinSpan, Connection connection) override;
   Task<void> socketDisconnected(LeaveReason reason) override;
   void socketError(const std::string& message) override;
-  void meetingStateChanged(MeetingState state) override;
+  void meetingStateChanged(MeetingState state, Connection connection) override;
 
   void askOfPeer(LocalEvent request, const std::string& participantId) override;
   void participantPinStateChanged(const std::string& participantId, ParticipantPinState pinState,
@@ -93,7 +94,8 @@ public:
 
 private:
   explicit RoomClient(RoomClientOptions options);
-  void reconnecting();
+  void applyState(MeetingState state, const Connection& connection);
+  void reconnecting(Transports::Lost lost);
 
   const std::shared_ptr<RoomContext> _context;
   const std::shared_ptr<MediaRegistry> _registry;

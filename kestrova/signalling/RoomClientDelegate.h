@@ -10,6 +10,7 @@
 #include <kestrova/model/ServiceStates.h>
 #include <kestrova/platform/Mediasoup.h>
 #include <kestrova/platform/Task.h>
+#include <kestrova/tracing/Trace.h>
 
 #include <cstdint>
 #include <memory>
@@ -21,8 +22,9 @@
 
 namespace kestrova {
 
-/// The only way from `RoomClient` to the meeting. Any thread, unless an operation says otherwise;
-/// none of them blocks. Operations with a default are for owners that a meeting may do without.
+/// The only way from `RoomClient` to the meeting. Called on the main queue, in the order in which
+/// the service said things, unless an operation says otherwise; none of them blocks. What a meeting
+/// has no owner for is noted in the trace.
 class RoomClientDelegate {
 public:
   virtual ~RoomClientDelegate() = default;
@@ -30,15 +32,21 @@ public:
   // Lifecycle
   /// The one lock that is held across a call: around `meetingStateChanged`.
   virtual std::mutex& meetingStateLock() = 0;
-  /// Called on the main queue with `meetingStateLock` held.
+  /// With `meetingStateLock` held.
   virtual void meetingStateChanged(MeetingState state) = 0;
-  /// Called on the main queue after a switch of rooms.
+  /// The join is done, on this connection.
+  /// \param switchMeetingId the meeting that was moved to, if it is another one
   virtual void meetingJoined(const std::optional<std::string>& switchMeetingId) = 0;
+  /// On a task.
   virtual Task<void> disconnected(std::optional<LeaveReason> leaveReason) = 0;
+  /// On a task.
   virtual Task<void> closeMeetingRequested(LeaveReason leaveReason) = 0;
+  /// On `socketEmitQueue`.
   virtual void socketConnectionError(const std::string& message) = 0;
+  /// Any thread.
   virtual void onError(const KestrovaError& error) = 0;
   virtual void entryRequested(const Dictionary& data) = 0;
+  /// On `socketEmitQueue`, before anything that the service says next.
   virtual void entryResponded(const Dictionary& data) = 0;
   /// The local participant is on its way to another meeting: nobody of the old one is listed on.
   virtual void handleOnRemoveCurrentMeetingParticipant() = 0;
@@ -46,12 +54,11 @@ public:
   // Participants and streams
   virtual void addParticipant(const Peer& peer) = 0;
   virtual void removeParticipant(const std::string& id, LeaveReason leaveReason) = 0;
-  /// After a lost connection: everybody who is in the room now.
+  /// Everybody who is in the room now: whoever else is listed has left.
   virtual void keepOnly(const std::set<std::string>& ids) = 0;
   virtual void addStream(const std::shared_ptr<Consumer>& consumer, bool isShare,
                          const std::string& participantId) = 0;
   virtual void removeStream(const std::string& id) = 0;
-  /// Called on the main queue.
   virtual void handleStreamStateChange(StreamState state, const std::string& peerId,
                                        const std::string& trackId) = 0;
   virtual void participantMediaStatusChanged(const std::string& peerId, const std::string& kind,
@@ -60,18 +67,18 @@ public:
   virtual void pinStateChanged(const std::string& participantId, ParticipantPinState pinState,
                                const std::string& pinnedBy) = 0;
   virtual void speakerChanged(const std::optional<std::string>& participantId) = 0;
-  /// The service paused or resumed all streams of "audio", "video", "share" or "all".
-  virtual void pauseAllStreams(const std::string& /*kind*/) {}
-  virtual void resumeAllStreams(const std::string& /*kind*/) {}
-  virtual void handleParticipantPausedBySubManager(const Dictionary& /*data*/) {}
-  virtual void handleParticipantResumeBySubManager(const Dictionary& /*data*/) {}
+  /// The service paused or resumed all streams of "audio", "video", "share" or "all". On a task.
+  virtual void pauseAllStreams(const std::string& kind) = 0;
+  virtual void resumeAllStreams(const std::string& kind) = 0;
+  virtual void handleParticipantPausedBySubManager(const Dictionary& data) = 0;
+  virtual void handleParticipantResumeBySubManager(const Dictionary& data) = 0;
 
   // Requests from others
-  virtual void enableMicRequested(const std::optional<std::string>& /*participantId*/) {}
-  virtual void disableMicRequested(const std::optional<std::string>& /*participantId*/) {}
-  virtual void enableWebcamRequested(const std::optional<std::string>& /*participantId*/,
-                                     std::optional<CameraPosition> /*cameraPosition*/) {}
-  virtual void disableWebcamRequested(const std::optional<std::string>& /*participantId*/) {}
+  virtual void enableMicRequested(const std::optional<std::string>& participantId) = 0;
+  virtual void disableMicRequested(const std::optional<std::string>& participantId) = 0;
+  virtual void enableWebcamRequested(const std::optional<std::string>& participantId,
+                                     std::optional<CameraPosition> cameraPosition) = 0;
+  virtual void disableWebcamRequested(const std::optional<std::string>& participantId) = 0;
 
   // Services
   virtual void recordingStarted() = 0;
@@ -87,32 +94,64 @@ public:
   virtual void whiteboardStopped() = 0;
   virtual void onMediaRelayRequestReceived(const std::string& /*participantId*/,
                                            const std::string& /*meetingId*/,
-                                           const std::string& /*displayName*/) {}
+                                           const std::string& /*displayName*/) {
+    unowned("onMediaRelayRequestReceived");
+  }
   virtual void onMediaRelayRequestResponse(const std::string& /*decision*/,
                                            const std::string& /*decidedBy*/,
-                                           const std::string& /*meetingId*/) {}
-  virtual void onMediaRelayStarted(const std::string& /*meetingId*/) {}
-  virtual void onMediaRelayStopped(const std::string& /*meetingId*/) {}
-  virtual void onMediaRelayError(const std::string& /*meetingId*/, const std::string& /*error*/) {}
-  virtual void handleRealtimeStoreValueChanged(const Dictionary& /*data*/) {}
-  virtual void pubsubMessageReceived(const Dictionary& /*data*/) {}
+                                           const std::string& /*meetingId*/) {
+    unowned("onMediaRelayRequestResponse");
+  }
+  virtual void onMediaRelayStarted(const std::string& /*meetingId*/) {
+    unowned("onMediaRelayStarted");
+  }
+  virtual void onMediaRelayStopped(const std::string& /*meetingId*/) {
+    unowned("onMediaRelayStopped");
+  }
+  virtual void onMediaRelayError(const std::string& /*meetingId*/, const std::string& /*error*/) {
+    unowned("onMediaRelayError");
+  }
+  virtual void handleRealtimeStoreValueChanged(const Dictionary& /*data*/) {
+    unowned("handleRealtimeStoreValueChanged");
+  }
+  virtual void pubsubMessageReceived(const Dictionary& /*data*/) {
+    unowned("pubsubMessageReceived");
+  }
 
   // Codecs
-  virtual void performVP8CodecFallback(VideoCodec /*unsupportedCodec*/, const std::string& /*kind*/,
-                                       const std::optional<std::string>& /*causedByPeerId*/) {}
+  virtual void performVP8CodecFallback(VideoCodec unsupportedCodec, const std::string& kind,
+                                       const std::optional<std::string>& causedByPeerId) = 0;
+  /// On a task.
   virtual void recordVideoCodec(VideoCodec codec) = 0;
+  /// On a task.
   virtual void recordMultiStreamDowngrade() = 0;
-  virtual void switchRoomUnsupportedCodecs(const std::vector<std::string>& /*codecs*/) {}
+  /// On a task.
+  virtual void switchRoomUnsupportedCodecs(const std::vector<std::string>& codecs) = 0;
 
   // Characters and agents
-  virtual void addCharacter(const Peer& /*peer*/) {}
-  virtual void removedCharacter(const std::string& /*characterId*/) {}
-  virtual void characterMessageReceived(const CharacterMessage& /*message*/) {}
-  virtual void characterStateChanged(const CharacterStateChange& /*change*/) {}
-  virtual void agentStateChanged(const std::string& /*peerId*/, AgentState /*state*/) {}
+  virtual void addCharacter(const Peer& /*peer*/) { unowned("addCharacter"); }
+  virtual void removedCharacter(const std::string& /*characterId*/) { unowned("removedCharacter"); }
+  virtual void characterMessageReceived(const CharacterMessage& /*message*/) {
+    unowned("characterMessageReceived");
+  }
+  virtual void characterStateChanged(const CharacterStateChange& /*change*/) {
+    unowned("characterStateChanged");
+  }
+  virtual void agentStateChanged(const std::string& /*peerId*/, AgentState /*state*/) {
+    unowned("agentStateChanged");
+  }
   virtual void agentTranscriptReceived(const std::string& /*peerId*/, const std::string& /*text*/,
-                                       std::int64_t /*timestamp*/) {}
-  virtual void agentMetricsReceived(const std::string& /*peerId*/, const Dictionary& /*metrics*/) {}
+                                       std::int64_t /*timestamp*/) {
+    unowned("agentTranscriptReceived");
+  }
+  virtual void agentMetricsReceived(const std::string& /*peerId*/, const Dictionary& /*metrics*/) {
+    unowned("agentMetricsReceived");
+  }
+
+private:
+  static void unowned(const char* event) {
+    traceDebug([&] { return std::string("Nobody takes this event yet: ") + event; });
+  }
 };
 
 }  // namespace kestrova

@@ -6,12 +6,11 @@ namespace kestrova {
 
 RoomContext::RoomContext(RoomClientOptions roomOptions)
     : options(std::move(roomOptions)),
+      sending(options.sending),
+      connections(options.connections),
       platform(Platform::current()),
-      socketRequestHandler(std::make_shared<SocketRequestHandler>(options.meeting)),
-      stateQueue(SerialQueue::make("com.kestrova.roomclient.state")),
-      _mode(options.mode),
-      _customVideoMediaStream(options.customVideoMediaStream),
-      _customAudioMediaStream(options.customAudioMediaStream) {}
+      socketRequestHandler(std::make_shared<SocketRequestHandler>(options.meeting, connections)),
+      stateQueue(SerialQueue::make("com.kestrova.roomclient.state")) {}
 
 std::shared_ptr<RoomClientDelegate> RoomContext::delegate() const {
   std::scoped_lock held(_lock);
@@ -23,16 +22,6 @@ void RoomContext::setDelegate(std::weak_ptr<RoomClientDelegate> delegate) {
   _delegate = std::move(delegate);
 }
 
-Mode RoomContext::mode() const {
-  std::scoped_lock held(_lock);
-  return _mode;
-}
-
-void RoomContext::setMode(Mode mode) {
-  std::scoped_lock held(_lock);
-  _mode = mode;
-}
-
 bool RoomContext::joined() const {
   return stateQueue->sync([this] { return _joined; });
 }
@@ -41,20 +30,16 @@ void RoomContext::setJoined(bool joined) {
   stateQueue->sync([this, joined] { _joined = joined; });
 }
 
-std::shared_ptr<CustomRTCMediaStream> RoomContext::customVideoMediaStream() const {
-  std::scoped_lock held(_lock);
-  return _customVideoMediaStream;
+void reportFailure(const RoomContext& context, const KestrovaError& error) {
+  if (context.connections->isOver()) return;
+  if (const auto delegate = context.delegate()) delegate->onError(error);
 }
 
-std::shared_ptr<CustomRTCMediaStream> RoomContext::customAudioMediaStream() const {
-  std::scoped_lock held(_lock);
-  return _customAudioMediaStream;
-}
-
-void RoomContext::forgetCustomStreams() {
-  std::scoped_lock held(_lock);
-  _customVideoMediaStream.reset();
-  _customAudioMediaStream.reset();
+void removeStreams(const std::shared_ptr<RoomContext>& context, std::vector<std::string> ids) {
+  if (ids.empty()) return;
+  onMain(context, [ids = std::move(ids)](RoomContext&, RoomClientDelegate& meeting) {
+    for (const auto& id : ids) meeting.removeStream(id);
+  });
 }
 
 }  // namespace kestrova

@@ -1,10 +1,11 @@
 #pragma once
 
-#include <kestrova/media/CustomRTCMediaStream.h>
+#include <kestrova/media/LocalSending.h>
 #include <kestrova/model/MeetingTypes.h>
 #include <kestrova/platform/Platform.h>
 #include <kestrova/platform/Queue.h>
 #include <kestrova/realtime/PubSubEndpointStore.h>
+#include <kestrova/signalling/Connection.h>
 #include <kestrova/signalling/RoomClientDelegate.h>
 #include <kestrova/signalling/RoomSpans.h>
 #include <kestrova/signalling/SocketRequestHandler.h>
@@ -13,16 +14,16 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace kestrova {
 
 /// What a room client is made with.
 struct RoomClientOptions {
   MeetingData meeting;
-  std::shared_ptr<CustomRTCMediaStream> customVideoMediaStream;
-  std::shared_ptr<CustomRTCMediaStream> customAudioMediaStream;
+  std::shared_ptr<LocalSending> sending = std::make_shared<LocalSending>(Mode::SEND_AND_RECV);
+  std::shared_ptr<Connections> connections = std::make_shared<Connections>();
   bool multiStream = true;
-  Mode mode = Mode::SEND_AND_RECV;
   PreferredProtocol preferredProtocol = PreferredProtocol::UDP_OVER_TCP;
   std::optional<std::string> signalingBaseUrl;
 };
@@ -33,6 +34,9 @@ public:
   explicit RoomContext(RoomClientOptions roomOptions);
 
   const RoomClientOptions options;
+  /// Shared with the meeting.
+  const std::shared_ptr<LocalSending> sending;
+  const std::shared_ptr<Connections> connections;
   const std::shared_ptr<const Platform> platform;
   const std::shared_ptr<SocketRequestHandler> socketRequestHandler;
   /// Serialises `joined`, the producers and the consumers. Never wait for it from within.
@@ -44,25 +48,30 @@ public:
   std::shared_ptr<RoomClientDelegate> delegate() const;
   void setDelegate(std::weak_ptr<RoomClientDelegate> delegate);
 
-  /// What the local participant sends and receives; begins as the options say.
-  Mode mode() const;
-  void setMode(Mode mode);
-
   bool joined() const;
   void setJoined(bool joined);
-
-  /// The application's own tracks, until a failed join or the meeting's end lets go of them.
-  std::shared_ptr<CustomRTCMediaStream> customVideoMediaStream() const;
-  std::shared_ptr<CustomRTCMediaStream> customAudioMediaStream() const;
-  void forgetCustomStreams();
 
 private:
   mutable std::mutex _lock;
   std::weak_ptr<RoomClientDelegate> _delegate;
-  Mode _mode;
-  std::shared_ptr<CustomRTCMediaStream> _customVideoMediaStream;
-  std::shared_ptr<CustomRTCMediaStream> _customAudioMediaStream;
   bool _joined = false;  // on stateQueue
 };
+
+/// Tells the application that what it asked for failed, unless the meeting is over by now.
+void reportFailure(const RoomContext& context, const KestrovaError& error);
+
+/// Runs `action(context, meeting)` on the main queue, if both are still there by then. What names a
+/// participant goes this way, so that nothing overtakes the participant's arrival.
+template <class Action>
+void onMain(const std::shared_ptr<RoomContext>& context, Action action) {
+  MainQueue::shared().async([weak = std::weak_ptr(context), action = std::move(action)]() mutable {
+    const auto alive = weak.lock();
+    const auto meeting = alive ? alive->delegate() : nullptr;
+    if (meeting) action(*alive, *meeting);
+  });
+}
+
+/// Takes streams away from whoever's they are.
+void removeStreams(const std::shared_ptr<RoomContext>& context, std::vector<std::string> ids);
 
 }  // namespace kestrova

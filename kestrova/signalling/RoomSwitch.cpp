@@ -12,6 +12,10 @@ Task<void> RoomSwitch::switchTo(std::optional<std::string> token, std::string me
   const auto& participantId = _context->options.meeting.localParticipantId;
   ScopedSpan span("Requesting to switch meeting",
                   {{"peer.id", participantId}, {"meetingId", meetingId}});
+  {
+    std::scoped_lock held(_lock);
+    _token = token;
+  }
   Dictionary data{{"meetingId", meetingId},
                   {"secret", token.value_or("")},
                   {"participantId", participantId},
@@ -20,8 +24,7 @@ Task<void> RoomSwitch::switchTo(std::optional<std::string> token, std::string me
       LocalEvent::switchToMeeting, std::move(data));
   if (const auto status = isStatusOK(reply); !status.ok) {
     span.fail("Error in switchTo() -> " + status.failure);
-    if (const auto delegate = _context->delegate())
-      delegate->onError(KestrovaError::SWITCH_MEETING_FAILED);
+    reportFailure(*_context, KestrovaError::SWITCH_MEETING_FAILED);
     co_return;
   }
   span.event("Meeting switch request sent successfully");
@@ -30,26 +33,48 @@ Task<void> RoomSwitch::switchTo(std::optional<std::string> token, std::string me
 void RoomSwitch::softClose() {
   _consuming->closeAllConsumers();
   trace("Cleaned up media streams successfully");
-  if (const auto delegate = _context->delegate())
-    delegate->handleOnRemoveCurrentMeetingParticipant();
+  onMain(_context, [](RoomContext&, RoomClientDelegate& meeting) {
+    meeting.handleOnRemoveCurrentMeetingParticipant();
+  });
 }
 
-Task<void> RoomSwitch::switchingRoom(std::string meetingId, Mode mode, bool isBatchingEnabled) {
+void RoomSwitch::takeOver(const std::string& meetingId) {
+  std::optional<std::string> token;
+  {
+    std::scoped_lock held(_lock);
+    token.swap(_token);
+    _target = meetingId;
+  }
+  _context->socketRequestHandler->moveTo(meetingId, token);
+}
+
+std::optional<std::string> RoomSwitch::takeInterrupted() {
+  std::scoped_lock held(_lock);
+  return std::exchange(_target, std::nullopt);
+}
+
+Task<void> RoomSwitch::switchingRoom(std::string meetingId, Mode mode, bool isBatchingEnabled,
+                                     Connection connection) {
   const auto self = shared_from_this();
   const auto& displayName = _context->options.meeting.localParticipantName;
   ScopedSpan span("Switching room", {{"room.id", meetingId}, {"displayName", displayName}});
+  takeOver(meetingId);
   bool failed = false;
   try {
     ScopedSpan requesting("Requesting to join switched room", {}, span.scope());
-    auto joining = _joinSequence->join(CameraPosition::front, true, mode, isBatchingEnabled);
+    auto joining =
+        _joinSequence->join(CameraPosition::front, true, mode, isBatchingEnabled, connection);
     const auto unsupportedCodecs = co_await std::move(joining);
+    if (!unsupportedCodecs) co_return;
     requesting.event("Requested to join switched room successfully");
+    takeInterrupted();
     const auto delegate = _context->delegate();
     if (!delegate) co_return;
-    if (!unsupportedCodecs.empty()) delegate->switchRoomUnsupportedCodecs(unsupportedCodecs);
+    if (!unsupportedCodecs->empty()) delegate->switchRoomUnsupportedCodecs(*unsupportedCodecs);
     span.event("Emitting MEETING_JOINED Event");
-    MainQueue::shared().async([weak = std::weak_ptr(delegate), meetingId] {
-      if (const auto meeting = weak.lock()) meeting->meetingJoined(meetingId);
+    onMain(_context, [meetingId](RoomContext& context, RoomClientDelegate& meeting) {
+      // A meeting that was left by now is not joined; one that lost its connection was joined.
+      if (!context.connections->isOver()) meeting.meetingJoined(meetingId);
     });
     span.event("Requested room switch completed successfully");
   } catch (const std::exception& error) {

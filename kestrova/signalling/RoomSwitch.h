@@ -6,6 +6,7 @@
 #include <kestrova/signalling/Teardown.h>
 
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 
@@ -27,14 +28,24 @@ public:
   /// Ends what came from the people of the old meeting. The connection, the transports and the
   /// local streams stay.
   void softClose();
-  /// The service has moved this participant; a failed join ends the meeting.
-  Task<void> switchingRoom(std::string meetingId, Mode mode, bool isBatchingEnabled);
+  /// The service has moved this participant: from now on everything names the new meeting. A failed
+  /// join ends it; one that a drop interrupts is carried on by the return.
+  Task<void> switchingRoom(std::string meetingId, Mode mode, bool isBatchingEnabled,
+                           Connection connection);
+  /// The meeting to which a drop interrupted the move, once: the join after the return ends it.
+  std::optional<std::string> takeInterrupted();
 
 private:
+  void takeOver(const std::string& meetingId);
+
   const std::shared_ptr<RoomContext> _context;
   const std::shared_ptr<Consuming> _consuming;
   const std::shared_ptr<JoinSequence> _joinSequence;
   const std::shared_ptr<Teardown> _teardown;
+
+  std::mutex _lock;
+  std::optional<std::string> _token;   // for the meeting that was asked for
+  std::optional<std::string> _target;  // moved to, and not joined yet
 };
 
 }  // namespace kestrova

@@ -34,12 +34,24 @@ void acknowledge(const AckEmitter& ack, Value item) {
 
 constexpr std::array carriers{"notification", "batchNotification", "newConsumer", "statsData"};
 
+bool isDisconnectMarker(const SocketItems& items) {
+  const auto* first = firstValue(items);
+  return first && first->is_string() && first->get_string() == SocketIOClient::disconnectMarker;
+}
+
+/// What a request gives whose connection is over before it could be sent.
+Dictionary gone() {
+  return normalise({Value(SocketIOClient::disconnectMarker)});
+}
+
 }  // namespace
 
-SocketRequestHandler::SocketRequestHandler(MeetingData meeting)
-    : _meeting(std::move(meeting)),
+SocketRequestHandler::SocketRequestHandler(MeetingData meeting,
+                                           std::shared_ptr<Connections> connections)
+    : _connections(std::move(connections)),
       _platform(Platform::current()),
-      _socketEmitQueue(SerialQueue::make("com.kestrova.socketEmitQueue")) {}
+      _socketEmitQueue(SerialQueue::make("com.kestrova.socketEmitQueue")),
+      _meeting(std::move(meeting)) {}
 
 SocketRequestHandler::~SocketRequestHandler() = default;
 
@@ -60,16 +72,27 @@ SocketManagerConfig SocketRequestHandler::makeConfig(const std::string& socketPa
       .forceWebsockets = true,
       .forceNew = false,
       .path = socketPath,
-      .connectParams = {{"roomId", _meeting.id},
-                        {"peerId", _meeting.localParticipantId},
-                        {"secret", _meeting.accessToken},
-                        {"mode", _meeting.mode},
-                        {"lib", "socket"}},
+      .connectParams = connectParams(),
       .handleQueue = _socketEmitQueue,
       .reconnectAttempts = 7,
       .reconnectWait = std::chrono::seconds(1),
       .reconnectWaitMax = std::chrono::seconds(5),
+      .trace = [](const std::string& line) { trace(line); },
   };
+}
+
+std::vector<std::pair<std::string, std::string>> SocketRequestHandler::connectParams() const {
+  const auto now = meeting();
+  return {{"roomId", now.id},
+          {"peerId", now.localParticipantId},
+          {"secret", now.accessToken},
+          {"mode", now.mode},
+          {"lib", "socket"}};
+}
+
+MeetingData SocketRequestHandler::meeting() const {
+  std::scoped_lock held(_stateLock);
+  return _meeting;
 }
 
 std::shared_ptr<SocketIOClient> SocketRequestHandler::socket() const {
@@ -77,15 +100,16 @@ std::shared_ptr<SocketIOClient> SocketRequestHandler::socket() const {
   return _socket;
 }
 
-/// Nothing before the first connect and after a disconnect of our own.
-std::shared_ptr<SocketIOClient> SocketRequestHandler::openSocket() const {
-  std::scoped_lock held(_stateLock);
-  return _closedOnPurpose ? nullptr : _socket;
-}
-
-bool SocketRequestHandler::isConnected() const {
-  const auto current = socket();
-  return current && current->status() == SocketIOStatus::connected;
+void SocketRequestHandler::moveTo(const std::string& meetingId,
+                                  const std::optional<std::string>& token) {
+  std::shared_ptr<SocketManager> manager;
+  {
+    std::scoped_lock held(_stateLock);
+    _meeting.id = meetingId;
+    if (token) _meeting.accessToken = *token;
+    manager = _socketManager;
+  }
+  if (manager) manager->setConnectParams(connectParams());
 }
 
 void SocketRequestHandler::connect(const std::string& url, const std::string& socketPath,
@@ -106,7 +130,6 @@ void SocketRequestHandler::connect(const std::string& url, const std::string& so
     _socket = socket;
     _intentionalLeaveReason.reset();
     _wasReconnecting = false;
-    _closedOnPurpose = false;
   }
   reportState(MeetingState::CONNECTING);
   handleSocketEvents(std::move(joinSpan));
@@ -119,10 +142,10 @@ void SocketRequestHandler::disconnect(LeaveReason reason) {
   {
     std::scoped_lock held(_stateLock);
     _intentionalLeaveReason = reason;
-    _closedOnPurpose = true;
     manager = _socketManager;
     socket = _socket;
   }
+  _connections->lost();
   const bool wasOpen = socket && socket->status() != SocketIOStatus::notConnected &&
                        socket->status() != SocketIOStatus::disconnected;
   if (socket) {
@@ -142,8 +165,9 @@ bool SocketRequestHandler::isLeaveUnreported() const {
   return _intentionalLeaveReason.has_value();
 }
 
-void SocketRequestHandler::reportState(MeetingState state) {
-  if (auto delegate = _meetingStateDelegate.lock()) delegate->meetingStateChanged(state);
+void SocketRequestHandler::reportState(MeetingState state, std::optional<Connection> connection) {
+  if (auto delegate = _meetingStateDelegate.lock())
+    delegate->meetingStateChanged(state, connection.value_or(_connections->current()));
 }
 
 // ---- Requests ----------------------------------------------------------------------------------
@@ -151,7 +175,7 @@ void SocketRequestHandler::reportState(MeetingState state) {
 std::optional<Dictionary> SocketRequestHandler::makeRequestEnvelope(LocalEvent event,
                                                                     Dictionary data) const {
   Dictionary envelope{{"method", wireText(event)},
-                      {"roomId", _meeting.id},
+                      {"roomId", meeting().id},
                       {"request", true},
                       {"data", std::move(data)}};
   if (isJsonEncodable(envelope)) return envelope;
@@ -165,23 +189,31 @@ std::optional<Dictionary> SocketRequestHandler::makeRequestEnvelope(LocalEvent e
 }
 
 Task<Dictionary> SocketRequestHandler::prepareAndSendRequest(LocalEvent event, Dictionary data,
+                                                             std::optional<Connection> connection,
                                                              AnswerHandler onArrival) {
   auto envelope = makeRequestEnvelope(event, std::move(data));
   if (!envelope) co_return Dictionary();
 
   auto send = [weak = weak_from_this(), queue = _socketEmitQueue, envelope = std::move(*envelope),
+               owner = connection.value_or(_connections->current()),
                onArrival = std::move(onArrival)](Completion<Dictionary> answer) mutable {
     auto deliver = [answer, onArrival = std::move(onArrival)](Dictionary response) {
       if (onArrival) onArrival(response);
       answer(std::move(response));
     };
-    queue->async([weak = std::move(weak), envelope = std::move(envelope),
+    queue->async([weak = std::move(weak), envelope = std::move(envelope), owner = std::move(owner),
                   deliver = std::move(deliver)]() mutable {
       const auto self = weak.lock();
-      const auto socket = self ? self->openSocket() : nullptr;
+      const auto socket = self ? self->socket() : nullptr;
       if (!socket) return deliver(Dictionary());
+      if (!owner.isCurrent()) return deliver(gone());
+      auto settle = [owner, connections = self->_connections, deliver](const SocketItems& items) {
+        // Whoever waits for this answer may wake before the loss itself is told.
+        if (isDisconnectMarker(items)) connections->lost(owner);
+        deliver(normalise(items));
+      };
       socket->emitWithAck("request", {Value(std::move(envelope))}, acknowledgementTimeout,
-                          [deliver](const SocketItems& items) { deliver(normalise(items)); });
+                          std::move(settle));
     });
   };
   co_return co_await awaitCallback<Dictionary>(std::move(send));
@@ -206,40 +238,46 @@ Task<Dictionary> SocketRequestHandler::closeRoom(std::optional<LeaveReason> leav
 }
 
 Task<Dictionary> SocketRequestHandler::createWebRTCTransport(PreferredProtocol protocol,
-                                                             bool producing, bool consuming) {
+                                                             bool producing, bool consuming,
+                                                             Connection connection) {
   return prepareAndSendRequest(LocalEvent::createWebRtcTransport,
                                {{"preferredProtocol", wireText(protocol)},
                                 {"producing", producing},
-                                {"consuming", consuming}});
+                                {"consuming", consuming}},
+                               std::move(connection));
 }
 
 Task<Dictionary> SocketRequestHandler::connectWebRTCTransport(std::string transportId,
-                                                              Dictionary dtlsParameters) {
+                                                              Dictionary dtlsParameters,
+                                                              Connection connection) {
   return prepareAndSendRequest(
       LocalEvent::connectWebRtcTransport,
-      {{"transportId", transportId}, {"dtlsParameters", std::move(dtlsParameters)}});
+      {{"transportId", transportId}, {"dtlsParameters", std::move(dtlsParameters)}},
+      std::move(connection));
 }
 
 Task<Dictionary> SocketRequestHandler::joinRoom(Dictionary rtpCapabilities, bool switchingRoom,
                                                 Mode mode, bool batchingEnabled,
-                                                AnswerHandler onArrival) {
-  Dictionary metaData = _meeting.metaData.value_or(Dictionary());
+                                                Connection connection, AnswerHandler onArrival) {
+  auto now = meeting();
+  Dictionary metaData = std::move(now.metaData).value_or(Dictionary());
   metaData["enableAgentEvents"] = true;
   return prepareAndSendRequest(LocalEvent::join,
-                               {{"displayName", _meeting.localParticipantName},
+                               {{"displayName", now.localParticipantName},
                                 {"device", "ios"},
-                                {"secret", _meeting.accessToken},
+                                {"secret", now.accessToken},
                                 {"rtpCapabilities", std::move(rtpCapabilities)},
                                 {"metaData", std::move(metaData)},
                                 {"switchingRoom", switchingRoom},
                                 {"mode", wireText(mode)},
                                 {"deviceInfo", DeviceInfo::toStringify()},
                                 {"batchingEnabled", batchingEnabled}},
-                               std::move(onArrival));
+                               std::move(connection), std::move(onArrival));
 }
 
-Task<Dictionary> SocketRequestHandler::changeMode(Mode mode) {
-  return prepareAndSendRequest(LocalEvent::changeMode, {{"mode", wireText(mode)}});
+Task<Dictionary> SocketRequestHandler::changeMode(Mode mode, Connection connection) {
+  return prepareAndSendRequest(LocalEvent::changeMode, {{"mode", wireText(mode)}},
+                               std::move(connection));
 }
 
 Task<Dictionary> SocketRequestHandler::respondEntry(std::string peerId, std::string decision) {
@@ -282,19 +320,23 @@ void SocketRequestHandler::onConnectionSuccess(const SpanScope& joinSpan) {
     std::scoped_lock held(_stateLock);
     _wasReconnecting = false;
   }
-  auto enter = [](std::weak_ptr<SocketRequestHandler> weak, SpanScope span) -> Task<void> {
+  _connections->established();
+  auto enter = [](std::weak_ptr<SocketRequestHandler> weak, SpanScope span,
+                  Connection connection) -> Task<void> {
     auto self = weak.lock();
     auto delegate = self ? self->_socketEventDelegate.lock() : nullptr;
-    if (!delegate) co_return;
-    const bool entered = co_await delegate->socketConnected(std::move(span));
-    if (entered) self->reportState(MeetingState::CONNECTED);
+    if (!delegate || !connection.isCurrent()) co_return;
+    auto entering = delegate->socketConnected(std::move(span), connection);
+    if (co_await std::move(entering)) self->reportState(MeetingState::CONNECTED, connection);
   };
-  MainQueue::shared().after(connectionSettleDelay, [weak = weak_from_this(), joinSpan, enter] {
-    spawnOn(MainQueue::shared(), enter(weak, joinSpan));
+  MainQueue::shared().after(connectionSettleDelay, [weak = weak_from_this(), joinSpan,
+                                                    connection = _connections->current(), enter] {
+    spawnOn(MainQueue::shared(), enter(weak, joinSpan, connection));
   });
 }
 
 void SocketRequestHandler::onDisconnect() {
+  _connections->lost();
   std::optional<LeaveReason> intended;
   bool wasReconnecting = false;
   {
@@ -317,6 +359,7 @@ void SocketRequestHandler::onDisconnect() {
 }
 
 void SocketRequestHandler::onReconnect() {
+  _connections->lost();
   {
     std::scoped_lock held(_stateLock);
     _wasReconnecting = true;

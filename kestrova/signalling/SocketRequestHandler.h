@@ -2,6 +2,7 @@
 
 #include <kestrova/platform/Platform.h>
 #include <kestrova/platform/Queue.h>
+#include <kestrova/signalling/Connection.h>
 #include <kestrova/signalling/Delegates.h>
 
 #include <chrono>
@@ -10,6 +11,8 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace kestrova {
 
@@ -18,8 +21,9 @@ namespace kestrova {
 ///
 /// Every operation becomes one acknowledged Socket.IO event "request"; every push becomes a call on
 /// a delegate. All emits and all incoming events of one handler run on `socketEmitQueue`, so they
-/// are strictly serialised. There is no retry and no queue of requests across a drop. Operations
-/// may be called from any thread.
+/// are strictly serialised. There is no retry and no queue of requests across a drop: a request
+/// belongs to one connection and ends with it. This object is what counts the connections.
+/// Operations may be called from any thread.
 class SocketRequestHandler : public std::enable_shared_from_this<SocketRequestHandler> {
 public:
   using AnswerHandler = std::function<void(const Dictionary&)>;
@@ -29,7 +33,7 @@ public:
   /// The server needs a moment after "connectionSuccess" before it takes the entry request.
   static constexpr std::chrono::milliseconds connectionSettleDelay{100};
 
-  explicit SocketRequestHandler(MeetingData meeting);
+  SocketRequestHandler(MeetingData meeting, std::shared_ptr<Connections> connections);
   ~SocketRequestHandler();
 
   void setDelegates(std::weak_ptr<RemoteEventDelegate> remoteEvents,
@@ -40,12 +44,18 @@ public:
   void connect(const std::string& url, const std::string& socketPath, SpanScope joinSpan);
   /// Closes the connection for good; `reason` is what `socketDisconnected` will tell.
   void disconnect(LeaveReason reason);
-  bool isConnected() const;
+  /// From now on everything names another meeting: the envelope, the join, and the parameters with
+  /// which a lost connection is made anew.
+  /// \param token access to it; the present one without it
+  void moveTo(const std::string& meetingId, const std::optional<std::string>& token);
 
   /// The answer as the service gave it: empty when the request could not be sent, or with the one
-  /// key "ACK_STATUS" when no answer came in time. Never fails.
+  /// key "ACK_STATUS" when no answer came in time, or when the connection went. Never fails.
+  /// \param connection to which the request belongs: it is not sent on any other; the present one
+  ///   without it
   /// \param onArrival sees the answer first, on `socketEmitQueue`, before the next event is handled
   Task<Dictionary> prepareAndSendRequest(LocalEvent event, Dictionary data = {},
+                                         std::optional<Connection> connection = {},
                                          AnswerHandler onArrival = {});
   /// Nothing when the request cannot travel as JSON.
   std::optional<Dictionary> makeRequestEnvelope(LocalEvent event, Dictionary data) const;
@@ -54,12 +64,13 @@ public:
   void definePeerLeftReason(const std::string& leaveReason);
   /// Asks the service to end the meeting for all.
   Task<Dictionary> closeRoom(std::optional<LeaveReason> leaveReason);
-  Task<Dictionary> createWebRTCTransport(PreferredProtocol protocol, bool producing,
-                                         bool consuming);
-  Task<Dictionary> connectWebRTCTransport(std::string transportId, Dictionary dtlsParameters);
+  Task<Dictionary> createWebRTCTransport(PreferredProtocol protocol, bool producing, bool consuming,
+                                         Connection connection);
+  Task<Dictionary> connectWebRTCTransport(std::string transportId, Dictionary dtlsParameters,
+                                          Connection connection);
   Task<Dictionary> joinRoom(Dictionary rtpCapabilities, bool switchingRoom, Mode mode,
-                            bool batchingEnabled, AnswerHandler onArrival);
-  Task<Dictionary> changeMode(Mode mode);
+                            bool batchingEnabled, Connection connection, AnswerHandler onArrival);
+  Task<Dictionary> changeMode(Mode mode, Connection connection);
   Task<Dictionary> respondEntry(std::string peerId, std::string decision);
 
 private:
@@ -71,12 +82,13 @@ private:
   void onClientError(const SocketItems& items);
   void onBatch(const SocketItems& items, const std::shared_ptr<SocketAckEmitter>& ack);
   void handleServerEvent(const SocketItems& items, const std::shared_ptr<SocketAckEmitter>& ack);
-  void reportState(MeetingState state);
+  void reportState(MeetingState state, std::optional<Connection> connection = {});
   SocketManagerConfig makeConfig(const std::string& socketPath) const;
+  std::vector<std::pair<std::string, std::string>> connectParams() const;
+  MeetingData meeting() const;
   std::shared_ptr<SocketIOClient> socket() const;
-  std::shared_ptr<SocketIOClient> openSocket() const;
 
-  const MeetingData _meeting;
+  const std::shared_ptr<Connections> _connections;
   const std::shared_ptr<const Platform> _platform;
   const std::shared_ptr<SerialQueue> _socketEmitQueue;
 
@@ -86,11 +98,11 @@ private:
 
   // A leaf lock: held for the read or write of a field, never across a call.
   mutable std::mutex _stateLock;
+  MeetingData _meeting;
   std::shared_ptr<SocketManager> _socketManager;
   std::shared_ptr<SocketIOClient> _socket;
   std::optional<LeaveReason> _intentionalLeaveReason;
   bool _wasReconnecting = false;
-  bool _closedOnPurpose = false;  // requests would only wait for their time-out
 };
 
 }  // namespace kestrova

@@ -17,6 +17,21 @@ Teardown::Teardown(std::shared_ptr<RoomContext> context, std::shared_ptr<MediaRe
       _publishing(std::move(publishing)),
       _capturer(std::move(capturer)) {}
 
+namespace {
+
+/// One step of the way down: a failure is told, and the next step follows.
+template <class Step>
+void attempt(const char* what, Step&& step) {
+  try {
+    step();
+  } catch (const std::exception& error) {
+    traceError([&] { return std::string("Error while leaving: ") + what; },
+               {{"error", std::string_view(error.what())}});
+  }
+}
+
+}  // namespace
+
 bool Teardown::claim() {
   std::scoped_lock held(_teardownLock);
   return !std::exchange(_didTearDown, true);
@@ -37,10 +52,10 @@ Task<void> Teardown::disconnect(LeaveReason leaveReason, bool closeSocket) {
   if (manual) _context->socketRequestHandler->definePeerLeftReason("MANUAL_LEAVE_CALLED");
   {
     ScopedSpan closing("Closing resources", {}, leaveSpan);
-    closeStreams();
+    attempt("streams", [this] { letGoOfStreams(); });
     co_await closeLocalMedia(closing.scope());
-    _capturer->stop();
-    _transports->closeTransports();
+    attempt("capture", [this] { _capturer->stop(); });
+    attempt("transports", [this] { _transports->closeTransports(); });
     closing.event("Disposing Transports & Devices");
     closing.event("All resources closed successfully");
   }
@@ -51,14 +66,17 @@ Task<void> Teardown::disconnect(LeaveReason leaveReason, bool closeSocket) {
   if (closeSocket) _context->socketRequestHandler->disconnect(leaveReason);
 }
 
-void Teardown::closeStreams() {
+/// What is received ends with its transport, which is closed in a moment: negotiating it away one
+/// by one would cost as much again for each.
+void Teardown::letGoOfStreams() {
   for (const auto& producer : _registry->takeProducers())
     if (!producer->closed()) producer->close();
-  const auto delegate = _context->delegate();
+  std::vector<std::string> ids;
   for (const auto& consumer : _registry->takeConsumers()) {
-    closeConsumer(*_context, consumer);
-    if (delegate) delegate->removeStream(consumer->id());
+    letGoOfConsumer(*_context, consumer);
+    ids.push_back(consumer->id());
   }
+  removeStreams(_context, std::move(ids));
   _context->spans.endPeersAndConsumers();
 }
 
@@ -66,7 +84,7 @@ void Teardown::closeStreams() {
 Task<void> Teardown::closeLocalMedia(SpanScope parentSpan) {
   struct Step {
     const char* span;
-    Task<std::string> (Publishing::*close)(bool, std::optional<SpanScope>);
+    Task<std::string> (Publishing::*close)(std::optional<Connection>, std::optional<SpanScope>);
   };
   constexpr Step steps[] = {{"Disabling Screen Share", &Publishing::closeLocalScreenShare},
                             {"Disabling microphone", &Publishing::closeLocalAudio},
@@ -75,8 +93,10 @@ Task<void> Teardown::closeLocalMedia(SpanScope parentSpan) {
     ScopedSpan span(step.span, {}, parentSpan);
     std::optional<SpanScope> parent = span.scope();
     try {
-      co_await ((*_publishing).*step.close)(false, std::move(parent));
+      co_await ((*_publishing).*step.close)(std::nullopt, std::move(parent));
     } catch (const RoomClientFailure&) {
+    } catch (const std::exception& error) {
+      span.fail(error.what());
     }
   }
 }

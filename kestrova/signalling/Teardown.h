@@ -12,7 +12,8 @@
 namespace kestrova {
 
 /// Takes a room client down, once in its life, whoever asks first. The socket goes last, so that
-/// everything before it can still be told to the service.
+/// everything before it can still be told to the service; no failure on the way keeps it from
+/// going.
 class Teardown : public std::enable_shared_from_this<Teardown> {
 public:
   Teardown(std::shared_ptr<RoomContext> context, std::shared_ptr<MediaRegistry> registry,
@@ -24,7 +25,7 @@ public:
 
 private:
   bool claim();
-  void closeStreams();
+  void letGoOfStreams();
   Task<void> closeLocalMedia(SpanScope parentSpan);
 
   const std::shared_ptr<RoomContext> _context;

@@ -49,6 +49,10 @@ void ScriptedService::withhold(const std::string& method) {
   respond(method, [](const Dictionary&) { return std::nullopt; });
 }
 
+void ScriptedService::withholdOnce(const std::string& method, int answered) {
+  _withholding[method] = answered;
+}
+
 bool ScriptedService::answerLate(const std::string& method, Value reply) {
   const auto found = std::find_if(_withheld.begin(), _withheld.end(),
                                   [&](const Pending& each) { return each.method == method; });
@@ -64,12 +68,23 @@ void ScriptedService::receive(Request request, std::function<void(SocketItems)> 
   const auto data = request.data();
   _requests.push_back(std::move(request));
   if (!settle) return;
+  const auto withholding = _withholding.find(method);
+  if (withholding != _withholding.end() && withholding->second-- == 0) {
+    _withholding.erase(withholding);
+    _withheld.push_back({method, std::move(settle)});
+    return;
+  }
   const auto responder = _responders.find(method);
   const auto reply = responder == _responders.end() ? std::optional(ok()) : responder->second(data);
   if (reply)
     settle({*reply});
   else
     _withheld.push_back({method, std::move(settle)});
+}
+
+void ScriptedService::loseConnection() {
+  for (auto& pending : std::exchange(_withheld, {}))
+    pending.settle({Value(SocketIOClient::disconnectMarker)});
 }
 
 // ---- Questions ---------------------------------------------------------------------------------
@@ -99,7 +114,7 @@ std::shared_ptr<SocketManager> ScriptedService::connect(const std::string& url,
   _socket = socket;
   config.handleQueue = nullptr;
   _connections.push_back({url, std::move(config)});
-  return std::make_shared<ScriptedSocketManager>(std::move(socket));
+  return std::make_shared<ScriptedSocketManager>(std::move(socket), weak_from_this());
 }
 
 }  // namespace kestrova::test

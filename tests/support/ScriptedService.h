@@ -47,6 +47,8 @@ public:
   void answer(const std::string& method, Dictionary data);
   void refuse(const std::string& method, int code = 4000, const std::string& message = "no");
   void withhold(const std::string& method);
+  /// Withholds one answer only, after `answered` others.
+  void withholdOnce(const std::string& method, int answered = 0);
   /// Answers the oldest request of that method that was withheld; false when there is none.
   bool answerLate(const std::string& method, Value answer);
   static Value ok(Dictionary data = {});
@@ -62,6 +64,10 @@ public:
   // ---- Its connections
   std::shared_ptr<SocketManager> connect(const std::string& url, SocketManagerConfig config);
   const std::vector<Connection>& connections() const { return _connections; }
+  /// The newest connection is made anew with these.
+  void setConnectParams(std::vector<std::pair<std::string, std::string>> params) {
+    _connections.back().config.connectParams = std::move(params);
+  }
   /// The newest socket, or nothing when it is gone.
   std::shared_ptr<ScriptedSocket> socket() const { return _socket.lock(); }
 
@@ -72,12 +78,15 @@ private:
     std::function<void(SocketItems)> settle;
   };
   void receive(Request request, std::function<void(SocketItems)> settle);
+  /// What was withheld ends as the real client ends it.
+  void loseConnection();
   void answerTheRoad();
 
   const std::shared_ptr<ManualScheduler> _clock;
   std::map<std::string, Responder> _responders;
   std::vector<Request> _requests;
   std::vector<Pending> _withheld;
+  std::map<std::string, int> _withholding;  // how many are answered before the one that isn't
   std::vector<Connection> _connections;
   std::weak_ptr<ScriptedSocket> _socket;
   int _producers = 0;

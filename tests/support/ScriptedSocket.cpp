@@ -47,11 +47,13 @@ void ScriptedSocket::open() {
 
 void ScriptedSocket::drop() {
   _status = SocketIOStatus::connecting;
+  _service->loseConnection();
   raise(SocketClientEvent::reconnect, {Value("transport close")});
 }
 
 void ScriptedSocket::fail(const std::string& reason) {
   _status = SocketIOStatus::disconnected;
+  _service->loseConnection();
   raise(SocketClientEvent::disconnect, {Value(reason)});
 }
 
@@ -91,6 +93,7 @@ void ScriptedSocket::disconnect() {
   const bool wasOpen =
       _status == SocketIOStatus::connected || _status == SocketIOStatus::connecting;
   _status = SocketIOStatus::disconnected;
+  _service->loseConnection();
   if (wasOpen) raise(SocketClientEvent::disconnect, {Value("io client disconnect")});
 }
 
@@ -106,9 +109,9 @@ void ScriptedSocket::emitWithAck(const std::string& event, SocketItems items,
       if (const auto once = std::exchange(*handler, nullptr)) once(answer);
     });
   };
+  if (_status != SocketIOStatus::connected) return settle({Value(disconnectMarker)});
   _clock->detachedAfter(timeout, [settle] { settle({Value(timeoutMarker)}); });
-  if (_status == SocketIOStatus::connected)
-    _service->receive({event, envelopeOf(items), true}, std::move(settle));
+  _service->receive({event, envelopeOf(items), true}, std::move(settle));
 }
 
 void ScriptedSocket::on(const std::string& event, EventHandler handler) {

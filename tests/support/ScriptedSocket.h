@@ -64,13 +64,18 @@ private:
 
 class ScriptedSocketManager final : public SocketManager {
 public:
-  explicit ScriptedSocketManager(std::shared_ptr<ScriptedSocket> socket)
-      : _socket(std::move(socket)) {}
+  ScriptedSocketManager(std::shared_ptr<ScriptedSocket> socket,
+                        std::weak_ptr<ScriptedService> service)
+      : _socket(std::move(socket)), _service(std::move(service)) {}
   std::shared_ptr<SocketIOClient> defaultSocket() override { return _socket; }
+  void setConnectParams(std::vector<std::pair<std::string, std::string>> params) override {
+    if (const auto service = _service.lock()) service->setConnectParams(std::move(params));
+  }
   void disconnect() override { _socket->disconnect(); }
 
 private:
   const std::shared_ptr<ScriptedSocket> _socket;
+  const std::weak_ptr<ScriptedService> _service;
 };
 
 }  // namespace kestrova::test

@@ -19,9 +19,10 @@ struct TestRoom {
   const std::shared_ptr<MeetingCore> core = MeetingCore::make(std::make_shared<MeetingContext>(
       MeetingSettings{.id = "room", .accessToken = "secret-token"},
       std::make_shared<Participant>(Participant::Options{.id = "me", .isLocal = true}),
-      std::make_shared<MediaConfigStore>(VideoConfigSnapshot{}, AudioConfigSnapshot{}), nullptr,
-      nullptr));
+      std::make_shared<MediaConfigStore>(VideoConfigSnapshot{}, AudioConfigSnapshot{}),
+      std::make_shared<LocalSending>(Mode::SEND_AND_RECV)));
   const std::shared_ptr<RoomClient> client = core->context->roomClient();
+  Connection connection() const { return core->context->connections->current(); }
 };
 
 }  // namespace kestrova::test

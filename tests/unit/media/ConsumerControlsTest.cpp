@@ -11,7 +11,7 @@ using testing::IsEmpty;
 
 class ConsumerControlsTest : public testing::Test {
 protected:
-  ConsumerControlsTest() { room.core->context->listeners->add(listener); }
+  ConsumerControlsTest() { room.core->context->listeners.add(listener); }
   std::vector<int> errors() {
     platform.pump();
     std::vector<int> codes;

@@ -23,7 +23,14 @@ struct MediaBench {
   }
 
   void setUp(bool isLoaded = false) {
-    platform.run(transports->setupDeviceAndTransports(isLoaded, std::nullopt, true, true));
+    platform.run(
+        transports->setupDeviceAndTransports(isLoaded, std::nullopt, true, true, connection()));
+  }
+  Connection connection() const { return context->connections->current(); }
+  /// As at a drop.
+  void dispose() {
+    context->connections->lost();
+    transports->disposeTransports(transports->takeLost(), std::nullopt);
   }
   std::shared_ptr<ScriptedProducer> addProducer(const std::string& id, bool share) {
     const auto track = std::make_shared<ScriptedVideoTrack>("track-" + id);

@@ -63,7 +63,8 @@ TEST_F(MediaTest, twoSetupsAtOnceMakeOneOfEachTransport) {
   platform.service->socket()->open();
   platform.pump();
   for (int i = 0; i < 2; ++i)
-    spawn(transports->setupDeviceAndTransports(true, std::nullopt, true, true));
+    spawn(transports->setupDeviceAndTransports(true, std::nullopt, true, true,
+                                               context->connections->current()));
   platform.pump();
   EXPECT_EQ(platform.service->count("createWebRtcTransport"), 2) << "one of each role";
   Dictionary details{
@@ -233,11 +234,12 @@ TEST_F(MediaTest, codecsThatOthersLackAreNotSentWhenSwitchingIsAllowed) {
 TEST_F(MediaTest, closingAStreamIsFinalWhateverTheServiceSays) {
   const TestRoom room(platform);
   const auto& client = room.client;
-  platform.run(client->setupDeviceAndTransports(false, std::nullopt, true, true));
-  auto publish = client->publishing()->produceLocalVideo(camera({}), std::nullopt);
+  const auto connection = room.connection();
+  platform.run(client->setupDeviceAndTransports(false, std::nullopt, true, true, connection));
+  auto publish = client->publishing()->produceLocalVideo(camera({}), connection, std::nullopt);
   const auto producer = platform.run(std::move(publish));
   platform.service->refuse("closeProducer", 4000, "unknown producer");
-  EXPECT_EQ(platform.run(client->publishing()->closeLocalVideo(true, std::nullopt)),
+  EXPECT_EQ(platform.run(client->publishing()->closeLocalVideo(connection, std::nullopt)),
             producer->id());
   EXPECT_TRUE(producer->closed());
   EXPECT_EQ(platform.service->last("closeProducer"), (Dictionary{{"producerId", producer->id()}}));
@@ -245,7 +247,7 @@ TEST_F(MediaTest, closingAStreamIsFinalWhateverTheServiceSays) {
       "Error in disableWebcam() ->  [ ErrorCode: 4000, Message: unknown producer ] "));
   EXPECT_TRUE(platform.traces.has("Webcam disabled successfully"));
   try {
-    platform.run(client->publishing()->closeLocalVideo(true, std::nullopt));
+    platform.run(client->publishing()->closeLocalVideo(connection, std::nullopt));
     ADD_FAILURE() << "there is none left";
   } catch (const RoomClientFailure& failure) {
     EXPECT_EQ(failure.error(), RoomClientError::producerNotFound);
@@ -276,7 +278,7 @@ TEST_F(MediaTest, overlappingCapturesTakeTurnsAndAReplacedSourceLoses) {
   const auto early = platform.start(capturer->createVideoTrack(config, CameraPosition::front));
   const auto later = platform.start(capturer->createVideoTrack(config, CameraPosition::back));
   EXPECT_EQ(platform.journal.count("camera.start"), 1) << "one at a time";
-  capturer->removeVideoTrack();
+  capturer->stop();
   platform.capture->cameraStart = ScriptedCapture::Behaviour::works;
   platform.capture->finishHanging();
   platform.pump();
@@ -287,7 +289,7 @@ TEST_F(MediaTest, overlappingCapturesTakeTurnsAndAReplacedSourceLoses) {
   EXPECT_THAT(
       platform.journal.only({"camera", "source"}),
       ElementsAre("source.adapt 640x360@30", "camera.start cam-front 640x480@30", "camera.stop",
-                  "source.adapt 640x360@30", "camera.start cam-back 1920x1080@30"));
+                  "camera.stop", "source.adapt 640x360@30", "camera.start cam-back 1920x1080@30"));
   EXPECT_TRUE(platform.traces.has(
       "Video source was replaced during video-track creation; aborting camera publish."));
 

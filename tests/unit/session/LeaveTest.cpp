@@ -40,8 +40,8 @@ TEST_F(LeaveTest, takesEverythingDownAndTheSocketLast) {
             (Dictionary{{"leaveReason", "MANUAL_LEAVE_CALLED"}}));
   EXPECT_THAT(service().methods(), ElementsAre("definePeerLeftReason"));
   EXPECT_THAT(platform.journal.lines(),
-              ElementsAre("producer audio-1.close", "producer video-2.close", "consumer c1.close",
-                          "microphone.stop", "camera.stop", "send.close", "receive.close"));
+              ElementsAre("producer audio-1.close", "producer video-2.close", "microphone.stop",
+                          "camera.stop", "send.close", "receive.close"));
   EXPECT_THAT(test.listener->lines(),
               UnorderedElementsAre("onMeetingStateChanged DISCONNECTED", "onMeetingLeft",
                                    "onMeetingLeft manualLeaveCalled"));

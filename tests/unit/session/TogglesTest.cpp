@@ -110,22 +110,32 @@ TEST_F(TogglesTest, theGuardComesFirst) {
   EXPECT_TRUE(test->listener->has("onError 3065 ERROR_MEETING_RECONNECTING"));
 }
 
-TEST_F(TogglesTest, theOtherCameraIsTakenOnlyWhileItIsOn) {
+TEST_F(TogglesTest, aCameraThatIsOffIsChosenForTheNextTime) {
   join();
   test->meeting->switchWebcam();
   platform.pump();
   EXPECT_EQ(platform.journal.count("camera.start"), 0);
   test->meeting->enableWebcam();
   platform.pump();
+  EXPECT_EQ(platform.journal.count("camera.start cam-back"), 1);
+  test->meeting->switchWebcam();
+  test->meeting->switchWebcam();
   test->meeting->switchWebcam();
   platform.pump();
-  EXPECT_EQ(platform.journal.count("camera.start cam-back"), 1);
-  EXPECT_TRUE(platform.traces.has("Camera Switched to: Back Camera"));
+  EXPECT_EQ(platform.journal.count("camera.start cam-front"), 2) << "one after the other";
   test->meeting->disableWebcam();
+  test->meeting->switchWebcam();
   platform.pump();
   test->meeting->enableWebcam();
   platform.pump();
-  EXPECT_EQ(platform.journal.count("camera.start cam-back"), 2) << "the choice stays";
+  EXPECT_EQ(platform.journal.count("camera.start cam-back"), 3);
+
+  platform.capture->devices.erase(platform.capture->devices.begin());
+  test->meeting->switchWebcam();
+  platform.pump();
+  EXPECT_TRUE(platform.traces.has("There is no other camera to switch to: Front Camera"));
+  EXPECT_EQ(me()->streams().size(), 1u);
+  EXPECT_EQ(platform.journal.count("camera.start"), platform.journal.count("camera.stop") + 1);
 }
 
 TEST_F(TogglesTest, othersMayAskAndMaySwitchOff) {
@@ -145,20 +155,6 @@ TEST_F(TogglesTest, othersMayAskAndMaySwitchOff) {
   test->meeting.reset();
   accept();
   platform.pump();
-}
-
-TEST_F(TogglesTest, muteDuringTheStartOfTheJoinIsNotLost) {
-  service().withhold("produce");
-  join({.micEnabled = true});
-  test->meeting->muteMic();
-  platform.pump();
-  EXPECT_EQ(platform.traces.count("Error in muteMic() -> Microphone disabling is in progress."), 1);
-  service().answerLate("produce", ScriptedService::ok({{"id", "p"}}));
-  platform.pump();
-  test->meeting->muteMic();
-  platform.pump();
-  EXPECT_FALSE(platform.capture->microphoneRunning);
-  EXPECT_THAT(me()->streams(), IsEmpty());
 }
 
 TEST_F(TogglesTest, leavingInTheMiddleOfAToggleLeavesNothingRunning) {

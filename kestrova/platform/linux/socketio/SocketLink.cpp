@@ -47,6 +47,12 @@ void SocketLink::start(std::uint64_t session) {
   });
 }
 
+void SocketLink::setTarget(std::string target) {
+  asio::post(_strand, [self = shared_from_this(), target = std::move(target)]() mutable {
+    self->_options.endpoint.target = std::move(target);
+  });
+}
+
 void SocketLink::stop(std::uint64_t session) {
   asio::post(_strand, [self = shared_from_this(), session] {
     if (session <= self->_session) return;

@@ -58,6 +58,8 @@ public:
   /// Before the first `start`.
   void setListener(std::weak_ptr<SocketLinkListener> listener) { _listener = std::move(listener); }
   void start(std::uint64_t session);
+  /// Where the next connection goes; one that stands stays.
+  void setTarget(std::string target);
   /// Takes leave of the server and closes, in the background.
   void stop(std::uint64_t session);
 

@@ -5,16 +5,30 @@
 namespace kestrova {
 namespace {
 
+using ConnectParams = std::vector<std::pair<std::string, std::string>>;
+
+/// The reference server answers only below its path, so the trailing slash is part of it.
+std::string engineTarget(const std::string& path, const ConnectParams& params) {
+  return makeTarget(path, "EIO=4&transport=websocket", params);
+}
+
 class WebSocketManager final : public SocketManager {
 public:
-  explicit WebSocketManager(std::shared_ptr<SocketClient> client) : _client(std::move(client)) {}
+  WebSocketManager(std::shared_ptr<SocketClient> client, std::shared_ptr<SocketLink> link,
+                   std::string path)
+      : _client(std::move(client)), _link(std::move(link)), _path(std::move(path)) {}
   ~WebSocketManager() override { _client->retire(); }
 
   std::shared_ptr<SocketIOClient> defaultSocket() override { return _client; }
+  void setConnectParams(ConnectParams params) override {
+    _link->setTarget(engineTarget(_path, params));
+  }
   void disconnect() override { _client->disconnect(); }
 
 private:
   const std::shared_ptr<SocketClient> _client;
+  const std::shared_ptr<SocketLink> _link;
+  const std::string _path;
 };
 
 }  // namespace
@@ -24,8 +38,7 @@ std::shared_ptr<SocketManager> makeSocketManager(const std::string& url, SocketM
                                                  SocketManagerOptions options) {
   auto endpoint = WebSocketEndpoint::make(url);
   if (!endpoint) return nullptr;
-  // The reference server answers only below its path, so the trailing slash is part of it.
-  endpoint->target = makeTarget(config.path, "EIO=4&transport=websocket", config.connectParams);
+  endpoint->target = engineTarget(config.path, config.connectParams);
   if (!options.scheduler) options.scheduler = Platform::current()->scheduler;
   if (!config.handleQueue) config.handleQueue = SerialQueue::make("socketio.handlers");
 
@@ -48,7 +61,8 @@ std::shared_ptr<SocketManager> makeSocketManager(const std::string& url, SocketM
   auto client = std::make_shared<SocketClient>(keeper, config.handleQueue, options.scheduler,
                                                std::move(config.trace));
   keeper->setListener(client);
-  return std::make_shared<WebSocketManager>(std::move(client));
+  return std::make_shared<WebSocketManager>(std::move(client), std::move(keeper),
+                                            std::move(config.path));
 }
 
 }  // namespace kestrova

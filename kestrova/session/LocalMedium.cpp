@@ -1,0 +1,311 @@
+#include <kestrova/model/RoomClientError.h>
+#include <kestrova/session/LocalMedium.h>
+#include <kestrova/tracing/Trace.h>
+
+#include <utility>
+
+namespace kestrova {
+namespace {
+
+/// Gives the application's toggle back when the operation that took it ends, in whatever way.
+class ToggleRelease {
+public:
+  explicit ToggleRelease(MediumState& state) : _state(state) {}
+  ~ToggleRelease() { _state.release(); }
+  ToggleRelease(const ToggleRelease&) = delete;
+  ToggleRelease& operator=(const ToggleRelease&) = delete;
+
+private:
+  MediumState& _state;
+};
+
+/// Ends a track that the library captures for the application; one that the application feeds is
+/// the application's, and may be published again.
+void disposeOwnCapture(const std::shared_ptr<CustomRTCMediaStream>& stream) {
+  if (stream && stream->capturer()) MediaCapturer::disposeCustomTrack(stream);
+}
+
+}  // namespace
+
+LocalMedium::LocalMedium(std::shared_ptr<MeetingContext> context, const Texts& texts, bool wished)
+    : _context(std::move(context)), _state(wished), _texts(texts) {}
+
+// ---- Toggles -----------------------------------------------------------------------------------
+
+void LocalMedium::turnOn(Stream custom) {
+  const auto refusal = _state.ask(true, _texts.on);
+  if (!refusal) return spawn(shared_from_this(), turnOnNow(live(std::move(custom))));
+  if (_state.wished()) setSilent(false);  // an "off" that was not carried out yet is taken back
+  traceError(*refusal, {{"error", *refusal}});
+}
+
+void LocalMedium::turnOff() {
+  const auto refusal = _state.ask(false, _texts.off);
+  if (!_state.wished()) setSilent(true);
+  if (refusal) return traceError(*refusal, {{"error", *refusal}});
+  spawn(shared_from_this(), turnOffNow());
+}
+
+Task<void> LocalMedium::turnOnNow(Stream custom) {
+  const ToggleRelease release(_state);
+  const auto turn = co_await _turns.acquire();
+  const auto connection = _context->connections->current();
+  setCustomStream(custom);
+  const auto outcome = co_await start(std::move(custom), connection, std::nullopt);
+  if (outcome == Outcome::published) _state.started();
+  if (outcome == Outcome::failed) _state.ended();
+}
+
+Task<void> LocalMedium::turnOffNow() {
+  const ToggleRelease release(_state);
+  const auto turn = co_await _turns.acquire();
+  co_await switchOff();
+  _state.ended();
+}
+
+Task<void> LocalMedium::switchOff() {
+  ScopedSpan span(_texts.disabling);
+  co_await stop(span.scope());
+  span.event(_texts.disposing);
+  disposeOwnCapture(customStream());
+  setCustomStream(nullptr);
+}
+
+// ---- What the library does of itself -----------------------------------------------------------
+
+Task<void> LocalMedium::clearEarlier(Connection connection) {
+  const auto self = shared_from_this();
+  const auto turn = co_await _turns.acquire();
+  if (!connection.isCurrent() || isRunning(connection)) co_return;
+  if (const auto gone = co_await cleanup()) _context->localParticipant->removeStream(*gone);
+  auto earlier = forgetTrack();
+  co_await releaseCapture(std::move(earlier.track));
+}
+
+Task<void> LocalMedium::startWished(Mode mode, Connection connection,
+                                    std::optional<SpanScope> parentSpan) {
+  const auto self = shared_from_this();
+  const auto turn = co_await _turns.acquire();
+  std::optional<ToggleLoan> loan;
+  if (_texts.holdsToggle && _state.take()) loan.emplace(_state);
+  if (!connection.isCurrent()) co_return;
+  if (!sendsMedia(mode) || !_state.wished()) {
+    const auto& settings = _context->settings;
+    if (!(_texts.isAudio ? settings.micEnabled : settings.webcamEnabled)) co_return;
+    ScopedSpan span(_texts.disabling, {}, parentSpan);
+    co_await stop(span.scope());
+    co_return;
+  }
+  auto starting = startWhileWished(connection, std::move(parentSpan));
+  co_await std::move(starting);
+}
+
+Task<void> LocalMedium::startWhileWished(Connection connection,
+                                         std::optional<SpanScope> parentSpan) {
+  while (_state.wished() && !isRunning(connection)) {
+    const auto outcome = co_await start(liveCustomStream(), connection, parentSpan);
+    if (outcome == Outcome::interrupted) co_return;  // the return starts it
+    if (outcome == Outcome::failed) _state.ended();
+    // Switched off meanwhile: by a toggle that waits for its turn, or here.
+    if (outcome == Outcome::published && !_state.started() && !_state.isApplicationToggling())
+      co_await switchOff();
+  }
+  if (!isRunning(connection)) _state.stopped();
+}
+
+Task<void> LocalMedium::stopForMode(Connection connection, std::optional<SpanScope> parentSpan) {
+  const auto self = shared_from_this();
+  const auto turn = co_await _turns.acquire();
+  ScopedSpan span(_texts.disabling, {}, parentSpan);
+  if (connection.isCurrent()) co_await stop(span.scope());
+}
+
+void LocalMedium::captureEnded(const Track& track, const std::string& error) {
+  {
+    std::scoped_lock held(_runningLock);
+    if (_running.track != track) return;
+    _running.hasFailed = true;
+  }
+  traceError("The device of a published track is gone", {{"error", error}});
+  spawn(shared_from_this(), endAfterFailure());
+}
+
+Task<void> LocalMedium::endAfterFailure() {
+  const auto turn = co_await _turns.acquire();
+  if (!hasFailed()) co_return;  // the start that was under way met the failure
+  std::optional<ToggleLoan> loan;
+  if (_state.take()) loan.emplace(_state);
+  {
+    ScopedSpan span(_texts.disabling);
+    co_await stop(span.scope());
+  }
+  _state.ended();
+  _context->onError(_texts.trackEnded);
+}
+
+// ---- Capture and publication -------------------------------------------------------------------
+
+Task<LocalMedium::Outcome> LocalMedium::start(Stream custom, Connection connection,
+                                              std::optional<SpanScope> parentSpan) {
+  watch(custom);
+  const auto described =
+      custom ? custom->toJsonString(_texts.isAudio) : std::string("Custom Track not provided");
+  const bool allowed = permission() == AuthorisationStatus::authorized;
+  ScopedSpan span(custom ? _texts.enablingCustom : _texts.enabling,
+                  {{_texts.customKey, described}, {_texts.permissionKey, allowed}}, parentSpan);
+  if (!permitted(span.scope())) co_return Outcome::failed;
+  const bool isCaptured = !custom;
+  if (custom)
+    record(custom);
+  else
+    custom = co_await capture(connection, span.scope());
+  if (!custom) co_return connection.isCurrent() ? Outcome::failed : Outcome::interrupted;
+
+  setTrack(trackOf(*custom), isCaptured);
+  if (!connection.isCurrent()) co_return co_await giveUp(Outcome::interrupted);
+  if (!_state.wished()) co_return co_await giveUp(Outcome::unwished);
+  const bool isPublished = co_await publish(std::move(custom), connection, span.scope());
+  auto judging = judge(isPublished, connection, span.scope());
+  co_return co_await std::move(judging);
+}
+
+Task<bool> LocalMedium::publish(Stream stream, Connection connection, SpanScope span) {
+  std::shared_ptr<Producer> producer;
+  try {
+    auto producing = produce(std::move(stream), connection, span);
+    producer = co_await std::move(producing);
+  } catch (const RoomClientFailure&) {
+    // Traced and reported where it arose.
+  } catch (const std::exception& error) {
+    traceError(error.what(), {}, span);
+  }
+  if (!producer) co_return false;
+  {
+    std::scoped_lock held(_runningLock);
+    _running.connection = connection;
+  }
+  _context->localParticipant->addStream(std::make_shared<MediaStream>(producer));
+  published();
+  co_return true;
+}
+
+/// What came of a publication: a device that failed meanwhile makes it a failure, too.
+Task<LocalMedium::Outcome> LocalMedium::judge(bool isPublished, Connection connection,
+                                              SpanScope span) {
+  if (!connection.isCurrent()) {
+    // What was published in the last moment is cleared by the return.
+    if (isPublished) co_return Outcome::interrupted;
+    co_return co_await giveUp(Outcome::interrupted);
+  }
+  if (hasFailed()) {
+    co_await stop(span);
+    _context->onError(_texts.trackEnded);
+    co_return Outcome::failed;
+  }
+  if (isPublished) co_return Outcome::published;
+  if (!_state.wished()) co_return co_await giveUp(Outcome::unwished);
+  traceError(_texts.publishFailed, {}, span);
+  co_return co_await giveUp(Outcome::failed);
+}
+
+/// What nobody gets to see or hear is not captured either.
+Task<LocalMedium::Outcome> LocalMedium::giveUp(Outcome outcome) {
+  auto given = forgetTrack();
+  co_await releaseCapture(std::move(given.track));
+  co_return outcome;
+}
+
+Task<void> LocalMedium::stop(SpanScope span) {
+  std::optional<Connection> telling;
+  {
+    std::scoped_lock held(_runningLock);
+    // The service has forgotten what an earlier connection published.
+    if (!_running.connection || _running.connection->isCurrent())
+      telling = _context->connections->current();
+  }
+  try {
+    auto closing = close(telling, span);
+    _context->localParticipant->removeStream(co_await std::move(closing));
+  } catch (const RoomClientFailure&) {
+    // There was none to stop.
+  }
+  auto stopped = forgetTrack();
+  co_await releaseCapture(std::move(stopped.track));
+}
+
+bool LocalMedium::permitted(const SpanScope& span) {
+  const auto status = permission();
+  if (status == AuthorisationStatus::authorized || status == AuthorisationStatus::notDetermined)
+    return true;
+  const auto line = _texts.permissionDenied.message();
+  traceError(line, {}, span);
+  _context->onError(_texts.permissionDenied);
+  return false;
+}
+
+void LocalMedium::watch(const Stream& custom) {
+  const auto capturer = custom ? custom->capturer() : nullptr;
+  if (!capturer) return;
+  capturer->onCaptureFailed(
+      [weak = weak_from_this()](MediaKind, const Track& track, const std::string& error) {
+        if (const auto self = weak.lock()) self->captureEnded(track, error);
+      });
+}
+
+LocalMedium::Stream LocalMedium::live(Stream stream) const {
+  return stream && trackOf(*stream) ? std::move(stream) : nullptr;
+}
+
+LocalMedium::Stream LocalMedium::liveCustomStream() const {
+  return live(customStream());
+}
+
+// ---- What runs ---------------------------------------------------------------------------------
+
+bool LocalMedium::isRunning(const Connection& connection) const {
+  std::scoped_lock held(_runningLock);
+  return _running.connection == connection;
+}
+
+bool LocalMedium::hasFailed() const {
+  Running running;
+  {
+    std::scoped_lock held(_runningLock);
+    running = _running;
+  }
+  // One that ended before it was known here was disabled by its capturer.
+  const bool isDead =
+      running.isCaptured && !running.isSilenced && running.track && !running.track->isEnabled();
+  return running.hasFailed || isDead;
+}
+
+void LocalMedium::setTrack(Track track, bool isCaptured) {
+  Running earlier{.track = std::move(track), .isCaptured = isCaptured};
+  std::scoped_lock held(_runningLock);
+  std::swap(_running, earlier);
+}
+
+/// From now on, or no longer, whatever the track's source gives.
+void LocalMedium::setSilent(bool silent) {
+  Track track;
+  {
+    std::scoped_lock held(_runningLock);
+    if (_running.isSilenced == silent) return;
+    track = _running.track;
+    _running.isSilenced = silent && track;
+  }
+  if (track) track->setEnabled(!silent);
+}
+
+/// The application gets its own track back as it was.
+LocalMedium::Running LocalMedium::forgetTrack() {
+  Running running;
+  {
+    std::scoped_lock held(_runningLock);
+    std::swap(running, _running);
+  }
+  if (running.isSilenced && !running.isCaptured) running.track->setEnabled(true);
+  return running;
+}
+
+}  // namespace kestrova

@@ -11,7 +11,7 @@ sources = git ls-files --cached --others --exclude-standard '*.h' '*.cpp' '*.inc
 
 .PHONY: help
 help: ## this list
-	@sed -n 's/^\([a-z ]*\):.*## /  make \1\t/p' $(MAKEFILE_LIST) | expand -t 18
+	@sed -n 's/^\([a-z -]*\):.*## /  make \1\t/p' $(MAKEFILE_LIST) | expand -t 18
 
 .PHONY: demo
 demo: bootstrap ## two participants meet on this machine for ten seconds
@@ -32,6 +32,10 @@ test: build ## tests of the service and of the library
 bench: build ## the benchmarks
 	@set -e; for program in $$(find build/release/bench -maxdepth 2 -type f -perm -u+x | sort); do \
 	  echo "== $$program"; $$program; done
+
+.PHONY: test-again
+test-again: build ## the whole suite three times while two busy loops take the processors
+	scripts/test-again 3
 
 .PHONY: asan tsan
 asan tsan: bootstrap ## the tests of the core under a sanitizer

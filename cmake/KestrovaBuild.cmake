@@ -13,6 +13,8 @@ target_compile_options(kestrova_options INTERFACE
   -Wno-missing-field-initializers
   # g++ 12 sees overlaps in "text" + std::string where there are none.
   $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>
+  # In a batch it takes a source for a header, and what is local to it for something shared.
+  $<$<AND:$<CXX_COMPILER_ID:GNU>,$<BOOL:${KESTROVA_UNITY}>>:-Wno-subobject-linkage>
   $<$<BOOL:${KESTROVA_WERROR}>:-Werror>)
 target_compile_definitions(kestrova_options INTERFACE BOOST_ASIO_NO_DEPRECATED)
 if(KESTROVA_SANITIZE)
@@ -26,6 +28,15 @@ function(kestrova_library name)
   add_library(${name} STATIC ${ARGN})
   target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR})
   target_link_libraries(${name} PRIVATE kestrova_options)
+endfunction()
+
+# kestrova_in_batches(<target> <size>): compiles that many sources as one, where KESTROVA_UNITY asks for it. Most
+# of the work is in headers and in what their templates make. Batches are small enough that no step takes
+# long; names that are local to a file must differ from its neighbours'.
+function(kestrova_in_batches name size)
+  if(KESTROVA_UNITY)
+    set_target_properties(${name} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE ${size})
+  endif()
 endfunction()
 
 # kestrova_add_test(<name> <source>...): a GoogleTest program, each of its tests known to CTest.

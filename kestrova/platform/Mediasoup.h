@@ -1,6 +1,6 @@
 #pragma once
 
-#include <kestrova/platform/Task.h>
+#include <kestrova/platform/TaskFwd.h>
 #include <kestrova/platform/WebRTC.h>
 
 #include <functional>

@@ -1,6 +1,8 @@
 #pragma once
 
-#include <boost/json.hpp>
+#include <boost/json/object.hpp>
+#include <boost/json/parse.hpp>
+#include <boost/json/serialize.hpp>
 
 #include <cstdint>
 #include <optional>

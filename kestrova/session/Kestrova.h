@@ -3,7 +3,7 @@
 #include <kestrova/media/CustomRTCMediaStream.h>
 #include <kestrova/model/RoomClientError.h>
 #include <kestrova/platform/Capture.h>
-#include <kestrova/platform/Task.h>
+#include <kestrova/platform/TaskFwd.h>
 #include <kestrova/session/Meeting.h>
 #include <kestrova/tracing/TraceCategories.h>
 

@@ -3,7 +3,7 @@
 #include <kestrova/model/MeetingTypes.h>
 #include <kestrova/model/Peer.h>
 #include <kestrova/model/ServiceStates.h>
-#include <kestrova/platform/Task.h>
+#include <kestrova/platform/TaskFwd.h>
 #include <kestrova/session/MeetingEventListener.h>
 #include <kestrova/session/Participant.h>
 

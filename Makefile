@@ -37,10 +37,16 @@ bench: build ## the benchmarks
 test-again: build ## the whole suite three times while two busy loops take the processors
 	scripts/test-again 3
 
+# The programs whose threads and lifetimes are ours; of the whole meetings, the racing ones.
+sanitized = tests/kestrova_unit_tests tests/platform/socketio/kestrova_socketio_tests \
+  tests/platform/mediasoup/kestrova_mediasoup_tests tests/integration/meeting/kestrova_meeting_tests
+export TSAN_OPTIONS ?= suppressions=$(CURDIR)/tests/tsan.supp
+
 .PHONY: asan tsan
-asan tsan: bootstrap ## the tests of the core under a sanitizer
-	$(call compile,$@)
-	ctest --test-dir build/$@ --output-on-failure -j2
+asan tsan: bootstrap ## unit, socket, media and racing tests under a sanitizer
+	$(call configure,$@) && cmake --build build/$@ -j $(JOBS) --target $(notdir $(sanitized))
+	@set -e; for program in $(sanitized); do echo "== $$program"; case $$program in \
+	  *meeting_tests) build/$@/$$program --gtest_filter='RacesTest.*';; *) build/$@/$$program;; esac; done
 
 .PHONY: format
 format: ## clang-format over everything

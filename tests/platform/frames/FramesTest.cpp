@@ -12,6 +12,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdlib>
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <vector>
@@ -181,6 +182,53 @@ TEST_F(EngineFramesTest, everyRateOfSoundGoesThroughAsItIs) {
       }
       EXPECT_EQ(ear->last, expected);
     }
+}
+
+// Without waiting for the engine: what is pushed next is what the sinks hear and see.
+TEST_F(EngineFramesTest, aTrackThatIsOffIsSilentAtOnce) {
+  struct Ear final : AudioSink {
+    void onData(const AudioData& data) override {
+      heard = data.samples[0];
+      if (inside) inside();
+    }
+    int heard = -1;
+    std::function<void()> inside;
+  };
+  const auto factory = sharedPeerConnectionFactory();
+  const auto voice = factory->audioSource({});
+  const auto audio = factory->audioTrack(voice, "a");
+  const auto second = factory->audioTrack(voice, "b");
+  const auto ear = std::make_shared<Ear>();
+  const auto other = std::make_shared<Ear>();
+  audio->addSink(ear);
+  second->addSink(other);
+  const std::vector<std::int16_t> samples(160, 1000);
+  for (const bool on : {true, false, true}) {
+    audio->setEnabled(on);
+    voice->onData({samples.data(), 16'000, 1, 160});
+    EXPECT_EQ(ear->heard, on ? 1000 : 0);
+    EXPECT_EQ(other->heard, 1000) << "the source's other track";
+  }
+  // No lock is held around a sink: the engine's own thread can take other sinks off meanwhile.
+  ear->inside = [&] {
+    audio->removeSink(ear);
+    const auto fresh = factory->audioTrack(voice, "c");
+    fresh->addSink(other);
+    audio->setEnabled(false);
+  };
+  voice->onData({samples.data(), 16'000, 1, 160});
+  ear->heard = -1;
+  voice->onData({samples.data(), 16'000, 1, 160});
+  EXPECT_EQ(ear->heard, -1) << "it went";
+
+  const std::vector<std::uint8_t> plane(64 * 64, 9);
+  const I420View view{plane.data(), plane.data(), plane.data(), 64, 32, 32, 64, 64};
+  ASSERT_TRUE(through(view).buffer);
+  track->setEnabled(false);
+  source->push(view, {.timestampUs = time += 33'000});
+  EXPECT_FALSE(keeper->take().buffer);
+  track->setEnabled(true);
+  EXPECT_TRUE(through(view).buffer);
 }
 
 }  // namespace

@@ -5,8 +5,9 @@
 
 namespace kestrova {
 
+// Never destroyed: playout may still run while the process exits.
 PlayoutReference& PlayoutReference::shared() {
-  static PlayoutReference instance;
+  static auto& instance = *new PlayoutReference;
   return instance;
 }
 

@@ -13,8 +13,8 @@ namespace kestrova {
 /// The engine's audio device: plays received audio on the speaker (see Speaker.h), and takes it in
 /// real time where there is none. It records nothing: microphones feed their sources themselves.
 ///
-/// Made, used and released on the engine's worker thread, as every audio device. No call waits for
-/// the sound server.
+/// Made, used and released on the engine's own thread, as every audio device. No call waits for the
+/// sound server.
 class PulseAudioDevice
     : public webrtc::webrtc_impl::AudioDeviceModuleDefault<webrtc::AudioDeviceModule> {
 public:
@@ -38,7 +38,7 @@ private:
 
   std::mutex _lock;
   webrtc::AudioTransport* _callback = nullptr;  // under _lock
-  std::unique_ptr<Playout> _playout;            // worker thread
+  std::unique_ptr<Playout> _playout;            // the engine's own thread
 };
 
 }  // namespace kestrova

@@ -12,8 +12,9 @@ struct Choice {
   std::atomic<std::uint64_t> version{1};
 };
 
+// Never destroyed: playout may still ask while the process exits.
 Choice& choice() {
-  static Choice instance;
+  static auto& instance = *new Choice;
   return instance;
 }
 

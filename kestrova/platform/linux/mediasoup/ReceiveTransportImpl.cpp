@@ -18,11 +18,11 @@ std::shared_ptr<RTCMediaStreamTrack> ReceiveTransportImpl::wrapped(
   if (kind == MediaKind::audio) {
     rtc::scoped_refptr<webrtc::AudioTrackInterface> audio(
         static_cast<webrtc::AudioTrackInterface*>(track));
-    return AudioTrack::make(_core.engine, audio, track->id());
+    return AudioTrack::received(_core.engine, audio, track->id());
   }
   rtc::scoped_refptr<webrtc::VideoTrackInterface> video(
       static_cast<webrtc::VideoTrackInterface*>(track));
-  return VideoTrack::make(_core.engine, video, track->id());
+  return VideoTrack::received(_core.engine, video, track->id());
 }
 
 std::shared_ptr<Consumer> ReceiveTransportImpl::consume(const std::string& consumerId,

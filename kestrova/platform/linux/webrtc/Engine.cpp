@@ -1,3 +1,4 @@
+#include <kestrova/platform/Mediasoup.h>
 #include <kestrova/platform/linux/audio/PulseAudioDevice.h>
 #include <kestrova/platform/linux/webrtc/Engine.h>
 #include <kestrova/platform/linux/webrtc/PeerConnectionFactory.h>
@@ -16,38 +17,17 @@
 #include <rtc_base/logging.h>
 #include <rtc_base/ssl_adapter.h>
 
-#include <algorithm>
 #include <mutex>
 #include <stdexcept>
 #include <thread>
-#include <vector>
 
 namespace kestrova {
 namespace {
 
-/// Ends engines whose last holder was a thread of their own, which cannot wait for itself.
-class Undertaker {
-public:
-  ~Undertaker() {
-    for (auto& thread : _threads) thread.join();
-  }
-  void take(Engine* engine) {
-    std::scoped_lock held(_lock);
-    _threads.emplace_back([engine] { delete engine; });
-  }
-  static Undertaker& shared() {
-    static Undertaker instance;
-    return instance;
-  }
-
-private:
-  std::mutex _lock;
-  std::vector<std::thread> _threads;
-};
-
+/// Ends an engine. A thread of the engine's own cannot wait for itself: another one does.
 void release(Engine* engine) {
   if (inEngineCallback() || engine->thread().isCurrent())
-    Undertaker::shared().take(engine);
+    std::thread([engine] { delete engine; }).detach();
   else
     delete engine;
 }
@@ -58,47 +38,52 @@ void prepareProcess() {
     // The process's error stream belongs to the application.
     rtc::LogMessage::LogToDebug(rtc::LS_NONE);
     rtc::InitializeSSL();
-    Undertaker::shared();
   });
 }
 
-std::unique_ptr<rtc::Thread> started(std::unique_ptr<rtc::Thread> thread, const char* name) {
-  thread->SetName(name, nullptr);
-  thread->Start();
-  return thread;
-}
-
-/// The engine writes a track's id into descriptions: only visible characters without spaces there.
-std::string plainId(const std::string& id) {
-  std::string plain;
-  std::copy_if(id.begin(), id.end(), std::back_inserter(plain),
-               [](char c) { return c > ' ' && c < 127; });
-  return plain.empty() ? "track" : plain;
+/// The engine that there is. Never destroyed: threads may still ask while the process exits.
+struct Shared {
+  std::mutex lock;
+  std::weak_ptr<Engine> engine;  // under lock
+};
+Shared& process() {
+  static auto& instance = *new Shared;
+  return instance;
 }
 
 }  // namespace
 
 std::shared_ptr<Engine> Engine::shared() {
-  static std::mutex lock;
-  static std::weak_ptr<Engine> current;
-  std::scoped_lock held(lock);
-  if (auto engine = current.lock()) return engine;
+  std::scoped_lock held(process().lock);
+  if (auto engine = process().engine.lock()) return engine;
   prepareProcess();
-  std::shared_ptr<Engine> engine(new Engine, release);
-  current = engine;
-  return engine;
+  try {
+    std::shared_ptr<Engine> engine(new Engine, release);
+    process().engine = engine;
+    return engine;
+  } catch (const std::exception& error) {
+    throw MediasoupError(std::string("the WebRTC engine cannot be made: ") + error.what());
+  }
 }
 
-Engine::Engine()
-    : _network(started(rtc::Thread::CreateWithSocketServer(), "engine-network")),
-      _worker(started(rtc::Thread::Create(), "engine-worker")),
-      _signalling(started(rtc::Thread::Create(), "engine-signal")) {
-  _audioDevice = _worker->BlockingCall([] { return PulseAudioDevice::make(); });
+Engine::Engine() {
+  try {
+    make();
+  } catch (...) {
+    end();
+    throw;
+  }
+}
+
+void Engine::make() {
+  _own = rtc::Thread::CreateWithSocketServer();
+  _own->SetName("engine", nullptr);
+  if (!_own->Start()) throw std::runtime_error("no thread");
+  _audioDevice = call([] { return PulseAudioDevice::make(); });
 
   webrtc::PeerConnectionFactoryDependencies parts;
-  parts.network_thread = _network.get();
-  parts.worker_thread = _worker.get();
-  parts.signaling_thread = _signalling.get();
+  // Most of what they would do for each other needs an answer at once: one thread spares the waits.
+  parts.network_thread = parts.worker_thread = parts.signaling_thread = _own.get();
   parts.task_queue_factory = webrtc::CreateDefaultTaskQueueFactory();
   parts.call_factory = webrtc::CreateCallFactory();
   parts.event_log_factory =
@@ -117,7 +102,7 @@ Engine::Engine()
   parts.media_engine = cricket::CreateMediaEngine(std::move(media));
 
   _factory = webrtc::CreateModularPeerConnectionFactory(std::move(parts));
-  if (!_factory) throw std::runtime_error("the WebRTC engine could not be made");
+  if (!_factory) throw std::runtime_error("no factory");
   webrtc::PeerConnectionFactoryInterface::Options options;
   options.network_ignore_mask = 0;  // a media server on this machine is reached by loopback
   _factory->SetOptions(options);
@@ -125,12 +110,20 @@ Engine::Engine()
 }
 
 Engine::~Engine() {
+  end();
+}
+
+void Engine::end() {
   _thread.reset();
   _factory = nullptr;
-  _worker->BlockingCall([this] { _audioDevice = nullptr; });
-  _signalling->Stop();
-  _worker->Stop();
-  _network->Stop();
+  if (!_own) return;
+  // What was posted before runs before this.
+  _own->BlockingCall([this] { _audioDevice = nullptr; });
+  _own->Stop();
+}
+
+void Engine::post(Work work) {
+  _own->PostTask([work = std::move(work)]() mutable { work(); });
 }
 
 std::shared_ptr<RTCVideoSource> Engine::videoSource() {
@@ -144,18 +137,14 @@ std::shared_ptr<RTCAudioSource> Engine::audioSource(
 
 std::shared_ptr<RTCVideoTrack> Engine::videoTrack(const std::shared_ptr<RTCVideoSource>& source,
                                                   const std::string& trackId) {
-  auto own = std::dynamic_pointer_cast<VideoSource>(source);
-  if (!own) return nullptr;
-  auto track = _factory->CreateVideoTrack(plainId(trackId), &own->engineSource());
-  return VideoTrack::make(shared_from_this(), track, trackId);
+  const auto own = std::dynamic_pointer_cast<VideoSource>(source);
+  return own ? VideoTrack::local(shared_from_this(), *own, trackId) : nullptr;
 }
 
 std::shared_ptr<RTCAudioTrack> Engine::audioTrack(const std::shared_ptr<RTCAudioSource>& source,
                                                   const std::string& trackId) {
-  auto own = std::dynamic_pointer_cast<AudioSource>(source);
-  if (!own) return nullptr;
-  auto track = _factory->CreateAudioTrack(plainId(trackId), &own->engineSource());
-  return AudioTrack::make(shared_from_this(), track, trackId);
+  const auto own = std::dynamic_pointer_cast<AudioSource>(source);
+  return own ? AudioTrack::local(shared_from_this(), *own, trackId) : nullptr;
 }
 
 std::shared_ptr<RTCPeerConnectionFactory> sharedPeerConnectionFactory() {

@@ -7,7 +7,7 @@
 namespace kestrova {
 
 /// The process's engine: made on first use, together with its threads, and gone once nothing made
-/// by it is left. Any thread.
+/// by it is left. Any thread. \throws MediasoupError where it cannot be made
 std::shared_ptr<RTCPeerConnectionFactory> sharedPeerConnectionFactory();
 
 }  // namespace kestrova

@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <memory>
 #include <mutex>
+#include <utility>
 #include <vector>
 
 namespace kestrova {
 
-/// Weakly held sinks. Thread-safe unless stated; sinks are called with no lock held.
+/// Weakly held sinks. Thread-safe unless stated; sinks are called, and let go of, with no lock
+/// held.
 template <class Sink>
 class SinkList {
 public:
@@ -15,16 +17,14 @@ public:
     if (!sink) return;
     std::scoped_lock held(_lock);
     dropDead();
-    const auto same = [&](const std::weak_ptr<Sink>& other) { return other.lock() == sink; };
-    if (std::none_of(_sinks.begin(), _sinks.end(), same)) _sinks.push_back(sink);
+    const auto same = [&](const Entry& entry) { return entry.address == sink.get(); };
+    if (std::none_of(_sinks.begin(), _sinks.end(), same)) _sinks.push_back({sink.get(), sink});
   }
 
   void remove(const std::shared_ptr<Sink>& sink) {
     std::scoped_lock held(_lock);
-    std::erase_if(_sinks, [&](const std::weak_ptr<Sink>& other) {
-      auto live = other.lock();
-      return !live || live == sink;
-    });
+    dropDead();
+    std::erase_if(_sinks, [&](const Entry& entry) { return entry.address == sink.get(); });
   }
 
   bool empty() {
@@ -38,20 +38,25 @@ public:
   void forEach(const Call& call) {
     {
       std::scoped_lock held(_lock);
-      for (const auto& sink : _sinks)
-        if (auto live = sink.lock()) _live.push_back(std::move(live));
+      for (const auto& entry : _sinks)
+        if (auto live = entry.sink.lock()) _live.push_back(std::move(live));
     }
     for (const auto& sink : _live) call(*sink);
     _live.clear();
   }
 
 private:
+  /// Compared by address: locking the pointer could make us the last holder, under our lock.
+  struct Entry {
+    Sink* address;
+    std::weak_ptr<Sink> sink;
+  };
   void dropDead() {
-    std::erase_if(_sinks, [](const std::weak_ptr<Sink>& sink) { return sink.expired(); });
+    std::erase_if(_sinks, [](const Entry& entry) { return entry.sink.expired(); });
   }
 
   std::mutex _lock;
-  std::vector<std::weak_ptr<Sink>> _sinks;   // under _lock
+  std::vector<Entry> _sinks;                 // under _lock
   std::vector<std::shared_ptr<Sink>> _live;  // the delivering thread; kept for its memory
 };
 

@@ -1,17 +1,10 @@
-#include <kestrova/platform/linux/webrtc/Engine.h>
 #include <kestrova/platform/linux/webrtc/Sources.h>
-#include <kestrova/platform/linux/webrtc/VideoBuffers.h>
 
 #include <api/make_ref_counted.h>
-#include <api/notifier.h>
-#include <media/base/adapted_video_track_source.h>
 #include <rtc_base/time_utils.h>
-#include <rtc_base/timestamp_aligner.h>
 
 #include <algorithm>
 #include <limits>
-#include <mutex>
-#include <vector>
 
 namespace kestrova {
 namespace {
@@ -60,114 +53,120 @@ webrtc::VideoRotation rotationOf(int degrees) {
 
 }  // namespace
 
-class VideoSource::Adapter : public rtc::AdaptedVideoTrackSource {
-public:
-  SourceState state() const override { return kLive; }
-  bool remote() const override { return false; }
-  bool is_screencast() const override { return false; }
-  absl::optional<bool> needs_denoising() const override { return false; }
+// ---- video -------------------------------------------------------------------------------------
 
-  void limit(int width, int height, int fps) {
-    absl::optional<int> pixels;
-    if (width > 0 && height > 0) {
-      const auto wanted = static_cast<std::int64_t>(width) * height;
-      pixels = static_cast<int>(std::min<std::int64_t>(wanted, std::numeric_limits<int>::max()));
-    }
-    const absl::optional<std::pair<int, int>> anyAspect;
-    video_adapter()->OnOutputFormatRequest(anyAspect, pixels,
-                                           fps > 0 ? absl::optional<int>(fps) : absl::nullopt);
+void VideoTap::limit(int width, int height, int fps) {
+  absl::optional<int> pixels;
+  if (width > 0 && height > 0) {
+    const auto wanted = static_cast<std::int64_t>(width) * height;
+    pixels = static_cast<int>(std::min<std::int64_t>(wanted, std::numeric_limits<int>::max()));
   }
+  const absl::optional<std::pair<int, int>> anyAspect;
+  video_adapter()->OnOutputFormatRequest(anyAspect, pixels,
+                                         fps > 0 ? absl::optional<int>(fps) : absl::nullopt);
+}
 
-  void deliver(const VideoFrame& frame) {
-    const auto size = sizeOf(*frame.buffer);
-    if (size.width == 0) return;
-    const auto now = rtc::TimeMicros();
-    const bool clockIsSane =
-        frame.timestampUs >= -kLargestTimestampUs && frame.timestampUs <= kLargestTimestampUs;
-    const auto time = _aligner.TranslateTimestamp(clockIsSane ? frame.timestampUs : now, now);
+void VideoTap::deliver(const VideoFrame& frame) {
+  // Once the engine knows, it makes these pictures black.
+  if (!_feed->enabled && _feed->enabledInEngine) return;
+  const auto size = sizeOf(*frame.buffer);
+  if (size.width == 0) return;
+  const auto now = rtc::TimeMicros();
+  const bool clockIsSane =
+      frame.timestampUs >= -kLargestTimestampUs && frame.timestampUs <= kLargestTimestampUs;
+  const auto time = _aligner.TranslateTimestamp(clockIsSane ? frame.timestampUs : now, now);
 
-    int outWidth, outHeight, cropWidth, cropHeight, cropX, cropY;
-    if (!AdaptFrame(size.width, size.height, time, &outWidth, &outHeight, &cropWidth, &cropHeight,
-                    &cropX, &cropY))
-      return;
-    auto pixels = _buffers.make(frame.buffer);
-    if (!pixels) return;
-    if (outWidth != size.width || outHeight != size.height)
-      pixels = pixels->CropAndScale(cropX, cropY, cropWidth, cropHeight, outWidth, outHeight);
-    OnFrame(webrtc::VideoFrame::Builder()
-                .set_video_frame_buffer(pixels)
-                .set_timestamp_us(time)
-                .set_rotation(rotationOf(frame.rotation))
-                .build());
-  }
+  int outWidth, outHeight, cropWidth, cropHeight, cropX, cropY;
+  if (!AdaptFrame(size.width, size.height, time, &outWidth, &outHeight, &cropWidth, &cropHeight,
+                  &cropX, &cropY))
+    return;
+  auto pixels = _buffers.make(frame.buffer);
+  if (!pixels) return;
+  if (outWidth != size.width || outHeight != size.height)
+    pixels = pixels->CropAndScale(cropX, cropY, cropWidth, cropHeight, outWidth, outHeight);
+  OnFrame(webrtc::VideoFrame::Builder()
+              .set_video_frame_buffer(pixels)
+              .set_timestamp_us(time)
+              .set_rotation(rotationOf(frame.rotation))
+              .build());
+  if (const auto kept = std::exchange(_keeper.kept, absl::nullopt)) _feed->OnFrame(*kept);
+}
 
-private:
-  // The delivering thread.
-  rtc::TimestampAligner _aligner;
-  EngineBuffers _buffers;
-};
+void VideoTap::serve(bool wanted) {
+  rtc::VideoSourceInterface<webrtc::VideoFrame>& source = *this;
+  if (wanted)
+    source.AddOrUpdateSink(&_keeper, rtc::VideoSinkWants());
+  else
+    source.RemoveSink(&_keeper);
+}
 
-VideoSource::VideoSource(std::shared_ptr<Engine> engine)
-    : _engine(std::move(engine)), _adapter(rtc::make_ref_counted<Adapter>()) {}
-VideoSource::~VideoSource() = default;
-
-webrtc::VideoTrackSourceInterface& VideoSource::engineSource() {
-  return *_adapter;
+void VideoTap::leave() {
+  if (const auto siblings = _siblings.lock()) siblings->remove(*this);
 }
 
 void VideoSource::adaptOutputFormat(int width, int height, int fps) {
-  _adapter->limit(width, height, fps);
+  std::scoped_lock held(_lock);
+  _limit = {width, height, fps};
+  const auto taps = _taps->all();
+  for (const auto& tap : *taps) tap->limit(width, height, fps);
 }
 
 void VideoSource::onFrame(const VideoFrame& frame) {
-  if (frame.buffer) _adapter->deliver(frame);
+  if (!frame.buffer) return;
+  const auto taps = _taps->all();
+  for (const auto& tap : *taps) tap->deliver(frame);
 }
 
-class AudioSource::Feed : public webrtc::Notifier<webrtc::AudioSourceInterface> {
-public:
-  SourceState state() const override { return kLive; }
-  bool remote() const override { return false; }
-  const cricket::AudioOptions options() const override { return {}; }
+rtc::scoped_refptr<VideoTap> VideoSource::tap(std::shared_ptr<VideoFeed> feed) {
+  auto tap = rtc::make_ref_counted<VideoTap>(_taps, std::move(feed));
+  std::scoped_lock held(_lock);  // a new limit reaches this track either here or by the list
+  tap->limit(_limit.width, _limit.height, _limit.fps);
+  _taps->add(tap);
+  return tap;
+}
 
-  void AddSink(webrtc::AudioTrackSinkInterface* sink) override {
+// ---- audio -------------------------------------------------------------------------------------
+
+void AudioTap::AddSink(webrtc::AudioTrackSinkInterface* sink) {
+  std::scoped_lock held(_lock);
+  _engineSinks.push_back(sink);
+}
+
+/// Once this returns the engine's sink may go, so delivery holds the lock.
+void AudioTap::RemoveSink(webrtc::AudioTrackSinkInterface* sink) {
+  std::scoped_lock held(_lock);
+  std::erase(_engineSinks, sink);
+}
+
+void AudioTap::deliver(const AudioData& data) {
+  const auto now = rtc::TimeMillis();
+  const auto heard = _feed->audible(data);
+  {
     std::scoped_lock held(_lock);
-    _sinks.push_back(sink);
+    for (auto* sink : _engineSinks)
+      sink->OnData(heard.samples, 16, heard.sampleRate, static_cast<std::size_t>(heard.channels),
+                   static_cast<std::size_t>(heard.frames), now);
   }
-  /// Once this returns the sink may go, so delivery holds the lock.
-  void RemoveSink(webrtc::AudioTrackSinkInterface* sink) override {
-    std::scoped_lock held(_lock);
-    std::erase(_sinks, sink);
-  }
+  _feed->deliver(heard);
+}
 
-  void deliver(const AudioData& data) {
-    const auto now = rtc::TimeMillis();
-    std::scoped_lock held(_lock);
-    for (auto* sink : _sinks)
-      sink->OnData(data.samples, 16, data.sampleRate, static_cast<std::size_t>(data.channels),
-                   static_cast<std::size_t>(data.frames), now);
-  }
-
-private:
-  std::mutex _lock;
-  std::vector<webrtc::AudioTrackSinkInterface*> _sinks;
-};
-
-// The constraints speak of processing, which is the recorder's business: samples are taken as
-// given.
-AudioSource::AudioSource(std::shared_ptr<Engine> engine,
-                         const std::map<std::string, std::string>& constraints)
-    : _engine(std::move(engine)), _constraints(constraints), _feed(rtc::make_ref_counted<Feed>()) {}
-AudioSource::~AudioSource() = default;
-
-webrtc::AudioSourceInterface& AudioSource::engineSource() {
-  return *_feed;
+void AudioTap::leave() {
+  if (const auto siblings = _siblings.lock()) siblings->remove(*this);
 }
 
 void AudioSource::onData(const AudioData& data) {
   const bool isSane = data.samples && data.sampleRate >= 8000 && data.sampleRate <= 48000 &&
                       (data.channels == 1 || data.channels == 2) &&
                       data.frames * 100 == data.sampleRate;
-  if (isSane) _feed->deliver(data);
+  if (!isSane) return;
+  const auto taps = _taps->all();
+  for (const auto& tap : *taps) tap->deliver(data);
+}
+
+rtc::scoped_refptr<AudioTap> AudioSource::tap(std::shared_ptr<AudioFeed> feed) {
+  auto tap = rtc::make_ref_counted<AudioTap>(_taps, std::move(feed));
+  _taps->add(tap);
+  return tap;
 }
 
 }  // namespace kestrova

@@ -1,150 +1,138 @@
 #include <kestrova/platform/linux/webrtc/Engine.h>
-#include <kestrova/platform/linux/webrtc/SinkList.h>
+#include <kestrova/platform/linux/webrtc/Sources.h>
 #include <kestrova/platform/linux/webrtc/Tracks.h>
-#include <kestrova/platform/linux/webrtc/VideoBuffers.h>
 
-#include <atomic>
+#include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace kestrova {
+namespace {
 
-// ---- video -------------------------------------------------------------------------------------
-
-struct VideoTrack::Feed final : rtc::VideoSinkInterface<webrtc::VideoFrame> {
-  void OnFrame(const webrtc::VideoFrame& frame) override {
-    // A track that is disabled shows black to the engine's own sinks; nobody else is meant to see
-    // it.
-    if (!enabled || sinks.empty()) return;
-    const auto own = frameOf(frame);
-    if (!own.buffer) return;
-    EngineCallback delivering;
-    sinks.forEach([&](VideoSink& sink) { sink.onFrame(own); });
-  }
-  SinkList<VideoSink> sinks;
-  std::atomic<bool> enabled{true};
-  bool registered = false;  // engine thread
-};
-
-std::shared_ptr<VideoTrack> VideoTrack::make(std::shared_ptr<Engine> engine,
-                                             rtc::scoped_refptr<webrtc::VideoTrackInterface> track,
-                                             std::string id) {
-  return std::shared_ptr<VideoTrack>(
-      new VideoTrack(std::move(engine), std::move(track), std::move(id)));
+/// The engine writes a track's id into descriptions: only visible characters without spaces there.
+std::string plainId(const std::string& id) {
+  std::string plain;
+  std::copy_if(id.begin(), id.end(), std::back_inserter(plain),
+               [](char c) { return c > ' ' && c < 127; });
+  return plain.empty() ? "track" : plain;
 }
 
-VideoTrack::VideoTrack(std::shared_ptr<Engine> engine,
-                       rtc::scoped_refptr<webrtc::VideoTrackInterface> track, std::string id)
-    : _engine(std::move(engine)),
-      _track(std::move(track)),
-      _id(std::move(id)),
-      _feed(std::make_shared<Feed>()) {}
-
-VideoTrack::~VideoTrack() {
-  _engine->thread().post([feed = std::move(_feed), track = std::move(_track)] {
-    if (feed->registered) track->RemoveSink(feed.get());
-  });
+// The engine's own thread:
+rtc::scoped_refptr<webrtc::VideoTrackInterface> create(
+    webrtc::PeerConnectionFactoryInterface& factory, const std::string& id, VideoTap* tap) {
+  return factory.CreateVideoTrack(plainId(id), tap);
+}
+rtc::scoped_refptr<webrtc::AudioTrackInterface> create(
+    webrtc::PeerConnectionFactoryInterface& factory, const std::string& id, AudioTap* tap) {
+  return factory.CreateAudioTrack(plainId(id), tap);
 }
 
-bool VideoTrack::isEnabled() const {
-  return _feed->enabled;
+void connect(webrtc::VideoTrackInterface& track, VideoFeed* feed) {
+  track.AddOrUpdateSink(feed, rtc::VideoSinkWants());
+}
+void connect(webrtc::AudioTrackInterface& track, AudioFeed* feed) {
+  track.AddSink(feed);
 }
 
-void VideoTrack::setEnabled(bool enabled) {
-  _feed->enabled = enabled;
-  _engine->thread().post([track = _track, enabled] { track->set_enabled(enabled); });
-}
+}  // namespace
 
-void VideoTrack::addSink(const std::shared_ptr<VideoSink>& sink) {
-  _feed->sinks.add(sink);
-  updateRegistration();
-}
-
-void VideoTrack::removeSink(const std::shared_ptr<VideoSink>& sink) {
-  _feed->sinks.remove(sink);
-  updateRegistration();
-}
-
-void VideoTrack::updateRegistration() {
-  _engine->thread().post([feed = _feed, track = _track] {
-    const bool wanted = !feed->sinks.empty();
-    if (std::exchange(feed->registered, wanted) == wanted) return;
-    if (wanted)
-      track->AddOrUpdateSink(feed.get(), rtc::VideoSinkWants());
+/// Outlives the track for as long as the engine's thread has work for it.
+template <class Kind>
+struct Track<Kind>::Line {
+  /// Between the source, or the engine's received track, and the feed. The engine's own thread.
+  void serve(bool wanted) {
+    if (std::exchange(served, wanted) == wanted) return;
+    if (tap)
+      tap->serve(wanted);
+    else if (wanted)
+      connect(*track, feed.get());
     else
       track->RemoveSink(feed.get());
-  });
-}
-
-// ---- audio -------------------------------------------------------------------------------------
-
-struct AudioTrack::Feed final : webrtc::AudioTrackSinkInterface {
-  using AudioTrackSinkInterface::OnData;
-  void OnData(const void* samples, int bits, int rate, size_t channels, size_t frames) override {
-    if (bits != 16) return;
-    AudioData data{static_cast<const std::int16_t*>(samples), rate, static_cast<int>(channels),
-                   static_cast<int>(frames)};
-    // The engine's own silence for a disabled track comes after this point of its pipeline.
-    if (!enabled) {
-      silence.assign(channels * frames, 0);
-      data.samples = silence.data();
-    }
-    EngineCallback delivering;
-    sinks.forEach([&](AudioSink& sink) { sink.onData(data); });
   }
-  SinkList<AudioSink> sinks;
-  std::atomic<bool> enabled{true};
-  std::vector<std::int16_t> silence;  // the delivering thread
-  bool registered = false;            // engine thread
+
+  const std::shared_ptr<typename Kind::Feed> feed = std::make_shared<typename Kind::Feed>();
+  rtc::scoped_refptr<typename Kind::Tap> tap;  // of a local track; set once
+  // The engine's own thread:
+  rtc::scoped_refptr<typename Kind::OfEngine> track;
+  bool served = false;
 };
 
-std::shared_ptr<AudioTrack> AudioTrack::make(std::shared_ptr<Engine> engine,
-                                             rtc::scoped_refptr<webrtc::AudioTrackInterface> track,
-                                             std::string id) {
-  return std::shared_ptr<AudioTrack>(
-      new AudioTrack(std::move(engine), std::move(track), std::move(id)));
+template <class Kind>
+Track<Kind>::Track(std::shared_ptr<Engine> engine, std::string id)
+    : _engine(std::move(engine)), _id(std::move(id)), _line(std::make_shared<Line>()) {}
+
+template <class Kind>
+std::shared_ptr<Track<Kind>> Track<Kind>::local(std::shared_ptr<Engine> engine,
+                                                typename Kind::Source& source, std::string id) {
+  std::shared_ptr<Track> self(new Track(std::move(engine), std::move(id)));
+  self->_line->tap = source.tap(self->_line->feed);
+  auto& factory = self->_engine->factory();
+  self->_engine->post([line = self->_line, &factory, name = self->_id] {
+    line->track = create(factory, name, line->tap.get());
+  });
+  return self;
 }
 
-AudioTrack::AudioTrack(std::shared_ptr<Engine> engine,
-                       rtc::scoped_refptr<webrtc::AudioTrackInterface> track, std::string id)
-    : _engine(std::move(engine)),
-      _track(std::move(track)),
-      _id(std::move(id)),
-      _feed(std::make_shared<Feed>()) {}
+template <class Kind>
+std::shared_ptr<Track<Kind>> Track<Kind>::received(
+    std::shared_ptr<Engine> engine, rtc::scoped_refptr<typename Kind::OfEngine> track,
+    std::string id) {
+  std::shared_ptr<Track> self(new Track(std::move(engine), std::move(id)));
+  self->_line->track = std::move(track);
+  return self;
+}
 
-AudioTrack::~AudioTrack() {
-  _engine->thread().post([feed = std::move(_feed), track = std::move(_track)] {
-    if (feed->registered) track->RemoveSink(feed.get());
+template <class Kind>
+Track<Kind>::~Track() {
+  if (_line->tap) _line->tap->leave();
+  _engine->post([line = _line] {
+    line->serve(false);
+    line->track = nullptr;
   });
 }
 
-bool AudioTrack::isEnabled() const {
-  return _feed->enabled;
+template <class Kind>
+bool Track<Kind>::isEnabled() const {
+  return _line->feed->enabled;
 }
 
-void AudioTrack::setEnabled(bool enabled) {
-  _feed->enabled = enabled;
-  _engine->thread().post([track = _track, enabled] { track->set_enabled(enabled); });
-}
-
-void AudioTrack::addSink(const std::shared_ptr<AudioSink>& sink) {
-  _feed->sinks.add(sink);
-  updateRegistration();
-}
-
-void AudioTrack::removeSink(const std::shared_ptr<AudioSink>& sink) {
-  _feed->sinks.remove(sink);
-  updateRegistration();
-}
-
-void AudioTrack::updateRegistration() {
-  _engine->thread().post([feed = _feed, track = _track] {
-    const bool wanted = !feed->sinks.empty();
-    if (std::exchange(feed->registered, wanted) == wanted) return;
-    if (wanted)
-      track->AddSink(feed.get());
-    else
-      track->RemoveSink(feed.get());
+template <class Kind>
+void Track<Kind>::setEnabled(bool enabled) {
+  _line->feed->enabled = enabled;
+  _engine->post([line = _line, enabled] {
+    line->track->set_enabled(enabled);
+    line->feed->enabledInEngine = enabled;
   });
 }
+
+template <class Kind>
+void Track<Kind>::silence() {
+  _line->feed->enabled = false;
+}
+
+template <class Kind>
+void Track<Kind>::addSink(const std::shared_ptr<typename Kind::Sink>& sink) {
+  _line->feed->sinks.add(sink);
+  updateSinks();
+}
+
+template <class Kind>
+void Track<Kind>::removeSink(const std::shared_ptr<typename Kind::Sink>& sink) {
+  _line->feed->sinks.remove(sink);
+  updateSinks();
+}
+
+template <class Kind>
+void Track<Kind>::updateSinks() {
+  _engine->post([line = _line] { line->serve(!line->feed->sinks.empty()); });
+}
+
+template <class Kind>
+rtc::scoped_refptr<webrtc::MediaStreamTrackInterface> Track<Kind>::engineTrack() const {
+  return _engine->call([this] { return _line->track; });
+}
+
+template class Track<VideoKind>;
+template class Track<AudioKind>;
 
 }  // namespace kestrova

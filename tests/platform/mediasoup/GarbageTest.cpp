@@ -225,6 +225,13 @@ TEST(Garbage, InProducerOptions) {
                MediasoupError);
   EXPECT_THROW(await(transport->createProducer({.track = video, .encodings = threeLayers()})),
                MediasoupError);
+
+  // A task that is awaited late holds what it was asked of.
+  auto late = transport->createProducer({.track = audio});
+  auto statistics = transport->stats();
+  transport.reset();
+  EXPECT_THROW(await(std::move(late)), MediasoupError);
+  EXPECT_NE(await(std::move(statistics)), "");
 }
 
 TEST(Garbage, InPicturesAndSamples) {

@@ -87,8 +87,9 @@ class PeerConnection::Observer final : public webrtc::PeerConnectionObserver {
 public:
   explicit Observer(StateHandler onState) : _onState(std::move(onState)) {}
   void silence() {
+    StateHandler spent;
     std::scoped_lock held(_lock);
-    _onState = nullptr;
+    spent.swap(_onState);
   }
 
   void OnSignalingChange(PeerConnectionInterface::SignalingState) override {}
@@ -138,7 +139,7 @@ private:
 
   std::mutex _lock;
   StateHandler _onState;  // under _lock
-  // The engine's signalling thread:
+  // The engine's own thread:
   PeerConnectionInterface::PeerConnectionState _connection =
       PeerConnectionInterface::PeerConnectionState::kNew;
   bool _iceCompleted = false;
@@ -147,7 +148,7 @@ private:
 
 PeerConnection::PeerConnection(Engine& engine, const std::vector<IceServer>& iceServers,
                                ICETransportPolicy policy, StateHandler onState)
-    : _observer(std::make_unique<Observer>(std::move(onState))) {
+    : _engine(engine), _observer(std::make_shared<Observer>(std::move(onState))) {
   PeerConnectionInterface::RTCConfiguration config;
   config.sdp_semantics = webrtc::SdpSemantics::kUnifiedPlan;
   config.bundle_policy = PeerConnectionInterface::kBundlePolicyMaxBundle;
@@ -169,12 +170,17 @@ PeerConnection::PeerConnection(Engine& engine, const std::vector<IceServer>& ice
 
 PeerConnection::~PeerConnection() {
   close();
-  _connection = nullptr;  // before the observer
 }
 
 void PeerConnection::close() {
+  if (_closing.exchange(true)) return;
   _observer->silence();
-  _connection->Close();
+  /// The observer must outlive the connection, which is let go of here or by the destructor.
+  struct Closing {
+    std::shared_ptr<Observer> observer;
+    rtc::scoped_refptr<webrtc::PeerConnectionInterface> connection;
+  };
+  _engine.post([last = Closing{_observer, _connection}] { last.connection->Close(); });
 }
 
 std::string PeerConnection::createOffer(bool iceRestart) {

@@ -6,6 +6,7 @@
 
 #include <api/peer_connection_interface.h>
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <string>
@@ -26,6 +27,8 @@ public:
   PeerConnection& operator=(const PeerConnection&) = delete;
 
   webrtc::PeerConnectionInterface& engine() { return *_connection; }
+  /// Ends it on the engine's own thread, soon; what is being negotiated fails. Any thread; returns
+  /// at once.
   void close();
 
   /// Each gives the description's text, or \throws MediasoupError.
@@ -46,7 +49,9 @@ public:
 
 private:
   class Observer;
-  std::unique_ptr<Observer> _observer;
+  Engine& _engine;
+  std::atomic<bool> _closing{false};
+  const std::shared_ptr<Observer> _observer;
   rtc::scoped_refptr<webrtc::PeerConnectionInterface> _connection;
 };
 

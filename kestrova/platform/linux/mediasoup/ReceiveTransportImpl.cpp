@@ -3,6 +3,13 @@
 
 namespace kestrova::mediasoup {
 
+void ConsumerImpl::silence(bool withTransport) {
+  if (withTransport)
+    dynamic_cast<EngineTrack&>(*track()).silence();
+  else
+    track()->setEnabled(false);
+}
+
 std::shared_ptr<ReceiveTransportImpl> ReceiveTransportImpl::make(std::shared_ptr<Engine> engine,
                                                                  const TransportDetails& details,
                                                                  CommonCapabilities common) {

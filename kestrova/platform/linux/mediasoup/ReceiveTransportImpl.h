@@ -21,6 +21,7 @@ public:
   std::string producerId() const override { return _producerId; }
 
 private:
+  void silence(bool withTransport) override;
   const std::string _producerId;
 };
 

@@ -109,9 +109,14 @@ RecvHandler::Received RecvHandler::receive(const std::string& trackId, MediaKind
   return {section.mid, transceiver->receiver()->track(), offeredFingerprint(answer)};
 }
 
-void RecvHandler::stop(const std::string& mid) {
-  if (_transceivers.erase(mid) == 0) return;
-  _remote.close(mid);
+void RecvHandler::stop(const std::vector<std::string>& mids) {
+  bool any = false;
+  for (const auto& mid : mids) {
+    if (_transceivers.erase(mid) == 0) continue;
+    _remote.close(mid);
+    any = true;
+  }
+  if (!any) return;
   try {
     negotiate(nullptr);
   } catch (const MediasoupError&) {
@@ -130,11 +135,6 @@ void RecvHandler::restartIce(IceParameters ice) {
     _connection.rollBack();
     throw;
   }
-}
-
-void RecvHandler::close() {
-  _transceivers.clear();
-  _connection.close();
 }
 
 void RecvHandler::stats(const std::string& mid, PeerConnection::StatsHandler done) {

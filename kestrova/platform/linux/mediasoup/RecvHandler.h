@@ -8,10 +8,12 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace kestrova::mediasoup {
 
-/// The receiving side of the exchange: the server's offer, our answer. Engine thread only.
+/// The receiving side of the exchange: the server's offer, our answer. Engine thread only, unless
+/// stated.
 class RecvHandler {
 public:
   RecvHandler(Engine& engine, RemoteTransport remote, ICETransportPolicy policy,
@@ -24,11 +26,12 @@ public:
   };
   /// \throws MediasoupError, having left things as they were
   Received receive(const std::string& trackId, MediaKind kind, RtpParameters parameters);
-  /// Ends what `receive` began. Never throws.
-  void stop(const std::string& mid);
+  /// Ends what `receive` began, all in one negotiation. Never throws.
+  void stop(const std::vector<std::string>& mids);
   /// \throws MediasoupError
   void restartIce(IceParameters ice);
-  void close();
+  /// Any thread; returns at once.
+  void close() { _connection.close(); }
   /// Of one receiver, or of the whole connection where `mid` is empty.
   void stats(const std::string& mid, PeerConnection::StatsHandler done);
 

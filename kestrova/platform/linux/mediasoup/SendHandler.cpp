@@ -134,7 +134,7 @@ SendHandler::Sent SendHandler::send(const SendRequest& request) {
   init.direction = webrtc::RtpTransceiverDirection::kSendOnly;
   init.stream_ids = {kStreamId};
   init.send_encodings = std::move(streams.forEngine);
-  auto added = _connection.engine().AddTransceiver(request.track, init);
+  auto added = _connection.engine().AddTransceiver(request.track->engineTrack(), init);
   if (!added.ok())
     throw MediasoupError(std::string("the track is refused: ") + added.error().message());
   Sender sender{added.MoveValue(), {}};
@@ -148,6 +148,7 @@ SendHandler::Sent SendHandler::send(const SendRequest& request) {
     if (!held.ok())
       throw MediasoupError(std::string("the encodings are refused: ") + held.message());
     auto sent = negotiate(request, std::move(sending), std::move(answering));
+    sent.sender = sender.transceiver->sender();
     _senders[sent.mid] = std::move(sender);
     return sent;
   } catch (...) {
@@ -206,7 +207,7 @@ SendHandler::Sent SendHandler::negotiate(const SendRequest& request, RtpParamete
 
   _connection.setLocal(webrtc::SdpType::kOffer, sdp);
   _connection.setRemote(webrtc::SdpType::kAnswer, _remote.text());
-  return {sending.mid, std::move(sending), offeredFingerprint(offer)};
+  return {sending.mid, std::move(sending), offeredFingerprint(offer), nullptr};
 }
 
 void SendHandler::start(const std::string& mid) {
@@ -253,16 +254,21 @@ bool SendHandler::seekBandwidth(const std::string& statistics) {
   return false;
 }
 
-void SendHandler::stop(const std::string& mid) {
-  const auto found = _senders.find(mid);
-  if (found == _senders.end()) return;
-  const auto transceiver = found->second.transceiver;
-  _senders.erase(found);
-  transceiver->sender()->SetTrack(nullptr);
-  if (_remote.close(mid))
-    transceiver->StopStandard();
-  else
-    transceiver->SetDirectionWithError(webrtc::RtpTransceiverDirection::kInactive);
+void SendHandler::stop(const std::vector<std::string>& mids) {
+  bool any = false;
+  for (const auto& mid : mids) {
+    const auto found = _senders.find(mid);
+    if (found == _senders.end()) continue;
+    const auto transceiver = found->second.transceiver;
+    _senders.erase(found);
+    transceiver->sender()->SetTrack(nullptr);
+    if (_remote.close(mid))
+      transceiver->StopStandard();
+    else
+      transceiver->SetDirectionWithError(webrtc::RtpTransceiverDirection::kInactive);
+    any = true;
+  }
+  if (!any) return;
   try {
     const auto offer = _connection.createOffer();
     _connection.setLocal(webrtc::SdpType::kOffer, offer);
@@ -285,11 +291,6 @@ void SendHandler::restartIce(IceParameters ice) {
     _connection.rollBack();
     throw;
   }
-}
-
-void SendHandler::close() {
-  _senders.clear();
-  _connection.close();
 }
 
 void SendHandler::stats(const std::string& mid, PeerConnection::StatsHandler done) {

@@ -4,24 +4,27 @@
 #include <kestrova/platform/linux/mediasoup/PeerConnection.h>
 #include <kestrova/platform/linux/mediasoup/RemoteSdp.h>
 #include <kestrova/platform/linux/mediasoup/SdpReader.h>
+#include <kestrova/platform/linux/webrtc/Tracks.h>
 
 #include <map>
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace kestrova::mediasoup {
 
 /// How a track is to be sent, checked and ready for the engine.
 struct SendRequest {
   MediaKind kind = MediaKind::audio;
-  rtc::scoped_refptr<webrtc::MediaStreamTrackInterface> track;
+  std::shared_ptr<EngineTrack> track;
   std::vector<RTCRtpEncodingParameters> encodings;
   Dictionary codecOptions;
   std::optional<RtpCodec> codec;
 };
 
-/// The sending side of the exchange: our offer, the server's answer. Engine thread only.
+/// The sending side of the exchange: our offer, the server's answer. Engine thread only, unless
+/// stated.
 class SendHandler {
 public:
   SendHandler(Engine& engine, RemoteTransport remote, ICETransportPolicy policy,
@@ -31,6 +34,7 @@ public:
     std::string mid;
     RtpParameters rtpParameters;  ///< for the server
     DtlsFingerprint fingerprint;
+    rtc::scoped_refptr<webrtc::RtpSenderInterface> sender;
   };
   /// Negotiates the track. Nothing of it is sent before `start`: a server that has yet to accept
   /// the producer would only throw it away, the first key frame included. \throws MediasoupError,
@@ -42,11 +46,12 @@ public:
   /// be sent, and the estimate has begun to rise, the engine is made to probe for more, once.
   /// \return whether to look again later: nothing could be said yet
   bool seekBandwidth(const std::string& statistics);
-  /// Ends what `send` began. Never throws.
-  void stop(const std::string& mid);
+  /// Ends what `send` began, all in one negotiation. Never throws.
+  void stop(const std::vector<std::string>& mids);
   /// \throws MediasoupError
   void restartIce(IceParameters ice);
-  void close();
+  /// Any thread; returns at once.
+  void close() { _connection.close(); }
   /// Of one sender, or of the whole connection where `mid` is empty.
   void stats(const std::string& mid, PeerConnection::StatsHandler done);
 

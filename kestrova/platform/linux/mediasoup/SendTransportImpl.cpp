@@ -15,9 +15,8 @@ constexpr int kLooks = 7;
 
 SendRequest requestOf(const ProducerOptions& options) {
   SendRequest request;
-  const auto* own = dynamic_cast<const EngineTrack*>(options.track.get());
-  if (!own) throw MediasoupError("there is no track, or it was made by something else");
-  request.track = own->engineTrack();
+  request.track = std::dynamic_pointer_cast<EngineTrack>(options.track);
+  if (!request.track) throw MediasoupError("there is no track, or it was made by something else");
   const bool isVideo = std::dynamic_pointer_cast<RTCVideoTrack>(options.track) != nullptr;
   request.kind = isVideo ? MediaKind::video : MediaKind::audio;
   request.encodings = options.encodings;
@@ -53,18 +52,46 @@ std::shared_ptr<SendTransportImpl> SendTransportImpl::make(std::shared_ptr<Engin
   return self;
 }
 
-void SendTransportImpl::close() {
-  SendTransportBase::close();
-  std::optional<Completion<ProducerId>> pending;
-  {
-    std::scoped_lock held(_lock);
-    pending.swap(_pendingProduce);
-  }
-  if (pending) (*pending)(std::nullopt);
+ProducerImpl::~ProducerImpl() {
+  _engine->post([sender = std::move(_sender)] {});  // let go of there
 }
 
-Task<SendTransportImpl::Negotiated> SendTransportImpl::negotiate(SendRequest request) {
-  auto self = shared_from_this();
+void ProducerImpl::silence(bool withTransport) {
+  if (!withTransport) _engine->post([sender = _sender] { sender->SetTrack(nullptr); });
+}
+
+void SendTransportImpl::close() {
+  SendTransportBase::close();
+  std::function<void()> end;
+  {
+    std::scoped_lock held(_lock);
+    end.swap(_onClose);
+  }
+  if (end) end();
+}
+
+/// What `start` begins, or `otherwise` as soon as the transport closes. One at a time.
+template <class T, class Start>
+Task<T> SendTransportImpl::unlessClosed(Self self, T otherwise, Start start) {
+  auto begin = [self, otherwise, start](Completion<T> done) {
+    {
+      std::scoped_lock held(self->_lock);
+      self->_onClose = [done, otherwise] { done(otherwise); };
+    }
+    if (self->closed())
+      done(otherwise);
+    else
+      start(done);
+  };
+  auto wait = awaitCallback<T>(std::move(begin));
+  auto result = co_await std::move(wait);
+  std::function<void()> spent;
+  std::scoped_lock held(self->_lock);
+  spent.swap(self->_onClose);
+  co_return result;
+}
+
+Task<SendTransportImpl::Negotiated> SendTransportImpl::negotiate(Self self, SendRequest request) {
   auto shared = std::make_shared<SendRequest>(std::move(request));
   auto begin = [self, shared](Completion<Negotiated> done) {
     self->_core.engine->thread().post([self, shared, done] {
@@ -78,19 +105,15 @@ Task<SendTransportImpl::Negotiated> SendTransportImpl::negotiate(SendRequest req
       done(std::move(result));
     });
   };
-  auto answer = awaitCallback<Negotiated>(std::move(begin));
-  co_return co_await std::move(answer);
+  Negotiated closed;
+  closed.failure = kClosed;
+  return unlessClosed<Negotiated>(self, std::move(closed), std::move(begin));
 }
 
-Task<SendTransportImpl::ProducerId> SendTransportImpl::askServer(MediaKind kind,
+Task<SendTransportImpl::ProducerId> SendTransportImpl::askServer(Self self, MediaKind kind,
                                                                  std::string rtpParameters,
                                                                  std::string appData) {
-  auto self = shared_from_this();
   auto ask = [self, kind, rtpParameters, appData](Completion<ProducerId> done) {
-    {
-      std::scoped_lock held(self->_lock);
-      if (!self->closed()) self->_pendingProduce = done;
-    }
     auto answer = std::make_shared<ProduceAnswer>(done);
     self->_core.callbacks->async([self, kind, rtpParameters, appData, answer] {
       auto delegate = self->delegate();
@@ -99,55 +122,51 @@ Task<SendTransportImpl::ProducerId> SendTransportImpl::askServer(MediaKind kind,
                           [answer](std::optional<std::string> id) { answer->give(std::move(id)); });
     });
   };
-  auto wait = awaitCallback<ProducerId>(std::move(ask));
-  auto id = co_await std::move(wait);
-  {
-    std::scoped_lock held(_lock);
-    _pendingProduce.reset();
-  }
-  co_return id;
+  return unlessClosed<ProducerId>(self, std::nullopt, std::move(ask));
 }
 
-Task<bool> SendTransportImpl::undo(std::string mid) {
-  auto self = shared_from_this();
+Task<bool> SendTransportImpl::undo(Self self, std::string mid) {
   auto begin = [self, mid](Completion<bool> done) {
     self->_core.engine->thread().post([self, mid, done] {
-      if (!self->closed()) self->_handler->stop(mid);
+      if (!self->closed()) self->_handler->stop({mid});
       done(true);
     });
   };
-  auto answer = awaitCallback<bool>(std::move(begin));
-  co_return co_await std::move(answer);
+  return unlessClosed<bool>(self, false, std::move(begin));
 }
 
 Task<std::shared_ptr<Producer>> SendTransportImpl::createProducer(ProducerOptions options) {
-  auto self = shared_from_this();
-  checkOpen();
+  return produce(shared_from_this(), std::move(options));
+}
+
+Task<std::shared_ptr<Producer>> SendTransportImpl::produce(Self self, ProducerOptions options) {
+  self->checkOpen();
   auto request = requestOf(options);
   const auto kind = request.kind;
-  auto enter = _turns.acquire();
+  auto enter = self->_turns.acquire();
   const auto turn = co_await std::move(enter);
 
-  auto negotiation = negotiate(std::move(request));
+  auto negotiation = negotiate(self, std::move(request));
   auto negotiated = co_await std::move(negotiation);
   if (!negotiated.failure.empty()) throw MediasoupError(negotiated.failure);
-  raiseConnect(negotiated.sent.fingerprint);
+  self->raiseConnect(negotiated.sent.fingerprint);
 
-  auto question = askServer(kind, toJson(negotiated.sent.rtpParameters), options.appData);
+  auto question = askServer(self, kind, toJson(negotiated.sent.rtpParameters), options.appData);
   const auto producerId = co_await std::move(question);
   const auto mid = negotiated.sent.mid;
   if (!producerId || producerId->empty()) {
-    auto undoing = undo(mid);
+    auto undoing = undo(self, mid);
     co_await std::move(undoing);
-    checkOpen();
+    self->checkOpen();
     throw MediasoupError("the server refuses the producer");
   }
   ProducerImpl::Parts parts{*producerId, mid, kind, options.track, options.appData};
-  auto producer = std::make_shared<ProducerImpl>(weak_from_this(), std::move(parts),
-                                                 !options.track->isEnabled());
-  keep(producer);
-  _core.engine->thread().post([handler = _handler, mid] { handler->start(mid); });
-  if (kind == MediaKind::video) seekBandwidth(0);
+  auto producer =
+      std::make_shared<ProducerImpl>(self, std::move(parts), !options.track->isEnabled(),
+                                     self->_core.engine, std::move(negotiated.sent.sender));
+  self->keep(producer);
+  self->_core.engine->thread().post([handler = self->_handler, mid] { handler->start(mid); });
+  if (kind == MediaKind::video) self->seekBandwidth(0);
   co_return producer;
 }
 

@@ -4,6 +4,12 @@
 #include <kestrova/platform/linux/mediasoup/SendHandler.h>
 #include <kestrova/platform/linux/mediasoup/TransportBase.h>
 
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+
 namespace kestrova::mediasoup {
 
 class ProducerImpl;
@@ -15,8 +21,19 @@ using ProducerBase = StreamBase<ProducerImpl, Producer, SendTransportImpl, Produ
 
 class ProducerImpl final : public ProducerBase {
 public:
-  ProducerImpl(std::weak_ptr<SendTransportImpl> transport, Parts parts, bool paused)
-      : ProducerBase(std::move(transport), std::move(parts), paused) {}
+  using Sender = rtc::scoped_refptr<webrtc::RtpSenderInterface>;
+  ProducerImpl(std::weak_ptr<SendTransportImpl> transport, Parts parts, bool paused,
+               std::shared_ptr<Engine> engine, Sender sender)
+      : ProducerBase(std::move(transport), std::move(parts), paused),
+        _engine(std::move(engine)),
+        _sender(std::move(sender)) {}
+  ~ProducerImpl() override;
+
+private:
+  void silence(bool withTransport) override;
+
+  const std::shared_ptr<Engine> _engine;
+  Sender _sender;  // used on the engine's own thread
 };
 
 class SendTransportImpl final : public SendTransportBase {
@@ -35,16 +52,22 @@ private:
     std::string failure;
   };
   using ProducerId = std::optional<std::string>;
+  using Self = std::shared_ptr<SendTransportImpl>;
 
   friend SendTransportBase;
   using SendTransportBase::SendTransportBase;
-  Task<Negotiated> negotiate(SendRequest request);
-  Task<ProducerId> askServer(MediaKind kind, std::string rtpParameters, std::string appData);
-  Task<bool> undo(std::string mid);
+  // They hold the transport from the call on, however late they are awaited.
+  static Task<std::shared_ptr<Producer>> produce(Self self, ProducerOptions options);
+  static Task<Negotiated> negotiate(Self self, SendRequest request);
+  static Task<ProducerId> askServer(Self self, MediaKind kind, std::string rtpParameters,
+                                    std::string appData);
+  static Task<bool> undo(Self self, std::string mid);
+  template <class T, class Start>
+  static Task<T> unlessClosed(Self self, T otherwise, Start start);
   void seekBandwidth(int attempt);
 
-  AsyncLock _turns;                                       // one producer is negotiated at a time
-  std::optional<Completion<ProducerId>> _pendingProduce;  // under _lock
+  AsyncLock _turns;                // one producer is negotiated at a time
+  std::function<void()> _onClose;  // ends what that one waits for; under _lock
 };
 
 }  // namespace kestrova::mediasoup

@@ -13,6 +13,9 @@
 
 namespace kestrova::mediasoup {
 
+/// Why an operation fails whose transport closed before it or under it.
+constexpr const char* kClosed = "the transport is closed";
+
 /// One published or received track on a transport: what producer and consumer do alike.
 /// Thread-safe.
 ///
@@ -40,6 +43,7 @@ public:
   void close() override {
     const auto self = this->shared_from_this();  // the transport may hold the last reference
     if (!_closing.close()) return;
+    silence(false);
     if (auto transport = _transport.lock()) transport->stopStream(*self);
   }
 
@@ -48,18 +52,14 @@ public:
     _delegate = std::move(delegate);
   }
 
-  Task<std::string> stats() override {
-    auto transport = closed() ? nullptr : _transport.lock();
-    if (!transport) co_return "[]";
-    auto answer = transport->streamStats(_parts.mid);
-    co_return co_await std::move(answer);
-  }
+  Task<std::string> stats() override { return statsOf(this->shared_from_this()); }
 
   const std::string& mid() const { return _parts.mid; }
 
   /// Closes it because its transport has closed; the delegate learns of it on `callbacks`.
   void transportClosed(SerialQueue& callbacks) {
     if (!_closing.close()) return;
+    silence(true);
     callbacks.async([self = this->shared_from_this()] {
       if (auto delegate = self->delegate()) delegate->onTransportClose(self);
     });
@@ -68,8 +68,18 @@ public:
 protected:
   StreamBase(std::weak_ptr<Transport> transport, Parts parts, bool paused)
       : _transport(std::move(transport)), _parts(std::move(parts)), _paused(paused) {}
+  /// Ends what is heard and seen of it, without waiting. \param withTransport whether the engine
+  /// is about to end it with the whole transport
+  virtual void silence(bool withTransport) = 0;
 
 private:
+  /// A task may be awaited long after the call that made it: it holds its stream.
+  static Task<std::string> statsOf(std::shared_ptr<Self> self) {
+    auto transport = self->closed() ? nullptr : self->_transport.lock();
+    if (!transport) co_return "[]";
+    auto answer = transport->streamStats(self->_parts.mid);
+    co_return co_await std::move(answer);
+  }
   void setPaused(bool paused) {
     if (closed()) return;
     _paused = paused;
@@ -95,19 +105,20 @@ template <class Self, class Interface, class Handler, class Stream, class Delega
 class TransportBase : public Interface, public std::enable_shared_from_this<Self> {
 public:
   std::string id() const override { return _core.id; }
-  TransportConnectionState connectionState() const override { return _core.state; }
+  TransportConnectionState connectionState() const override {
+    return closed() ? TransportConnectionState::closed : _core.state.load();
+  }
   bool closed() const override { return _core.closing.closed(); }
 
   void close() override {
     if (!_core.closing.close()) return;
-    _core.state = TransportConnectionState::closed;
     std::vector<std::shared_ptr<Stream>> streams;
     {
       std::scoped_lock held(_lock);
       streams.swap(_streams);
     }
+    _handler->close();
     for (const auto& stream : streams) stream->transportClosed(*_core.callbacks);
-    _core.engine->thread().runOrPost([handler = _handler] { handler->close(); });
   }
 
   void restartICE(const std::string& iceParameters) override {
@@ -129,27 +140,20 @@ public:
 
   /// For its streams: the statistics of the one of that mid; an empty mid means all.
   Task<std::string> streamStats(std::string mid) {
-    auto self = this->shared_from_this();
-    auto ask = [self, mid = std::move(mid)](Completion<std::string> done) {
-      self->_core.engine->thread().post([self, mid, done] {
-        if (self->closed())
-          done("[]");
-        else
-          self->_handler->stats(mid, done);
-      });
-    };
-    auto answer = awaitCallback<std::string>(std::move(ask));
-    co_return co_await std::move(answer);
+    return statsOf(this->shared_from_this(), std::move(mid));
   }
 
-  /// For a stream that closes.
+  /// For a stream that closes. Those that close while a negotiation is awaited share the next one.
   void stopStream(const Stream& stream) {
     {
       std::scoped_lock held(_lock);
       std::erase_if(_streams, [&](const auto& other) { return other.get() == &stream; });
+      _stopped.push_back(stream.mid());
+      if (_stopped.size() > 1) return;
     }
-    _core.engine->thread().runOrPost(
-        [handler = _handler, mid = stream.mid()] { handler->stop(mid); });
+    _core.engine->thread().post([weak = this->weak_from_this()] {
+      if (const auto self = weak.lock()) self->negotiateStops();
+    });
   }
 
 protected:
@@ -158,9 +162,9 @@ protected:
 
   ~TransportBase() override {
     for (const auto& stream : _streams) stream->transportClosed(*_core.callbacks);
-    _core.engine->thread().post([handler = std::move(_handler)] {
-      if (handler) handler->close();
-    });
+    if (!_handler) return;
+    _handler->close();
+    _core.engine->thread().post([handler = std::move(_handler)]() mutable { handler.reset(); });
   }
 
   /// The second half of making one: `self` must be shared already.
@@ -180,7 +184,7 @@ protected:
   }
 
   void checkOpen() const {
-    if (closed()) throw MediasoupError("the transport is closed");
+    if (closed()) throw MediasoupError(kClosed);
   }
 
   void keep(const std::shared_ptr<Stream>& stream) {
@@ -205,10 +209,33 @@ protected:
   }
 
   TransportCore _core;
-  std::shared_ptr<Handler> _handler;  // used on the engine thread
+  std::shared_ptr<Handler> _handler;  // used on the engine thread, but for its `close`
   std::mutex _lock;
 
 private:
+  static Task<std::string> statsOf(std::shared_ptr<Self> self, std::string mid) {
+    auto ask = [self, mid = std::move(mid)](Completion<std::string> done) {
+      self->_core.engine->thread().post([self, mid, done] {
+        if (self->closed())
+          done("[]");
+        else
+          self->_handler->stats(mid, done);
+      });
+    };
+    auto answer = awaitCallback<std::string>(std::move(ask));
+    co_return co_await std::move(answer);
+  }
+
+  /// Engine thread.
+  void negotiateStops() {
+    std::vector<std::string> mids;
+    {
+      std::scoped_lock held(_lock);
+      mids.swap(_stopped);
+    }
+    if (!closed()) _handler->stop(mids);
+  }
+
   void onState(TransportConnectionState state) {
     if (closed()) return;
     _core.callbacks->async([weak = this->weak_from_this(), state] {
@@ -222,6 +249,7 @@ private:
   // Under _lock:
   std::weak_ptr<Delegate> _delegate;
   std::vector<std::shared_ptr<Stream>> _streams;
+  std::vector<std::string> _stopped;  // mids whose end is to be negotiated
 };
 
 }  // namespace kestrova::mediasoup

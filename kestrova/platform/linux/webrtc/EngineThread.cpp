@@ -29,13 +29,6 @@ void EngineThread::post(Work work) {
   _wake.notify_one();
 }
 
-void EngineThread::runOrPost(Work work) {
-  if (inEngineCallback() && !isCurrent())
-    post(std::move(work));
-  else
-    run([&work] { work(); });
-}
-
 void EngineThread::loop() {
   std::unique_lock held(_lock);
   for (;;) {

@@ -13,8 +13,8 @@
 
 namespace kestrova {
 
-/// The one thread from which the engine is driven. Its work may wait for the engine, which
-/// therefore never waits for it.
+/// The one thread from which the engine is driven: what it negotiates takes turns here, whichever
+/// transport it is for. Its work may wait for the engine, which therefore never waits for it.
 class EngineThread {
 public:
   EngineThread();
@@ -35,10 +35,6 @@ public:
     post(std::move(task));
     return result.get();
   }
-
-  /// As `run`, but where waiting could stop the engine (see `inEngineCallback`) the block runs
-  /// later.
-  void runOrPost(Work work);
 
 private:
   void loop();

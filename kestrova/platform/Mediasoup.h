@@ -46,8 +46,7 @@ public:
   virtual void onTransportClose(const std::shared_ptr<Consumer>& consumer) = 0;
 };
 
-/// One published or received track. Texts are JSON. Thread-safe; `close` waits for the engine, at
-/// most a few ms.
+/// One published or received track. Texts are JSON. Thread-safe; nothing waits for the engine.
 class RtpStream {
 public:
   virtual ~RtpStream() = default;
@@ -59,6 +58,9 @@ public:
   virtual bool paused() const = 0;
   virtual void pause() = 0;
   virtual void resume() = 0;
+  /// Nothing of it is heard or seen any more, at once; a consumer's track is switched off. Its end
+  /// is negotiated afterwards, in order with what is asked of the transport later, and not at all
+  /// once that is closed.
   virtual void close() = 0;
   /// Statistics as JSON text of a list of objects, each with "type" and "id", as the W3C's
   /// webrtc-stats identifiers name them; an empty list once it is closed.
@@ -83,7 +85,9 @@ public:
   virtual std::string id() const = 0;
   virtual TransportConnectionState connectionState() const = 0;
   virtual bool closed() const = 0;
-  /// Closes every producer or consumer on it. Call it on the main queue.
+  /// Closes every producer or consumer on it, and returns at once: the engine ends the connection
+  /// as a whole, soon. That costs the same for one stream and for fifty, so do not close its
+  /// streams first. What is being negotiated fails. Call it on the main queue.
   virtual void close() = 0;
   /// \param iceParameters JSON text of the server's new ICE parameters
   /// \throws MediasoupError
@@ -113,7 +117,8 @@ public:
                          ProduceCallback callback) = 0;
 };
 
-/// What `createProducer` publishes and how. JSON texts are optional; empty means none.
+/// What `createProducer` publishes and how. JSON texts are optional; empty means none. Without a
+/// codec, video is VP8 where server and endpoint have it, else the server's first.
 struct ProducerOptions {
   std::shared_ptr<RTCMediaStreamTrack> track;
   std::vector<RTCRtpEncodingParameters> encodings;
@@ -126,7 +131,8 @@ class SendTransport : public Transport {
 public:
   virtual void setDelegate(std::weak_ptr<SendTransportDelegate> delegate) = 0;
   /// Negotiates a sender for the track and asks the delegate for the server's producer id.
-  /// Several calls at once are carried out one after the other.
+  /// Several calls at once are carried out one after the other. Fails promptly when the transport
+  /// closes, whatever it waits for. The transport lives as long as the task.
   /// \throws MediasoupError; the transport is then as it was before.
   virtual Task<std::shared_ptr<Producer>> createProducer(ProducerOptions options) = 0;
 };
@@ -161,7 +167,8 @@ class Device {
 public:
   virtual ~Device() = default;
   virtual bool isLoaded() const = 0;
-  /// \param routerRtpCapabilities JSON text \throws MediasoupError
+  /// \param routerRtpCapabilities JSON text
+  /// \throws MediasoupError, also where the engine cannot be made
   virtual void load(const std::string& routerRtpCapabilities) = 0;
   /// The endpoint's receiving capabilities as JSON text. \throws MediasoupError before `load`
   virtual std::string rtpCapabilities() const = 0;

@@ -122,13 +122,17 @@ TEST(Ortc, ChoosesTheCodecAskedFor) {
   auto other = wanted;
   other.parameters["packetization-mode"] = 0;
   EXPECT_THROW(chosenCodecs(codecs, other), MediasoupError);
+
+  // A server may name another one first.
+  EXPECT_EQ(chosenCodecs({chosen[0], codecs[0]}, std::nullopt).front().mimeType, "video/VP8");
+  EXPECT_EQ(chosenCodecs(chosen, std::nullopt).front().payloadType, 99);
 }
 
 TEST(H264, ComparesProfilesAndAnswersLevels) {
   const auto parameters = [](const char* level, int mode, int asymmetry) {
-    return Dictionary{{"profile-level-id", level},
-                      {"packetization-mode", mode},
-                      {"level-asymmetry-allowed", asymmetry}};
+    Dictionary result{{"packetization-mode", mode}, {"level-asymmetry-allowed", asymmetry}};
+    if (level) result["profile-level-id"] = level;
+    return result;
   };
   struct {
     const char* a;
@@ -141,12 +145,13 @@ TEST(H264, ComparesProfilesAndAnswersLevels) {
       {"640c1f", "64001f", false, nullptr},  {"640c1f", "640c0b", true, "640c0b"},
       {"42f00b", "42e00c", true, "42f00b"},  {"42f00b", "42e00a", true, "42e00a"},
       {"42e01f", "42e0ff", false, nullptr},  {"42e01f", "zzzzzz", false, nullptr},
-      {"42e01f", "42e01f0", false, nullptr},
+      {"42e01f", "42e01f0", false, nullptr}, {"42e034", nullptr, true, "42e01f"},
+      {"42001f", nullptr, false, nullptr},
   };
   for (const auto& given : cases) {
     const auto a = parameters(given.a, 1, 0);
     const auto b = parameters(given.b, 1, 1);
-    EXPECT_EQ(sameH264(a, b), given.same) << given.a << " " << given.b;
+    EXPECT_EQ(sameH264(a, b), given.same) << given.a << " " << (given.b ? given.b : "none");
     EXPECT_FALSE(sameH264(a, parameters(given.b, 0, 1)));
     if (!given.same) continue;
     EXPECT_EQ(answeredH264(a, b), given.lower);
@@ -199,6 +204,8 @@ TEST(Sdp, ConsentsToStereoInOneSectionOnly) {
   EXPECT_EQ(withStereo(withStereo(two, "a", 100), "a", 100), withStereo(two, "a", 100));
   EXPECT_EQ(withStereo(two, "c", 100), two);
   EXPECT_EQ(withStereo(two, "a", 101), two);
+  const auto cut = two.substr(0, two.size() - 2);
+  EXPECT_EQ(withStereo(cut, "b", 100), cut + ";stereo=1") << "the last line has no end";
 }
 
 TEST(Sdp, ClosesAndRecyclesTheServersSections) {

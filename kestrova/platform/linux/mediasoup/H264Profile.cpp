@@ -47,9 +47,10 @@ double rank(int level) {
   return level == kLevel1b ? 10.5 : level;
 }
 
-/// The default of RFC 6184 where a codec names none: baseline, level 1.
+/// Where a codec names none: constrained baseline, level 3.1, as WebRTC endpoints have it, a media
+/// server's own client among them. (The RFC's default, baseline at level 1, is sent by none.)
 std::optional<H264Profile> profileOf(const Dictionary& parameters) {
-  return parseH264Profile(parameterText(parameters, "profile-level-id", "42000a"));
+  return parseH264Profile(parameterText(parameters, "profile-level-id", "42e01f"));
 }
 
 }  // namespace

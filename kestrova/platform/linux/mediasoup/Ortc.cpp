@@ -199,15 +199,22 @@ RtpParameters answeringParameters(const CommonCapabilities& common, MediaKind ki
 
 std::vector<RtpCodec> chosenCodecs(const std::vector<RtpCodec>& codecs,
                                    const std::optional<RtpCodec>& wanted) {
+  const RtpCodec* chosen = nullptr;
   for (const auto& codec : codecs) {
-    if (codec.isRtx() || (wanted && !sameCodec(codec, *wanted))) continue;
-    std::vector<RtpCodec> result{codec};
-    if (const auto* rtx = rtxOf(codecs, codec)) result.push_back(*rtx);
-    return result;
+    if (codec.isRtx()) continue;
+    const bool fits = wanted ? sameCodec(codec, *wanted) : sameText(codec.name(), "VP8");
+    if (!chosen && (fits || !wanted)) chosen = &codec;
+    if (!fits) continue;
+    chosen = &codec;
+    break;
   }
-  throw MediasoupError(wanted
-                           ? "the codec " + wanted->mimeType + " is not in common with the server"
-                           : "there is no codec in common with the server");
+  if (!chosen)
+    throw MediasoupError(wanted
+                             ? "the codec " + wanted->mimeType + " is not in common with the server"
+                             : "there is no codec in common with the server");
+  std::vector<RtpCodec> result{*chosen};
+  if (const auto* rtx = rtxOf(codecs, *chosen)) result.push_back(*rtx);
+  return result;
 }
 
 }  // namespace kestrova::mediasoup

@@ -55,7 +55,9 @@ RtpParameters sendingParameters(const CommonCapabilities& common, MediaKind kind
 /// The same as the remote side's answer states them. One of the two kinds of bandwidth estimation
 /// is left: transport-wide where its header extension is there.
 RtpParameters answeringParameters(const CommonCapabilities& common, MediaKind kind);
-/// The first codec, or the one like `wanted`, with its RTX. \throws MediasoupError if there is none
+/// The one codec to be used, with its RTX: the one like `wanted`; without that VP8, which every
+/// receiver decodes and whose layers a server can pick, or the first where there is none.
+/// \throws MediasoupError if there is none
 std::vector<RtpCodec> chosenCodecs(const std::vector<RtpCodec>& codecs,
                                    const std::optional<RtpCodec>& wanted);
 

@@ -199,7 +199,7 @@ std::string withStereo(std::string_view sdp, std::string_view mid, int payloadTy
   const auto next = sdp.find("\r\nm=", section);
   if (line == std::string_view::npos || (next != std::string_view::npos && line > next))
     return std::string(sdp);
-  const auto end = sdp.find("\r\n", line);
+  const auto end = std::min(sdp.find("\r\n", line), sdp.size());
   std::string result(sdp);
   if (result.substr(line, end - line).find(";stereo=1") == std::string::npos)
     result.insert(end, ";stereo=1");

@@ -1,4 +1,5 @@
 import { timingSafeEqual } from 'node:crypto';
+import { drop, DROPS } from './drop.mjs';
 import { dumpRooms } from './dump.mjs';
 import { HttpError, readJson, sendJson } from './http.mjs';
 import { streamKind } from './peer-media.mjs';
@@ -57,22 +58,25 @@ function targets({ rooms }, body) {
   return { room, peer, connected, consumer, producer, mode };
 }
 
+const checkDown = (ms) => {
+  if (!Number.isInteger(ms) || ms < 0 || ms > LONGEST_DOWN_MS)
+    throw new HttpError(400, `"downMs" must be a whole number from 0 to ${LONGEST_DOWN_MS}`);
+};
+const checkDrop = ({ how = DROPS[0], downMs = 0 }) => {
+  if (!DROPS.includes(how)) throw new HttpError(404, 'no such way to drop a socket');
+  checkDown(downMs);
+};
+
 const fault =
   (kind, ...keys) =>
   ({ faults }, body) => {
-    const { roomId, peerId, method, count = 1 } = body;
+    const { roomId, peerId, method, direction, count = 1 } = body;
     if (!Number.isInteger(count) || count < 1)
       throw new HttpError(400, '"count" must be a whole number from 1');
     const effect = Object.fromEntries(keys.map((key) => [key, body[key]]));
-    const match = kind === 'answerConfig' ? { roomId } : { roomId, peerId, method };
-    faults.add(kind, match, effect, count);
+    const match = kind === 'answerConfig' ? { roomId } : { roomId, peerId, method, direction };
+    faults.add(kind, match, effect, { count });
   };
-
-const DROPS = {
-  terminate: (socket) => socket.conn.transport.socket.terminate(),
-  close: (socket) => socket.conn.close(true),
-  disconnect: (socket) => socket.disconnect(true),
-};
 
 const ACTIONS = {
   rooms: async ({ rooms, workers }, { roomId }) => ({
@@ -97,21 +101,25 @@ const ACTIONS = {
   notify(service, body, { connected }) {
     connected().notify(body.method, body.data);
   },
-  dropSocket({ rooms }, { how = 'terminate', roomId, peerId }, { room, connected }) {
-    const drop = need(Object.hasOwn(DROPS, how) ? DROPS[how] : undefined, 'way to drop a socket');
-    if (peerId !== undefined) return void drop(connected().socket);
+  dropSocket({ rooms, faults }, body, { room, connected }) {
+    const { roomId, peerId } = body;
+    checkDrop(body);
+    if (peerId !== undefined) return drop(connected(), body, faults);
     for (const { peers } of roomId === undefined ? rooms.all() : [room()]) {
-      for (const { socket } of [...peers.values()]) if (socket) drop(socket);
+      for (const peer of [...peers.values()]) if (peer.socket) drop(peer, body, faults);
     }
   },
   restart({ restart }, { downMs = 0, keepRooms = false }, { afterAnswer }) {
-    if (!Number.isInteger(downMs) || downMs < 0 || downMs > LONGEST_DOWN_MS)
-      throw new HttpError(400, `"downMs" must be a whole number from 0 to ${LONGEST_DOWN_MS}`);
+    checkDown(downMs);
     afterAnswer(() => restart(downMs, { keepRooms: keepRooms === true }));
   },
   refuseConnections: fault('refuseConnections'),
   delayAck: fault('delayAck', 'ms'),
   swallowAck: fault('swallowAck'),
+  loseAnswer(service, body) {
+    checkDrop(body);
+    fault('loseAnswer', 'how', 'downMs')(service, body);
+  },
   answerWrong: fault('answerWrong', 'answer', 'alsoRun'),
   answerConfig: fault('answerConfig', 'status', 'json', 'text'),
   refuseEntry: fault('refuseEntry', 'how', 'errorCode'),

@@ -1,14 +1,18 @@
-/** Faults that a test ordered. A rule matches by the keys it names and goes after `count` uses. */
+/**
+ * Faults that a test ordered. A rule matches by the keys it names and goes after `count` uses, or
+ * when `ms` have passed.
+ */
 export class Faults {
   #rules = [];
   #unsupportedCodecs = new Map();
 
-  add(kind, match, effect, count = 1) {
-    this.#rules.push({ kind, match, effect, left: count });
+  add(kind, match, effect, { count = 1, ms = Infinity } = {}) {
+    this.#rules.push({ kind, match, effect, left: count, until: Date.now() + ms });
   }
 
   /** The effect of the first rule of `kind` that fits, or undefined; uses it up by one. */
   take(kind, event) {
+    this.#rules = this.#rules.filter(({ until }) => until > Date.now());
     const index = this.#rules.findIndex(
       (rule) =>
         rule.kind === kind &&

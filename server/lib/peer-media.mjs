@@ -72,6 +72,14 @@ export class PeerMedia {
     return found;
   }
 
+  /** Which transport a request's data ask for or name, if any. */
+  directionOf(data) {
+    if (data?.producing === true) return 'send';
+    if (data?.consuming === true) return 'receive';
+    const named = this.transports().find(({ transport }) => transport.id === data?.transportId);
+    return named?.direction;
+  }
+
   routerOf(producer) {
     return this.#routers.get(producer);
   }

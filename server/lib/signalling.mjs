@@ -1,5 +1,6 @@
 import { Server } from 'socket.io';
 import { SOCKET_PREFIX } from './config.mjs';
+import { drop } from './drop.mjs';
 import { MODES } from './read.mjs';
 import { Refusal } from './refusal.mjs';
 import { runRequest } from './requests.mjs';
@@ -47,7 +48,8 @@ class Connection {
       });
     }
     const method = typeof envelope?.method === 'string' ? envelope.method : '';
-    const event = { roomId: room.id, peerId: peer.id, method };
+    const direction = peer.media.directionOf(envelope?.data);
+    const event = { roomId: room.id, peerId: peer.id, method, direction };
     const wrong = service.faults.take('answerWrong', event);
     const { answer, afters } =
       wrong && !wrong.alsoRun
@@ -65,6 +67,8 @@ class Connection {
 
   #acknowledge(event, ack, answer) {
     const { faults } = this.service;
+    const lost = faults.take('loseAnswer', event);
+    if (lost && this.peer.socket === this.socket) return drop(this.peer, lost, faults);
     if (faults.take('swallowAck', event)) return;
     const slow = faults.take('delayAck', event);
     if (slow) setTimeout(() => ack(answer), slow.ms).unref();

@@ -180,6 +180,32 @@ describe('odd input and injected faults', () => {
     assert.equal((await service.control('rooms', { roomId })).rooms[0].peers[0].mode, 'VIEWER');
   });
 
+  it('loses one answer in a drop, and keeps its participant out for a while', async () => {
+    const roomId = 'lost';
+    const ada = service.client('ada', { roomId });
+    const bob = service.client('bob', { roomId });
+    await bob.join();
+    const lost = { method: 'createWebRtcTransport', direction: 'receive', downMs: 200 };
+    await service.control('loseAnswer', { roomId, peerId: 'ada', ...lost });
+    await ada.enter();
+    await ada.device.load({
+      routerRtpCapabilities: await ada.ok('getRouterRtpCapabilities'),
+    });
+    await ada.transport('send');
+    const answered = ada.transport('receive').then(() => true);
+    assert.equal(await Promise.race([answered, ada.next('disconnect')]), 'transport close');
+    await ada.next('connect_error');
+    await ada.join();
+    const { id } = await ada.produce('audio');
+    assert.equal((await bob.next('newConsumer')).producerId, id);
+    await service.control('loseAnswer', { roomId, method: 'closeProducer' });
+    ada.request('closeProducer', { producerId: id }).catch(() => {});
+    await bob.next('consumerClosed');
+    await ada.join();
+    for (const wrong of [{ how: 'constructor' }, { downMs: -1 }, { downMs: 'x' }])
+      await assert.rejects(service.control('loseAnswer', wrong), /40[04]/);
+  });
+
   it('emits any event, asks for acknowledgements, and breaks frames', async () => {
     const roomId = 'emit';
     const to = { roomId, peerId: 'ada' };

@@ -1,5 +1,7 @@
 #include "Attendee.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 
 namespace kestrova::test {
@@ -48,7 +50,7 @@ bool Attendee::getsPictures(std::chrono::seconds limit) {
 
 bool Attendee::getsMedia(double toneHz, std::chrono::seconds limit) {
   sound->forget();
-  return getsPictures(limit) && waitUntil([&] { return sound->purity(toneHz) > 0.9; }, limit);
+  return getsPictures(limit) && waitUntil([&] { return sound->presence(toneHz) > 0.85; }, limit);
 }
 
 std::shared_ptr<Participant> Attendee::other(const std::string& id) const {
@@ -87,7 +89,7 @@ int Attendee::count(const std::string& start) const {
 
 void Attendee::leaveAndWait() {
   meeting->leave();
-  sees("left manual");
+  EXPECT_TRUE(sees("left manual")) << story();
 }
 
 // ---- Events ------------------------------------------------------------------------------------
@@ -126,20 +128,20 @@ void Attendee::onEntryResponded(const std::string& id, const std::string& decisi
 
 void Attendee::onEntryRequested(const std::string& id, const std::string&, Action allow,
                                 Action deny) {
-  note("asked " + id);
   if (letsPeopleIn) (*letsPeopleIn ? allow : deny)();
+  note("asked " + id);
 }
 
 void Attendee::onMicRequested(const std::optional<std::string>& participantId, Action accept,
                               Action reject) {
-  note("mic asked by " + participantId.value_or("nobody"));
   (grantsRequests ? accept : reject)();
+  note("mic asked by " + participantId.value_or("nobody"));
 }
 
 void Attendee::onWebcamRequested(const std::optional<std::string>& participantId, Action accept,
                                  Action reject) {
-  note("webcam asked by " + participantId.value_or("nobody"));
   (grantsRequests ? accept : reject)();
+  note("webcam asked by " + participantId.value_or("nobody"));
 }
 
 void Attendee::onPinStateChanged(const std::string& participantId, PinType) {

@@ -19,7 +19,8 @@ class Attendee : public MeetingEventListener,
                  public ParticipantEventListener,
                  public std::enable_shared_from_this<Attendee> {
 public:
-  static constexpr std::chrono::seconds patience{20};
+  /// Long enough for a machine whose cores are all busy with something else.
+  static constexpr std::chrono::seconds patience{60};
 
   /// Makes the meeting, listens to it and joins.
   static std::shared_ptr<Attendee> join(const std::string& token, InitMeetingOptions options);
@@ -35,7 +36,8 @@ public:
   /// The same for as many lines.
   bool seesTimes(const std::string& start, int times, std::chrono::seconds limit = patience);
   bool waitUntil(const std::function<bool()>& condition, std::chrono::seconds limit = patience);
-  /// Waits until fresh pictures with a running clock, and a fresh tone, come from the others.
+  /// Waits until fresh pictures with a running clock, and a fresh tone with hardly a gap, come
+  /// from the others.
   bool getsMedia(double toneHz, std::chrono::seconds limit = patience);
   bool getsPictures(std::chrono::seconds limit = patience);
   std::shared_ptr<Participant> other(const std::string& id) const;
@@ -79,6 +81,7 @@ public:
   void onStreamDisabled(const std::shared_ptr<MediaStream>& stream,
                         const std::shared_ptr<Participant>& participant) override;
 
+  // What is answered before the question is noted, so that both may be set once that is seen.
   /// What to do with people who ask to enter; nothing leaves them waiting.
   std::optional<bool> letsPeopleIn;
   /// Whether a request for the microphone or camera is granted.

@@ -39,7 +39,7 @@ TEST_F(RecoveryTest, APersonWhoseProcessIsKilledLeavesAfterTheGraceTime) {
   ASSERT_TRUE(ada->sees("without grace")) << ada->story();
   const auto took = std::chrono::steady_clock::now() - killed;
   EXPECT_GE(took, std::chrono::milliseconds(4900));
-  EXPECT_LT(took, std::chrono::milliseconds(8000));
+  EXPECT_LT(took, std::chrono::seconds(20)) << "not only when pings stay away";
   EXPECT_EQ(ada->count("loses "), 2) << ada->story();
   EXPECT_TRUE(ada->meeting->participants().empty());
 }
@@ -113,12 +113,18 @@ TEST_F(RecoveryTest, AMutedMicrophoneStaysMutedOverTheReturn) {
 
 TEST_F(RecoveryTest, SomebodyWhoWentMeanwhileIsGoneAfterTheReturn) {
   const auto ada = joinSmall("ada", tone);
-  ChildAttendee grace(service.address(), service.token(), "grace");
-  ASSERT_TRUE(ada->sees("with grace"));
-  service.control("restart", {{"downMs", 1000}, {"keepRooms", true}});
-  grace.kill();
+  const auto grace = Attendee::join(service.token(), person("grace", false));
+  ASSERT_TRUE(ada->sees("with grace")) << ada->story();
+  // Ada is kept out until Grace has gone for good.
+  const Dictionary who{{"roomId", "integration"}, {"peerId", "ada"}, {"count", 1000}};
+  service.control("refuseConnections", who);
+  service.control("dropSocket", who);
+  ASSERT_TRUE(ada->sees("state RECONNECTING")) << ada->story();
+  service.control("removePeer", {{"roomId", "integration"}, {"peerId", "grace"}});
+  service.control("clearFaults", {});
   ASSERT_TRUE(ada->seesTimes("joined", 2)) << ada->story();
-  EXPECT_TRUE(ada->waitUntil([&] { return ada->meeting->participants().empty(); })) << ada->story();
+  EXPECT_TRUE(ada->sees("without grace")) << ada->story();
+  EXPECT_TRUE(ada->meeting->participants().empty());
   EXPECT_EQ(ada->count("without grace"), 1) << ada->story();
 }
 

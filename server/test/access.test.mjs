@@ -190,7 +190,7 @@ describe('the programs', () => {
       services.map(async ({ child }) => (await once(child, 'exit'))[0]),
     );
     assert.deepEqual(codes, [0, 0]);
-    assert.ok(Date.now() - begun < 2000, 'ends quickly');
+    assert.ok(Date.now() - begun < 10000, 'ends before any time-out of a connection');
     await until(() => !workers.some(alive));
   });
 

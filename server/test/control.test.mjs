@@ -112,13 +112,17 @@ describe('modes and held streams', () => {
 
   it('tells everybody what a newcomer cannot decode until it is gone', async () => {
     const roomId = 'codecs';
+    const isVp9 = ({ codec }) => codec === 'video/VP9';
     const ada = service.client('ada', { roomId });
     await ada.join();
     const { codecs } = ada.device.rtpCapabilities;
     const bob = service.client('bob', { roomId });
     await bob.join({ rtpCapabilities: { codecs: codecs.filter((c) => !/VP9/.test(c.mimeType)) } });
-    const told = await ada.next('unsupportedCodecAdded', ({ codec }) => codec === 'video/VP9');
+    const told = await ada.next('unsupportedCodecAdded', isVp9);
     assert.deepEqual(told, { consumerPeerId: 'bob', kind: 'video', codec: 'video/VP9' });
+    const codec = codecs.find(({ mimeType }) => mimeType === 'video/VP9');
+    await ada.produce('video', { codec });
+    await ada.next('unsupportedCodecAdded', isVp9);
     const eve = service.client('eve', { roomId, mode: 'SIGNALLING_ONLY' });
     assert.ok((await eve.join({ rtpCapabilities: {} })).unsupportedCodecs.includes('video/VP9'));
     await service.control('offerCodecs', { roomId, peerId: 'carl', codecs: ['video/VP8'] });
@@ -128,6 +132,9 @@ describe('modes and held streams', () => {
     const names = offered.codecs.map(({ mimeType }) => mimeType);
     assert.deepEqual(names, ['audio/opus', 'video/VP8', 'video/rtx']);
     assert.ok((await carl.ok('getRouterRtpCapabilities')).codecs.length > names.length);
+    await service.control('setUnsupportedCodecs', { roomId, codecs: ['AV1'] });
+    assert.deepEqual((await carl.ok('join', carl.joinData())).unsupportedCodecs, ['AV1']);
+    await service.control('setUnsupportedCodecs', { roomId });
     for (const codecs of [undefined, 'video/VP8', ['video/XY']]) {
       await assert.rejects(service.control('offerCodecs', { roomId, codecs }), /400/);
     }
@@ -139,24 +146,12 @@ describe('modes and held streams', () => {
     assert.deepEqual(aboutEve, [], 'one who receives nothing limits nobody');
   });
 
-  it('restarts ICE when the client asks', async () => {
-    const ada = service.client('ada', { roomId: 'ice' });
-    await ada.join();
-    const fragments = [];
-    for (const transportId of [ada.send.id, ada.send.id, ada.receive.id]) {
-      const answer = await ada.ok('restartIce', { transportId });
-      assert.equal(answer.transportId, transportId);
-      fragments.push(answer.iceParameters.usernameFragment);
-    }
-    assert.equal(new Set(fragments).size, 3);
-    assert.equal((await ada.request('restartIce', { transportId: 'x' })).errorCode, 404);
-  });
 });
 
 describe('outages', () => {
   let service;
   before(async () => {
-    service = await openService({ grace: 3000 });
+    service = await openService({ grace: 20000 });
   });
   after(() => service.close());
 
@@ -189,7 +184,7 @@ describe('outages', () => {
       const clients = ['ada', 'bob'].map((id) => service.client(id, { roomId }));
       for (const client of clients) await client.join();
       const [{ sessionId }] = await rooms();
-      await service.control('restart', { downMs: 150, keepRooms });
+      await service.control('restart', { downMs: 1000, keepRooms });
       for (const client of clients) {
         assert.equal(await client.next('disconnect'), 'transport close');
         await client.next('connect_error');

@@ -2,12 +2,12 @@ import * as assert from 'node:assert/strict';
 import * as fs from 'node:fs';
 import { after, before, test } from 'node:test';
 import { setTimeout as delay } from 'node:timers/promises';
-import { openService, until } from '../../../server/test/support.mjs';
-import { readPng, Run, temporaryFolder } from '../meet/support.mjs';
+import { openService, temporaryFolder, until } from '../../../server/test/support.mjs';
+import { readPng, Run } from '../meet/support.mjs';
 import { openBrowser } from './browser.mjs';
 import { readMark } from './mark.mjs';
 
-const PATIENCE_MS = 40000;
+const PATIENCE_MS = 90000;
 const LOOK_AGAIN_MS = 200;
 const FRAMES_PER_SECOND = 15;
 const PAGE_HERTZ = 523;
@@ -71,12 +71,12 @@ function startMeet(t, roomId, folder) {
     snapshot: folder,
     expect: 1,
     // Should this process be killed, it doesn't stay behind.
-    duration: '2m',
+    duration: '5m',
   };
   const args = Object.entries(options).flatMap(([name, value]) => [`--${name}`, `${value}`]);
   const environment = { SSL_CERT_FILE: service.ready.ca, KESTROVA_TOKEN: service.token() };
   const run = new Run([...args, '--json'], environment);
-  t.after(() => run.child.kill('SIGKILL'));
+  t.after(() => run.stop('SIGKILL'));
   return run;
 }
 
@@ -145,8 +145,7 @@ async function meetEachOther(t, roomId, { camera, check }) {
   await eventually(async () => check(await videos(roomId)));
 
   await holdPicture(roomId, run);
-  run.child.kill('SIGTERM');
-  assert.equal(await within(run.ended, () => run.events.at(-1)), 143);
+  assert.equal(await within(run.stop('SIGTERM'), () => run.events.at(-1)), 143);
   const [remote] = run.summary.remotes;
   assert.ok(remote.flowed && isNear(remote.hertz, PAGE_HERTZ), JSON.stringify(remote));
   const { width, height, pixels } = readPng(remote.snapshot);

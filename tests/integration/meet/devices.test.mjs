@@ -1,11 +1,11 @@
 import * as assert from 'node:assert/strict';
-import { spawn } from 'node:child_process';
 import { once } from 'node:events';
 import * as fs from 'node:fs';
 import * as path from 'node:path';
 import { after, before, test } from 'node:test';
 import { setTimeout as sleep } from 'node:timers/promises';
-import { openService, Run, temporaryFolder } from './support.mjs';
+import { openService, temporaryFolder } from '../../../server/test/support.mjs';
+import { joinAs, Run, start } from './support.mjs';
 
 let service;
 before(async () => {
@@ -13,10 +13,12 @@ before(async () => {
 });
 after(() => service.close());
 
-const joining = (meeting, name, env, ...more) => {
-  const where = ['--service', service.address, '--meeting', meeting, '--name', name];
-  const secrets = { SSL_CERT_FILE: service.ca, KESTROVA_TOKEN: service.token() };
-  return new Run([...where, '--json', ...more], { ...secrets, ...env });
+const joining = (meeting, name, more, ...words) => {
+  const { args, env } = joinAs(service, meeting, name);
+  return new Run([...args, '--json', ...words], { ...env, ...more });
+};
+const leave = async (...runs) => {
+  for (const run of runs) assert.equal(await run.stop('SIGINT'), 130);
 };
 
 /** A camera that isn't there: `words` say what it is like. */
@@ -38,9 +40,7 @@ test('a camera is seen by the others until it is unplugged, and the meeting live
   assert.equal(ended.code, 3027, JSON.stringify(ended));
   await grace.event('streamDisabled', (stream) => stream.name === 'Ada' && stream.kind === 'video');
   await sample(grace, 'Ada', (one) => one.streams.join() === 'audio' && one.levelDb > -40);
-  for (const run of [ada, grace]) run.child.kill('SIGINT');
-  assert.equal(await ada.ended, 130);
-  assert.equal(await grace.ended, 130);
+  await leave(ada, grace);
 });
 
 for (const [fault, words] of [
@@ -53,9 +53,7 @@ for (const [fault, words] of [
     await ada.event('error');
     const grace = joining('broken', 'Grace', {}, '--camera', 'none');
     await sample(grace, 'Ada', (one) => one.levelDb > -40);
-    for (const run of [ada, grace]) run.child.kill('SIGINT');
-    assert.equal(await ada.ended, 130);
-    assert.equal(await grace.ended, 130);
+    await leave(ada, grace);
   });
 }
 
@@ -71,7 +69,7 @@ async function openSoundServer() {
   ];
   const options = ['-n', '--daemonize=no', '--exit-idle-time=-1', '--use-pid-file=no'];
   const quiet = ['--disable-shm=yes', '--realtime=no', '--high-priority=no', '--log-level=error'];
-  const child = spawn(
+  const child = start(
     'pulseaudio',
     [...options, ...quiet, ...modules.flatMap((module) => ['-L', module])],
     {
@@ -101,8 +99,7 @@ test('what one meeting plays on the speaker, another hears from the microphone',
       joining('quiet', 'Ear', {}, ...quiet, '--mic', 'none'),
     ];
     await sample(runs[3], 'Desk', (one) => Math.abs(one.hertz - 660) < 10 && one.levelDb > -40);
-    for (const run of runs) run.child.kill('SIGINT');
-    for (const run of runs) assert.equal(await run.ended, 130);
+    await leave(...runs);
   } finally {
     await sound.close();
   }

@@ -1,10 +1,10 @@
 import * as assert from 'node:assert/strict';
-import { spawn } from 'node:child_process';
 import { once } from 'node:events';
 import * as fs from 'node:fs';
 import * as path from 'node:path';
 import { after, before, test } from 'node:test';
-import { openService, Run, temporaryFolder } from './support.mjs';
+import { openService, temporaryFolder } from '../../../server/test/support.mjs';
+import { join, joinAs, start } from './support.mjs';
 
 let service;
 let folder;
@@ -17,7 +17,6 @@ after(async () => {
   fs.rmSync(folder, { recursive: true });
 });
 
-const environment = () => ({ SSL_CERT_FILE: service.ca, KESTROVA_TOKEN: service.token() });
 const quoted = (words) => words.map((word) => `'${word}'`).join(' ');
 
 /** kestrova-meet on a terminal of its own, whose mode is printed once the program has ended. */
@@ -26,11 +25,11 @@ class TerminalRun {
 
   constructor(meeting, name, ...more) {
     this.pidFile = path.join(folder, `${name}.pid`);
-    const where = ['--service', service.address, '--meeting', meeting, '--name', name];
-    const program = quoted([process.env.KESTROVA_MEET, ...where, ...more]);
+    const { args, env } = joinAs(service, meeting, name);
+    const program = quoted([process.env.KESTROVA_MEET, ...args, ...more]);
     const line = `sh -c 'echo $$ > "$PID_FILE"; exec "$@"' sh ${program}; echo "ended $?"; stty -a`;
-    this.child = spawn('script', ['-qefc', line, '/dev/null'], {
-      env: { ...process.env, ...environment(), PID_FILE: this.pidFile, SHELL: '/bin/sh', TERM: 'xterm' },
+    this.child = start('script', ['-qefc', line, '/dev/null'], {
+      env: { ...process.env, ...env, PID_FILE: this.pidFile, SHELL: '/bin/sh', TERM: 'xterm' },
       stdio: ['pipe', 'pipe', 'inherit'],
     });
     this.child.stdout.on('data', (data) => (this.output += data));
@@ -65,10 +64,7 @@ class TerminalRun {
   }
 }
 
-const joining = (meeting, name, ...more) => {
-  const where = ['--service', service.address, '--meeting', meeting, '--name', name];
-  return new Run([...where, '--json', ...more], environment());
-};
+const joining = (...args) => join(service, ...args);
 
 test('keys turn microphone and camera off and on, and leave', async () => {
   const witness = joining('keys', 'Witness');
@@ -102,8 +98,7 @@ test('keys turn microphone and camera off and on, and leave', async () => {
   ada.press('l');
   assert.equal(await ada.finish(), 0);
   await witness.event('participantLeft', ({ name }) => name === 'Ada');
-  witness.child.kill('SIGTERM');
-  await witness.ended;
+  await witness.stop('SIGTERM');
 });
 
 test('the terminal gets its mode back whatever ends the program', async () => {
@@ -122,11 +117,11 @@ test('the terminal gets its mode back whatever ends the program', async () => {
 
 test('--record writes each participant to files of equal length', async () => {
   const recordings = path.join(folder, 'recordings');
-  const grace = joining('record', 'Grace', '--duration', '6s');
+  const grace = joining('record', 'Grace');
   await grace.event('joined');
   const ada = joining('record', 'Ada', '--duration', '4s', '--record', recordings);
   assert.equal(await ada.ended, 0, ada.stderr);
-  await grace.ended;
+  await grace.stop('SIGTERM');
 
   assert.deepEqual(fs.readdirSync(recordings).sort(), ['Grace.wav', 'Grace.y4m']);
   const wav = fs.readFileSync(path.join(recordings, 'Grace.wav'));

@@ -1,53 +1,32 @@
 import * as assert from 'node:assert/strict';
-import { execFileSync, spawn } from 'node:child_process';
+import { spawn } from 'node:child_process';
 import { once } from 'node:events';
 import * as fs from 'node:fs';
-import { request } from 'node:https';
-import * as os from 'node:os';
-import * as path from 'node:path';
 import { createInterface } from 'node:readline';
 import { inflateSync } from 'node:zlib';
 
-const server = path.join(import.meta.dirname, '../../../server');
 const program = process.env.KESTROVA_MEET;
+const children = new Set();
+process.on('exit', () => children.forEach((child) => child.kill('SIGKILL')));
 
-export const temporaryFolder = () => fs.mkdtempSync(path.join(os.tmpdir(), 'kestrova-meet-'));
+/** Starts a process that doesn't stay behind when a test fails. */
+export function start(command, args, options) {
+  const child = spawn(command, args, options);
+  children.add(child);
+  child.once('close', () => children.delete(child));
+  return child;
+}
 
-/** The real service in a process of its own, which ends with this one. */
-export async function openService() {
-  const state = temporaryFolder();
-  const child = spawn(
-    path.join(server, 'bin/service'),
-    ['--port', '0', '--state', state, '--with-parent', '--log-level', 'error'],
-    { stdio: ['pipe', 'pipe', 'inherit'] },
-  );
-  const [line] = await once(createInterface({ input: child.stdout }), 'line');
-  const ready = JSON.parse(line);
-  return {
-    address: ready.service,
-    ca: ready.ca,
-    token: (...args) =>
-      execFileSync(path.join(server, 'bin/token'), ['--state', state, ...args], {
-        encoding: 'utf8',
-      }).trim(),
-    async control(action, body) {
-      const sent = request(`${ready.control}/${action}`, {
-        method: 'POST',
-        ca: fs.readFileSync(ready.ca),
-        headers: { authorization: fs.readFileSync(ready.controlKeyFile, 'utf8').trim() },
-        agent: false,
-      });
-      sent.end(JSON.stringify(body));
-      const [response] = await once(sent, 'response');
-      response.resume();
-      assert.equal(response.statusCode, 200);
-    },
-    async close() {
-      child.kill('SIGTERM');
-      await once(child, 'close');
-      fs.rmSync(state, { recursive: true, force: true });
-    },
-  };
+/** The arguments and secrets with which somebody joins a meeting of `service`. */
+export const joinAs = ({ ready, token }, meeting, name, claims) => ({
+  args: ['--service', ready.service, '--meeting', meeting, '--name', name],
+  env: { SSL_CERT_FILE: ready.ca, KESTROVA_TOKEN: token(claims) },
+});
+
+/** Joins with events as JSON lines. */
+export function join(service, meeting, name, ...more) {
+  const { args, env } = joinAs(service, meeting, name);
+  return new Run([...args, '--json', ...more], env);
 }
 
 /** One run of kestrova-meet. `events` are the JSON lines that it wrote, in order. */
@@ -59,7 +38,7 @@ export class Run {
   constructor(args, env = {}) {
     const inherited = { ...process.env };
     delete inherited.KESTROVA_TOKEN;
-    this.child = spawn(program, args, {
+    this.child = start(program, args, {
       env: { ...inherited, ...env },
       stdio: ['ignore', 'pipe', 'pipe'],
     });
@@ -90,6 +69,12 @@ export class Run {
       this.#waiters.add(look);
       look();
     });
+  }
+
+  /** Ends it by a signal; gives its exit code. */
+  stop(signal) {
+    this.child.kill(signal);
+    return this.ended;
   }
 
   get summary() {

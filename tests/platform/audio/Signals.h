@@ -65,7 +65,7 @@ public:
   std::function<void()> onBlock;
 
   long blocks();
-  /// Skips what came so far and `skipMs` more, then gives `ms` of sound; nothing after 5 seconds.
+  /// Skips what came so far and `skipMs` more, then gives `ms` of sound; nothing after 20 seconds.
   std::vector<std::int16_t> next(int ms, int skipMs = 0);
   /// Waits up to 10 seconds for the tone.
   bool hearsTone();

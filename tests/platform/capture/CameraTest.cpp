@@ -247,7 +247,7 @@ TEST(Camera, AStartThatHangsBlocksNobody) {
                                  watcher.started());
   while (fakevideoOpenHandles() == 0) std::this_thread::yield();
   capture.capturer->stopCapture(watcher.stopped());
-  EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(1));
+  EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(5));
   EXPECT_FALSE(capture.capturer->isRunning());
   EXPECT_FALSE(
       watcher.waitUntil([&] { return !watcher.starts.empty(); }, std::chrono::milliseconds(50)));
@@ -264,7 +264,7 @@ TEST(Camera, AStartThatHangsBlocksNobody) {
                                  watcher.started());
   while (fakevideoOpenHandles() == 0) std::this_thread::yield();
   capture.capturer.reset();
-  EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(15));
+  EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(30));
   while (fakevideoOpenHandles() > 0) {
     fakevideoRelease();
     std::this_thread::yield();

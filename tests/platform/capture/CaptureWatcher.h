@@ -20,7 +20,7 @@
 
 namespace kestrova::test {
 
-constexpr auto kPatience = std::chrono::seconds(20);
+constexpr auto kPatience = std::chrono::seconds(60);
 
 /// What came of one capture, from any thread.
 class CaptureWatcher {
@@ -85,6 +85,29 @@ public:
 private:
   std::mutex _lock;
   std::condition_variable _wake;
+};
+
+/// Keeps what a microphone hears.
+struct Ear : RTCAudioSource {
+  std::map<std::string, std::string> constraints() const override { return {}; }
+  void onData(const AudioData& data) override {
+    std::scoped_lock held(lock);
+    rate = data.sampleRate;
+    channels = data.channels;
+    if (data.frames * 100 != data.sampleRate) ++wrong;
+    samples.insert(samples.end(), data.samples, data.samples + data.frames * data.channels);
+    wake.notify_all();
+  }
+  bool waitFor(std::size_t count) {
+    std::unique_lock held(lock);
+    return wake.wait_for(held, kPatience, [&] { return samples.size() >= count; });
+  }
+  std::mutex lock;
+  std::condition_variable wake;
+  std::vector<std::int16_t> samples;
+  int rate = 0;
+  int channels = 0;
+  int wrong = 0;
 };
 
 /// A folder for the files of one test.

@@ -33,28 +33,6 @@ std::string wav(const std::string& chunks) {
   return "RIFF" + little(chunks.size() + 4, 4) + "WAVE" + chunks;
 }
 
-struct Ear : RTCAudioSource {
-  std::map<std::string, std::string> constraints() const override { return {}; }
-  void onData(const AudioData& data) override {
-    std::scoped_lock held(lock);
-    rate = data.sampleRate;
-    channels = data.channels;
-    if (data.frames * 100 != data.sampleRate) ++wrong;
-    samples.insert(samples.end(), data.samples, data.samples + data.frames * data.channels);
-    wake.notify_all();
-  }
-  bool waitFor(std::size_t count) {
-    std::unique_lock held(lock);
-    return wake.wait_for(held, kPatience, [&] { return samples.size() >= count; });
-  }
-  std::mutex lock;
-  std::condition_variable wake;
-  std::vector<std::int16_t> samples;
-  int rate = 0;
-  int channels = 0;
-  int wrong = 0;
-};
-
 std::unique_ptr<MicrophoneCapturer> microphone(const std::string& path) {
   auto devices = makeCaptureDevices();
   devices->configure({.camera = "none", .microphone = path});

@@ -60,7 +60,7 @@ protected:
   /// Sinks join on the engine's own thread: pushes until one arrives.
   template <class View>
   VideoFrame through(const View& view, int rotation = 0) {
-    for (const auto until = std::chrono::steady_clock::now() + 10s;
+    for (const auto until = std::chrono::steady_clock::now() + 60s;
          std::chrono::steady_clock::now() < until;) {
       EXPECT_EQ(source->push(view, {.timestampUs = time += 33'000, .rotation = rotation}),
                 PushResult::accepted);

@@ -23,7 +23,7 @@ using namespace std::chrono_literals;
 /// Whether the process comes to have `count` threads of libcurl's. A thread that has been joined
 /// may stay visible for a moment.
 bool hasLoops(int count) {
-  for (int i = 0; i < 200; ++i) {
+  for (int i = 0; i < 4000; ++i) {
     int found = 0;
     for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
       std::string name;
@@ -200,7 +200,7 @@ TEST_F(URLSessionTest, releaseFailsWhatIsPendingAndLeavesNoThread) {
     session.reset();
   }
   EXPECT_THROW(pending.get(), URLError);
-  EXPECT_LT(std::chrono::steady_clock::now() - start, 2s);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 10s) << "no time-out was waited for";
 
   LoopbackServer server([](const Request&) { return answer(200, "still"); });
   auto response = asio::co_spawn(pool, other->data({.url = server.url()}), asio::use_future);

@@ -3,9 +3,8 @@
 
 #include <gtest/gtest.h>
 
-#include <ostream>
+#include <sstream>
 #include <string>
-#include <vector>
 
 namespace kestrova {
 namespace {
@@ -13,71 +12,46 @@ namespace {
 using enum BitrateMode;
 using enum EncodingLayer;
 
-struct Layer {
-  std::string rid;
-  double scale;
-  int bitrate;
-  bool operator==(const Layer&) const = default;
-  friend std::ostream& operator<<(std::ostream& out, const Layer& layer) {
-    return out << layer.rid << " /" << layer.scale << " " << layer.bitrate;
-  }
-};
-
-std::vector<Layer> simulcast(int width, int height, BitrateMode mode, EncodingLayer maxLayer,
-                             bool isScreenShare = false) {
-  std::vector<Layer> layers;
+/// The layers as "rid/scale bitrate", the lowest first.
+std::string simulcast(int width, int height, BitrateMode mode, EncodingLayer maxLayer,
+                      bool isScreenShare = false) {
+  std::ostringstream layers;
   for (const auto& encoding : SdkCapabilities::computeVideoEncodings(
            isScreenShare, width, height, {.simulcast = true}, mode, maxLayer)) {
     EXPECT_TRUE(encoding.isActive);
-    layers.push_back({encoding.rid, encoding.scaleResolutionDownBy.value_or(-1),
-                      encoding.maxBitrateBps.value_or(-1)});
+    layers << encoding.rid << '/' << encoding.scaleResolutionDownBy.value_or(-1) << ' '
+           << encoding.maxBitrateBps.value_or(-1) << ' ';
   }
-  return layers;
+  return layers.str();
 }
 
 TEST(EncodingPresetsTest, computesSimulcastLayers) {
-  struct Row {
+  const struct {
     int width, height;
     BitrateMode mode;
     EncodingLayer maxLayer;
-    std::vector<Layer> expected;
+    const char* layers;
+  } rows[] = {
+      {1280, 720, BALANCED, MAX_LAYER_3, "q/4 120000 h/2 450000 f/1 1500000 "},
+      {1280, 720, BALANCED, MAX_LAYER_2, "q/4 120000 h/1 1500000 "},
+      {640, 360, HIGH_QUALITY, MAX_LAYER_2, "q/2 180000 h/1 600000 "},
+      {479, 269, BALANCED, MAX_LAYER_3, "q/1 450000 "},
+      {480, 270, BALANCED, MAX_LAYER_3, "q/1.5 120000 h/1 450000 "},
+      {959, 540, BALANCED, MAX_LAYER_3, "q/3 120000 h/1 900000 "},
+      {1920, 1080, BANDWIDTH_OPTIMIZED, MAX_LAYER_3, "q/3 300000 h/2 600000 f/1 1500000 "},
+      {720, 1280, BALANCED, MAX_LAYER_3, "q/3.55556 450000 h/2.37037 900000 f/1 1500000 "},
+      {3840, 2160, HIGH_QUALITY, MAX_LAYER_2, "q/6 600000 h/1 2700000 "},
+      {1436, 1079, BALANCED, MAX_LAYER_2, "q/5.99444 120000 h/1 2000000 "},
+      {1440, 1080, BALANCED, MAX_LAYER_3, "q/3 360000 h/2.25 600000 f/1 2000000 "},
+      {1, 1, BALANCED, MAX_LAYER_3, "q/1 90000 "},
+      {0, 0, BALANCED, MAX_LAYER_3, ""},
+      {-5, 1000, BALANCED, MAX_LAYER_3, "h/1 1500000 "},
   };
-  const std::vector<Row> table = {
-      {1280, 720, BALANCED, MAX_LAYER_3, {{"q", 4, 120000}, {"h", 2, 450000}, {"f", 1, 1500000}}},
-      {1280, 720, BALANCED, MAX_LAYER_2, {{"q", 4, 120000}, {"h", 1, 1500000}}},
-      {640, 360, BALANCED, MAX_LAYER_3, {{"q", 2, 120000}, {"h", 1, 450000}}},
-      {640, 360, HIGH_QUALITY, MAX_LAYER_2, {{"q", 2, 180000}, {"h", 1, 600000}}},
-      {320, 180, BALANCED, MAX_LAYER_3, {{"q", 1, 120000}}},
-      {479, 269, BALANCED, MAX_LAYER_3, {{"q", 1, 450000}}},
-      {480, 270, BALANCED, MAX_LAYER_3, {{"q", 1.5, 120000}, {"h", 1, 450000}}},
-      {959, 540, BALANCED, MAX_LAYER_3, {{"q", 3, 120000}, {"h", 1, 900000}}},
-      {1920,
-       1080,
-       BANDWIDTH_OPTIMIZED,
-       MAX_LAYER_3,
-       {{"q", 3, 300000}, {"h", 2, 600000}, {"f", 1, 1500000}}},
-      {720,
-       1280,
-       BALANCED,
-       MAX_LAYER_3,
-       {{"q", 1280.0 / 360, 450000}, {"h", 1280.0 / 540, 900000}, {"f", 1, 1500000}}},
-      {3840, 2160, HIGH_QUALITY, MAX_LAYER_2, {{"q", 6, 600000}, {"h", 1, 2700000}}},
-      {1436, 1079, BALANCED, MAX_LAYER_2, {{"q", 1079.0 / 180, 120000}, {"h", 1, 2000000}}},
-      {1440,
-       1080,
-       BALANCED,
-       MAX_LAYER_3,
-       {{"q", 3, 360000}, {"h", 2.25, 600000}, {"f", 1, 2000000}}},
-      {1, 1, BALANCED, MAX_LAYER_3, {{"q", 1, 90000}}},
-      {0, 0, BALANCED, MAX_LAYER_3, {}},
-      {-5, 1000, BALANCED, MAX_LAYER_3, {{"h", 1, 1500000}}},
-  };
-  for (const auto& row : table)
-    EXPECT_EQ(simulcast(row.width, row.height, row.mode, row.maxLayer), row.expected)
+  for (const auto& row : rows)
+    EXPECT_EQ(simulcast(row.width, row.height, row.mode, row.maxLayer), row.layers)
         << row.width << "x" << row.height;
   // A shared screen has no lower layers, and the top one keeps the rid of its place.
-  EXPECT_EQ(simulcast(1280, 720, BALANCED, MAX_LAYER_3, true),
-            (std::vector<Layer>{{"h", 1, 1500000}}));
+  EXPECT_EQ(simulcast(1280, 720, BALANCED, MAX_LAYER_3, true), "h/1 1500000 ");
 }
 
 TEST(EncodingPresetsTest, takesTheGivenEncodingWithoutSimulcast) {

@@ -1,5 +1,4 @@
 #include <kestrova/model/KestrovaError.h>
-#include <kestrova/model/RoomClientError.h>
 
 #include <gtest/gtest.h>
 
@@ -49,14 +48,6 @@ TEST(KestrovaErrorTest, comparesByCodeAlone) {
   EXPECT_NE(own, KestrovaError::INVALID_API_KEY);
   std::unordered_set<KestrovaError> set = {own};
   EXPECT_TRUE(set.contains(KestrovaError::INVALID_TOKEN));
-}
-
-TEST(RoomClientFailureTest, namesItsCase) {
-  try {
-    throw RoomClientFailure(RoomClientError::keyEncodingFailed);
-  } catch (const std::exception& failure) {
-    EXPECT_STREQ(failure.what(), "keyEncodingFailed");
-  }
 }
 
 }  // namespace

@@ -14,6 +14,9 @@
 #include <filesystem>
 #include <functional>
 #include <future>
+#include <iterator>
+#include <sstream>
+#include <vector>
 
 namespace kestrova {
 namespace {
@@ -47,26 +50,21 @@ PulseServer::~PulseServer() {
 
 void PulseServer::start() {
   const auto protocol = "module-native-protocol-unix auth-anonymous=1 socket=" + socketPath();
-  const std::array<const char*, 14> line{"pulseaudio",
-                                         "-n",
-                                         "--daemonize=no",
-                                         "--exit-idle-time=-1",
-                                         "--use-pid-file=no",
-                                         "--disable-shm=yes",
-                                         "--realtime=no",
-                                         "--high-priority=no",
-                                         "--log-target=stderr",
-                                         "--log-level=info",
-                                         "-L",
-                                         protocol.c_str(),
-                                         nullptr};
+  std::istringstream options(
+      "pulseaudio -n --daemonize=no --exit-idle-time=-1 --use-pid-file=no --disable-shm=yes "
+      "--realtime=no --high-priority=no --log-target=stderr --log-level=info -L");
+  std::vector<std::string> words{std::istream_iterator<std::string>(options), {}};
+  words.push_back(protocol);
+  std::vector<char*> line;
+  for (auto& word : words) line.push_back(word.data());
+  line.push_back(nullptr);
   std::array<int, 2> log{};
   ASSERT_EQ(::pipe2(log.data(), O_CLOEXEC), 0);
   _process = ::fork();
   if (_process == 0) {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     ::dup2(log[1], STDERR_FILENO);
-    ::execvp(line[0], const_cast<char* const*>(line.data()));
+    ::execvp(line[0], line.data());
     ::_exit(127);
   }
   ::close(log[1]);

@@ -44,23 +44,11 @@ public:
 using LoudVideoTrack = LoudTrack<RTCVideoTrack, VideoSink>;
 using LoudAudioTrack = LoudTrack<RTCAudioTrack, AudioSink>;
 
-struct TrackConsumer final : Consumer {
-  TrackConsumer(std::shared_ptr<RTCMediaStreamTrack> t, MediaKind k) : _track(t), _kind(k) {}
-  std::string id() const override { return "c"; }
-  std::string producerId() const override { return "p"; }
-  MediaKind kind() const override { return _kind; }
-  std::shared_ptr<RTCMediaStreamTrack> track() const override { return _track; }
-  std::string appData() const override { return "{}"; }
-  bool closed() const override { return false; }
-  bool paused() const override { return false; }
-  void pause() override {}
-  void resume() override {}
-  void close() override {}
-  void setDelegate(std::weak_ptr<ConsumerDelegate>) override {}
-  Task<std::string> stats() override { co_return "[]"; }
-  const std::shared_ptr<RTCMediaStreamTrack> _track;
-  const MediaKind _kind;
-};
+std::shared_ptr<MediaStream> streamOf(TestPlatform& platform,
+                                      std::shared_ptr<RTCMediaStreamTrack> track) {
+  return std::make_shared<MediaStream>(std::make_shared<ScriptedProducer>(
+      platform.media, "p", ProducerOptions{.track = std::move(track)}));
+}
 
 struct Watching final : VideoSink {
   void onFrame(const VideoFrame& frame) override {
@@ -94,10 +82,8 @@ protected:
   TestPlatform platform;
   std::shared_ptr<LoudVideoTrack> videoTrack = std::make_shared<LoudVideoTrack>();
   std::shared_ptr<LoudAudioTrack> audioTrack = std::make_shared<LoudAudioTrack>();
-  std::shared_ptr<MediaStream> video = std::make_shared<MediaStream>(
-      std::make_shared<TrackConsumer>(videoTrack, MediaKind::video), false);
-  std::shared_ptr<MediaStream> audio = std::make_shared<MediaStream>(
-      std::make_shared<TrackConsumer>(audioTrack, MediaKind::audio), false);
+  std::shared_ptr<MediaStream> video = streamOf(platform, videoTrack);
+  std::shared_ptr<MediaStream> audio = streamOf(platform, audioTrack);
   std::shared_ptr<Watching> watching = std::make_shared<Watching>();
   std::shared_ptr<Listening> listening = std::make_shared<Listening>();
 };
@@ -209,8 +195,7 @@ TEST(SinkThreadsTest, aBlockedSinkHoldsUpNothing) {
   changed.background = pool.get_executor();
   Platform::install(std::move(changed));
   const auto track = std::make_shared<LoudVideoTrack>();
-  const auto stream = std::make_shared<MediaStream>(
-      std::make_shared<TrackConsumer>(track, MediaKind::video), false);
+  const auto stream = streamOf(platform, track);
 
   std::mutex lock;
   std::condition_variable changes;

@@ -159,7 +159,8 @@ const ACTIONS = {
   switchRoom({ rooms }, { toRoomId }, { connected, mode }) {
     if (!isId(toRoomId)) throw new HttpError(400, '"toRoomId" must be a meeting id');
     const peer = connected();
-    rooms.open(toRoomId).take(peer, { mode: mode(peer.mode), moderator: peer.moderator });
+    const { moderator, secret } = peer;
+    rooms.open(toRoomId).take(peer, { mode: mode(peer.mode), moderator, secret });
   },
   removePeer(service, { code = LEFT.removed }, { room, peer }) {
     room().remove(peer(), code, { told: true });

@@ -19,9 +19,10 @@ export class Peer {
   outbox = undefined;
   media = undefined;
   graceTimer = undefined;
-  // The meeting that it asks to move to, and those that it came from, still named by its client.
+  // The meeting that it asks to move to, and that which it came from, as long as its client may
+  // not have heard of the move.
   asks = undefined;
-  cameFrom = new Set();
+  cameFrom = undefined;
   switching = false;
   adaptive = false;
 
@@ -43,6 +44,7 @@ export class Peer {
     });
     this.mayEnter = this.moderator || claims.permissions.includes('allow_join');
     Object.assign(this, { joined: false, switching: false, adaptive: false });
+    this.cameFrom = undefined;
     this.media?.close();
     const outbox = new Outbox(socket, this.settings);
     this.outbox = outbox;
@@ -57,10 +59,20 @@ export class Peer {
   }
 
   /** Goes to another room with all it has; to be joined there. */
-  move(room, { mode, moderator }) {
-    this.cameFrom.add(this.room.id);
-    Object.assign(this, { room, mode, moderator, entry: 'allowed', switching: true });
+  move(room, { mode, moderator, secret }) {
+    this.cameFrom = this.room.id;
+    Object.assign(this, { room, mode, moderator, secret, entry: 'allowed', switching: true });
     Object.assign(this, { joined: false, announced: false });
+  }
+
+  /**
+   * Whether a request that names `roomId` is meant for where this is. A connection is in order: once
+   * its client has named the new meeting, nothing can be under way that still names the old one.
+   */
+  isIn(roomId, method) {
+    if (roomId === this.room.id) this.cameFrom = undefined;
+    else if (roomId !== this.cameFrom || method === 'join') return false;
+    return true;
   }
 
   /** Closes the transport of a direction that `mode` doesn't have. */

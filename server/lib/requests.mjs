@@ -32,8 +32,8 @@ export async function runRequest(envelope, { room, peer, service }) {
     const { method, data = {} } = envelope;
     const row = METHODS.get(method);
     if (!row) throw new RequestError(501, `no such request: ${String(method).slice(0, 100)}`);
-    if (envelope.roomId !== room.id && !peer.cameFrom.has(envelope.roomId))
-      throw new RequestError(403, 'another meeting is not served here');
+    if (!peer.isIn(envelope.roomId, method))
+      throw new RequestError(403, '"roomId" must name the meeting in which the participant is');
     if (!isObject(data)) throw new RequestError(400, '"data" must be an object');
     check(peer, row);
     const { secret, faults, rooms } = service;

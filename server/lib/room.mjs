@@ -72,12 +72,12 @@ export class Room {
    * Takes `peer` over from the meeting where it is, with its connection, transports and producers.
    * Its client hears of it and then joins here.
    */
-  take(peer, { mode, moderator }) {
+  take(peer, { mode, moderator, secret }) {
     const from = peer.room;
     if (from !== this) {
       this.#sendAway(peer.id);
       from.#release(peer);
-      peer.move(this, { mode, moderator });
+      peer.move(this, { mode, moderator, secret });
       this.peers.set(peer.id, peer);
       peer.asks?.forget(peer);
     }

@@ -21,14 +21,6 @@ export class Rooms {
     return room;
   }
 
-  /** The meeting to which a participant had moved from `roomId` before its connection dropped. */
-  ofReturning(roomId, peerId) {
-    return this.all().find((room) => {
-      const peer = room.peers.get(peerId);
-      return peer && !peer.socket && peer.cameFrom.has(roomId);
-    });
-  }
-
   all() {
     return [...this.#rooms.values()];
   }

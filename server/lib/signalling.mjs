@@ -120,8 +120,7 @@ export function openSignalling(httpServer, service) {
   });
   io.on('connection', (socket) => {
     const { roomId, peerId, ...identity } = socket.data.identity;
-    const room = rooms.ofReturning(roomId, peerId) ?? rooms.open(roomId);
-    const peer = room.connect(socket, peerId, identity);
+    const peer = rooms.open(roomId).connect(socket, peerId, identity);
     const connection = new Connection(socket, peer, service);
     log.info('connected', { roomId, peerId });
     socket.on('request', (...args) => connection.request(args));

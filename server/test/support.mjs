@@ -207,6 +207,12 @@ export class Client {
     return transport;
   }
 
+  /** Names another meeting from now on. */
+  moveTo(roomId) {
+    this.roomId = roomId;
+    this.socket.io.opts.query.roomId = roomId;
+  }
+
   joinData(more = {}) {
     return {
       displayName: this.peerId,

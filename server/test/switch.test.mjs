@@ -39,7 +39,8 @@ describe('moving to another meeting', () => {
       const spoken = await eve.produce('audio');
       const ada = await gather('ada', from);
       const published = [await ada.produce('audio'), await ada.produce('video')];
-      for (const producer of published) {
+      const silenced = await ada.produce('audio');
+      for (const producer of [...published, silenced]) {
         await bob.next('newConsumer', ({ producerId }) => producerId === producer.id);
       }
       const { sessionId } = (await service.control('rooms', { roomId: to })).rooms[0];
@@ -53,12 +54,19 @@ describe('moving to another meeting', () => {
         switchingRoomId: to,
       });
       assert.deepEqual(await bob.next('peerClosed'), { peerId: 'ada', reason: { code: 1005 } });
-      for (let i = 0; i < 2; i += 1) await bob.next('consumerClosed');
+      for (let i = 0; i < 3; i += 1) await bob.next('consumerClosed');
       assert.deepEqual(ids(await peersOf(from)), ['bob']);
 
-      // The client goes on naming the meeting of its connection.
+      // What may have been on its way still names the old meeting; joining is not that.
+      await ada.ok('closeProducer', { producerId: silenced.id });
+      const joining = ada.joinData({ switchingRoom: true });
+      assert.equal((await ada.request('join', joining)).errorCode, 403);
+      ada.moveTo(to);
       assert.equal((await ada.request('join', ada.joinData())).errorCode, 409);
-      const { peers } = await ada.ok('join', ada.joinData({ switchingRoom: true }));
+      ada.roomId = from;
+      assert.equal((await ada.request('pauseAllConsumers', { kind: 'all' })).errorCode, 403);
+      ada.moveTo(to);
+      const { peers } = await ada.ok('join', joining);
       assert.deepEqual(ids(peers), ['eve']);
       assert.equal((await ada.next('newConsumer')).producerId, spoken.id);
       assert.equal((await eve.next('newPeer')).id, 'ada');
@@ -123,7 +131,10 @@ describe('moving to another meeting', () => {
     await host.ok('respondEntry', { id: 'ada', decision: 'allowed' });
     assert.equal((await ada.next('entryResponded')).switchingRoomId, 'away');
     assert.equal(await peersOf('home'), undefined);
-    await ada.ok('join', ada.joinData({ switchingRoom: true }));
+    ada.moveTo('away');
+    const joining = ada.joinData({ switchingRoom: true });
+    assert.equal((await ada.request('join', joining)).errorCode, 4022, 'the old token');
+    await ada.ok('join', { ...joining, secret: asking.secret });
     await host.next('newPeer');
     await ada.ok('switchToMeeting', { ...asking, meetingId: 'nowhere' });
     await until(() => peersOf('nowhere'));
@@ -137,6 +148,7 @@ describe('moving to another meeting', () => {
     await service.control('switchRoom', { roomId: 'here', peerId: 'ada', toRoomId: 'there' });
     assert.deepEqual(await double.next('close'), { reason: { code: 1011 } });
     assert.equal((await ada.next('entryResponded')).switchingRoomId, 'there');
+    ada.moveTo('there');
     await ada.ok('join', ada.joinData({ switchingRoom: true, mode: 'RECV_ONLY' }));
     const { mode, transports } = await peerState('there', 'ada');
     assert.deepEqual([mode, transports.map((t) => t.direction)], ['RECV_ONLY', ['receive']]);

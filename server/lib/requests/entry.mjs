@@ -72,7 +72,7 @@ function switchToMeeting({ peer, data, secret, faults, rooms, after }) {
   const fault = faults.take('refuseEntry', { roomId, peerId: peer.id });
   if (fault?.how === 'answer')
     throw new RequestError(fault.errorCode ?? 403, 'the switch is refused');
-  const moderator = permissions.includes('allow_mod');
+  const move = { mode, moderator: permissions.includes('allow_mod'), secret: token };
   after(() => {
     peer.asks?.forget(peer);
     if (fault) {
@@ -81,8 +81,8 @@ function switchToMeeting({ peer, data, secret, faults, rooms, after }) {
     }
     const target = rooms.open(roomId);
     if (permissions.includes('ask_join') && target !== peer.room)
-      return target.askEntry(peer, peer.displayName, { mode, moderator });
-    target.take(peer, { mode, moderator });
+      return target.askEntry(peer, peer.displayName, move);
+    target.take(peer, move);
   });
 }
 

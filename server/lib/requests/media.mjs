@@ -126,7 +126,8 @@ export const mediaRequests = {
   restartIce: { needs: 'entry', run: restartIce },
   iceRestarted: { needs: 'entry', run: iceRestarted },
   produce: { needs: 'join', run: produce },
-  closeProducer: { needs: 'join', run: closeProducer },
+  // Also between two meetings: one who mutes then is not heard in the next.
+  closeProducer: { needs: 'entry', run: closeProducer },
   pauseConsumer: { needs: 'join', run: one('pauseConsumer') },
   resumeConsumer: { needs: 'join', run: one('resumeConsumer') },
   pauseAllConsumers: { needs: 'join', run: all('pauseConsumer') },

@@ -1,5 +1,7 @@
 #include <kestrova/platform/linux/socketio/SocketIOPacket.h>
 
+#include <boost/json/serializer.hpp>
+
 #include <charconv>
 #include <utility>
 

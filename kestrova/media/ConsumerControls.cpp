@@ -14,6 +14,7 @@ struct ConsumerControls::ConsumerRequest {
   const char* span;
   const char* done;
   const char* failed;
+  const KestrovaError& error;
 };
 
 struct ConsumerControls::AllStreamsRequest {
@@ -59,16 +60,20 @@ ConsumerControls::ConsumerControls(std::shared_ptr<RoomContext> context)
 // ---- One consumer ------------------------------------------------------------------------------
 
 Task<void> ConsumerControls::pauseConsumer(std::string id) {
-  static constexpr ConsumerRequest row{LocalEvent::pauseConsumer, "Requesting to Pause Stream",
-                                       "Stream paused successfully",
-                                       "Error in stream's pause() -> "};
+  static const ConsumerRequest row{.event = LocalEvent::pauseConsumer,
+                                   .span = "Requesting to Pause Stream",
+                                   .done = "Stream paused successfully",
+                                   .failed = "Error in stream's pause() -> ",
+                                   .error = KestrovaError::PAUSE_STREAM_FAILED};
   return ask(row, std::move(id));
 }
 
 Task<void> ConsumerControls::resumeConsumer(std::string id) {
-  static constexpr ConsumerRequest row{LocalEvent::resumeConsumer, "Requesting to Resume Stream",
-                                       "Stream resumed successfully",
-                                       "Error in stream's resume() -> "};
+  static const ConsumerRequest row{.event = LocalEvent::resumeConsumer,
+                                   .span = "Requesting to Resume Stream",
+                                   .done = "Stream resumed successfully",
+                                   .failed = "Error in stream's resume() -> ",
+                                   .error = KestrovaError::RESUME_STREAM_FAILED};
   return ask(row, std::move(id));
 }
 
@@ -78,14 +83,17 @@ Task<void> ConsumerControls::ask(const ConsumerRequest& row, std::string consume
   Dictionary data{{"consumerId", consumerId}};
   const Dictionary reply =
       co_await _context->socketRequestHandler->prepareAndSendRequest(row.event, std::move(data));
-  if (const auto status = isStatusOK(reply); status.ok)
-    span.event(row.done);
-  else
+  if (const auto status = isStatusOK(reply); !status.ok) {
     span.fail(row.failed + status.failure);
+    reportFailure(*_context, row.error);
+    co_return;
+  }
+  span.event(row.done);
 }
 
 Task<void> ConsumerControls::setQuality(VideoQuality quality, std::string consumerId,
-                                        std::string participantId) {
+                                        std::string participantId,
+                                        std::function<void()> onRefused) {
   const auto self = shared_from_this();
   const auto layer = videoLayer("hd", text(quality)).value_or(SpatialTemporalLayer{});
   ScopedSpan span(
@@ -99,29 +107,36 @@ Task<void> ConsumerControls::setQuality(VideoQuality quality, std::string consum
       {"consumerId", consumerId}, {"spatialLayer", layer.s}, {"temporalLayer", layer.t}};
   const Dictionary reply = co_await _context->socketRequestHandler->prepareAndSendRequest(
       LocalEvent::setConsumerPreferredLayers, std::move(data));
-  if (const auto status = isStatusOK(reply); status.ok)
-    span.event("Webcam quality set successfully");
-  else
+  if (const auto status = isStatusOK(reply); !status.ok) {
     span.fail("Failed to set spatial and temporal layers for webcam with error: " + status.failure);
+    onRefused();
+    reportFailure(*_context, KestrovaError::SET_QUALITY_FAILED);
+    co_return;
+  }
+  span.event("Webcam quality set successfully");
 }
 
 // ---- All streams -------------------------------------------------------------------------------
 
 Task<void> ConsumerControls::pauseAllStreams(std::string kind) {
-  static const AllStreamsRequest row{
-      LocalEvent::pauseAllConsumers,       "Pause All ",
-      "Error in pauseAllStreams() -> ",    "Emitting PAUSED_ALL_STREAM Event",
-      " Streams paused successfully.",     KestrovaError::PAUSE_ALL_STREAMS_FAILED,
-      &RoomClientDelegate::pauseAllStreams};
+  static const AllStreamsRequest row{.event = LocalEvent::pauseAllConsumers,
+                                     .verb = "Pause All ",
+                                     .failed = "Error in pauseAllStreams() -> ",
+                                     .emitting = "Emitting PAUSED_ALL_STREAM Event",
+                                     .done = " Streams paused successfully.",
+                                     .error = KestrovaError::PAUSE_ALL_STREAMS_FAILED,
+                                     .apply = &RoomClientDelegate::pauseAllStreams};
   return ask(row, std::move(kind));
 }
 
 Task<void> ConsumerControls::resumeAllStreams(std::string kind) {
-  static const AllStreamsRequest row{
-      LocalEvent::resumeAllConsumers,       "Resume All ",
-      "Error in resumeAllStreams() -> ",    "Emitting RESUMED_ALL_STREAM Event",
-      " Streams resumed successfully.",     KestrovaError::RESUME_ALL_STREAMS_FAILED,
-      &RoomClientDelegate::resumeAllStreams};
+  static const AllStreamsRequest row{.event = LocalEvent::resumeAllConsumers,
+                                     .verb = "Resume All ",
+                                     .failed = "Error in resumeAllStreams() -> ",
+                                     .emitting = "Emitting RESUMED_ALL_STREAM Event",
+                                     .done = " Streams resumed successfully.",
+                                     .error = KestrovaError::RESUME_ALL_STREAMS_FAILED,
+                                     .apply = &RoomClientDelegate::resumeAllStreams};
   return ask(row, std::move(kind));
 }
 
@@ -149,22 +164,24 @@ Task<void> ConsumerControls::ask(const AllStreamsRequest& row, std::string kind)
 // ---- Adaptive subscription ---------------------------------------------------------------------
 
 Task<void> ConsumerControls::enableAdaptiveSubscription() {
-  static const AdaptiveRequest row{LocalEvent::enableAdaptiveSubscription,
-                                   "Enable Adaptive Subscription Requested",
-                                   "Adaptive subscription enable request sent successfully.",
-                                   "Error in enableAdaptiveSubscription() -> ",
-                                   "Enable adaptive subscription failed.",
-                                   KestrovaError::ADAPTIVE_SUBSCRIPTION_ENABLE_FAILED};
+  static const AdaptiveRequest row{
+      .event = LocalEvent::enableAdaptiveSubscription,
+      .span = "Enable Adaptive Subscription Requested",
+      .done = "Adaptive subscription enable request sent successfully.",
+      .cause = "Error in enableAdaptiveSubscription() -> ",
+      .failed = "Enable adaptive subscription failed.",
+      .error = KestrovaError::ADAPTIVE_SUBSCRIPTION_ENABLE_FAILED};
   return ask(row);
 }
 
 Task<void> ConsumerControls::disableAdaptiveSubscription() {
-  static const AdaptiveRequest row{LocalEvent::disableAdaptiveSubscription,
-                                   "Disable Adaptive Subscription Requested",
-                                   "Adaptive subscription disable request sent successfully.",
-                                   "Error in disableAdaptiveSubscription() -> ",
-                                   "Disable adaptive subscription failed.",
-                                   KestrovaError::ADAPTIVE_SUBSCRIPTION_DISABLE_FAILED};
+  static const AdaptiveRequest row{
+      .event = LocalEvent::disableAdaptiveSubscription,
+      .span = "Disable Adaptive Subscription Requested",
+      .done = "Adaptive subscription disable request sent successfully.",
+      .cause = "Error in disableAdaptiveSubscription() -> ",
+      .failed = "Disable adaptive subscription failed.",
+      .error = KestrovaError::ADAPTIVE_SUBSCRIPTION_DISABLE_FAILED};
   return ask(row);
 }
 

@@ -20,7 +20,8 @@ struct ConsumerFacts {
 
 ConsumerFacts factsOf(const Consumer& consumer) {
   const auto appData = consumer.appData();
-  return {mediaTypeOf(consumer.kind(), isShare(appData)),
+  const bool isSharedScreen = consumer.kind() == MediaKind::video && isShare(appData);
+  return {mediaTypeOf(consumer.kind(), isSharedScreen),
           text(parseDictionary(appData), "peerId", "")};
 }
 

@@ -23,7 +23,7 @@ std::optional<AVCaptureDevice> getCameraDevice(CaptureDevices& devices, CameraPo
 
 std::shared_ptr<MediaCapturer> MediaCapturer::make() {
   std::shared_ptr<MediaCapturer> capturer(new MediaCapturer(Platform::current()));
-  capturer->listenToCamera();
+  capturer->renewCamera();
   return capturer;
 }
 
@@ -31,21 +31,37 @@ MediaCapturer::MediaCapturer(std::shared_ptr<const Platform> platform)
     : _platform(std::move(platform)),
       _peerConnectionFactory(_platform->peerConnectionFactory()),
       _cameraSessionQueue(SerialQueue::make("live.kestrova.camera.session")),
-      _videoCapturer(_platform->captureDevices->makeCameraCapturer()),
       _videoSource(_peerConnectionFactory->videoSource()) {}
 
 MediaCapturer::~MediaCapturer() {
-  if (!_videoCapturer->isRunning()) return;
+  if (!_videoCapturer || !_videoCapturer->isRunning()) return;
   // The capturer is kept until the device has let go.
   _videoCapturer->stopCapture([keep = _videoCapturer] {});
 }
 
-void MediaCapturer::listenToCamera() {
-  _videoCapturer->onFrame([weak = weak_from_this()](const VideoFrame& frame) {
+std::shared_ptr<RTCCameraVideoCapturer> MediaCapturer::videoCapturer() const {
+  std::scoped_lock held(_mediaLock);
+  return _videoCapturer;
+}
+
+bool MediaCapturer::isCameraRunning() const {
+  return videoCapturer()->isRunning();
+}
+
+/// What "the camera" stands for may be another thing than the last time.
+void MediaCapturer::renewCamera() {
+  std::shared_ptr<RTCCameraVideoCapturer> fresh = _platform->captureDevices->makeCameraCapturer();
+  listenTo(*fresh);
+  std::scoped_lock held(_mediaLock);  // goes before the one that is replaced
+  _videoCapturer.swap(fresh);
+}
+
+void MediaCapturer::listenTo(RTCCameraVideoCapturer& camera) {
+  camera.onFrame([weak = weak_from_this()](const VideoFrame& frame) {
     const auto self = weak.lock();
     if (const auto source = self ? self->videoSource() : nullptr) source->onFrame(frame);
   });
-  _videoCapturer->onFailure([weak = weak_from_this()](const std::string& error) {
+  camera.onFailure([weak = weak_from_this()](const std::string& error) {
     const auto self = weak.lock();
     if (!self) return;
     std::uint64_t session = 0;
@@ -94,7 +110,8 @@ Task<std::shared_ptr<RTCVideoTrack>> MediaCapturer::capture(CaptureFormat output
   const auto self = shared_from_this();
   const auto turn = co_await _session.acquire();
   if (isCameraRunning() && !co_await stopSession())
-    traceError("Camera stop timed out during video-track creation.");
+    traceRouted("Camera stop timed out during video-track creation.");
+  if (!isCameraRunning()) renewCamera();
   // A camera of this system serves one process at a time.
   traceDebug("Multitasking not supported on this device!");
 
@@ -110,7 +127,7 @@ Task<std::shared_ptr<RTCVideoTrack>> MediaCapturer::capture(CaptureFormat output
 Task<bool> MediaCapturer::stopSession() {
   auto stop = [this](Completion<bool> done) {
     _platform->scheduler->detachedAfter(captureTimeout, [done] { done(false); });
-    _videoCapturer->stopCapture([done] { done(true); });
+    videoCapturer()->stopCapture([done] { done(true); });
   };
   co_return co_await awaitCallback<bool>(std::move(stop));
 }
@@ -124,17 +141,17 @@ Task<bool> MediaCapturer::startSession(AVCaptureDevice device, int fps) {
   }
   auto start = [this, &device, fps](Completion<Outcome> done) {
     _platform->scheduler->detachedAfter(captureTimeout, [done] { done(Outcome::timedOut); });
-    _videoCapturer->startCapture(device, device.activeFormat, fps,
-                                 [done](const std::string& error) {
-                                   if (!error.empty())
-                                     traceError([&] { return "Failed to start video! " + error; });
-                                   done(error.empty() ? Outcome::started : Outcome::failed);
-                                 });
+    videoCapturer()->startCapture(device, device.activeFormat, fps,
+                                  [done](const std::string& error) {
+                                    if (!error.empty())
+                                      traceError([&] { return "Failed to start video! " + error; });
+                                    done(error.empty() ? Outcome::started : Outcome::failed);
+                                  });
   };
   const auto outcome = co_await awaitCallback<Outcome>(std::move(start));
   if (outcome == Outcome::timedOut) {
-    traceError("Camera start timed out during video-track creation.");
-    _videoCapturer->stopCapture([] {});  // should it start after all
+    traceRouted("Camera start timed out during video-track creation.");
+    videoCapturer()->stopCapture([] {});  // should it start after all
   }
   co_return outcome == Outcome::started;
 }
@@ -148,8 +165,8 @@ std::shared_ptr<RTCVideoTrack> MediaCapturer::bindTrackIfSourceCurrent(
       return _videoTrack;
     }
   }
-  traceError(replaced);
-  _videoCapturer->stopCapture([] {});
+  traceRouted(replaced);
+  videoCapturer()->stopCapture([] {});
   return nullptr;
 }
 
@@ -187,7 +204,7 @@ Task<std::optional<CameraPosition>> MediaCapturer::flipCamera() {
     if (!co_await startSession(*device, fps)) co_return std::nullopt;
     if (videoSource() != source) {
       // The track was removed meanwhile: what nobody sees is not captured either.
-      _videoCapturer->stopCapture([] {});
+      videoCapturer()->stopCapture([] {});
       co_return std::nullopt;
     }
   }
@@ -300,7 +317,7 @@ void MediaCapturer::removeVideoTrack(const std::shared_ptr<RTCMediaStreamTrack>&
 void MediaCapturer::stop() {
   endCameraTrack();
   endMicrophone();
-  if (isCameraRunning()) _videoCapturer->stopCapture([] {});
+  if (isCameraRunning()) videoCapturer()->stopCapture([] {});
 }
 
 // ---- Captures that end by themselves -----------------------------------------------------------

@@ -63,7 +63,7 @@ public:
   /// thread, with no lock held. Replaces an earlier handler.
   void onCaptureFailed(CaptureFailedHandler handler);
 
-  bool isCameraRunning() const { return _videoCapturer->isRunning(); }
+  bool isCameraRunning() const;
   /// Stops a camera that feeds no track.
   Task<void> stopUnusedCamera();
   CameraPosition cameraPosition() const;
@@ -91,7 +91,9 @@ private:
   using MicrophoneMark = std::shared_ptr<std::atomic<bool>>;
 
   explicit MediaCapturer(std::shared_ptr<const Platform> platform);
-  void listenToCamera();
+  std::shared_ptr<RTCCameraVideoCapturer> videoCapturer() const;
+  void renewCamera();
+  void listenTo(RTCCameraVideoCapturer& camera);
   Task<std::shared_ptr<RTCVideoTrack>> captureOnQueue(CaptureFormat output, CameraPosition position,
                                                       const char* replaced);
   Task<std::shared_ptr<RTCVideoTrack>> capture(CaptureFormat output, CameraPosition position,
@@ -112,10 +114,10 @@ private:
   const std::shared_ptr<const Platform> _platform;
   const std::shared_ptr<RTCPeerConnectionFactory> _peerConnectionFactory;
   const std::shared_ptr<SerialQueue> _cameraSessionQueue;
-  const std::shared_ptr<RTCCameraVideoCapturer> _videoCapturer;
   AsyncLock _session;
 
   mutable std::mutex _mediaLock;
+  std::shared_ptr<RTCCameraVideoCapturer> _videoCapturer;
   std::shared_ptr<RTCVideoSource> _videoSource;
   std::shared_ptr<RTCVideoTrack> _videoTrack;
   std::uint64_t _cameraSession = 0;  // counts the starts of the camera

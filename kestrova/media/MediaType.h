@@ -17,9 +17,10 @@ constexpr std::string_view text(MediaType type) {
 constexpr MediaType mediaTypeFrom(std::string_view kind) {
   return kind == "share" ? MediaType::share : kind == "video" ? MediaType::video : MediaType::audio;
 }
+/// A shared sound belongs to the share.
 constexpr MediaType mediaTypeOf(MediaKind kind, bool share) {
-  if (kind == MediaKind::audio) return MediaType::audio;
-  return share ? MediaType::share : MediaType::video;
+  if (share) return MediaType::share;
+  return kind == MediaKind::audio ? MediaType::audio : MediaType::video;
 }
 
 /// What became of a stream's encryption.

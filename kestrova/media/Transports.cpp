@@ -41,12 +41,6 @@ bool isLive(TransportConnectionState state) {
          state == TransportConnectionState::checking || state == TransportConnectionState::new_;
 }
 
-void tellFailure(TraceText line, TraceAttributeList attributes = {}) {
-  SdkTracer::shared().routedEvent(line, {.attributes = attributes,
-                                         .targetMask = targetMasks::consolesAndBackend,
-                                         .category = EventCategory::error});
-}
-
 template <class T>
 void closeTransportOnMain(std::shared_ptr<T> transport) {
   auto close = [transport = std::move(transport)] {
@@ -120,7 +114,7 @@ Task<void> Transports::setupDeviceAndTransports(bool isLoaded,
     removeVideoOrientation(routerCapabilities);
     capabilities = jsonText(routerCapabilities).value_or("");
     if (capabilities.empty()) co_return;
-    if (!co_await loadDevice(isLoaded, capabilities, span.scope())) co_return;
+    if (!co_await loadDevice(isLoaded, capabilities, span)) co_return;
   }
   if (!isLoaded) giveUpTransports();
   if (needToCreateSendTransport && !sendTransport())
@@ -138,9 +132,9 @@ void Transports::giveUpTransports() {
   receive.swap(_receive.transport);
 }
 
-Task<bool> Transports::loadDevice(bool isLoaded, std::string routerCapabilities, SpanScope span) {
+Task<bool> Transports::loadDevice(bool isLoaded, std::string routerCapabilities, ScopedSpan& span) {
   if (isLoaded || _device->isLoaded()) {
-    trace("Device Capabilities Already Loaded", {}, span);
+    span.event("Device Capabilities Already Loaded");
     co_return true;
   }
   try {
@@ -151,11 +145,11 @@ Task<bool> Transports::loadDevice(bool isLoaded, std::string routerCapabilities,
     _deviceCapabilitiesJson = codecs ? *codecs : List();
   } catch (const std::exception& error) {
     const std::string_view cause = error.what();
-    traceError("Failed to load device capabilities with an error.", {{"error", cause}}, span);
-    traceError("Could not join the room due to an error.", {{"error", cause}}, span);
+    span.fail("Failed to load device capabilities with an error.", {{"error", cause}});
+    traceError("Could not join the room due to an error.", {{"error", cause}}, span.scope());
     co_return false;
   }
-  trace("Device Capabilities Loaded", {{"routerRTPCapabilities", routerCapabilities}}, span);
+  span.event("Device Capabilities Loaded", {{"routerRTPCapabilities", routerCapabilities}});
   co_return true;
 }
 
@@ -205,6 +199,13 @@ bool Transports::keep(Slot<T>& slot, std::shared_ptr<T> transport, const Connect
   return false;
 }
 
+/// The span of a transport that the device refused.
+void Transports::endFailed(RoomSpans::Slot slot, const SpanScope& span, const std::string& line) {
+  traceError(line, {}, span);
+  _context->spans.take(slot);
+  SdkTracer::shared().endSpan(span, {.success = false, .message = line});
+}
+
 Task<void> Transports::createSendTransport(std::optional<SpanScope> parentSpan,
                                            Connection connection) {
   const auto self = shared_from_this();
@@ -223,8 +224,8 @@ Task<void> Transports::createSendTransport(std::optional<SpanScope> parentSpan,
     transport->setDelegate(weak_from_this());
     if (!keep(_send, std::move(transport), connection)) co_return;
   } catch (const std::exception& error) {
-    const std::string line = std::string("error while creating sendTransport: ") + error.what();
-    traceError(line, {}, span);
+    endFailed(RoomSpans::Slot::producerTransport, span,
+              std::string("error while creating sendTransport: ") + error.what());
     co_return;
   }
   trace("Send Transport Created Successfully", {}, span);
@@ -248,8 +249,8 @@ Task<void> Transports::createReceiveTransport(std::optional<SpanScope> parentSpa
     transport->setDelegate(std::weak_ptr<TransportDelegate>(weak_from_this()));
     if (!keep(_receive, std::move(transport), connection)) co_return;
   } catch (const std::exception& error) {
-    const std::string line = std::string("error while creating recvTransport: ") + error.what();
-    traceError(line, {}, span);
+    endFailed(RoomSpans::Slot::consumerTransport, span,
+              std::string("error while creating recvTransport: ") + error.what());
     co_return;
   }
   trace("Receive Transport Created Successfully", {}, span);
@@ -328,7 +329,7 @@ Task<void> Transports::produce(std::string transportId, MediaKind kind, std::str
   auto id = data ? text(*data, "id") : std::nullopt;
   const auto role = roleOf(transportId);
   if (!id) {
-    tellFailure([&] {
+    traceRouted([&] {
       return std::string("Error in produce event of ") + (role == Role::send ? "Send" : "Receive") +
              " Media Transport ";
     });
@@ -391,13 +392,13 @@ Task<void> Transports::restartIce(std::shared_ptr<T> transport, std::string iceP
   try {
     transport->restartICE(iceParameters);
   } catch (const std::exception& error) {
-    tellFailure(failure, {{"error", std::string_view(error.what())}});
+    traceRouted(failure, {{"error", std::string_view(error.what())}});
   }
   Dictionary data{{"transportId", transport->id()}};
   const Dictionary reply = co_await _context->socketRequestHandler->prepareAndSendRequest(
       LocalEvent::iceRestarted, std::move(data), connection);
   if (const auto status = isStatusOK(reply); !status.ok && connection.isCurrent())
-    tellFailure("Error while iceRestarted request.", {{"error", status.failure}});
+    traceRouted("Error while iceRestarted request.", {{"error", status.failure}});
 }
 
 // ---- Taking down -------------------------------------------------------------------------------

@@ -35,9 +35,11 @@ public:
   }
 
   int rawValue() const { return _rawValue; }
-  std::string_view constantName() const { return _ownName.empty() ? _catalogueName : _ownName; }
-  std::string_view name() const { return constantName(); }
-  std::string_view description() const { return constantName(); }
+  std::string constantName() const {
+    return _ownName.empty() ? std::string(_catalogueName) : _ownName;
+  }
+  std::string name() const { return constantName(); }
+  std::string description() const { return constantName(); }
   const std::optional<std::string>& messageOverride() const { return _messageOverride; }
   /// The override, or else the catalogue's text, or else "Server Error: NAME | Code: CODE".
   std::string message() const;

@@ -20,6 +20,7 @@ const LocalMedium::Texts& CameraControls::texts() {
                  .publishFailed = "Error encountered while enabling webcam in enableWebcam()",
                  .permissionDenied = KestrovaError::ERROR_GET_VIDEO_MEDIA_PERMISSION_DENIED,
                  .trackEnded = KestrovaError::ERROR_WEBCAM_TRACK_ENDED,
+                 .invalidTrack = KestrovaError::ERROR_INVALID_CUSTOM_VIDEO_TRACK,
                  .isAudio = false,
                  .holdsToggle = true};
   return texts;

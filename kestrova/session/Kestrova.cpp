@@ -223,6 +223,9 @@ void Kestrova::getAudioPermission() {
   seeToPermission(Platform::current()->captureDevices->microphoneAuthorization(),
                   "Requesting permission for microphone");
 }
+void Kestrova::setAuthorisationDelegate(std::weak_ptr<AuthorisationDelegate> delegate) {
+  MediaCapturer::setDelegate(std::move(delegate));
+}
 std::vector<std::string> Kestrova::getCameras() {
   return MediaCapturer::getListOfCamerasAsString();
 }

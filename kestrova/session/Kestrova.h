@@ -1,5 +1,6 @@
 #pragma once
 
+#include <kestrova/media/AuthorisationDelegate.h>
 #include <kestrova/media/CustomRTCMediaStream.h>
 #include <kestrova/model/RoomClientError.h>
 #include <kestrova/platform/Capture.h>
@@ -97,10 +98,13 @@ public:
   /// `AuthorisationDelegate`. Linux asks nobody: what is undecided shows when the device is opened.
   static void getVideoPermission();
   static void getAudioPermission();
+  /// Who is told; held weakly, one for the process, and the last one set.
+  static void setAuthorisationDelegate(std::weak_ptr<AuthorisationDelegate> delegate);
   /// The names of the cameras.
   static std::vector<std::string> getCameras();
 
-  /// Which devices are "the camera" and "the microphone" of this process, from the next capture on.
+  /// Which devices are "the camera" and "the microphone" of this process, from the next capture on:
+  /// one that runs is not disturbed.
   static void configureCapture(const CaptureConfig& config);
 
   static void setLogLevel(LogLevel level);

@@ -34,7 +34,7 @@ LocalMedium::LocalMedium(std::shared_ptr<MeetingContext> context, const Texts& t
 
 void LocalMedium::turnOn(Stream custom) {
   const auto refusal = _state.ask(true, _texts.on);
-  if (!refusal) return spawn(shared_from_this(), turnOnNow(live(std::move(custom))));
+  if (!refusal) return spawn(shared_from_this(), turnOnNow(valid(std::move(custom))));
   if (_state.wished()) setSilent(false);  // an "off" that was not carried out yet is taken back
   traceError(*refusal, {{"error", *refusal}});
 }
@@ -103,7 +103,7 @@ Task<void> LocalMedium::startWished(Mode mode, Connection connection,
 Task<void> LocalMedium::startWhileWished(Connection connection,
                                          std::optional<SpanScope> parentSpan) {
   while (_state.wished() && !isRunning(connection)) {
-    const auto outcome = co_await start(liveCustomStream(), connection, parentSpan);
+    const auto outcome = co_await start(valid(customStream()), connection, parentSpan);
     if (outcome == Outcome::interrupted) co_return;  // the return starts it
     if (outcome == Outcome::failed) _state.ended();
     // Switched off meanwhile: by a toggle that waits for its turn, or here.
@@ -254,6 +254,13 @@ void LocalMedium::watch(const Stream& custom) {
 
 LocalMedium::Stream LocalMedium::live(Stream stream) const {
   return stream && trackOf(*stream) ? std::move(stream) : nullptr;
+}
+
+LocalMedium::Stream LocalMedium::valid(Stream stream) {
+  if (!stream || trackOf(*stream)) return stream;
+  setCustomStream(nullptr);
+  _context->onError(_texts.invalidTrack);
+  return nullptr;
 }
 
 LocalMedium::Stream LocalMedium::liveCustomStream() const {

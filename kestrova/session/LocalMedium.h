@@ -52,6 +52,7 @@ protected:
     const char* publishFailed;
     KestrovaError permissionDenied;
     KestrovaError trackEnded;
+    KestrovaError invalidTrack;
     bool isAudio;
     /// Whether toggles are refused as busy while the library starts it.
     bool holdsToggle;
@@ -111,6 +112,9 @@ private:
   bool permitted(const SpanScope& span);
   void watch(const Stream& custom);
   Stream live(Stream stream) const;
+  /// The same for a publication: reports a track that was disposed of, in whose place the device is
+  /// captured.
+  Stream valid(Stream stream);
   void setTrack(Track track, bool isCaptured);
   void setSilent(bool silent);
   bool hasFailed() const;

@@ -74,6 +74,12 @@ public:
   /// An unknown id does nothing.
   void off(MediaStreamEventType event, const std::string& listenerId);
 
+  bool operator==(const MediaStream& other) const { return _id == other._id; }
+
+private:
+  friend class Participant;
+  friend class ParticipantRegistry;
+
   /// For the stream's participant: where the guard is to be found.
   void setMeetingActionValidatorSource(std::weak_ptr<MeetingActionValidatorProviding> source);
   /// For the stream's participant.
@@ -83,9 +89,6 @@ public:
   /// For the stream's participant, on the main queue.
   void notifyState(StreamState state);
 
-  bool operator==(const MediaStream& other) const { return _id == other._id; }
-
-private:
   std::shared_ptr<RtpStream> rtpStream() const;
   void ask(const char* methodName, void (MediaStreamDelegate::*request)(const std::string&));
 

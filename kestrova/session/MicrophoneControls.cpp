@@ -20,6 +20,7 @@ const LocalMedium::Texts& MicrophoneControls::texts() {
                  .publishFailed = "Error encountered while enabling microphone in unmuteMic().",
                  .permissionDenied = KestrovaError::ERROR_GET_AUDIO_MEDIA_PERMISSION_DENIED,
                  .trackEnded = KestrovaError::ERROR_MICROPHONE_TRACK_ENDED,
+                 .invalidTrack = KestrovaError::ERROR_INVALID_CUSTOM_AUDIO_TRACK,
                  .isAudio = true,
                  .holdsToggle = false};
   return texts;

@@ -103,24 +103,48 @@ void Participant::unpin(PinType type) {
 void Participant::changePin(const char* methodName, PinType type, bool pinned) {
   const auto delegate = mayAct(methodName);
   if (!delegate) return;
-  auto state = pinState();
-  if (type != PinType::SHARE) state.cam = pinned;
-  if (type != PinType::CAM) state.share = pinned;
-  delegate->participantPinStateChanged(_id, state, pinned);
+  ParticipantPinState state;
+  {
+    std::scoped_lock held(_participantStateLock);
+    // What was asked for a moment ago counts, though the service has not said so yet.
+    state = _askedPins.value_or(_pinState);
+    if (type != PinType::SHARE) state.cam = pinned;
+    if (type != PinType::CAM) state.share = pinned;
+    _askedPins = state;
+  }
+  delegate->participantPinStateChanged(_id, state, pinned, [weak = weak_from_this()] {
+    if (const auto self = weak.lock()) self->forgetAskedPins();
+  });
+}
+
+void Participant::forgetAskedPins() {
+  std::scoped_lock held(_participantStateLock);
+  _askedPins.reset();
 }
 
 void Participant::setQuality(VideoQuality quality) {
   const auto delegate = mayAct("setQuality");
   if (!delegate || _isLocal) return;
+  std::string streamId;
+  for (const auto& [id, stream] : streams())
+    if (stream->kind() == MediaType::video) streamId = id;
   {
     std::scoped_lock held(_participantStateLock);
-    if (std::exchange(_videoQuality, quality) == quality) return;
+    const bool isSame = std::exchange(_videoQuality, quality) == quality;
+    // A stream that came since then knows nothing of it.
+    if (isSame && (!_qualityAskedOf || _qualityAskedOf == streamId)) return;
+    _qualityAskedOf = streamId;
   }
-  for (const auto& [streamId, stream] : streams()) {
-    if (stream->kind() != MediaType::video) continue;
-    delegate->setQuality(quality, streamId, _id);
-    return;
-  }
+  if (streamId.empty()) return;
+  delegate->setQuality(quality, streamId, _id, [weak = weak_from_this()] {
+    if (const auto self = weak.lock()) self->forgetQuality();
+  });
+}
+
+/// It was refused: asking for the same is no repetition.
+void Participant::forgetQuality() {
+  std::scoped_lock held(_participantStateLock);
+  _qualityAskedOf = "";
 }
 
 std::string Participant::toJsonString() const {
@@ -183,6 +207,9 @@ void Participant::setMode(Mode mode) {
 void Participant::setPinState(ParticipantPinState pinState) {
   std::scoped_lock held(_participantStateLock);
   _pinState = pinState;
+  if (_askedPins && _askedPins->cam.value_or(false) == pinState.cam.value_or(false) &&
+      _askedPins->share.value_or(false) == pinState.share.value_or(false))
+    _askedPins.reset();
 }
 
 void Participant::handleStreamStateChanged(StreamState state, const std::string& streamId) {

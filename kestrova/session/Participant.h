@@ -74,7 +74,9 @@ public:
   void pin(PinType type);
   void unpin(PinType type);
   /// Asks for other layers of a remote participant's camera. Nothing happens for the local
-  /// participant, or when it is the quality already. \throws AgentParticipantError for an agent
+  /// participant, or when the stream that is received was asked for in that quality already: a
+  /// stream that came since, and one for which it was refused, are asked for again.
+  /// \throws AgentParticipantError for an agent
   virtual void setQuality(VideoQuality quality);
 
   std::shared_ptr<MeetingActionValidating> meetingActionValidator() const override;
@@ -83,7 +85,14 @@ public:
 
   bool operator==(const Participant& other) const { return _id == other._id; }
 
-  // What follows is the meeting's side of it.
+private:
+  // The meeting's side of it, for those who keep participants and streams in step with the service.
+  friend class LocalMedium;
+  friend class MediaControls;
+  friend class MeetingCore;
+  friend class MeetingLifecycle;
+  friend class ModeChange;
+  friend class ParticipantRegistry;
 
   void setMeetingActionValidator(std::weak_ptr<MeetingActionValidating> validator);
   /// Who carries out what is asked of the participant.
@@ -101,7 +110,6 @@ public:
   void handleParticipantPause(const Dictionary& data);
   void handleParticipantResume(const Dictionary& data);
 
-private:
   /// The delegate, if the guard lets the operation through; reports the refusal if not.
   std::shared_ptr<ParticipantDelegate> mayAct(const char* methodName) const;
   template <class Event>
@@ -109,6 +117,9 @@ private:
   void askOf(const char* methodName, LocalEvent request);
   void changePin(const char* methodName, PinType type, bool pinned);
   void notePause(const Dictionary& data, std::optional<std::string> reason, const char* notFound);
+  void forgetAskedPins();
+  void forgetQuality();
+
   const std::string _id;
   const std::string _displayName;
   const bool _isLocal;
@@ -119,7 +130,9 @@ private:
 
   mutable std::mutex _participantStateLock;
   VideoQuality _videoQuality = VideoQuality::high;
+  std::optional<std::string> _qualityAskedOf;  // of which stream; empty when of none
   ParticipantPinState _pinState{false, false};
+  std::optional<ParticipantPinState> _askedPins;  // until the service says the same
   Mode _mode;
   std::weak_ptr<MeetingActionValidating> _meetingActionValidator;
   std::weak_ptr<ParticipantDelegate> _delegate;

@@ -29,13 +29,24 @@ Task<void> fetchImage(std::string url, Utils::ImageHandler completion) {
       });
 }
 
+/// 64 bits of the system's randomness at a time.
+struct SystemRandom {
+  using result_type = std::uint64_t;
+  static constexpr result_type min() { return 0; }
+  static constexpr result_type max() { return ~result_type(0); }
+  result_type operator()() {
+    return static_cast<result_type>(device()) << 32 | static_cast<std::uint32_t>(device());
+  }
+  std::random_device device;
+};
+
 }  // namespace
 
 std::string Utils::generatePeerId() {
   constexpr std::string_view alphabet =
       "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
   constexpr std::size_t length = 8;
-  thread_local std::mt19937_64 source{std::random_device{}()};
+  SystemRandom source;
   // Rejects what would favour the first letters.
   std::uniform_int_distribution<std::size_t> draw(0, alphabet.size() - 1);
   std::string id;

@@ -4,6 +4,7 @@
 #include <kestrova/model/Peer.h>
 #include <kestrova/signalling/Events.h>
 
+#include <functional>
 #include <string>
 
 namespace kestrova {
@@ -16,10 +17,12 @@ public:
   /// \param request one of enablePeerMic, disablePeerMic, enablePeerWebcam, disablePeerWebcam and
   ///   removePeer
   virtual void askOfPeer(LocalEvent request, const std::string& participantId) = 0;
+  /// \param onRefused called when the service does not take the request; any thread
   virtual void participantPinStateChanged(const std::string& participantId,
-                                          ParticipantPinState pinState, bool pinning) = 0;
+                                          ParticipantPinState pinState, bool pinning,
+                                          std::function<void()> onRefused) = 0;
   virtual void setQuality(VideoQuality quality, const std::string& consumerId,
-                          const std::string& participantId) = 0;
+                          const std::string& participantId, std::function<void()> onRefused) = 0;
 };
 
 /// The same for one stream.

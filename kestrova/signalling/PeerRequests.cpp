@@ -56,7 +56,7 @@ Task<void> PeerRequests::respondEntry(std::string peerId, std::string decision) 
 }
 
 Task<void> PeerRequests::participantPinStateChanged(std::string peerId, ParticipantPinState state,
-                                                    bool pinning) {
+                                                    bool pinning, std::function<void()> onRefused) {
   const auto self = shared_from_this();
   const auto described = state.toJson();
   ScopedSpan span(pinning ? "Requesting to pin participant" : "Requesting to unpin participant",
@@ -64,20 +64,22 @@ Task<void> PeerRequests::participantPinStateChanged(std::string peerId, Particip
   Dictionary data{{"peerId", peerId}, {"state", described}};
   const Dictionary reply = co_await _context->socketRequestHandler->prepareAndSendRequest(
       LocalEvent::pinStateChanged, std::move(data));
-  judge(reply, span, pinning ? "Error in pin() -> " : "Error in unpin() -> ",
-        "Pin state change request sent successfully",
-        pinning ? KestrovaError::PIN_FAILED : KestrovaError::UNPIN_FAILED);
+  if (!judge(reply, span, pinning ? "Error in pin() -> " : "Error in unpin() -> ",
+             "Pin state change request sent successfully",
+             pinning ? KestrovaError::PIN_FAILED : KestrovaError::UNPIN_FAILED))
+    onRefused();
 }
 
-void PeerRequests::judge(const Dictionary& reply, ScopedSpan& span, std::string_view failure,
+bool PeerRequests::judge(const Dictionary& reply, ScopedSpan& span, std::string_view failure,
                          std::string_view success, const KestrovaError& error) {
   const auto status = isStatusOK(reply);
   if (status.ok) {
     span.event(success);
-    return;
+    return true;
   }
   span.fail(std::string(failure) + status.failure);
   reportFailure(*_context, error);
+  return false;
 }
 
 }  // namespace kestrova

@@ -3,6 +3,7 @@
 #include <kestrova/signalling/Events.h>
 #include <kestrova/signalling/RoomContext.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -19,13 +20,15 @@ public:
   Task<void> ask(LocalEvent request, std::string peerId);
   /// The answer of one who may decide to somebody's entry request: "allowed" or "denied".
   Task<void> respondEntry(std::string peerId, std::string decision);
-  Task<void> participantPinStateChanged(std::string peerId, ParticipantPinState state,
-                                        bool pinning);
+  /// \param onRefused called before the failure is reported
+  Task<void> participantPinStateChanged(std::string peerId, ParticipantPinState state, bool pinning,
+                                        std::function<void()> onRefused);
 
 private:
   struct Row;
   static const Row& row(LocalEvent request);
-  void judge(const Dictionary& reply, ScopedSpan& span, std::string_view failure,
+  /// \returns whether the service took the request
+  bool judge(const Dictionary& reply, ScopedSpan& span, std::string_view failure,
              std::string_view success, const KestrovaError& error);
 
   const std::shared_ptr<RoomContext> _context;

@@ -339,9 +339,9 @@ const std::unordered_map<RemoteEvent, Handler>& handlers() {
        [](const Incoming& event) { event.meeting.entryRequested(event.data); }},
       {Event::mediaRealyStarted,
        [](const Incoming& event) {
-         const auto meetingId = event.read("meetingId", "N/A");
-         trace("Emitting MEDIA_RELAY_STARTED Event", {{"meetingId", meetingId}});
-         event.meeting.onMediaRelayStarted(meetingId);
+         trace("Emitting MEDIA_RELAY_STARTED Event",
+               {{"meetingId", event.read("meetingId", "N/A")}});
+         event.meeting.onMediaRelayStarted(event.read("meetingId"));
        }},
       {Event::mediaRelayStopped,
        [](const Incoming& event) {

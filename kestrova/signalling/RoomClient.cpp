@@ -112,13 +112,16 @@ void RoomClient::askOfPeer(LocalEvent request, const std::string& participantId)
 }
 
 void RoomClient::participantPinStateChanged(const std::string& participantId,
-                                            ParticipantPinState pinState, bool pinning) {
-  spawn(_peerRequests, _peerRequests->participantPinStateChanged(participantId, pinState, pinning));
+                                            ParticipantPinState pinState, bool pinning,
+                                            std::function<void()> onRefused) {
+  spawn(_peerRequests, _peerRequests->participantPinStateChanged(participantId, pinState, pinning,
+                                                                 std::move(onRefused)));
 }
 
 void RoomClient::setQuality(VideoQuality quality, const std::string& consumerId,
-                            const std::string& participantId) {
-  spawn(_consumerControls, _consumerControls->setQuality(quality, consumerId, participantId));
+                            const std::string& participantId, std::function<void()> onRefused) {
+  spawn(_consumerControls,
+        _consumerControls->setQuality(quality, consumerId, participantId, std::move(onRefused)));
 }
 
 void RoomClient::pauseConsumer(const std::string& consumerId) {

@@ -86,9 +86,9 @@ public:
 
   void askOfPeer(LocalEvent request, const std::string& participantId) override;
   void participantPinStateChanged(const std::string& participantId, ParticipantPinState pinState,
-                                  bool pinning) override;
+                                  bool pinning, std::function<void()> onRefused) override;
   void setQuality(VideoQuality quality, const std::string& consumerId,
-                  const std::string& participantId) override;
+                  const std::string& participantId, std::function<void()> onRefused) override;
   void pauseConsumer(const std::string& consumerId) override;
   void resumeConsumer(const std::string& consumerId) override;
 

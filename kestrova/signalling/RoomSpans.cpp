@@ -19,6 +19,8 @@ std::optional<SpanScope> RoomSpans::get(Slot slot) const {
 }
 
 void RoomSpans::set(Slot slot, SpanScope span) {
+  auto replaced = take(slot);
+  if (replaced) SdkTracer::shared().endSpan(*replaced);
   std::scoped_lock held(_tracingLock);
   _slots.insert_or_assign(slot, std::move(span));
 }
@@ -45,6 +47,7 @@ void RoomSpans::end(Registry& registry, const std::string& id) {
 }
 
 void RoomSpans::setPeer(const std::string& participantId, SpanScope span) {
+  endPeer(participantId);
   std::scoped_lock held(_tracingLock);
   _peerSpans.insert_or_assign(participantId, std::move(span));
 }
@@ -56,6 +59,7 @@ void RoomSpans::endPeer(const std::string& participantId) {
 }
 
 void RoomSpans::setConsumer(const std::string& consumerId, SpanScope span) {
+  endConsumer(consumerId);
   std::scoped_lock held(_tracingLock);
   _consumerSpans.insert_or_assign(consumerId, std::move(span));
 }

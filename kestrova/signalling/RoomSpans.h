@@ -16,6 +16,7 @@ public:
   enum class Slot { join, requestEntry, current, leave, producerTransport, consumerTransport };
 
   std::optional<SpanScope> get(Slot slot) const;
+  /// Ends the span that was there.
   void set(Slot slot, SpanScope span);
   /// Empties the slot and gives what was in it.
   std::optional<SpanScope> take(Slot slot);

@@ -30,6 +30,13 @@ inline void traceError(TraceText name, TraceAttributeList attributes = {}, Paren
                                         .success = false});
 }
 
+/// A failure for whoever runs the application and for the back end, without a span of its own.
+inline void traceRouted(TraceText name, TraceAttributeList attributes = {}) {
+  SdkTracer::shared().routedEvent(name, {.attributes = attributes,
+                                         .targetMask = targetMasks::consolesAndBackend,
+                                         .category = EventCategory::error});
+}
+
 /// Starts a span of the kind that every operation of interest opens.
 inline SpanScope openSpan(TraceText name, TraceAttributeList attributes = {},
                           ParentSpan parent = {}) {

@@ -47,22 +47,22 @@ TEST_F(ConsumerControlsTest, eachRequestSaysHowItWent) {
        "Requesting to Pause Stream",
        "Stream paused successfully",
        {"Error in stream's pause() ->  [ ErrorCode: 4000, Message: no ] "},
-       {}},
+       {4074}},
       {"resumeConsumer",
        consumer,
        [&] { return controls->resumeConsumer("c1"); },
        "Requesting to Resume Stream",
        "Stream resumed successfully",
        {"Error in stream's resume() ->  [ ErrorCode: 4000, Message: no ] "},
-       {}},
+       {4075}},
       {"setConsumerPreferredLayers",
        {{"consumerId", "c1"}, {"spatialLayer", 1}, {"temporalLayer", 2}},
-       [&] { return controls->setQuality(VideoQuality::medium, "c1", "bob"); },
+       [&] { return controls->setQuality(VideoQuality::medium, "c1", "bob", [] {}); },
        "Setting WebCam Quality to MEDIUM",
        "Webcam quality set successfully",
        {"Failed to set spatial and temporal layers for webcam with error:  [ ErrorCode: 4000, "
         "Message: no ] "},
-       {}},
+       {4073}},
       {"pauseAllConsumers",
        {{"kind", "all"}},
        [&] { return controls->pauseAllStreams("all"); },
@@ -117,7 +117,7 @@ TEST_F(ConsumerControlsTest, qualitiesAskForTheirLayers) {
   const std::tuple<VideoQuality, int, int> rows[] = {
       {VideoQuality::high, 2, 2}, {VideoQuality::medium, 1, 2}, {VideoQuality::low, 0, 2}};
   for (const auto& [quality, spatial, temporal] : rows) {
-    platform.run(controls->setQuality(quality, "c1", "bob"));
+    platform.run(controls->setQuality(quality, "c1", "bob", [] {}));
     EXPECT_EQ(
         platform.service->last("setConsumerPreferredLayers"),
         (Dictionary{{"consumerId", "c1"}, {"spatialLayer", spatial}, {"temporalLayer", temporal}}));

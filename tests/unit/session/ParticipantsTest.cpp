@@ -215,9 +215,27 @@ TEST_F(ParticipantsTest, pinsAddUpAndComeBackFromTheService) {
   EXPECT_THAT(test.meeting->pinnedParticipants(), IsEmpty());
   test.notify("pinStateChanged", {{"peerId", "me"}, {"state", {{"share", true}}}});
   EXPECT_EQ(test.meeting->localParticipant()->pinState().share, true);
+
+  bob->pin(PinType::CAM);
+  bob->pin(PinType::SHARE);
+  platform.pump();
+  EXPECT_EQ(platform.service->last("pinStateChanged").at("state"),
+            (Value{{"cam", true}, {"share", true}}))
+      << "one behind the other keeps both";
+  platform.service->refuse("pinStateChanged");
+  bob->unpin(PinType::CAM);
+  platform.pump();
+  bob->pin(PinType::CAM);
+  platform.pump();
+  EXPECT_EQ(platform.service->last("pinStateChanged").at("state"),
+            (Value{{"cam", true}, {"share", false}}))
+      << "what was refused does not count";
+  test.notify("pinStateChanged", {{"peerId", "bob"}, {"state", {{"cam", true}}}});
+  test.notify("peerClosed", {{"peerId", "bob"}});
+  EXPECT_FALSE(test.meeting->pinnedParticipants().contains("bob"));
 }
 
-TEST_F(ParticipantsTest, anotherQualityIsAskedForOnce) {
+TEST_F(ParticipantsTest, anotherQualityIsAskedForOnceOfEachStream) {
   const auto bob = test.addPeer("bob");
   test.announce("a1", "bob", "audio");
   test.announce("s1", "bob", "video", true);
@@ -225,16 +243,27 @@ TEST_F(ParticipantsTest, anotherQualityIsAskedForOnce) {
   platform.pump();
   EXPECT_EQ(platform.service->count("setConsumerPreferredLayers"), 0) << "no camera";
   test.announce("c1", "bob", "video");
-  bob->setQuality(VideoQuality::low);
-  bob->setQuality(VideoQuality::medium);
-  bob->setQuality(VideoQuality::medium);
+  for (const auto quality : {VideoQuality::low, VideoQuality::medium, VideoQuality::medium})
+    bob->setQuality(quality);
   platform.pump();
-  EXPECT_EQ(platform.service->count("setConsumerPreferredLayers"), 1);
+  EXPECT_EQ(platform.service->count("setConsumerPreferredLayers"), 2);
   EXPECT_EQ(platform.service->last("setConsumerPreferredLayers"),
             (Dictionary{{"consumerId", "c1"}, {"spatialLayer", 1}, {"temporalLayer", 2}}));
   test.meeting->localParticipant()->setQuality(VideoQuality::low);
+
+  test.notify("consumerClosed", {{"consumerId", "c1"}});
+  platform.advance(std::chrono::milliseconds(100));
+  test.announce("c2", "bob", "video");
+  bob->setQuality(VideoQuality::medium);
   platform.pump();
-  EXPECT_EQ(platform.service->count("setConsumerPreferredLayers"), 1);
+  EXPECT_EQ(platform.service->count("setConsumerPreferredLayers"), 3) << "another camera";
+  platform.service->refuse("setConsumerPreferredLayers");
+  bob->setQuality(VideoQuality::low);
+  platform.pump();
+  bob->setQuality(VideoQuality::low);
+  platform.pump();
+  EXPECT_EQ(platform.service->count("setConsumerPreferredLayers"), 5) << "it was refused";
+  EXPECT_EQ(test.listener->count("onError 4073 SET_QUALITY_FAILED"), 2);
 }
 
 TEST_F(ParticipantsTest, theSubscriptionManagerSaysWhyAStreamIsWithheld) {

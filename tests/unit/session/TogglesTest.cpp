@@ -157,6 +157,23 @@ TEST_F(TogglesTest, othersMayAskAndMaySwitchOff) {
   platform.pump();
 }
 
+TEST_F(TogglesTest, aTrackThatWasDisposedOfIsReportedAndTheDeviceTakesItsPlace) {
+  join();
+  const auto camera = std::make_shared<CustomRTCMediaStream>(
+      CustomStreamFields{.videoTrack = std::make_shared<ScriptedVideoTrack>("own")});
+  const auto microphone = std::make_shared<CustomRTCMediaStream>(
+      CustomStreamFields{.audioTrack = std::make_shared<ScriptedAudioTrack>("own")});
+  camera->disposeTracks();
+  microphone->disposeTracks();
+  test->meeting->enableWebcam(camera);
+  test->meeting->unmuteMic(microphone);
+  platform.pump();
+  EXPECT_TRUE(test->listener->has("onError 3029 ERROR_INVALID_CUSTOM_VIDEO_TRACK"));
+  EXPECT_TRUE(test->listener->has("onError 3030 ERROR_INVALID_CUSTOM_AUDIO_TRACK"));
+  EXPECT_EQ(me()->streams().size(), 2u);
+  EXPECT_TRUE(platform.capture->microphoneRunning);
+}
+
 TEST_F(TogglesTest, leavingInTheMiddleOfAToggleLeavesNothingRunning) {
   for (const char* held : {"produce", "camera"}) {
     SCOPED_TRACE(held);

@@ -176,11 +176,11 @@ void PeerConnection::close() {
   if (_closing.exchange(true)) return;
   _observer->silence();
   /// The observer must outlive the connection, which is let go of here or by the destructor.
-  struct Closing {
+  struct LastHold {
     std::shared_ptr<Observer> observer;
     rtc::scoped_refptr<webrtc::PeerConnectionInterface> connection;
   };
-  _engine.post([last = Closing{_observer, _connection}] { last.connection->Close(); });
+  _engine.post([last = LastHold{_observer, _connection}] { last.connection->Close(); });
 }
 
 std::string PeerConnection::createOffer(bool iceRestart) {

@@ -69,7 +69,9 @@ std::shared_ptr<Consumer> Consuming::consumeTrack(const Dictionary& data) {
   const auto* rtpParameters = dictionary(data, "rtpParameters");
   const auto* appData = dictionary(data, "appData");
   const auto peerId = text(data, "peerId");
-  const auto transport = _transports->receiveTransport();
+  // Nothing begins any more in a meeting that is over.
+  const auto transport =
+      _context->connections->isOver() ? nullptr : _transports->receiveTransport();
   if (!id || !kind || !producerId || !rtpParameters || !appData || !peerId || !transport)
     throw RoomClientFailure(RoomClientError::couldNotStartConsumerStream);
 
@@ -78,6 +80,11 @@ std::shared_ptr<Consumer> Consuming::consumeTrack(const Dictionary& data) {
                          jsonText(*rtpParameters).value_or(""), jsonText(*appData).value_or(""));
   consumer->setDelegate(weak_from_this());
   _registry->add(consumer);
+  if (consumer->closed()) {
+    // Its transport went meanwhile.
+    removeTrack(consumer->id());
+    throw RoomClientFailure(RoomClientError::couldNotStartConsumerStream);
+  }
   onMain(_context, [consumer, isShare = boolean(*appData, "share", false), peerId = *peerId](
                        RoomContext&, RoomClientDelegate& meeting) {
     meeting.addStream(consumer, isShare, peerId);
@@ -117,12 +124,21 @@ void Consuming::removeTrack(const std::string& consumerId) {
 }
 
 std::vector<std::string> Consuming::closeAllConsumers() {
-  std::vector<std::string> closed;
+  std::vector<std::string> ids;
   for (const auto& consumer : _registry->takeConsumers()) {
-    closed.push_back(consumer->id());
+    ids.push_back(consumer->id());
     closeConsumer(*_context, consumer);
   }
-  return closed;
+  return ids;
+}
+
+std::vector<std::string> Consuming::letGoOfAllConsumers() {
+  std::vector<std::string> ids;
+  for (const auto& consumer : _registry->takeConsumers()) {
+    ids.push_back(consumer->id());
+    letGoOfConsumer(*_context, consumer);
+  }
+  return ids;
 }
 
 void Consuming::handleConsumerPaused(const std::string& consumerId) {

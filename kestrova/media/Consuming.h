@@ -30,6 +30,8 @@ public:
   /// Closes all of them; the transport stays.
   /// \returns their ids
   std::vector<std::string> closeAllConsumers();
+  /// The same when their transport is closed next, which takes them along.
+  std::vector<std::string> letGoOfAllConsumers();
 
   /// The service paused or resumed a consumer, or sends other layers of it.
   void handleConsumerPaused(const std::string& consumerId);

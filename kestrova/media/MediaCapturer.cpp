@@ -158,10 +158,11 @@ Task<bool> MediaCapturer::startSession(AVCaptureDevice device, int fps) {
 
 std::shared_ptr<RTCVideoTrack> MediaCapturer::bindTrackIfSourceCurrent(
     const std::shared_ptr<RTCVideoSource>& source, const char* replaced) {
+  auto track = _peerConnectionFactory->videoTrack(source, cameraTrackId);
   {
     std::scoped_lock held(_mediaLock);
     if (_videoSource == source) {
-      _videoTrack = _peerConnectionFactory->videoTrack(source, cameraTrackId);
+      _videoTrack.swap(track);
       return _videoTrack;
     }
   }
@@ -272,11 +273,12 @@ std::shared_ptr<RTCAudioTrack> MediaCapturer::createCustomAudioTrack(
   return createAudioTrack(constraints);
 }
 
-std::shared_ptr<RTCAudioTrack> MediaCapturer::endMicrophone() {
+std::shared_ptr<RTCAudioTrack> MediaCapturer::endMicrophone(const Track& only) {
   std::unique_ptr<MicrophoneCapturer> microphone;
   std::shared_ptr<RTCAudioTrack> track;
   {
     std::scoped_lock held(_mediaLock);
+    if (only && _audioTrack != only) return nullptr;
     microphone.swap(_microphone);
     track.swap(_audioTrack);
     _microphoneMark.reset();
@@ -286,11 +288,12 @@ std::shared_ptr<RTCAudioTrack> MediaCapturer::endMicrophone() {
   return track;
 }
 
-std::shared_ptr<RTCVideoTrack> MediaCapturer::endCameraTrack() {
+std::shared_ptr<RTCVideoTrack> MediaCapturer::endCameraTrack(const Track& only) {
   auto fresh = _peerConnectionFactory->videoSource();
   std::shared_ptr<RTCVideoTrack> track;
   {
     std::scoped_lock held(_mediaLock);
+    if (only && _videoTrack != only) return nullptr;
     _videoSource.swap(fresh);
     track.swap(_videoTrack);
   }
@@ -298,20 +301,12 @@ std::shared_ptr<RTCVideoTrack> MediaCapturer::endCameraTrack() {
   return track;
 }
 
-void MediaCapturer::removeAudioTrack(const std::shared_ptr<RTCMediaStreamTrack>& track) {
-  {
-    std::scoped_lock held(_mediaLock);
-    if (!track || _audioTrack != track) return;
-  }
-  endMicrophone();
+void MediaCapturer::removeAudioTrack(const Track& track) {
+  if (track) endMicrophone(track);
 }
 
-void MediaCapturer::removeVideoTrack(const std::shared_ptr<RTCMediaStreamTrack>& track) {
-  {
-    std::scoped_lock held(_mediaLock);
-    if (!track || _videoTrack != track) return;
-  }
-  endCameraTrack();
+void MediaCapturer::removeVideoTrack(const Track& track) {
+  if (track) endCameraTrack(track);
 }
 
 void MediaCapturer::stop() {
@@ -339,11 +334,13 @@ Task<void> MediaCapturer::cameraFailed(std::uint64_t session, std::string error)
 }
 
 void MediaCapturer::microphoneFailed(const MicrophoneMark& mark, const std::string& error) {
+  Track track;
   {
     std::scoped_lock held(_mediaLock);
     if (_microphoneMark != mark) return;
+    track = _audioTrack;
   }
-  tellCaptureFailed(MediaKind::audio, endMicrophone(), error);
+  if (endMicrophone(track)) tellCaptureFailed(MediaKind::audio, track, error);
 }
 
 void MediaCapturer::tellCaptureFailed(MediaKind kind,

@@ -27,8 +27,9 @@ namespace kestrova {
 /// thread may call.
 class MediaCapturer : public std::enable_shared_from_this<MediaCapturer> {
 public:
-  using CaptureFailedHandler = std::function<void(
-      MediaKind kind, const std::shared_ptr<RTCMediaStreamTrack>& track, const std::string& error)>;
+  using Track = std::shared_ptr<RTCMediaStreamTrack>;
+  using CaptureFailedHandler =
+      std::function<void(MediaKind kind, const Track& track, const std::string& error)>;
 
   static constexpr std::chrono::milliseconds captureTimeout{3'000};
   static constexpr int defaultFrameRate = 30;
@@ -70,8 +71,8 @@ public:
   void setCameraPosition(CameraPosition position);
 
   /// Ends the microphone's track, or the camera's; nothing happens when `track` is another one.
-  void removeAudioTrack(const std::shared_ptr<RTCMediaStreamTrack>& track);
-  void removeVideoTrack(const std::shared_ptr<RTCMediaStreamTrack>& track);
+  void removeAudioTrack(const Track& track);
+  void removeVideoTrack(const Track& track);
   /// Ends both, gives up a camera's track that is being made, and stops the camera itself.
   void stop();
 
@@ -106,8 +107,9 @@ private:
   std::shared_ptr<RTCVideoSource> videoSource() const;
   Task<void> cameraFailed(std::uint64_t session, std::string error);
   void microphoneFailed(const MicrophoneMark& mark, const std::string& error);
-  std::shared_ptr<RTCAudioTrack> endMicrophone();
-  std::shared_ptr<RTCVideoTrack> endCameraTrack();
+  /// \param only nothing happens when the track is another one by now
+  std::shared_ptr<RTCAudioTrack> endMicrophone(const Track& only = nullptr);
+  std::shared_ptr<RTCVideoTrack> endCameraTrack(const Track& only = nullptr);
   void tellCaptureFailed(MediaKind kind, const std::shared_ptr<RTCMediaStreamTrack>& track,
                          const std::string& error);
 

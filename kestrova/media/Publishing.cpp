@@ -257,6 +257,7 @@ void Publishing::requireDevice(const Row& texts, const Connection& connection,
 Task<std::shared_ptr<Producer>> Publishing::publish(const Row& texts, ProducerOptions options,
                                                     Connection connection, SpanScope span) {
   const auto transport = _transports->sendTransport();
+  const auto track = options.track;
   if (!options.track->isEnabled() || !transport || !connection.isCurrent()) co_return nullptr;
   std::shared_ptr<Producer> producer;
   try {
@@ -272,7 +273,8 @@ Task<std::shared_ptr<Producer>> Publishing::publish(const Row& texts, ProducerOp
     co_return nullptr;
   }
   producer->setDelegate(weak_from_this());
-  producer->resume();
+  // A track that was silenced while the service was asked stays silent.
+  if (track->isEnabled()) producer->resume();
   _registry->add(producer);
   const auto& peerId = _context->options.meeting.localParticipantId;
   trace(texts.started, {}, span);
@@ -283,8 +285,7 @@ Task<std::shared_ptr<Producer>> Publishing::publish(const Row& texts, ProducerOp
 
 void Publishing::reportLater(const KestrovaError& error) {
   MainQueue::shared().async([weak = std::weak_ptr(_context), error] {
-    const auto context = weak.lock();
-    if (auto delegate = context ? context->delegate() : nullptr) delegate->onError(error);
+    if (const auto context = weak.lock()) reportFailure(*context, error);
   });
 }
 

@@ -36,6 +36,12 @@ protected:
   virtual bool callSink() = 0;
   virtual void leaveTrack() = 0;
 
+  /// Without holding the sink, whose last reference might otherwise go where the caller stands.
+  template <class Sink>
+  static bool isOwnedBy(const std::weak_ptr<Sink>& held, const std::shared_ptr<Sink>& sink) {
+    return !held.owner_before(sink) && !sink.owner_before(held);
+  }
+
   mutable std::mutex _lock;
 
 private:
@@ -55,7 +61,8 @@ public:
   VideoSinkQueue(const std::shared_ptr<RTCVideoTrack>& track,
                  const std::shared_ptr<VideoSink>& sink)
       : _track(track), _sink(sink) {}
-  std::shared_ptr<VideoSink> sink() const { return _sink.lock(); }
+  bool feeds(const std::shared_ptr<VideoSink>& sink) const { return isOwnedBy(_sink, sink); }
+  bool hasSink() const { return !_sink.expired(); }
   void onFrame(const VideoFrame& frame) override;
 
 private:
@@ -78,7 +85,8 @@ public:
   static constexpr std::size_t capacity = 50;
   AudioSinkQueue(const std::shared_ptr<RTCAudioTrack>& track,
                  const std::shared_ptr<AudioSink>& sink);
-  std::shared_ptr<AudioSink> sink() const { return _sink.lock(); }
+  bool feeds(const std::shared_ptr<AudioSink>& sink) const { return isOwnedBy(_sink, sink); }
+  bool hasSink() const { return !_sink.expired(); }
   void onData(const AudioData& data) override;
 
 private:

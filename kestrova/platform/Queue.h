@@ -137,7 +137,8 @@ private:
 /// application.
 void reportEscaped(const char* where) noexcept;
 
-/// Starts `task` on a background executor, detached. An exception that escapes it is traced to the
+/// Starts `task` on a background executor, detached; it may begin before this returns when the
+/// calling thread is one of that executor. An exception that escapes it is traced to the
 /// failure hook of the platform and goes no further.
 void spawn(Task<void> task);
 /// The same; keeps `owner`, whose operation the task is, until its end.

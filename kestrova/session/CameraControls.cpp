@@ -61,6 +61,8 @@ Task<void> CameraControls::flipCamera() {
   const auto custom = liveCustomStream();
   const auto capturer =
       custom && custom->capturer() ? custom->capturer() : _context->roomClient()->capturer();
+  if (!custom && !capturer->isCameraRunning())
+    capturer->setCameraPosition(_context->mediaConfigStore->video().facingMode);
   // A camera that is off is not opened by this; the next capture takes the other one.
   if (const auto position = co_await capturer->switchCamera()) selectPosition(*position);
 }
@@ -131,6 +133,15 @@ Task<std::shared_ptr<Producer>> CameraControls::produce(Stream stream, Connectio
 void CameraControls::published() {
   if (const auto change = std::exchange(_change, std::nullopt))
     _fallback.emitCodecChangedEvent(*change);
+  // Somebody may have said so while this was being published.
+  const auto unsupported = _context->roomClient()->consuming()->unsupportedCodecs();
+  if (unsupported.empty() || _fallback.isSentAsVP8()) return;
+  spawn(shared_from_this(),
+        republish({.unsupportedCodec = unsupported.front(),
+                   .currentCodec = VideoCodec::VP8,
+                   .previousCodec = _context->mediaConfigStore->video().videoCodec,
+                   .kind = "video"},
+                  false));
 }
 
 Task<std::string> CameraControls::close(std::optional<Connection> telling, SpanScope span) {
@@ -176,12 +187,15 @@ void CameraControls::performVP8CodecFallback(VideoCodec unsupportedCodec, std::s
                                        .currentCodec = VideoCodec::VP8,
                                        .previousCodec = previous,
                                        .kind = std::move(kind),
-                                       .causedBy = std::move(causedBy)}));
+                                       .causedBy = std::move(causedBy)},
+                                      true));
 }
 
-Task<void> CameraControls::republish(CodecChangeInfo change) {
-  const ToggleLoan loan(_state);
+Task<void> CameraControls::republish(CodecChangeInfo change, bool hasToggle) {
+  std::optional<ToggleLoan> loan;
+  if (hasToggle) loan.emplace(_state);
   const auto turn = co_await _turns.acquire();
+  if (!hasToggle && _state.take()) loan.emplace(_state);
   const auto connection = _context->connections->current();
   if (!isRunning(connection)) co_return;  // the next publication finds the codec on the list
   const auto reason = _fallback.reasonText(change.unsupportedCodec);

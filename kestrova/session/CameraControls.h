@@ -49,7 +49,8 @@ private:
   void published() override;
 
   Task<void> flipCamera();
-  Task<void> republish(CodecChangeInfo change);
+  /// \param hasToggle whether toggles are refused as busy already
+  Task<void> republish(CodecChangeInfo change, bool hasToggle);
 
   const std::shared_ptr<ParticipantRegistry> _registry;
   CodecFallback _fallback;

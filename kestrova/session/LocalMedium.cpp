@@ -34,7 +34,11 @@ LocalMedium::LocalMedium(std::shared_ptr<MeetingContext> context, const Texts& t
 
 void LocalMedium::turnOn(Stream custom) {
   const auto refusal = _state.ask(true, _texts.on);
-  if (!refusal) return spawn(shared_from_this(), turnOnNow(valid(std::move(custom))));
+  if (!refusal) {
+    custom = valid(std::move(custom));
+    setCustomStream(custom);
+    return spawn(shared_from_this(), turnOnNow(std::move(custom)));
+  }
   if (_state.wished()) setSilent(false);  // an "off" that was not carried out yet is taken back
   traceError(*refusal, {{"error", *refusal}});
 }
@@ -50,8 +54,17 @@ Task<void> LocalMedium::turnOnNow(Stream custom) {
   const ToggleRelease release(_state);
   const auto turn = co_await _turns.acquire();
   const auto connection = _context->connections->current();
-  setCustomStream(custom);
-  const auto outcome = co_await start(std::move(custom), connection, std::nullopt);
+  if (isRunning(connection)) {
+    // The library started it a moment ago, as it was wished by then.
+    if (!custom || runs(trackOf(*custom))) {
+      _state.started();
+      co_return;
+    }
+    ScopedSpan span(_texts.disabling);
+    co_await stop(span.scope());
+  }
+  auto starting = start(std::move(custom), connection, std::nullopt);
+  const auto outcome = co_await std::move(starting);
   if (outcome == Outcome::published) _state.started();
   if (outcome == Outcome::failed) _state.ended();
 }
@@ -66,7 +79,12 @@ Task<void> LocalMedium::turnOffNow() {
 Task<void> LocalMedium::switchOff() {
   ScopedSpan span(_texts.disabling);
   co_await stop(span.scope());
+  if (_state.wished()) co_return;  // taken back meanwhile
   span.event(_texts.disposing);
+  releaseCustomStream();
+}
+
+void LocalMedium::releaseCustomStream() {
   disposeOwnCapture(customStream());
   setCustomStream(nullptr);
 }
@@ -103,14 +121,17 @@ Task<void> LocalMedium::startWished(Mode mode, Connection connection,
 Task<void> LocalMedium::startWhileWished(Connection connection,
                                          std::optional<SpanScope> parentSpan) {
   while (_state.wished() && !isRunning(connection)) {
-    const auto outcome = co_await start(valid(customStream()), connection, parentSpan);
+    auto starting = start(valid(customStream()), connection, parentSpan);
+    const auto outcome = co_await std::move(starting);
     if (outcome == Outcome::interrupted) co_return;  // the return starts it
     if (outcome == Outcome::failed) _state.ended();
     // Switched off meanwhile: by a toggle that waits for its turn, or here.
     if (outcome == Outcome::published && !_state.started() && !_state.isApplicationToggling())
       co_await switchOff();
   }
-  if (!isRunning(connection)) _state.stopped();
+  if (isRunning(connection)) co_return;
+  _state.stopped();
+  if (!_state.wished() && !_state.isApplicationToggling()) releaseCustomStream();
 }
 
 Task<void> LocalMedium::stopForMode(Connection connection, std::optional<SpanScope> parentSpan) {
@@ -140,13 +161,15 @@ Task<void> LocalMedium::endAfterFailure() {
     co_await stop(span.scope());
   }
   _state.ended();
-  _context->onError(_texts.trackEnded);
+  report(_texts.trackEnded);
 }
 
 // ---- Capture and publication -------------------------------------------------------------------
 
 Task<LocalMedium::Outcome> LocalMedium::start(Stream custom, Connection connection,
                                               std::optional<SpanScope> parentSpan) {
+  // Away, or back and not joined yet: the join starts what is wished.
+  if (!connection.stands() || !_context->isJoinedOn(connection)) co_return Outcome::interrupted;
   watch(custom);
   const auto described =
       custom ? custom->toJsonString(_texts.isAudio) : std::string("Custom Track not provided");
@@ -154,11 +177,13 @@ Task<LocalMedium::Outcome> LocalMedium::start(Stream custom, Connection connecti
   ScopedSpan span(custom ? _texts.enablingCustom : _texts.enabling,
                   {{_texts.customKey, described}, {_texts.permissionKey, allowed}}, parentSpan);
   if (!permitted(span.scope())) co_return Outcome::failed;
-  const bool isCaptured = !custom;
+  const bool isCaptured = !custom || custom->capturer();
   if (custom)
     record(custom);
-  else
-    custom = co_await capture(connection, span.scope());
+  else {
+    auto capturing = capture(connection, span.scope());
+    custom = co_await std::move(capturing);
+  }
   if (!custom) co_return connection.isCurrent() ? Outcome::failed : Outcome::interrupted;
 
   setTrack(trackOf(*custom), isCaptured);
@@ -180,10 +205,14 @@ Task<bool> LocalMedium::publish(Stream stream, Connection connection, SpanScope 
     traceError(error.what(), {}, span);
   }
   if (!producer) co_return false;
+  bool isSilenced = false;
   {
     std::scoped_lock held(_runningLock);
     _running.connection = connection;
+    _running.producer = producer;
+    isSilenced = _running.isSilenced;
   }
+  if (isSilenced) producer->track()->setEnabled(false);  // publishing may have enabled it
   _context->localParticipant->addStream(std::make_shared<MediaStream>(producer));
   published();
   co_return true;
@@ -194,12 +223,12 @@ Task<LocalMedium::Outcome> LocalMedium::judge(bool isPublished, Connection conne
                                               SpanScope span) {
   if (!connection.isCurrent()) {
     // What was published in the last moment is cleared by the return.
-    if (isPublished) co_return Outcome::interrupted;
+    if (isPublished && !_context->connections->isOver()) co_return Outcome::interrupted;
     co_return co_await giveUp(Outcome::interrupted);
   }
   if (hasFailed()) {
     co_await stop(span);
-    _context->onError(_texts.trackEnded);
+    report(_texts.trackEnded);
     co_return Outcome::failed;
   }
   if (isPublished) co_return Outcome::published;
@@ -233,13 +262,17 @@ Task<void> LocalMedium::stop(SpanScope span) {
   co_await releaseCapture(std::move(stopped.track));
 }
 
+void LocalMedium::report(const KestrovaError& error) {
+  if (!_context->connections->isOver()) _context->onError(error);
+}
+
 bool LocalMedium::permitted(const SpanScope& span) {
   const auto status = permission();
   if (status == AuthorisationStatus::authorized || status == AuthorisationStatus::notDetermined)
     return true;
   const auto line = _texts.permissionDenied.message();
   traceError(line, {}, span);
-  _context->onError(_texts.permissionDenied);
+  report(_texts.permissionDenied);
   return false;
 }
 
@@ -259,7 +292,7 @@ LocalMedium::Stream LocalMedium::live(Stream stream) const {
 LocalMedium::Stream LocalMedium::valid(Stream stream) {
   if (!stream || trackOf(*stream)) return stream;
   setCustomStream(nullptr);
-  _context->onError(_texts.invalidTrack);
+  report(_texts.invalidTrack);
   return nullptr;
 }
 
@@ -270,8 +303,22 @@ LocalMedium::Stream LocalMedium::liveCustomStream() const {
 // ---- What runs ---------------------------------------------------------------------------------
 
 bool LocalMedium::isRunning(const Connection& connection) const {
+  std::shared_ptr<Producer> producer;
+  {
+    std::scoped_lock held(_runningLock);
+    if (_running.connection == connection) producer = _running.producer;
+  }
+  return producer && !producer->closed();
+}
+
+bool LocalMedium::runs(const Track& track) const {
   std::scoped_lock held(_runningLock);
-  return _running.connection == connection;
+  return _running.track == track;
+}
+
+bool LocalMedium::isPublished() const {
+  std::scoped_lock held(_runningLock);
+  return _running.producer != nullptr;
 }
 
 bool LocalMedium::hasFailed() const {

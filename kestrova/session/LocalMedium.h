@@ -35,6 +35,10 @@ public:
   Task<void> startWished(Mode mode, Connection connection, std::optional<SpanScope> parentSpan);
   /// Stops it for a mode without sending; the wish stays.
   Task<void> stopForMode(Connection connection, std::optional<SpanScope> parentSpan);
+  /// Whether a publication of it is listed, though its transport may be gone.
+  bool isPublished() const;
+  /// Ends a track that the library captures for the application, and forgets the application's.
+  void releaseCustomStream();
   /// The device behind `track` ended by itself.
   void captureEnded(const Track& track, const std::string& error);
 
@@ -83,6 +87,7 @@ protected:
   Task<void> startWhileWished(Connection connection, std::optional<SpanScope> parentSpan);
   /// Under the turn: closes and releases.
   Task<void> stop(SpanScope span);
+  /// Whether it is published on that connection, and sends.
   bool isRunning(const Connection& connection) const;
   /// The application's track, unless it was disposed of.
   Stream liveCustomStream() const;
@@ -99,10 +104,13 @@ private:
     bool isSilenced = false;               // by `turnOff`
     bool hasFailed = false;                // its device ended by itself
     std::optional<Connection> connection;  // once it is published
+    std::shared_ptr<Producer> producer;
   };
 
   Task<Outcome> start(Stream custom, Connection connection, std::optional<SpanScope> parentSpan);
   Task<void> turnOnNow(Stream custom);
+  bool runs(const Track& track) const;
+  void report(const KestrovaError& error);
   Task<void> turnOffNow();
   Task<void> switchOff();
   Task<void> endAfterFailure();

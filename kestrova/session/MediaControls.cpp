@@ -38,6 +38,22 @@ Task<void> MediaControls::startWishedMedia(Mode mode, Connection connection,
   co_await std::move(startingCamera);
 }
 
+void MediaControls::releaseCustomStreams() {
+  microphone->releaseCustomStream();
+  camera->releaseCustomStream();
+}
+
+Task<void> MediaControls::stopStragglers(Connection connection,
+                                         std::optional<SpanScope> parentSpan) {
+  const auto self = shared_from_this();
+  const std::shared_ptr<LocalMedium> media[] = {camera, microphone};
+  for (const auto& medium : media) {
+    if (!medium->isPublished()) continue;
+    auto stopping = medium->stopForMode(connection, parentSpan);
+    co_await std::move(stopping);
+  }
+}
+
 Task<void> MediaControls::stopPublishing(Connection connection,
                                          std::optional<SpanScope> parentSpan) {
   const auto self = shared_from_this();

@@ -27,6 +27,12 @@ public:
   /// Stops screen share, webcam and microphone, in this order; the wishes stay as they are.
   Task<void> stopPublishing(Connection connection, std::optional<SpanScope> parentSpan);
 
+  /// Stops what is published after all, in a mode that has no sending.
+  Task<void> stopStragglers(Connection connection, std::optional<SpanScope> parentSpan);
+
+  /// The meeting is over: no camera or microphone that the library opened runs on.
+  void releaseCustomStreams();
+
 private:
   void watchCapture();
 

@@ -19,12 +19,12 @@ std::shared_ptr<Queue> queueOf(std::vector<std::shared_ptr<Queue>>& queues,
                                const std::shared_ptr<Track>& track,
                                const std::shared_ptr<Sink>& sink,
                                std::vector<std::shared_ptr<Queue>>& gone) {
-  const auto isLive = [](const auto& queue) { return !queue->isRemoved() && queue->sink(); };
+  const auto isLive = [](const auto& queue) { return !queue->isRemoved() && queue->hasSink(); };
   const auto dead = std::partition(queues.begin(), queues.end(), isLive);
   std::move(dead, queues.end(), std::back_inserter(gone));
   queues.erase(dead, queues.end());
   for (const auto& queue : queues)
-    if (queue->sink() == sink) return queue;
+    if (queue->feeds(sink)) return queue;
   return queues.emplace_back(std::make_shared<Queue>(track, sink));
 }
 

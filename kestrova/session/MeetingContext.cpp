@@ -58,6 +58,16 @@ std::string MeetingContext::id() const {
   return _id;
 }
 
+void MeetingContext::setJoinedOn(const Connection& connection) {
+  std::scoped_lock held(_idLock);
+  _joinedOn = connection;
+}
+
+bool MeetingContext::isJoinedOn(const Connection& connection) const {
+  std::scoped_lock held(_idLock);
+  return _joinedOn == connection;
+}
+
 void MeetingContext::setId(std::string id) {
   std::scoped_lock held(_idLock);
   _id = std::move(id);

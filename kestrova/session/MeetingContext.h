@@ -49,6 +49,11 @@ public:
   /// Lets a join and a change of mode, which both build transports, have their turns.
   AsyncLock roads;
 
+  /// The service has taken the join on this connection: transports are there, and the mode may
+  /// change.
+  void setJoinedOn(const Connection& connection);
+  bool isJoinedOn(const Connection& connection) const;
+
   /// Made on first use. \throws std::exception when the media engine can't be made
   std::shared_ptr<RoomClient> roomClient();
   /// Nothing when none was made yet.
@@ -77,6 +82,7 @@ private:
 
   mutable std::mutex _idLock;
   std::string _id;
+  std::optional<Connection> _joinedOn;
 };
 
 }  // namespace kestrova

@@ -59,28 +59,32 @@ void MeetingLifecycle::noteListenerAttached() {
 // ---- Joining -----------------------------------------------------------------------------------
 
 void MeetingLifecycle::join() {
-  if (meetingState() != MeetingState::CONNECTING) return;
+  if (meetingState() != MeetingState::CONNECTING || _joining.exchange(true)) return;
+  // The look-up of the service takes what time it takes; it keeps nothing of the meeting alive.
   auto task = [](std::weak_ptr<MeetingLifecycle> weak) -> Task<void> {
-    if (const auto self = weak.lock()) co_await self->joinNow();
+    auto self = weak.lock();
+    auto connecting = self ? self->prepareJoin() : std::nullopt;
+    self.reset();
+    if (!connecting) co_return;
+    co_await std::move(*connecting);
+    self = weak.lock();
+    if (self && self->_listenerAttached.exchange(false)) trace("Listener added to Meeting");
   };
   spawn(task(weak_from_this()));
 }
 
-Task<void> MeetingLifecycle::joinNow() {
+std::optional<Task<void>> MeetingLifecycle::prepareJoin() {
   auto& tracer = SdkTracer::shared();
   tracer.ensureTelemetryOutput();
   tracer.ensureClientConsoleOutput();
-  bool hasEngine = true;
   try {
-    _context->roomClient();
+    return _context->roomClient()->connect();
   } catch (const std::exception& error) {
     traceError("Could not join the room due to an error.",
                {{"error", std::string_view(error.what())}});
-    hasEngine = false;
   }
-  if (!hasEngine) co_return failed();
-  co_await _context->roomClient()->connect();
-  if (_listenerAttached.exchange(false)) trace("Listener added to Meeting");
+  failed();
+  return std::nullopt;
 }
 
 /// Without a media engine there is nothing to join with.
@@ -145,11 +149,17 @@ void MeetingLifecycle::switchRoom(const std::string& meetingId, ScopedSpan& span
   }
   span.event("Switching room initiated");
   const auto client = _context->roomClient();
-  client->softClose();
-  auto moving =
-      client->switchingRoom(meetingId, _context->sending->mode(),
-                            _context->settings.batchingEnabled, _context->connections->current());
-  spawn(client, std::move(moving));
+  client->softClose(meetingId);
+  spawn(moveTo(shared_from_this(), meetingId, _context->connections->current()));
+}
+
+Task<void> MeetingLifecycle::moveTo(std::shared_ptr<MeetingLifecycle> self, std::string meetingId,
+                                    Connection connection) {
+  const auto context = self->_context;
+  const auto turn = co_await context->roads.acquire();
+  auto moving = context->roomClient()->switchingRoom(std::move(meetingId), context->sending->mode(),
+                                                     context->settings.batchingEnabled, connection);
+  co_await std::move(moving);
 }
 
 Task<void> MeetingLifecycle::connected(Connection connection) {
@@ -166,6 +176,7 @@ Task<void> MeetingLifecycle::connected(Connection connection) {
   auto joining = joinRoom(connection, mode, joinSpan);
   const auto unsupportedCodecs = co_await std::move(joining);
   if (!unsupportedCodecs) co_return;
+  _context->setJoinedOn(connection);
   emitJoined(joinSpan, connection);
   _media->camera->recordUnsupportedCodecs(*unsupportedCodecs);
   auto starting = _media->startWishedMedia(mode, connection, joinSpan);
@@ -254,9 +265,11 @@ void MeetingLifecycle::end() {
 
 void MeetingLifecycle::abandon() {
   // A step of the join that still waits for the service must begin nothing more.
+  const bool wasOver = _context->connections->isOver();
   _context->connections->end();
   _context->listeners.removeAll();
-  if (auto client = _context->existingRoomClient())
+  // A goodbye that is under way says why; this one could not.
+  if (auto client = wasOver ? nullptr : _context->existingRoomClient())
     disconnectLater(std::move(client), LeaveReason::unknown);
 }
 
@@ -283,7 +296,7 @@ Task<void> MeetingLifecycle::closeMeetingRequested(LeaveReason leaveReason) {
   forgetTopics();
   const auto client = _context->roomClient();
   co_await client->disconnect(leaveReason, true);
-  _context->sending->forgetCustomStreams();
+  _media->releaseCustomStreams();
   client->setJoined(false);
   client->cleanUpTracing();
   if (first) MainQueue::shared().async([self, leaveReason] { self->emitLeft(leaveReason); });
@@ -302,6 +315,7 @@ Task<void> MeetingLifecycle::disconnected(std::optional<LeaveReason> leaveReason
   }
   MainQueue::shared().async([self, client, leaveReason, first] {
     self->forgetTopics();
+    self->_media->releaseCustomStreams();
     client->setJoined(false);
     self->_registry->clear();
     client->cleanUpTracing();

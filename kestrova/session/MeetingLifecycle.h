@@ -52,7 +52,8 @@ public:
   void meetingMoved(const std::string& meetingId);
 
 private:
-  Task<void> joinNow();
+  /// \returns what connects; nothing when the media engine can't be made
+  std::optional<Task<void>> prepareJoin();
   void failed();
   /// Whether this connection has not been let in before; it is joined once, however often the
   /// service says that it may.
@@ -62,6 +63,8 @@ private:
   Task<std::optional<std::vector<std::string>>> joinRoom(Connection connection, Mode mode,
                                                          std::optional<SpanScope> joinSpan);
   void switchRoom(const std::string& meetingId, ScopedSpan& span);
+  static Task<void> moveTo(std::shared_ptr<MeetingLifecycle> self, std::string meetingId,
+                           Connection connection);
   void emitJoined(const std::optional<SpanScope>& joinSpan, Connection connection);
   void emitLeft(LeaveReason reason);
   void emitState(MeetingState state);
@@ -85,6 +88,7 @@ private:
   std::optional<std::string> _sessionId;
   std::optional<std::string> _peerId;
   std::atomic<bool> _listenerAttached{false};
+  std::atomic<bool> _joining{false};
 
   std::unique_ptr<Timer> _reconnectTimer;  // on the main queue
 };

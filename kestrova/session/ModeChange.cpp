@@ -14,7 +14,12 @@ void ModeChange::changeMode(Mode mode) {
 Task<void> ModeChange::change(Mode mode) {
   const auto turn = co_await _context->roads.acquire();
   const auto connection = _context->connections->current();
-  if (!connection.isCurrent()) co_return;  // the meeting is over
+  if (_context->connections->isOver()) co_return;
+  if (!connection.stands() || !_context->isJoinedOn(connection)) {
+    // Lost, or on its way back: the join brings the media of the mode that is.
+    _context->onError(KestrovaError::CHANGE_MODE_FAILED);
+    co_return;
+  }
   const auto previous = _context->sending->mode();
   const auto wanted = std::string(wireText(mode));
   ScopedSpan span(
@@ -27,7 +32,7 @@ Task<void> ModeChange::change(Mode mode) {
 
   bool refused = false;
   try {
-    auto changing = _context->roomClient()->changeMode(mode, span.scope());
+    auto changing = _context->roomClient()->changeMode(mode, connection, span.scope());
     co_await std::move(changing);
   } catch (const ModeChangeFailure& failure) {
     span.fail(failure.what());
@@ -39,6 +44,11 @@ Task<void> ModeChange::change(Mode mode) {
   } else {
     _context->localParticipant->setMode(mode);
     span.event("Changed mode to " + wanted + " successfully");
+    if (!sendsMedia(mode)) {
+      // What was switched on meanwhile has lost its transport.
+      auto stopping = _media->stopStragglers(connection, span.scope());
+      co_await std::move(stopping);
+    }
   }
   // Restores what was stopped in vain, too; after a drop the return does.
   const bool startsSending = !refused && !sendsMedia(previous) && sendsMedia(mode);

@@ -1,6 +1,7 @@
 #include <kestrova/session/ParticipantRegistry.h>
 #include <kestrova/tracing/Trace.h>
 
+#include <algorithm>
 #include <utility>
 
 namespace kestrova {
@@ -80,7 +81,10 @@ void ParticipantRegistry::removeParticipant(const std::string& id, LeaveReason l
 void ParticipantRegistry::keepOnly(const std::set<std::string>& ids) {
   std::size_t gone = 0;
   for (const auto& [id, participant] : participants()) {
-    if (ids.contains(id)) continue;
+    if (ids.contains(id)) {
+      participant->forgetAskedPins();
+      continue;
+    }
     ++gone;
     removeParticipant(id, LeaveReason::unknown);
   }
@@ -117,7 +121,11 @@ void ParticipantRegistry::removeStream(const std::string& id) {
   for (const auto& [participantId, owner] : participants()) {
     const auto stream = owner->removeStream(id);
     if (!stream) continue;
-    if (stream->kind() == MediaType::share) endPresenting(participantId);
+    const auto left = owner->streams();
+    const bool stillShares = std::any_of(left.begin(), left.end(), [](const auto& each) {
+      return each.second->kind() == MediaType::share;
+    });
+    if (stream->kind() == MediaType::share && !stillShares) endPresenting(participantId);
     return;
   }
 }

@@ -18,6 +18,8 @@ public:
     const auto now = _now->load();
     return now == _number && now != over;
   }
+  /// Whether it is current and stands: something may be asked of the service.
+  bool stands() const { return isCurrent() && (_number & 1) == 1; }
   bool operator==(const Connection&) const = default;
 
 private:

@@ -19,18 +19,21 @@ JoinSequence::JoinSequence(std::shared_ptr<RoomContext> context,
       _capturer(std::move(capturer)) {}
 
 Task<void> JoinSequence::connect() {
-  const auto self = shared_from_this();
-  const auto connection = _context->connections->current();
   const auto& meeting = _context->options.meeting;
-  auto lookup = APIManager::getServerConfig(_context->platform->urlSession, meeting.accessToken,
+  auto lookUp = APIManager::getServerConfig(_context->platform->urlSession, meeting.accessToken,
                                             meeting.id, _context->options.signalingBaseUrl);
-  const Dictionary configuration = co_await std::move(lookup);
-  if (!connection.isCurrent()) co_return;  // the meeting went meanwhile
+  auto task = [](std::weak_ptr<JoinSequence> weak, Task<Dictionary> asking,
+                 Connection connection) -> Task<void> {
+    const Dictionary configuration = co_await std::move(asking);
+    const auto self = weak.lock();
+    if (self && connection.isCurrent()) self->open(configuration, connection);
+  };
+  return task(weak_from_this(), std::move(lookUp), _context->connections->current());
+}
+
+void JoinSequence::open(const Dictionary& configuration, const Connection& connection) {
   const auto baseUrl = text(configuration, "baseUrl", "");
-  if (baseUrl.empty()) {
-    refused(configuration, connection);
-    co_return;
-  }
+  if (baseUrl.empty()) return refused(configuration, connection);
   const auto* observability = dictionary(configuration, "observability");
   SDKConfiguration::shared().updateTraceConfig(observability ? *observability : Dictionary());
 

@@ -19,7 +19,7 @@ public:
   JoinSequence(std::shared_ptr<RoomContext> context, std::shared_ptr<Transports> transports,
                std::shared_ptr<MediaCapturer> capturer);
 
-  /// Looks the meeting up and opens the socket.
+  /// Looks the meeting up and opens the socket. The look-up keeps nothing of the meeting alive.
   Task<void> connect();
   /// Asks to enter. \returns whether the service took the request
   Task<bool> requestEntry(SpanScope joinSpan, Connection connection);
@@ -31,6 +31,7 @@ public:
                                                      bool isBatchingEnabled, Connection connection);
 
 private:
+  void open(const Dictionary& configuration, const Connection& connection);
   void refused(const Dictionary& configuration, const Connection& connection);
   SpanScope startJoinSpan() const;
   void fail(const KestrovaError& error, const Connection& connection);

@@ -7,9 +7,9 @@
 
 namespace kestrova {
 
-Task<void> ModeChanging::changeMode(Mode mode, std::optional<SpanScope> changeModeSpan) {
+Task<void> ModeChanging::changeMode(Mode mode, Connection connection,
+                                    std::optional<SpanScope> changeModeSpan) {
   const auto self = shared_from_this();
-  const auto connection = _context->connections->current();
   const auto previous = _context->sending->mode();
   if (mode == previous) {
     const auto described = std::string(wireText(mode)) + " Mode.";
@@ -35,7 +35,7 @@ Task<void> ModeChanging::changeMode(Mode mode, std::optional<SpanScope> changeMo
 
 void ModeChanging::closeUnused() {
   const auto mode = _context->sending->mode();
-  if (!receivesMedia(mode)) removeStreams(_context, _consuming->closeAllConsumers());
+  if (!receivesMedia(mode)) removeStreams(_context, _consuming->letGoOfAllConsumers());
   _transports->closeUnusedIn(mode);
 }
 

@@ -38,7 +38,7 @@ public:
   /// \throws ModeChangeFailure; the mode is then as it was before. A drop of the connection is such
   /// a
   ///   failure: the return brings the media of that mode.
-  Task<void> changeMode(Mode mode, std::optional<SpanScope> changeModeSpan);
+  Task<void> changeMode(Mode mode, Connection connection, std::optional<SpanScope> changeModeSpan);
 
 private:
   Task<void> performChangeModeOnServer(Mode mode, std::optional<SpanScope> span,

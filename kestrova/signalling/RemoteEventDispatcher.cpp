@@ -46,6 +46,7 @@ void newPeer(const Incoming& event) {
   Dictionary data = event.data;
   separateAgentMarkers(data);
   const auto peer = Peer::fromJson(data);
+  if (peer.id.empty()) return;
   const auto span = openSpan(
       [&] { return "Participant '" + peer.displayName + "' joined the room"; },
       {{"peer.id", peer.id}, {"peerData", data}}, event.context.spans.get(RoomSpans::Slot::join));
@@ -139,7 +140,7 @@ void closeMeeting(const Incoming& event) {
 }
 
 void reportError(const Incoming& event) {
-  event.meeting.onError(serviceError(integer(event.data, "code", 0)));
+  reportFailure(event.context, serviceError(integer(event.data, "code", 0)));
 }
 
 // ---- Services ----------------------------------------------------------------------------------

@@ -30,7 +30,9 @@ RoomClient::RoomClient(RoomClientOptions options)
       _peerRequests(std::make_shared<PeerRequests>(_context)),
       _dispatcher(_context, _consuming, _transports) {}
 
-RoomClient::~RoomClient() = default;
+RoomClient::~RoomClient() {
+  _context->spans.clear();
+}
 
 // ---- Joining and leaving -----------------------------------------------------------------------
 
@@ -73,8 +75,8 @@ Task<void> RoomClient::switchTo(std::optional<std::string> token, std::string me
   return _roomSwitch->switchTo(std::move(token), std::move(meetingId), mode);
 }
 
-void RoomClient::softClose() {
-  _roomSwitch->softClose();
+void RoomClient::softClose(const std::string& nextMeetingId) {
+  _roomSwitch->softClose(nextMeetingId);
 }
 
 Task<void> RoomClient::switchingRoom(std::string meetingId, Mode mode, bool isBatchingEnabled,
@@ -83,8 +85,9 @@ Task<void> RoomClient::switchingRoom(std::string meetingId, Mode mode, bool isBa
                                     std::move(connection));
 }
 
-Task<void> RoomClient::changeMode(Mode mode, std::optional<SpanScope> changeModeSpan) {
-  return _modeChanging->changeMode(mode, std::move(changeModeSpan));
+Task<void> RoomClient::changeMode(Mode mode, Connection connection,
+                                  std::optional<SpanScope> changeModeSpan) {
+  return _modeChanging->changeMode(mode, std::move(connection), std::move(changeModeSpan));
 }
 
 Task<std::optional<std::string>> RoomClient::cleanupAudio() {

@@ -53,12 +53,12 @@ public:
   Task<void> closeRoom(std::optional<LeaveReason> leaveReason);
   Task<void> respondEntry(std::string peerId, std::string decision);
   Task<void> switchTo(std::optional<std::string> token, std::string meetingId, Mode mode);
-  void softClose();
+  void softClose(const std::string& nextMeetingId);
   Task<void> switchingRoom(std::string meetingId, Mode mode, bool isBatchingEnabled,
                            Connection connection);
   std::optional<std::string> takeInterruptedSwitch() { return _roomSwitch->takeInterrupted(); }
   /// \throws ModeChangeFailure
-  Task<void> changeMode(Mode mode, std::optional<SpanScope> changeModeSpan);
+  Task<void> changeMode(Mode mode, Connection connection, std::optional<SpanScope> changeModeSpan);
   /// Closes what an earlier connection left of the microphone or camera.
   /// \returns the stream that went, if there was one
   Task<std::optional<std::string>> cleanupAudio();

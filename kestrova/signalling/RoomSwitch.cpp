@@ -14,7 +14,7 @@ Task<void> RoomSwitch::switchTo(std::optional<std::string> token, std::string me
                   {{"peer.id", participantId}, {"meetingId", meetingId}});
   {
     std::scoped_lock held(_lock);
-    _token = token;
+    _asked = Asked{meetingId, token};
   }
   Dictionary data{{"meetingId", meetingId},
                   {"secret", token.value_or("")},
@@ -23,6 +23,7 @@ Task<void> RoomSwitch::switchTo(std::optional<std::string> token, std::string me
   const Dictionary reply = co_await _context->socketRequestHandler->prepareAndSendRequest(
       LocalEvent::switchToMeeting, std::move(data));
   if (const auto status = isStatusOK(reply); !status.ok) {
+    forgetAsked(meetingId);
     span.fail("Error in switchTo() -> " + status.failure);
     reportFailure(*_context, KestrovaError::SWITCH_MEETING_FAILED);
     co_return;
@@ -30,7 +31,8 @@ Task<void> RoomSwitch::switchTo(std::optional<std::string> token, std::string me
   span.event("Meeting switch request sent successfully");
 }
 
-void RoomSwitch::softClose() {
+void RoomSwitch::softClose(const std::string& nextMeetingId) {
+  takeOver(nextMeetingId);
   _consuming->closeAllConsumers();
   trace("Cleaned up media streams successfully");
   onMain(_context, [](RoomContext&, RoomClientDelegate& meeting) {
@@ -42,10 +44,15 @@ void RoomSwitch::takeOver(const std::string& meetingId) {
   std::optional<std::string> token;
   {
     std::scoped_lock held(_lock);
-    token.swap(_token);
+    if (_asked.meetingId == meetingId) token = std::exchange(_asked, {}).token;
     _target = meetingId;
   }
   _context->socketRequestHandler->moveTo(meetingId, token);
+}
+
+void RoomSwitch::forgetAsked(const std::string& meetingId) {
+  std::scoped_lock held(_lock);
+  if (_asked.meetingId == meetingId) _asked = {};
 }
 
 std::optional<std::string> RoomSwitch::takeInterrupted() {
@@ -57,8 +64,8 @@ Task<void> RoomSwitch::switchingRoom(std::string meetingId, Mode mode, bool isBa
                                      Connection connection) {
   const auto self = shared_from_this();
   const auto& displayName = _context->options.meeting.localParticipantName;
+  if (!connection.isCurrent()) co_return;  // the return carries it on
   ScopedSpan span("Switching room", {{"room.id", meetingId}, {"displayName", displayName}});
-  takeOver(meetingId);
   bool failed = false;
   try {
     ScopedSpan requesting("Requesting to join switched room", {}, span.scope());

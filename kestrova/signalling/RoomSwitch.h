@@ -25,18 +25,24 @@ public:
 
   /// Asks the service for the move.
   Task<void> switchTo(std::optional<std::string> token, std::string meetingId, Mode mode);
-  /// Ends what came from the people of the old meeting. The connection, the transports and the
-  /// local streams stay.
-  void softClose();
-  /// The service has moved this participant: from now on everything names the new meeting. A failed
-  /// join ends it; one that a drop interrupts is carried on by the return.
+  /// The service has moved this participant: ends what came from the people of the old meeting, and
+  /// from now on everything names the next one. The connection, the transports and the local
+  /// streams stay. On the socket's queue.
+  void softClose(const std::string& nextMeetingId);
+  /// Joins it. A failed join ends the meeting; one that a drop interrupts is carried on by the
+  /// return.
   Task<void> switchingRoom(std::string meetingId, Mode mode, bool isBatchingEnabled,
                            Connection connection);
   /// The meeting to which a drop interrupted the move, once: the join after the return ends it.
   std::optional<std::string> takeInterrupted();
 
 private:
+  struct Asked {
+    std::string meetingId;
+    std::optional<std::string> token;
+  };
   void takeOver(const std::string& meetingId);
+  void forgetAsked(const std::string& meetingId);
 
   const std::shared_ptr<RoomContext> _context;
   const std::shared_ptr<Consuming> _consuming;
@@ -44,7 +50,7 @@ private:
   const std::shared_ptr<Teardown> _teardown;
 
   std::mutex _lock;
-  std::optional<std::string> _token;   // for the meeting that was asked for
+  Asked _asked;
   std::optional<std::string> _target;  // moved to, and not joined yet
 };
 

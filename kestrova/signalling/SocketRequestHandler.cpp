@@ -132,7 +132,7 @@ void SocketRequestHandler::connect(const std::string& url, const std::string& so
     _wasReconnecting = false;
   }
   reportState(MeetingState::CONNECTING);
-  handleSocketEvents(std::move(joinSpan));
+  handleSocketEvents(socket, std::move(joinSpan));
   socket->connect();
 }
 
@@ -207,6 +207,7 @@ Task<Dictionary> SocketRequestHandler::prepareAndSendRequest(LocalEvent event, D
       const auto socket = self ? self->socket() : nullptr;
       if (!socket) return deliver(Dictionary());
       if (!owner.isCurrent()) return deliver(gone());
+      envelope["roomId"] = self->meeting().id;  // a move may have come in between
       auto settle = [owner, connections = self->_connections, deliver](const SocketItems& items) {
         // Whoever waits for this answer may wake before the loss itself is told.
         if (isDisconnectMarker(items)) connections->lost(owner);
@@ -286,8 +287,8 @@ Task<Dictionary> SocketRequestHandler::respondEntry(std::string peerId, std::str
 
 // ---- Events ------------------------------------------------------------------------------------
 
-void SocketRequestHandler::handleSocketEvents(SpanScope joinSpan) {
-  const auto socket = this->socket();
+void SocketRequestHandler::handleSocketEvents(const std::shared_ptr<SocketIOClient>& socket,
+                                              SpanScope joinSpan) {
   // Every handler holds this object weakly: a socket may outlive it by one event.
   auto weakly = [weak = weak_from_this()](auto method) {
     return [weak, method](const auto&... arguments) {

@@ -74,7 +74,7 @@ public:
   Task<Dictionary> respondEntry(std::string peerId, std::string decision);
 
 private:
-  void handleSocketEvents(SpanScope joinSpan);
+  void handleSocketEvents(const std::shared_ptr<SocketIOClient>& socket, SpanScope joinSpan);
   void onConnectionSuccess(const SpanScope& joinSpan);
   void onDisconnect();
   void onReconnect();

@@ -27,6 +27,8 @@ void attempt(const char* what, Step&& step) {
   } catch (const std::exception& error) {
     traceError([&] { return std::string("Error while leaving: ") + what; },
                {{"error", std::string_view(error.what())}});
+  } catch (...) {
+    traceError([&] { return std::string("Error while leaving: ") + what; });
   }
 }
 
@@ -97,6 +99,8 @@ Task<void> Teardown::closeLocalMedia(SpanScope parentSpan) {
     } catch (const RoomClientFailure&) {
     } catch (const std::exception& error) {
       span.fail(error.what());
+    } catch (...) {
+      span.fail("an unknown failure");
     }
   }
 }

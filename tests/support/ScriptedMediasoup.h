@@ -48,13 +48,19 @@ public:
   std::string appData() const override { return _options.appData; }
   bool closed() const override { return _closed; }
   bool paused() const override { return _paused; }
-  void pause() override { _paused = true; }
-  void resume() override { _paused = false; }
+  void pause() override { setPaused(true); }
+  void resume() override { setPaused(false); }
   void close() override;
   void setDelegate(std::weak_ptr<ProducerDelegate> delegate) override { _delegate = delegate; }
   Task<std::string> stats() override { co_return "[]"; }
 
 private:
+  /// As the real one does.
+  void setPaused(bool paused) {
+    _paused = paused;
+    _options.track->setEnabled(!paused);
+  }
+
   const std::shared_ptr<MediaScript> _script;
   const std::string _id;
   const ProducerOptions _options;

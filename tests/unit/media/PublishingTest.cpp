@@ -70,6 +70,20 @@ TEST_F(PublishingTest, aShareIsDisposedOfBeforeItsEndIsTold) {
   }
 }
 
+TEST_F(PublishingTest, aTrackThatIsSilencedMeanwhileStaysSilent) {
+  bench.setUp();
+  platform.service->withhold("produce");
+  const auto track = std::make_shared<ScriptedAudioTrack>("mic");
+  auto stream = std::make_shared<CustomRTCMediaStream>(CustomStreamFields{.audioTrack = track});
+  const auto publishing =
+      platform.start(bench.publishing->produceLocalAudio(stream, bench.connection(), std::nullopt));
+  track->setEnabled(false);
+  platform.service->answerLate("produce", ScriptedService::ok({{"id", "mic"}}));
+  platform.pump();
+  ASSERT_TRUE(publishing->has_value() && publishing->value());
+  EXPECT_FALSE(track->isEnabled());
+}
+
 TEST_F(PublishingTest, aTransportThatGoesDuringAPublishLeavesNoProducer) {
   bench.setUp();
   platform.service->withhold("produce");

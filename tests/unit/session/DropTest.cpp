@@ -318,6 +318,47 @@ TEST(DropTest, aToggleThatADropInterruptsIsCarriedOutByTheReturn) {
   drop.expectOneMeeting(2);
 }
 
+TEST(DropTest, whatIsAskedForWhileTheConnectionIsAwayOrNotJoinedYetIsDoneByTheJoin) {
+  for (const bool away : {true, false}) {
+    SCOPED_TRACE(away ? "away" : "a host has yet to let us in again");
+    Drop drop(InitMeetingOptions{});
+    drop.join();
+    drop.test.socket().drop();
+    if (!away) {
+      drop.platform.pump();
+      drop.test.reachSocket();
+    }
+    drop.test.meeting->enableWebcam();  // the guard has not heard of the drop yet
+    drop.test.meeting->changeMode(Mode::VIEWER);
+    drop.platform.pump();
+    EXPECT_EQ(drop.test.listener->count("onError 4065 CHANGE_MODE_FAILED"), 1);
+    EXPECT_EQ(drop.test.listener->count("onError"), 1);
+    EXPECT_EQ(drop.service().count("changeMode"), 0);
+    if (away) drop.test.reachSocket();
+    drop.test.decide("allowed");
+    EXPECT_EQ(drop.me()->streams().size(), 1u);
+    EXPECT_EQ(drop.test.meeting->meetingMode(), Mode::SEND_AND_RECV);
+  }
+}
+
+TEST(DropTest, aMediumThatIsSwitchedOnWhileTheModeEndsItIsOffAndComesBackWithTheMode) {
+  Drop drop(InitMeetingOptions{});
+  drop.join();
+  drop.service().withholdOnce("changeMode");
+  drop.test.meeting->changeMode(Mode::RECV_ONLY);
+  drop.platform.pump();
+  drop.test.meeting->unmuteMic();
+  drop.platform.pump();
+  drop.service().answerLate("changeMode", ScriptedService::ok());
+  drop.platform.pump();
+  EXPECT_THAT(drop.me()->streams(), IsEmpty());
+  EXPECT_FALSE(drop.platform.capture->microphoneRunning);
+  drop.test.meeting->changeMode(Mode::SEND_AND_RECV);
+  drop.platform.pump();
+  EXPECT_EQ(drop.me()->streams().size(), 1u);
+  EXPECT_TRUE(drop.platform.capture->microphoneRunning);
+}
+
 TEST(DropTest, aTrackOfTheApplicationsIsGivenBackAsItWas) {
   Drop drop(InitMeetingOptions{});
   drop.join();

@@ -1,3 +1,4 @@
+#include <kestrova/platform/Escaped.h>
 #include <kestrova/platform/Platform.h>
 #include <kestrova/platform/Queue.h>
 

@@ -133,10 +133,6 @@ private:
   std::unique_ptr<State> _state;
 };
 
-/// Tells of the exception in flight, which goes no further: for a catch block around code of the
-/// application.
-void reportEscaped(const char* where) noexcept;
-
 /// Starts `task` on a background executor, detached; it may begin before this returns when the
 /// calling thread is one of that executor. An exception that escapes it is traced to the
 /// failure hook of the platform and goes no further.

@@ -1,6 +1,6 @@
 #include <kestrova/media/AppData.h>
 #include <kestrova/media/SinkQueue.h>
-#include <kestrova/platform/Queue.h>
+#include <kestrova/platform/Escaped.h>
 #include <kestrova/platform/Task.h>
 #include <kestrova/session/MediaStream.h>
 #include <kestrova/tracing/Uuid.h>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <kestrova/platform/Queue.h>
+#include <kestrova/platform/Escaped.h>
 
 #include <algorithm>
 #include <memory>

@@ -17,6 +17,9 @@
 #include <rtc_base/logging.h>
 #include <rtc_base/ssl_adapter.h>
 
+#include <chrono>
+#include <condition_variable>
+#include <cstdlib>
 #include <mutex>
 #include <stdexcept>
 #include <thread>
@@ -24,10 +27,44 @@
 namespace kestrova {
 namespace {
 
-/// Ends an engine. A thread of the engine's own cannot wait for itself: another one does.
+/// Ends engines whose last holder was a thread of their own, which cannot wait for itself: another
+/// one does. Never destroyed, since those threads use it to the last.
+class Undertaker {
+public:
+  static Undertaker& shared() {
+    static auto& instance = *new Undertaker;
+    return instance;
+  }
+
+  void take(Engine* engine) {
+    {
+      std::scoped_lock held(_lock);
+      ++_pending;
+    }
+    std::thread([this, engine] {
+      delete engine;
+      std::scoped_lock held(_lock);
+      --_pending;
+      _ended.notify_all();
+    }).detach();
+  }
+
+  /// At the process's exit: what the engine still uses is about to go.
+  void wait() {
+    std::unique_lock held(_lock);
+    _ended.wait_for(held, patience, [this] { return _pending == 0; });
+  }
+
+private:
+  static constexpr std::chrono::seconds patience{2};
+  std::mutex _lock;
+  std::condition_variable _ended;
+  int _pending = 0;
+};
+
 void release(Engine* engine) {
   if (inEngineCallback() || engine->thread().isCurrent())
-    std::thread([engine] { delete engine; }).detach();
+    Undertaker::shared().take(engine);
   else
     delete engine;
 }
@@ -38,6 +75,8 @@ void prepareProcess() {
     // The process's error stream belongs to the application.
     rtc::LogMessage::LogToDebug(rtc::LS_NONE);
     rtc::InitializeSSL();
+    // Behind it, so that it runs ahead of the cleaning up that the line above has registered.
+    std::atexit([] { Undertaker::shared().wait(); });
   });
 }
 

@@ -36,10 +36,11 @@ void reportFailure(const RoomContext& context, const KestrovaError& error) {
 }
 
 void removeStreams(const std::shared_ptr<RoomContext>& context, std::vector<std::string> ids) {
-  if (ids.empty()) return;
-  onMain(context, [ids = std::move(ids)](RoomContext&, RoomClientDelegate& meeting) {
-    for (const auto& id : ids) meeting.removeStream(id);
-  });
+  // Each by itself: the application's loop is not held up by how many there were.
+  for (auto& id : ids)
+    onMain(context, [id = std::move(id)](RoomContext&, RoomClientDelegate& meeting) {
+      meeting.removeStream(id);
+    });
 }
 
 }  // namespace kestrova

@@ -124,6 +124,7 @@ export function openSignalling(httpServer, service) {
     const connection = new Connection(socket, peer, service);
     log.info('connected', { roomId, peerId });
     socket.on('request', (...args) => connection.request(args));
+    socket.setMaxListeners(0); // each event that waits for its acknowledgement listens
     socket.on('disconnect', (reason) => {
       log.info('disconnected', { roomId, peerId, reason });
       peer.room.disconnected(peer, socket, reason === 'client namespace disconnect');

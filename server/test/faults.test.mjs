@@ -152,49 +152,6 @@ describe('odd input and injected faults', () => {
     assert.equal((await state()).mode, 'VIEWER');
   });
 
-  it('loses one answer in a drop, and keeps its participant out for a while', async () => {
-    const roomId = 'lost';
-    const ada = service.client('ada', { roomId });
-    const bob = service.client('bob', { roomId });
-    await bob.join();
-    const lost = { method: 'createWebRtcTransport', direction: 'receive', downMs: 1000 };
-    await service.control('loseAnswer', { roomId, peerId: 'ada', ...lost });
-    await ada.enter();
-    const routerRtpCapabilities = await ada.ok('getRouterRtpCapabilities');
-    await ada.device.load({ routerRtpCapabilities });
-    await ada.transport('send');
-    const answered = ada.transport('receive').then(() => true);
-    assert.equal(await Promise.race([answered, ada.next('disconnect')]), 'transport close');
-    await ada.next('connect_error');
-    await ada.join();
-    const { id } = await ada.produce('audio');
-    assert.equal((await bob.next('newConsumer')).producerId, id);
-    await service.control('loseAnswer', { roomId, method: 'closeProducer' });
-    ada.request('closeProducer', { producerId: id }).catch(() => {});
-    await bob.next('consumerClosed');
-    await ada.join();
-    for (const wrong of [{ how: 'constructor' }, { downMs: -1 }, { downMs: 'x' }])
-      await assert.rejects(service.control('loseAnswer', wrong), /40[04]/);
-  });
-
-  it('emits any event, asks for acknowledgements, and breaks frames', async () => {
-    const roomId = 'emit';
-    const to = { roomId, peerId: 'ada' };
-    const ada = service.client('ada', { roomId });
-    await ada.join();
-    const payload = { method: 'x', data: [1] };
-    await service.control('emit', { ...to, event: 'notification', payload });
-    assert.deepEqual(await ada.next('x'), [1]);
-    const pull = { event: 'statsData', payload: {}, ack: true };
-    const pulled = await service.control('emit', { ...to, ...pull });
-    assert.deepEqual(pulled.ack, [{ peerId: 'ada', statsData: {} }]);
-    const producer = await ada.produce('audio');
-    await service.control('closeTransport', { ...to, transportId: ada.send.id });
-    assert.equal((await ada.request('closeProducer', { producerId: producer.id })).errorCode, 404);
-    await service.control('emit', { ...to, raw: '2[no json' });
-    assert.equal(await ada.next('disconnect'), 'parse error');
-  });
-
   it('keeps the control endpoint to those who have its key', async () => {
     const { ready, ca } = service;
     for (const authorization of [undefined, '', 'wrong', service.token()]) {

@@ -9,42 +9,6 @@ describe('entering and leaving', () => {
   });
   after(() => service.close());
 
-  const asking = () => service.token({ permissions: ['ask_join'] });
-
-  it('lets the moderators decide who asked', async () => {
-    const roomId = 'ask';
-    const ada = service.client('ada', { roomId });
-    await ada.join();
-    const eve = service.client('eve', { roomId, token: asking() });
-    const entry = eve.enter();
-    assert.deepEqual(await ada.next('entryRequested'), { id: 'eve', name: 'eve' });
-    const early = await eve.request('getRouterRtpCapabilities');
-    assert.deepEqual([early.status, early.errorCode], ['error', 403]);
-
-    // A second moderator who comes later hears of the request, and then of the decision.
-    const bob = service.client('bob', { roomId });
-    await bob.join();
-    assert.deepEqual(await bob.next('entryRequested'), { id: 'eve', name: 'eve' });
-    await ada.ok('respondEntry', { id: 'eve', decision: 'denied' });
-    const denied = await entry;
-    const { id, decision, sessionId } = denied;
-    assert.deepEqual([id, decision, typeof sessionId], ['eve', 'denied', 'string']);
-    assert.deepEqual(await bob.next('entryResponded'), denied);
-    const refusal = async (peer, method, data) => (await peer.request(method, data)).errorCode;
-    const allow = { id: 'eve', decision: 'allowed' };
-    assert.equal(await refusal(bob, 'respondEntry', allow), 404);
-    assert.equal(await refusal(eve, 'join', eve.joinData()), 403);
-
-    await eve.ok('requestEntry', { name: 'Eve' });
-    assert.deepEqual(await bob.next('entryRequested'), { id: 'eve', name: 'Eve' });
-    await bob.ok('respondEntry', allow);
-    assert.equal((await eve.next('entryResponded')).decision, 'allowed');
-    assert.equal(await refusal(eve, 'respondEntry', allow), 409);
-    await eve.ok('join', eve.joinData());
-    for (const method of ['respondEntry', 'closeRoom'])
-      assert.equal(await refusal(eve, method, allow), 403);
-  });
-
   it('sends the first device away when a second one connects', async () => {
     const roomId = 'twice';
     const bob = service.client('bob', { roomId });
@@ -61,49 +25,6 @@ describe('entering and leaving', () => {
     await bob.next('newPeer', ({ id }) => id === 'ada');
     await bob.next('newPeer', ({ id }) => id === 'ada');
     assert.deepEqual(bob.seen('peerClosed'), []);
-  });
-
-  it('takes one who drops and returns for the same, and one who stays away for gone', async () => {
-    const roomId = 'drop';
-    const bob = service.client('bob', { roomId });
-    await bob.join();
-    const ada = service.client('ada', { roomId });
-    await ada.join();
-    await ada.produce('audio');
-    await bob.next('newPeer');
-    const first = await bob.next('newConsumer');
-    await service.control('dropSocket', { roomId, peerId: 'ada' });
-    assert.equal(await ada.next('disconnect'), 'transport close');
-    assert.deepEqual((await ada.join()).peers.map((peer) => peer.id), ['bob']);
-    assert.equal((await bob.next('consumerClosed')).consumerId, first.id);
-    await ada.produce('audio');
-    await bob.next('newConsumer');
-    assert.deepEqual([...bob.seen('newPeer'), ...bob.seen('peerClosed')], []);
-
-    await service.control('refuseConnections', { roomId, peerId: 'ada', count: 10000 });
-    await service.control('dropSocket', { roomId, peerId: 'ada', how: 'close' });
-    await ada.next('connect_error');
-    assert.deepEqual(await bob.next('peerClosed'), { peerId: 'ada', reason: { code: 1001 } });
-    await service.control('clearFaults');
-    await ada.join();
-    await bob.next('newPeer');
-  });
-
-  it('closes the room for all, and the next one of that name is another', async () => {
-    const roomId = 'close';
-    const clients = ['ada', 'bob'].map((id) => service.client(id, { roomId, reconnection: false }));
-    for (const client of clients) await client.join();
-    const [{ sessionId }] = (await service.control('rooms', { roomId })).rooms;
-    await clients[0].ok('closeRoom', { leaveReason: 'Participant manually left the meeting' });
-    for (const client of clients) {
-      assert.deepEqual(await client.next('close'), { reason: { code: 1006 } });
-      assert.equal(await client.next('disconnect'), 'io server disconnect');
-    }
-    assert.deepEqual((await service.control('rooms', { roomId })).rooms, []);
-    const again = service.client('ada', { roomId });
-    assert.notEqual((await again.enter()).sessionId, sessionId);
-    again.socket.disconnect();
-    await until(async () => (await service.control('rooms', { roomId })).rooms.length === 0);
   });
 
   it('batches in order and never lets a consumer overtake its participant', async () => {

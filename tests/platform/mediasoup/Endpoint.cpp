@@ -38,7 +38,7 @@ void ClockWatch::onFrame(const VideoFrame& frame) {
   const auto clock = readTestPictureClock(frame.buffer->i420());
   {
     std::scoped_lock held(_lock);
-    if (_seen.pictures++ == 0) _seen.first = std::chrono::steady_clock::now();
+    ++_seen.pictures;
     _seen.width = frame.buffer->i420().width;
     if (clock) {
       ++_seen.readings;
@@ -194,11 +194,6 @@ std::string Endpoint::codec(const std::string& mimeType) const {
   for (const auto& codec : *list(capabilities, "codecs"))
     if (text(asDictionary(codec), "mimeType", "") == mimeType) return boost::json::serialize(codec);
   return {};
-}
-
-bool Endpoint::waitForState(const Transport& transport, TransportConnectionState state) {
-  std::unique_lock held(_lock);
-  return _wake.wait_for(held, kPatience, [&] { return transport.connectionState() == state; });
 }
 
 void Endpoint::onConnect(const std::shared_ptr<Transport>& transport,

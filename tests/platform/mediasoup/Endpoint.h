@@ -33,7 +33,6 @@ public:
     int backwards = 0;  ///< readings older than the one before
     int width = 0;
     std::int64_t latencyMs = 0;  ///< of the last reading
-    std::chrono::steady_clock::time_point first;
   };
   Seen seen();
   /// Called on the engine's thread with each picture.
@@ -78,7 +77,6 @@ public:
   std::shared_ptr<ToneWatch> listen(const std::shared_ptr<Consumer>& consumer);
   /// The device's capability for a codec as JSON text.
   std::string codec(const std::string& mimeType) const;
-  bool waitForState(const Transport& transport, TransportConnectionState state);
 
   void onConnect(const std::shared_ptr<Transport>& transport,
                  const std::string& dtlsParameters) override;

@@ -234,55 +234,5 @@ TEST(Garbage, InProducerOptions) {
   EXPECT_NE(await(std::move(statistics)), "");
 }
 
-TEST(Garbage, InPicturesAndSamples) {
-  auto factory = sharedPeerConnectionFactory();
-  auto source = factory->videoSource();
-  auto track = factory->videoTrack(source, "v");
-  auto watch = std::make_shared<ClockWatch>();
-  track->addSink(watch);
-  track->addSink(watch);
-  struct Odd : VideoFrameBuffer {
-    explicit Odd(I420View shown) : view(shown) {}
-    I420View i420() const override { return view; }
-    I420View view;
-  };
-  auto good = std::make_shared<I420Buffer>(33, 17);
-  auto view = good->i420();
-  const auto with = [&](auto change) {
-    auto changed = view;
-    change(changed);
-    return std::make_shared<Odd>(changed);
-  };
-  const std::shared_ptr<const VideoFrameBuffer> buffers[] = {
-      nullptr,
-      with([](auto& v) { v.width = 0; }),
-      with([](auto& v) { v.y = nullptr; }),
-      with([](auto& v) { v.height = -4; }),
-      with([](auto& v) { v.strideU = 1; }),
-      with([](auto& v) { v.width = 1 << 30; })};
-  for (const auto& buffer : buffers) source->onFrame({buffer, 1, 0});
-  source->adaptOutputFormat(-1, 0, -7);
-  // Good pictures with odd clocks and turns; the sink is connected a moment after `addSink`.
-  const auto deadline = std::chrono::steady_clock::now() + kPatience;
-  while (watch->seen().pictures < 6 && std::chrono::steady_clock::now() < deadline)
-    for (const std::int64_t time :
-         {std::int64_t{0}, std::int64_t{-5}, std::int64_t{1},
-          std::numeric_limits<std::int64_t>::max(), std::numeric_limits<std::int64_t>::min()})
-      for (const int turn : {0, 90, 45}) source->onFrame({good, time, turn});
-  EXPECT_GE(watch->seen().pictures, 6);
-
-  auto microphone = factory->audioSource({{"googEchoCancellation", "true"}});
-  auto sound = factory->audioTrack(microphone, "a");
-  auto heard = std::make_shared<ToneWatch>();
-  sound->addSink(heard);
-  std::vector<std::int16_t> samples(4096, 1000);
-  for (const AudioData data :
-       {AudioData{nullptr, 48000, 1, 480}, AudioData{samples.data(), 0, 1, 0},
-        AudioData{samples.data(), 48000, 3, 480}, AudioData{samples.data(), 48000, 1, 481},
-        AudioData{samples.data(), 96000, 1, 960}})
-    microphone->onData(data);
-  EXPECT_EQ(factory->videoTrack(nullptr, "x"), nullptr);
-}
-
 }  // namespace
 }  // namespace kestrova::test

@@ -79,19 +79,6 @@ TEST(SocketIOLife, disconnectOnTheHandlersQueueIsToldBeforeItReturns) {
   EXPECT_EQ(log.lines().size(), 1u);
 }
 
-TEST(SocketIOLife, removalLeavesLaterHandlersAlone) {
-  NodeServer server;
-  Probe probe(server.url());
-  ASSERT_TRUE(probe.connect());
-  probe.client->removeAllHandlers();
-  Log log;
-  probe.client->on("x",
-                   [&](const SocketItems&, std::shared_ptr<SocketAckEmitter>) { log.add("x"); });
-  probe.client->emit("tell", {json(R"(["x"])")});
-  EXPECT_TRUE(log.waitFor("x"));
-  EXPECT_EQ(probe.log->count("event x"), 0u);
-}
-
 TEST(SocketIOLife, releaseClosesAndRaisesNothing) {
   NodeServer server;
   Probe witness(server.url());
@@ -166,12 +153,6 @@ TEST(SocketIOLife, handlersHoldNothingAfterRelease) {
     probe.client->emitWithAck("nothing", {}, 1h, [token](const SocketItems&) {});
   }
   EXPECT_TRUE(comesTrue([&] { return token.use_count() == 1; }));
-}
-
-TEST(SocketIOLife, noUrlNoManager) {
-  auto config = Probe::quickConfig();
-  EXPECT_EQ(makeSocketManager("not a url", config, Runtime::network()), nullptr);
-  EXPECT_EQ(makeSocketManager("ftp://example.org", config, Runtime::network()), nullptr);
 }
 
 }  // namespace

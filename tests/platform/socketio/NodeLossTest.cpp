@@ -9,34 +9,8 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// The first words of lines, so that attempts whose number is up to chance can be compared.
-std::vector<std::string> kinds(const std::vector<std::string>& lines) {
-  std::vector<std::string> words;
-  for (const auto& line : lines) words.push_back(line.substr(0, line.find(' ')));
-  return words;
-}
-
 std::string portOption(int port) {
   return "\"port\":" + std::to_string(port);
-}
-
-TEST(SocketIOLoss, isFollowedByAttemptsAndThenByTheEnd) {
-  NodeServer server;
-  auto config = Probe::quickConfig();
-  config.reconnectAttempts = 3;
-  Probe probe(server.url(), config);
-  ASSERT_TRUE(probe.connect());
-  const auto start = std::chrono::steady_clock::now();
-  server.kill();
-  ASSERT_TRUE(probe.log->waitFor("disconnect"));
-  EXPECT_GE(std::chrono::steady_clock::now() - start, 10ms + 20ms + 40ms);
-  const auto lines = probe.log->lines();
-  EXPECT_EQ(kinds(lines),
-            (std::vector<std::string>{"connect", "event", "reconnect", "reconnectAttempt",
-                                      "reconnectAttempt", "reconnectAttempt", "disconnect"}));
-  EXPECT_EQ(lines[3], "reconnectAttempt 3");
-  EXPECT_EQ(lines[5], "reconnectAttempt 1");
-  EXPECT_EQ(probe.client->status(), SocketIOStatus::disconnected);
 }
 
 TEST(SocketIOLoss, returnsToARestartedServerAndCountsAnew) {
@@ -119,29 +93,6 @@ TEST(SocketIOLoss, silenceIsALoss) {
   EXPECT_TRUE(probe.log->waitFor("event connectionSuccess", 2));
 }
 
-TEST(SocketIOLoss, endsAtOnceWithoutReconnection) {
-  NodeServer server;
-  auto config = Probe::quickConfig();
-  config.reconnects = false;
-  Probe probe(server.url(), config);
-  ASSERT_TRUE(probe.connect());
-  probe.client->emit("cut", {});
-  ASSERT_TRUE(probe.log->waitFor("disconnect"));
-  EXPECT_EQ(probe.log->lines().size(), 3u);
-  // The client can be used again.
-  EXPECT_TRUE(probe.connect());
-}
-
-TEST(SocketIOLoss, serverThatSendsTheClientAwayIsNotAskedAgain) {
-  NodeServer server;
-  Probe probe(server.url());
-  ASSERT_TRUE(probe.connect());
-  probe.client->emit("kick", {});
-  ASSERT_TRUE(probe.log->waitFor("disconnect"));
-  std::this_thread::sleep_for(50ms);  // more than the first wait: an attempt would show
-  EXPECT_EQ(probe.log->count("reconnect"), 0u);
-}
-
 TEST(SocketIOLoss, refusalIsAnErrorAndTheEnd) {
   NodeServer server;
   auto config = Probe::quickConfig();
@@ -166,8 +117,8 @@ TEST(SocketIOLoss, firstConnectThatFailsIsTriedAgain) {
   ASSERT_TRUE(probe.log->waitFor("reconnectAttempt -1", 2));
   server = std::make_unique<NodeServer>(portOption(port));
   ASSERT_TRUE(probe.log->waitFor("event connectionSuccess"));
-  EXPECT_EQ(kinds(probe.log->lines()).at(0), "error");
-  EXPECT_EQ(kinds(probe.log->lines()).at(1), "reconnect");
+  EXPECT_TRUE(probe.log->lines().at(0).starts_with("error "));
+  EXPECT_TRUE(probe.log->lines().at(1).starts_with("reconnect "));
   EXPECT_EQ(probe.log->count("error"), 1u);
   EXPECT_EQ(probe.log->count("reconnect "), 1u);
 }

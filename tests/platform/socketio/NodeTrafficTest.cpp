@@ -44,28 +44,6 @@ TEST(SocketIOTraffic, itemsTravelBothWaysUnchanged) {
   EXPECT_EQ(probe.log->count("event answered"), 1u);
 }
 
-TEST(SocketIOTraffic, acknowledgementsOnceOrTheMarker) {
-  NodeServer server;
-  Probe probe(server.url());
-  ASSERT_TRUE(probe.connect());
-  Log answers;
-  auto request = [&](const std::string& event, SocketItems items, std::chrono::milliseconds time) {
-    probe.client->emitWithAck(event, std::move(items), time, [&, event](const SocketItems& got) {
-      EXPECT_TRUE(probe.queue->isCurrent());
-      answers.add(event + " " + show(got));
-    });
-  };
-  request("nothing", {}, 30ms);
-  request("late", {json("150")}, 40ms);
-  request("twice", {}, 5s);
-  ASSERT_TRUE(answers.waitFor("", 3));
-  EXPECT_EQ(answers.lines(),
-            (std::vector<std::string>{"twice \"one\"", "nothing \"NO ACK\"", "late \"NO ACK\""}));
-  // The late acknowledgement comes before this one.
-  EXPECT_EQ(probe.ask("late", {json("250")}), SocketItems{json("\"late\"")});
-  EXPECT_EQ(answers.lines().size(), 3u);
-}
-
 TEST(SocketIOTraffic, orderIsKept) {
   NodeServer server;
   Probe probe(server.url());
@@ -90,21 +68,6 @@ TEST(SocketIOTraffic, orderIsKept) {
     EXPECT_EQ(list[static_cast<std::size_t>(i)].as_string(), std::to_string(i));
     EXPECT_EQ(answered[static_cast<std::size_t>(i)], i);
   }
-}
-
-TEST(SocketIOTraffic, parametersArriveDecodedOnAnyPath) {
-  NodeServer server(R"("path":"/abc/socket.io")");
-  auto config = Probe::quickConfig();
-  config.path = "/abc/socket.io";
-  config.connectParams = {{"secret", "a+b/c==&d%20e"}, {"na me", "Zoë 漢"}, {"empty", ""}};
-  Probe probe(server.url(), config);
-  ASSERT_TRUE(probe.connect());
-  const auto answer = probe.ask("query");
-  ASSERT_TRUE(answer);
-  const auto& query = std::get<Value>(answer->at(0)).as_object();
-  for (const auto& [key, value] : config.connectParams) EXPECT_EQ(text(query, key), value);
-  EXPECT_EQ(text(query, "EIO"), "4");
-  EXPECT_EQ(text(query, "transport"), "websocket");
 }
 
 TEST(SocketIOTraffic, pingsAreAnswered) {

@@ -12,33 +12,6 @@
 namespace kestrova::test {
 namespace {
 
-TEST(SocketIOPacket, eventsAndAcksAreWrittenAsTheProtocolHasThem) {
-  struct Case {
-    std::optional<EncodedPacket> packet;
-    std::string text;
-    std::vector<std::string> attachments;
-  };
-  const Case cases[] = {
-      {encodeEvent("a", {}, std::nullopt), R"(42["a"])", {}},
-      {encodeEvent("a\"\n", {json("{\"k\":[1,2.5,null]}")}, 12),
-       R"(4212["a\"\n",{"k":[1,2.5E0,null]}])",
-       {}},
-      {encodeEvent("f", {bytes("xy"), json("1"), bytes("")}, 0),
-       R"(452-0["f",{"_placeholder":true,"num":0},1,{"_placeholder":true,"num":1}])",
-       {"xy", ""}},
-      {encodeAck(7, {}), "437[]", {}},
-      {encodeAck(7, {json("\"é\"")}), "437[\"é\"]", {}},
-      {encodeAck(1, {bytes("b")}), R"(461-1[{"_placeholder":true,"num":0}])", {"b"}},
-  };
-  for (const auto& expected : cases) {
-    ASSERT_TRUE(expected.packet) << expected.text;
-    EXPECT_EQ(expected.packet->text, expected.text);
-    ASSERT_EQ(expected.packet->attachments.size(), expected.attachments.size());
-    for (std::size_t i = 0; i < expected.attachments.size(); ++i)
-      EXPECT_EQ(SocketItem(expected.packet->attachments[i]), bytes(expected.attachments[i]));
-  }
-}
-
 TEST(SocketIOPacket, whatIsNoJsonIsNotWritten) {
   EXPECT_FALSE(encodeEvent("a", {Value(std::nan(""))}, 1));
   EXPECT_FALSE(encodeEvent("\xff", {}, 1));

@@ -11,8 +11,6 @@
 namespace kestrova::test {
 namespace {
 
-using namespace std::chrono_literals;
-
 /// Writes down what its socket tells.
 struct Channel : WebSocketListener, std::enable_shared_from_this<Channel> {
   void open(const std::string& url, WebSocketOptions options = {}) {
@@ -77,41 +75,6 @@ TEST(WebSocket, closesWithTheCodeAskedForAfterWhatWasSent) {
   channel->onStrand([](WebSocket& socket) { socket.close(WebSocket::goingAway); });
   EXPECT_EQ(heard.get_future().get(), "last 1001");
   EXPECT_EQ(channel->log.lines().size(), 1u);
-}
-
-// It does not hang up either, so the bound on closing ends the connection.
-TEST(WebSocket, closesWhenAMessageIsTooLong) {
-  std::promise<std::uint16_t> code;
-  ScriptedServer server({[&](ScriptedPeer& peer) {
-    peer.accept();
-    peer.bytes(std::string(101, 'x'));
-    code.set_value(peer.closeCode());
-  }});
-  const auto channel = std::make_shared<Channel>();
-  WebSocketOptions options;
-  options.limits.maxIncomingBytes = 100;
-  options.limits.closeTimeout = 50ms;
-  channel->open(server.url(), options);
-  EXPECT_EQ(code.get_future().get(), 1009);
-  EXPECT_TRUE(channel->log.waitFor("closed receiving failed"));
-}
-
-TEST(WebSocket, goesWithItsListener) {
-  std::promise<void> gone;
-  ScriptedServer server({[&](ScriptedPeer& peer) {
-    peer.accept();
-    peer.read();
-    peer.text("anybody there?");
-    peer.closeCode();
-    gone.set_value();
-  }});
-  auto channel = std::make_shared<Channel>();
-  channel->open(server.url());
-  ASSERT_TRUE(channel->log.waitFor("opened"));
-  const auto socket = channel->socket;
-  channel.reset();
-  socket->send(std::string("hello"));
-  EXPECT_EQ(gone.get_future().wait_for(10s), std::future_status::ready);
 }
 
 }  // namespace

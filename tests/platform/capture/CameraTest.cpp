@@ -148,38 +148,17 @@ TEST(Camera, PicturesOfEveryFormatArriveWhole) {
       EXPECT_TRUE(capture.capturer->isRunning());
       ASSERT_TRUE(capture.watcher.waitForFrames(3)) << what;
       ASSERT_TRUE(capture.watcher.stop(*capture.capturer));
-      const auto picture = capture.watcher.frames.front().buffer;
+      const auto& frames = capture.watcher.frames;
+      const auto now = std::chrono::steady_clock::now().time_since_epoch();
+      const auto age = now - std::chrono::microseconds(frames[0].timestampUs);
+      EXPECT_TRUE(age.count() > 0 && age < kPatience) << what;
+      EXPECT_GT(frames[1].timestampUs, frames[0].timestampUs) << what;
+      const auto picture = frames.front().buffer;
       EXPECT_EQ(picture->i420().width, 322) << what;
       EXPECT_EQ(picture->i420().height, 242) << what;
       expectQuarters(*picture, what);
     }
   EXPECT_EQ(fakevideoOpenHandles(), 0);
-}
-
-TEST(Camera, PicturesBearTheTimesOfTheirCapture) {
-  for (const char* stamps : {"stamps=1", "stamps=0"}) {
-    Capture capture(std::string(kPlain) + stamps);
-    ASSERT_EQ(capture.start(), "");
-    ASSERT_TRUE(capture.watcher.waitForFrames(1));
-    std::int64_t last = 0;
-    for (int round = 0; round < 20; ++round) {
-      capture.watcher.waitUntil([&] {
-        for (const auto& frame : capture.watcher.frames) {
-          EXPECT_GT(frame.timestampUs, last) << stamps;
-          last = frame.timestampUs;
-        }
-        capture.watcher.frames.clear();
-        return true;
-      });
-      const auto now = std::chrono::steady_clock::now().time_since_epoch();
-      EXPECT_NEAR(
-          static_cast<double>(last),
-          static_cast<double>(std::chrono::duration_cast<std::chrono::microseconds>(now).count()),
-          2e6);
-      ASSERT_TRUE(capture.watcher.waitUntil([&] { return !capture.watcher.frames.empty(); }));
-    }
-    ASSERT_TRUE(capture.watcher.stop(*capture.capturer));
-  }
 }
 
 TEST(Camera, CutOffPicturesArePassedOver) {

@@ -7,74 +7,9 @@
 #include "CaptureWatcher.h"
 #include <cmath>
 #include <cstring>
-#include <numbers>
-#include <set>
 
 namespace kestrova::test {
 namespace {
-
-constexpr std::int64_t kTime = 1'795'382'400'123;
-
-/// Averages the pixels that fall together, as an encoder's scaler would.
-I420Buffer scaled(const I420View& from, int width, int height) {
-  I420Buffer to(width, height);
-  const auto plane = [](const std::uint8_t* in, int stride, int w, int h, std::uint8_t* out, int ow,
-                        int oh) {
-    for (int y = 0; y < oh; ++y)
-      for (int x = 0; x < ow; ++x) {
-        const int x0 = x * w / ow, x1 = std::max(x0 + 1, (x + 1) * w / ow);
-        const int y0 = y * h / oh, y1 = std::max(y0 + 1, (y + 1) * h / oh);
-        int sum = 0;
-        for (int j = y0; j < y1; ++j)
-          for (int i = x0; i < x1; ++i) sum += in[j * stride + i];
-        out[y * ow + x] = static_cast<std::uint8_t>(sum / ((x1 - x0) * (y1 - y0)));
-      }
-  };
-  plane(from.y, from.strideY, from.width, from.height, to.mutableY(), width, height);
-  return to;
-}
-
-TEST(TestPicture, ClockIsReadBackAtEverySize) {
-  I420Buffer full(1280, 720);
-  drawTestPicture(full, kTime, 7, "Test Picture (back)");
-  EXPECT_EQ(readTestPictureClock(full.i420()), kTime);
-  const std::pair<int, int> sizes[] = {{960, 540}, {640, 360}, {479, 269},
-                                       {320, 180}, {213, 121}, {160, 90}};
-  for (const auto& [width, height] : sizes) {
-    auto small = scaled(full.i420(), width, height);
-    EXPECT_EQ(readTestPictureClock(small.i420()), kTime) << width << "x" << height;
-    auto blurred = scaled(scaled(small.i420(), width * 3 / 4, height * 3 / 4).i420(), 640, 360);
-    EXPECT_EQ(readTestPictureClock(blurred.i420()), kTime) << width << "x" << height << " and back";
-  }
-  for (const std::int64_t time :
-       {std::int64_t{0}, std::int64_t{1}, std::int64_t{0xFFFFFFFFFF}, (std::int64_t{1} << 44) - 1})
-    for (const auto& [width, height] :
-         {std::pair{TestPicture::kSmallestWidth, TestPicture::kSmallestHeight}, std::pair{320, 180},
-          std::pair{401, 301}}) {
-      I420Buffer picture(width, height);
-      drawTestPicture(picture, time, 0, "");
-      EXPECT_EQ(readTestPictureClock(picture.i420()), time) << width << "x" << height;
-    }
-}
-
-TEST(TestPicture, NoClockIsReadWhereThereIsNone) {
-  I420Buffer blank(640, 360);
-  EXPECT_FALSE(readTestPictureClock(blank.i420()));
-  EXPECT_FALSE(readTestPictureClock({}));
-  EXPECT_FALSE(readTestPictureClock(I420Buffer(40, 20).i420()));
-  I420Buffer picture(640, 360);
-  drawTestPicture(picture, kTime, 0, "x");
-  // Any one damaged block is noticed.
-  for (int column = 0; column < 26; ++column) {
-    I420Buffer damaged = picture;
-    for (int row = 302; row < 328; ++row)
-      for (int x = 640 * column / 26; x < 640 * (column + 1) / 26; ++x) {
-        auto& pixel = damaged.mutableY()[row * 640 + x];
-        pixel = pixel > 128 ? 16 : 235;
-      }
-    EXPECT_FALSE(readTestPictureClock(damaged.i420())) << column;
-  }
-}
 
 std::shared_ptr<CaptureDevices> patternDevices() {
   auto devices = makeCaptureDevices();
@@ -122,21 +57,6 @@ TEST(PatternCamera, DeliversAtItsRate) {
   capturer.reset();
 }
 
-TEST(PatternCamera, DrawsIntoAFewBuffers) {
-  auto devices = patternDevices();
-  auto capturer = devices->makeCameraCapturer();
-  std::set<const void*> buffers;
-  std::promise<void> enough;
-  capturer->onFrame([&, count = 0](const VideoFrame& frame) mutable {
-    buffers.insert(frame.buffer.get());
-    if (++count == 30) enough.set_value();
-  });
-  capturer->startCapture(devices->cameras()[0], {320, 180, 120}, 120, {});
-  EXPECT_EQ(enough.get_future().wait_for(kPatience), std::future_status::ready);
-  capturer.reset();
-  EXPECT_LE(buffers.size(), 4u);
-}
-
 TEST(PatternCamera, StopsAtOnceFromAnywhere) {
   auto devices = patternDevices();
   const auto camera = devices->cameras().front();
@@ -175,26 +95,6 @@ TEST(PatternCamera, StopsAtOnceFromAnywhere) {
   ASSERT_EQ(released.get_future().wait_for(kPatience), std::future_status::ready);
   capturer.reset();
   EXPECT_EQ(late, 0);
-}
-
-TEST(ToneMicrophone, IsAPureSine) {
-  auto devices = patternDevices();
-  auto microphone = devices->makeMicrophoneCapturer();
-  auto ear = std::make_shared<Ear>();
-  EXPECT_FALSE(microphone->start(nullptr));
-  ASSERT_TRUE(microphone->start(ear) && ear->waitFor(48000));
-  microphone->stop();
-  const auto count = ear->samples.size();
-  EXPECT_TRUE(ear->rate == 48000 && ear->channels == 1 && ear->wrong == 0);
-  double worst = 0;
-  for (std::size_t i = 0; i < count; ++i)
-    worst =
-        std::max(worst, std::abs(ear->samples[i] - 0.25 * 32767 *
-                                                       std::sin(2 * std::numbers::pi * 1000 *
-                                                                static_cast<double>(i) / 48000)));
-  EXPECT_LT(worst, 2) << "a step between two deliveries";
-  microphone.reset();
-  EXPECT_EQ(ear->samples.size(), count);
 }
 
 TEST(CaptureDevices, HaveNothingWhereNothingIs) {

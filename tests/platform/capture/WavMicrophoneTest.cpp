@@ -6,7 +6,6 @@
 #include "CaptureWatcher.h"
 #include <cmath>
 #include <cstring>
-#include <future>
 #include <numbers>
 
 namespace kestrova::test {
@@ -166,25 +165,6 @@ TEST(WavMicrophone, TellsWhatIsWrongWithAFile) {
   };
   for (const auto& row : rows) check(folder.write(row.name, row.bytes), row.text);
   check(folder.path("missing.wav"), "No such file or directory");
-}
-
-TEST(WavMicrophone, EndsWithAFailureWhenItsFileIsEmptied) {
-  const TemporaryFolder folder;
-  const auto path = folder.write("a.wav", wav(chunk("fmt ", format(1, 1, 48000, 16)) +
-                                              chunk("data", std::string(100'000, 'x'))));
-  auto capturer = microphone(path);
-  std::promise<std::string> failed;
-  capturer->onFailure([&](const std::string& error) {
-    capturer->stop();  // from within: must not wait for itself
-    failed.set_value(error);
-  });
-  auto ear = std::make_shared<Ear>();
-  ASSERT_TRUE(capturer->start(ear));
-  ASSERT_TRUE(ear->waitFor(1));
-  std::filesystem::resize_file(path, 10);
-  auto text = failed.get_future();
-  ASSERT_EQ(text.wait_for(kPatience), std::future_status::ready);
-  EXPECT_THAT(text.get(), HasSubstr("can't be read any more"));
 }
 
 }  // namespace

@@ -174,12 +174,5 @@ TEST_F(RecordingTest, aFullDiskEndsTheRecordingAndNothingElse) {
   EXPECT_NE(lost.problem().find("gone/ada"), std::string::npos);
 }
 
-TEST(FileNameTest, namesBecomeFitForFiles) {
-  EXPECT_EQ(fileNameOf("Ada / ../Ω"), "Ada_");
-  EXPECT_EQ(fileNameOf("///"), "unnamed");
-  EXPECT_EQ(fileNameOf("a-b_C9"), "a-b_C9");
-  EXPECT_LE(fileNameOf(std::string(500, 'x')).size(), 64u);
-}
-
 }  // namespace
 }  // namespace recording

@@ -354,7 +354,7 @@ void Handle::describe(v4l2_buffer& buffer, std::uint32_t index) const {
   buffer.index = index;
   buffer.length = _format.sizeimage;
   buffer.m.offset = offsetOf(index);
-  buffer.flags = _camera.number("stamps", 1) ? V4L2_BUF_FLAG_TIMESTAMP_MONOTONIC : 0;
+  buffer.flags = V4L2_BUF_FLAG_TIMESTAMP_MONOTONIC;
   buffer.bytesused = slot.bytes;
   buffer.timestamp = {slot.timeUs / 1'000'000, slot.timeUs % 1'000'000};
 }
@@ -380,9 +380,8 @@ void Handle::produce() {
         std::min<std::size_t>(cut ? picture.size() / 2 : picture.size(), _format.sizeimage);
     if (::pwrite(memory, picture.data(), bytes, offsetOf(index)) < 0) break;
     const auto now = std::chrono::steady_clock::now().time_since_epoch();
-    const auto timeUs = std::chrono::duration_cast<std::chrono::microseconds>(now).count();
     _slots[index].bytes = static_cast<std::uint32_t>(bytes);
-    _slots[index].timeUs = _camera.number("stamps", 1) ? timeUs : 0;
+    _slots[index].timeUs = std::chrono::duration_cast<std::chrono::microseconds>(now).count();
     _filled.push_back(index);
     if (::write(_peer, "p", 1) != 1) break;
   }

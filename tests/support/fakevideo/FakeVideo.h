@@ -32,7 +32,6 @@ inline constexpr std::array<FakeColour, 4> kFakeQuarters{
 ///   hang=1                          VIDIOC_STREAMON doesn't return until `fakevideoRelease`
 ///   unplug=5 stall=5                goes, or falls silent, after so many pictures
 ///   corrupt=3                       every third picture is cut off
-///   stamps=0                        pictures have no time
 extern "C" {
 /// For handles opened from now on; those that are open keep their camera.
 void fakevideoConfigure(const char* cameras);

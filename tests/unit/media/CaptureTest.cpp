@@ -7,13 +7,10 @@
 namespace kestrova::test {
 namespace {
 
-using namespace std::chrono_literals;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
 constexpr auto hangs = ScriptedCapture::Behaviour::hangs;
-constexpr auto fails = ScriptedCapture::Behaviour::fails;
-constexpr auto works = ScriptedCapture::Behaviour::works;
 constexpr auto size = CustomVideoTrackConfig::h360p_w640p;
 
 class CaptureTest : public testing::Test {
@@ -90,31 +87,6 @@ TEST_F(CaptureTest, aHandlerMayStartAgainAndAFailureOutlivesTheCapturer) {
 
 // ---- Switching ---------------------------------------------------------------------------------
 
-TEST_F(CaptureTest, aSwitchGoesOnWithTheOtherCameraForTheSameTrack) {
-  const auto track = startCamera();
-  platform.journal.clear();
-  EXPECT_EQ(platform.run(capturer->switchCamera()), CameraPosition::back);
-  EXPECT_EQ(platform.run(capturer->switchCamera()), CameraPosition::front);
-  EXPECT_THAT(platform.journal.only({"camera", "source"}),
-              ElementsAre("camera.stop", "camera.start cam-back 1920x1080@30", "camera.stop",
-                          "camera.start cam-front 640x480@30"));
-  EXPECT_TRUE(platform.traces.has("Camera Switched to: Back Camera"));
-  EXPECT_TRUE(platform.traces.has("Camera Switched to: Front Camera"));
-  EXPECT_TRUE(track->isEnabled());
-}
-
-TEST_F(CaptureTest, aSwitchThatFindsNoOtherCameraLeavesThePictureAsItIs) {
-  startCamera();
-  platform.capture->devices.pop_back();
-  EXPECT_EQ(platform.run(capturer->switchCamera()), std::nullopt);
-  EXPECT_EQ(capturer->cameraPosition(), CameraPosition::front);
-  EXPECT_TRUE(capturer->isCameraRunning()) << "the picture goes on";
-  EXPECT_TRUE(platform.traces.has("There is no other camera to switch to: Back Camera"));
-  platform.capture->cameraStart = fails;
-  platform.capture->devices.push_back({"cam-back", "Back", CameraPosition::back, {64, 48, 30}});
-  EXPECT_EQ(platform.run(capturer->switchCamera()), std::nullopt) << "it does not start";
-}
-
 TEST_F(CaptureTest, aSwitchNeverTurnsACameraOn) {
   EXPECT_EQ(platform.run(capturer->switchCamera()), CameraPosition::back);
   EXPECT_THAT(platform.journal.only({"camera"}), IsEmpty());
@@ -130,48 +102,12 @@ TEST_F(CaptureTest, aSwitchNeverTurnsACameraOn) {
   EXPECT_FALSE(capturer->isCameraRunning()) << "the meeting ended meanwhile";
 }
 
-TEST_F(CaptureTest, aSwitchWaitsItsTurnAndNoLongerThanThreeSecondsEach) {
-  platform.capture->cameraStart = hangs;
-  const auto starting = platform.start(capturer->createVideoTrack(size, CameraPosition::front));
-  const auto switching = platform.start(capturer->switchCamera());
-  platform.capture->cameraStart = works;
-  platform.capture->cameraStop = hangs;
-  platform.capture->finishHanging();
-  platform.pump();
-  EXPECT_NE(starting->value(), nullptr);
-  EXPECT_FALSE(switching->has_value()) << "the stop hangs";
-  platform.advance(3s);
-  EXPECT_EQ(switching->value(), CameraPosition::back);
-}
-
 // ---- Tracks of the application's own -----------------------------------------------------------
 
 class CustomTrackTest : public testing::Test {
 protected:
   TestPlatform platform;
 };
-
-TEST_F(CustomTrackTest, aCameraTrackSaysWhatItWasAskedForAndEndsItsCamera) {
-  auto stream = platform.run(Kestrova::createCameraVideoTrack());
-  EXPECT_THAT(platform.journal.only({"camera", "source"}),
-              ElementsAre("source.adapt 1280x720@30", "camera.start cam-front 640x480@30"));
-  const auto span = [&](const char* key) {
-    return platform.traces.attribute("Creating Custom Video Track", key);
-  };
-  EXPECT_EQ(parseDictionary(span("config")),
-            (Dictionary{{"height", 720}, {"width", 1280}, {"frameRate", 30}}));
-  EXPECT_EQ(span("facingMode"), "Back") << "front was not asked for by name";
-  EXPECT_EQ(span("multiStream") + span("bitrateMode"), "trueBALANCED");
-  EXPECT_EQ(platform.traces.attribute("Custom Video Track created successfully", "config"),
-            stream->toJsonString(false));
-  EXPECT_EQ(stream->fields().encoderConfig, CustomVideoTrackConfig::h720p_w1280p);
-  EXPECT_EQ(stream->fields().videoCodec, std::nullopt);
-
-  const auto track = stream->videoTrack();
-  stream->disposeTracks();
-  EXPECT_FALSE(track->isEnabled());
-  EXPECT_EQ(platform.journal.count("camera.stop"), 1);
-}
 
 TEST_F(CustomTrackTest, theLastReferenceEndsTheCapture) {
   for (const bool dispose : {true, false}) {

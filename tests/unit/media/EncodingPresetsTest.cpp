@@ -68,26 +68,6 @@ TEST(EncodingPresetsTest, takesTheGivenEncodingWithoutSimulcast) {
   EXPECT_EQ(compute({.videoEncoding = MaxBitrate{7}, .simulcast = true}).size(), 3U);
 }
 
-TEST(EncodingPresetsTest, choosesTheAspectFamilyByDistance) {
-  using enum CustomVideoTrackConfig;
-  auto width = [](int w, int h) {
-    return SdkCapabilities::determineAppropriateEncoding(false, w, h, BALANCED).width;
-  };
-  EXPECT_EQ(width(1, 1), 160);
-  EXPECT_EQ(SdkCapabilities::determineAppropriateEncoding(false, 1, 1, BALANCED).aspectRatio,
-            AspectRatio::fourThree);
-  EXPECT_EQ(width(0, 700), 960);
-  EXPECT_EQ(width(9000, 100), 1920);
-  EXPECT_EQ(width(961, 720), 1440);
-  // A preset without an encoding still takes a rid, one without a height takes it away.
-  const auto encodings = SdkCapabilities::encodingsFromPresets(
-      720, {{.height = 0}, {.height = 360}, {.height = 720}, {.height = 180}});
-  ASSERT_EQ(encodings.size(), 2U);
-  EXPECT_EQ(encodings[0].rid, "h");
-  EXPECT_FALSE(encodings[0].scaleResolutionDownBy);
-  EXPECT_EQ(encodings[1].rid, "f");
-}
-
 TEST(VideoCodecCapabilityResolverTest, picksTheEntry) {
   const auto codecs = parseJson(R"([7, {"mimeType": 1}, {"mimeType":"audio/opus"},
       {"mimeType":"VIDEO/h264","n":1},
@@ -108,18 +88,6 @@ TEST(VideoCodecCapabilityResolverTest, picksTheEntry) {
   EXPECT_TRUE(Resolver::isCodecSupported(VideoCodec::VP9, codecs));
   EXPECT_FALSE(Resolver::isCodecSupported(VideoCodec::AV1, codecs));
   EXPECT_FALSE(Resolver::isCodecSupported(VideoCodec::H264, {}));
-}
-
-TEST(EncodingPresetsTest, readsNames) {
-  EXPECT_EQ(videoCodecFromServer("video/vp9"), VideoCodec::VP9);
-  EXPECT_EQ(videoCodecFromServer("av1"), VideoCodec::AV1);
-  for (const auto* name : {"", "video/", "VP80", "video/H265", "vp8/video"})
-    EXPECT_FALSE(videoCodecFromServer(name)) << name;
-  EXPECT_EQ(videoLayer("hd", "high"), (SpatialTemporalLayer{2, 2}));
-  EXPECT_EQ(videoLayer("sd", "medium"), (SpatialTemporalLayer{0, 2}));
-  EXPECT_EQ(videoLayer("sd", "s2t1"), (SpatialTemporalLayer{2, 1}));
-  EXPECT_FALSE(videoLayer("hd", "s3t0"));
-  EXPECT_FALSE(videoLayer("uhd", "low"));
 }
 
 }  // namespace

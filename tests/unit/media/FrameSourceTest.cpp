@@ -318,15 +318,5 @@ TEST_F(PcmTest, oneThreadAtATimeIsInsideTheEngine) {
   EXPECT_THAT(heard(), ElementsAre(1, 2));
 }
 
-TEST_F(PcmTest, streamsCarryTheirSettingsAndATrackEach) {
-  const auto one = source->makeStream({.audioEncoderConfig = CustomAudioTrackConfig::high_quality});
-  const auto other = source->makeStream();
-  EXPECT_NE(one->audioTrack()->id(), other->audioTrack()->id());
-  EXPECT_EQ(one->fields().audioEncoderConfig, CustomAudioTrackConfig::high_quality);
-  const auto video = VideoFrameSource::make()->makeStream({.multiStream = false});
-  EXPECT_NE(video->videoTrack(), nullptr);
-  EXPECT_EQ(video->fields().multiStream, false);
-}
-
 }  // namespace
 }  // namespace kestrova::test

@@ -1,11 +1,9 @@
-#include <kestrova/media/Publishing.h>
+#include <kestrova/media/MediaCapturer.h>
 #include <kestrova/media/Transports.h>
-#include <kestrova/model/RoomClientError.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <tests/support/TestMeeting.h>
-#include <tests/support/TestRoom.h>
 
 namespace kestrova::test {
 namespace {
@@ -78,19 +76,6 @@ TEST_F(MediaTest, twoSetupsAtOnceMakeOneOfEachTransport) {
   EXPECT_EQ(platform.journal.count("device.createReceiveTransport"), 1);
 }
 
-TEST(TransportDetailsTest, needsEveryPieceInItsType) {
-  const auto read = [](const char* json) { return getTransportDetails(parseDictionary(json)); };
-  EXPECT_TRUE(read(R"({"data":{"id":"t","iceParameters":{},"iceCandidates":[{}],
-                       "dtlsParameters":{}}})"));
-  for (const char* json :
-       {R"({})", R"({"data":[]})",
-        R"({"data":{"id":7,"iceParameters":{},"iceCandidates":[],"dtlsParameters":{}}})",
-        R"({"data":{"id":"t","iceParameters":[],"iceCandidates":[],"dtlsParameters":{}}})",
-        R"({"data":{"id":"t","iceParameters":{},"iceCandidates":[1],"dtlsParameters":{}}})",
-        R"({"data":{"id":"t","iceParameters":{},"iceCandidates":[]}})"})
-    EXPECT_FALSE(read(json)) << json;
-}
-
 TEST_F(MediaTest, transportStatesAreToldButAFailureIsNot) {
   auto test = TestMeeting::joined(platform, {.micEnabled = true});
   test.addPeer("bob");
@@ -103,17 +88,6 @@ TEST_F(MediaTest, transportStatesAreToldButAFailureIsNot) {
   EXPECT_TRUE(platform.traces.has("Recieve Media Transport State: CHECKING"));
   EXPECT_FALSE(platform.traces.has("Send Media Transport State: FAILED"));
   EXPECT_EQ(platform.journal.count("producer audio-1.close"), 0) << "joined: the service repairs";
-}
-
-TEST_F(MediaTest, aDropClosesLiveTransportsOnly) {
-  auto test = TestMeeting::joined(platform);
-  const auto send = platform.media->send.lock();
-  const auto receive = platform.media->receive.lock();
-  receive->reach(TransportConnectionState::disconnected);
-  test.socket().drop();
-  platform.pump();
-  EXPECT_TRUE(send->closed());
-  EXPECT_FALSE(receive->closed());
 }
 
 // ---- Publishing --------------------------------------------------------------------------------
@@ -216,44 +190,6 @@ TEST_F(MediaTest, aDisabledTrackIsNotPublishedAndFailsNothing) {
   EXPECT_TRUE(test.listener->errors.empty());
 }
 
-TEST_F(MediaTest, codecsThatOthersLackAreNotSentWhenSwitchingIsAllowed) {
-  for (const bool allowed : {true, false}) {
-    TestPlatform own;
-    own.service->answer("join", {{"unsupportedCodecs", List{5, "video/h264"}}});
-    const auto test = TestMeeting::joined(
-        own, {.webcamEnabled = true,
-              .customCameraVideoStream = camera({.videoCodec = VideoCodec::H264}),
-              .codecSwitchEnabled = allowed});
-    EXPECT_EQ(own.media->published.at(0).codec.empty(), allowed);
-    EXPECT_EQ(test.listener->has("onCodecChanged H264 to VP8"), allowed);
-    EXPECT_EQ(own.traces.attribute("Fallback to VP8 Codec", "reason"),
-              allowed ? "Due to one of the participant doesn't support H264 Codec." : "");
-  }
-}
-
-TEST_F(MediaTest, closingAStreamIsFinalWhateverTheServiceSays) {
-  const TestRoom room(platform);
-  const auto& client = room.client;
-  const auto connection = room.connection();
-  platform.run(client->setupDeviceAndTransports(false, std::nullopt, true, true, connection));
-  auto publish = client->publishing()->produceLocalVideo(camera({}), connection, std::nullopt);
-  const auto producer = platform.run(std::move(publish));
-  platform.service->refuse("closeProducer", 4000, "unknown producer");
-  EXPECT_EQ(platform.run(client->publishing()->closeLocalVideo(connection, std::nullopt)),
-            producer->id());
-  EXPECT_TRUE(producer->closed());
-  EXPECT_EQ(platform.service->last("closeProducer"), (Dictionary{{"producerId", producer->id()}}));
-  EXPECT_TRUE(platform.traces.has(
-      "Error in disableWebcam() ->  [ ErrorCode: 4000, Message: unknown producer ] "));
-  EXPECT_TRUE(platform.traces.has("Webcam disabled successfully"));
-  try {
-    platform.run(client->publishing()->closeLocalVideo(connection, std::nullopt));
-    ADD_FAILURE() << "there is none left";
-  } catch (const RoomClientFailure& failure) {
-    EXPECT_EQ(failure.error(), RoomClientError::producerNotFound);
-  }
-}
-
 // ---- Capture -----------------------------------------------------------------------------------
 
 TEST_F(MediaTest, aCameraThatNeverStartsIsGivenUpAfterThreeSeconds) {
@@ -298,22 +234,6 @@ TEST_F(MediaTest, overlappingCapturesTakeTurnsAndAReplacedSourceLoses) {
   platform.advance(3s);
   EXPECT_NE(next->value(), nullptr) << "a stop that hangs is only told";
   EXPECT_TRUE(platform.traces.has("Camera stop timed out during video-track creation."));
-}
-
-TEST_F(MediaTest, theMicrophoneIsAskedForAsConfigured) {
-  EXPECT_EQ(audioConstraints(std::nullopt).at("googEchoCancellation"), "false");
-  const auto constraints = audioConstraints(NoiseConfig{.echoCancellation = true});
-  const std::map<std::string, std::string> expected{{"googNoiseSupression", "false"},
-                                                    {"googEchoCancellation", "true"},
-                                                    {"googAutoGainControl", "false"},
-                                                    {"googHighpassFilter", "false"}};
-  EXPECT_EQ(constraints, expected);
-  const auto capturer = MediaCapturer::make();
-  const auto track = capturer->createAudioTrack(constraints);
-  EXPECT_EQ(platform.factory->audioConstraints, expected);
-  EXPECT_TRUE(platform.capture->microphoneRunning);
-  capturer->stop();
-  EXPECT_FALSE(platform.capture->microphoneRunning || track->isEnabled());
 }
 
 // ---- Consuming ---------------------------------------------------------------------------------

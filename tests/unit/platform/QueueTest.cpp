@@ -64,20 +64,6 @@ TEST(SerialQueueTest, keepsItselfWhileWorkWaitsButNotForTimers) {
   EXPECT_TRUE(watch.expired());
 }
 
-TEST(SerialQueueTest, carriesCoroutines) {
-  TestPlatform platform;
-  const auto queue = SerialQueue::make("q");
-  std::vector<bool> onQueue;
-  auto work = [](SerialQueue& q, std::vector<bool>& seen) -> Task<void> {
-    seen.push_back(q.isCurrent());
-    co_await sleepFor(std::chrono::milliseconds(5));
-    seen.push_back(q.isCurrent());
-  };
-  spawnOn(*queue, work(*queue, onQueue));
-  platform.advance(std::chrono::milliseconds(5));
-  EXPECT_THAT(onQueue, ElementsAre(true, true));
-}
-
 /// Real threads: what a queue of the library meets in an application.
 class ThreadedQueueTest : public testing::Test {
 protected:
@@ -121,29 +107,6 @@ TEST_F(ThreadedQueueTest, losesNothingAndKeepsEachThreadsOrder) {
   });
   EXPECT_EQ(queue->sync([&] { return counted; }), threads * rounds);
   EXPECT_TRUE(good);
-}
-
-TEST_F(ThreadedQueueTest, aSyncThatArrivesWhileAnotherWaitsBehindWorkTakesItsTurn) {
-  const auto queue = SerialQueue::make("q");
-  std::vector<int> order;
-  std::promise<void> entered;
-  std::promise<void> release;
-  std::thread holder([&] {
-    queue->sync([&] {
-      entered.set_value();
-      release.get_future().wait();
-    });
-  });
-  entered.get_future().wait();
-  queue->async([&] { order.push_back(1); });
-  std::thread waiter([&] { queue->sync([&] { order.push_back(2); }); });
-  std::thread third([&] { queue->sync([&] { order.push_back(3); }); });
-  release.set_value();
-  for (int i = 0; i < 500; ++i) queue->sync([] {});
-  holder.join();
-  waiter.join();
-  third.join();
-  EXPECT_EQ(queue->sync([&] { return order.size(); }), 3u);
 }
 
 TEST_F(ThreadedQueueTest, anAsyncLockLetsOneThroughAtATimeInOrder) {

@@ -69,15 +69,5 @@ TEST(ValuesTest, encodableMeansFiniteAndUtf8AtEveryDepth) {
   EXPECT_TRUE(isJsonEncodable(deep));
 }
 
-TEST(ValuesTest, utf8IsJudgedByTheStandard) {
-  for (const char* good : {"", "a", "\x7f", "\xc2\x80", "\xe0\xa0\x80", "\xed\x9f\xbf",
-                           "\xef\xbf\xbf", "\xf0\x90\x80\x80", "\xf4\x8f\xbf\xbf"})
-    EXPECT_TRUE(isUtf8(good));
-  for (const char* bad :
-       {"\x80", "\xc0\xaf", "\xc1\x81", "\xc2", "\xe0\x9f\xbf", "\xed\xa0\x80", "\xe2\x82",
-        "\xf0\x8f\xbf\xbf", "\xf4\x90\x80\x80", "\xf5\x80\x80\x80", "a\xf0\x90\x80"})
-    EXPECT_FALSE(isUtf8(bad));
-}
-
 }  // namespace
 }  // namespace kestrova

@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 #include <tests/support/TestMeeting.h>
 
-#include <cmath>
 #include <set>
 
 namespace kestrova::test {
@@ -17,8 +16,6 @@ std::shared_ptr<CustomRTCMediaStream> microphoneStream(std::shared_ptr<RTCAudioT
   return std::make_shared<CustomRTCMediaStream>(CustomStreamFields{.audioTrack = std::move(track)});
 }
 
-constexpr const char* initSpan = "Initializing the meeting";
-
 TEST(InitMeetingDeathTest, aMissingTokenOrMeetingIdStopsTheProcess) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   const auto init = [](const char* token, const char* meetingId) {
@@ -30,34 +27,6 @@ TEST(InitMeetingDeathTest, aMissingTokenOrMeetingIdStopsTheProcess) {
   EXPECT_DEATH(init("token", ""), "meetingId is not provided");
 }
 
-TEST(InitMeetingTest, fillsInWhatIsAbsent) {
-  TestPlatform platform;
-  Kestrova::config("token");
-  const auto meeting = Kestrova::initMeeting({.meetingId = "room"});
-  EXPECT_EQ(meeting->id(), "room");
-  EXPECT_EQ(meeting->meetingMode(), Mode::SEND_AND_RECV);
-  EXPECT_EQ(meeting->preferredProtocol(), PreferredProtocol::UDP_OVER_TCP);
-  EXPECT_EQ(meeting->meetingState(), MeetingState::CONNECTING);
-  EXPECT_EQ(meeting->localParticipant()->displayName(), "Guest");
-  EXPECT_TRUE(meeting->localParticipant()->isLocal());
-  EXPECT_EQ(meeting->hlsState(), HLSState::HLS_STOPPED);
-  EXPECT_EQ(meeting->recordingState(), RecordingState::RECORDING_STOPPED);
-
-  const std::pair<const char*, const char*> attributes[] = {
-      {"participantId", "Participant ID not provided"},
-      {"participantName", "Participant Name not provided"},
-      {"customCameraVideoStream", "Custom camera track not provided"},
-      {"customAudioTrack", "Custom audio track not provided"},
-      {"multiStream", "true"},
-      {"mode", "SEND_AND_RECV"},
-      {"preferredProtocol", "UDP_OVER_TCP"},
-      {"signalingBaseUrl", "Signaling base url not provided"},
-      {"metaData", "Metadata not provided"},
-      {"secureKey", "Not provided"}};
-  for (const auto& [key, value] : attributes)
-    EXPECT_EQ(platform.traces.attribute(initSpan, key), value) << key;
-}
-
 TEST(InitMeetingTest, madeUpIdsAreEightLettersOrDigitsAndDiffer) {
   TestPlatform platform;
   Kestrova::config("token");
@@ -66,15 +35,6 @@ TEST(InitMeetingTest, madeUpIdsAreEightLettersOrDigitsAndDiffer) {
     ids.insert(Kestrova::initMeeting({.meetingId = "room"})->localParticipant()->id());
   EXPECT_EQ(ids.size(), 50u);
   for (const auto& id : ids) EXPECT_THAT(id, testing::MatchesRegex("[a-zA-Z0-9]{8}"));
-}
-
-TEST(InitMeetingTest, metaDataThatCannotTravelIsKeptAllTheSame) {
-  TestPlatform platform;
-  Kestrova::config("token");
-  const Dictionary metaData{{"ratio", NAN}};
-  const auto meeting = Kestrova::initMeeting({.meetingId = "room", .metaData = metaData});
-  EXPECT_EQ(platform.traces.attribute(initSpan, "metaData"), "");
-  EXPECT_TRUE(meeting->localParticipant()->metaData()->contains("ratio"));
 }
 
 TEST(InitMeetingTest, tracksWithoutUseAreLetGoAtOnce) {

@@ -8,7 +8,6 @@ namespace {
 using namespace std::chrono_literals;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using Lines = std::vector<std::string>;
 
 class JoinTest : public testing::Test {
 protected:
@@ -68,32 +67,6 @@ TEST_F(JoinTest, sendsTheJoinRequestLetterForLetter) {
             {"platform", "ios"},
             {"deviceUserAgent", {{"model", "x86_64"}, {"brand", "Apple"}, {"osVersion", "12.5"}}}}},
           {"batchingEnabled", false}}));
-}
-
-TEST_F(JoinTest, eachModeMakesItsOwnTransportsAndMedia) {
-  struct Row {
-    Mode mode;
-    Lines transports;
-    bool publishes;
-  };
-  const Row rows[] = {{Mode::CONFERENCE, {"send", "receive"}, true},
-                      {Mode::SEND_AND_RECV, {"send", "receive"}, true},
-                      {Mode::RECV_ONLY, {"receive"}, false},
-                      {Mode::VIEWER, {}, false},
-                      {Mode::SIGNALLING_ONLY, {}, false}};
-  for (const auto& row : rows) {
-    SCOPED_TRACE(std::string(wireText(row.mode)));
-    TestPlatform own;
-    const auto test =
-        TestMeeting::joined(own, {.micEnabled = true, .webcamEnabled = true, .mode = row.mode});
-    Lines made;
-    for (const auto& details : own.media->details) made.push_back(details.id);
-    EXPECT_EQ(made, row.transports);
-    EXPECT_EQ(test.meeting->localParticipant()->streams().size(), row.publishes ? 2u : 0u);
-    EXPECT_EQ(own.capture->microphoneRunning, row.publishes);
-    EXPECT_EQ(own.journal.count("camera.start"), row.publishes ? 1 : 0);
-    EXPECT_TRUE(test.listener->has("onMeetingJoined"));
-  }
 }
 
 TEST_F(JoinTest, aServiceThatRefusesFailsTheMeeting) {
@@ -163,24 +136,6 @@ TEST_F(JoinTest, anEntryThatNobodyAnswersIsARefusalAfterItsTime) {
   EXPECT_TRUE(test.listener->has("onError 3047"));
 }
 
-TEST_F(JoinTest, anEntryInterruptedByADropIsAskedAgain) {
-  service().withhold("requestEntry");
-  auto test = TestMeeting::entering(platform);
-  test.socket().drop();
-  platform.advance(20s);
-  EXPECT_TRUE(
-      platform.traces.has("Entry request interrupted by a network drop. It will be retried once "
-                          "the connection is restored."));
-  EXPECT_TRUE(test.listener->errors.empty());
-  EXPECT_EQ(test.meeting->meetingState(), MeetingState::RECONNECTING);
-
-  service().answer("requestEntry", {});
-  test.reachSocket();
-  EXPECT_EQ(service().count("requestEntry"), 2);
-  test.decide("allowed");
-  EXPECT_TRUE(test.listener->has("onMeetingJoined"));
-}
-
 TEST_F(JoinTest, onlyOurOwnAllowedEntryJoins) {
   auto test = TestMeeting::entering(platform);
   test.notify("entryResponded", {{"id", "me"}, {"decision", "allowed"}});  // no session
@@ -243,26 +198,6 @@ TEST_F(JoinTest, aRefusedProducerLeavesTheMeetingJoined) {
   EXPECT_EQ(platform.traces.count("Error in produce event of Send Media Transport "), 2);
   EXPECT_TRUE(platform.traces.has("Error encountered while enabling microphone in unmuteMic()."));
   EXPECT_TRUE(platform.traces.has("Error encountered while enabling webcam in enableWebcam()"));
-}
-
-TEST_F(JoinTest, aReturnOfTheSocketEntersAgainWithALoadedDevice) {
-  auto test = TestMeeting::joined(platform, {.micEnabled = true, .webcamEnabled = true});
-  test.socket().drop();
-  platform.pump();
-  platform.journal.clear();
-  service().forgetRequests();
-  test.listener->take();
-  test.reachSocket();
-  test.decide("allowed");
-  EXPECT_EQ(platform.journal.count("device.load"), 0);
-  EXPECT_EQ(service().count("createWebRtcTransport"), 2);
-  EXPECT_EQ(service().count("join"), 1);
-  EXPECT_EQ(service().last("join").at("switchingRoom"), Value(false));
-  EXPECT_EQ(test.meeting->localParticipant()->streams().size(), 2u)
-      << "what the earlier connection left is replaced";
-  EXPECT_THAT(test.listener->lines(),
-              ElementsAre("onMeetingStateChanged CONNECTED", "onEntryResponded me allowed",
-                          "onMeetingJoined"));
 }
 
 TEST_F(JoinTest, hostsAnswerTheEntryRequestsOfOthers) {

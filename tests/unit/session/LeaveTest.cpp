@@ -152,15 +152,6 @@ TEST_F(LeaveTest, theLeftEventsComeOnceWhicheverEndsFirst) {
   }
 }
 
-TEST_F(LeaveTest, exhaustedAttemptsAreTracedAsSuch) {
-  auto test = TestMeeting::joined(platform);
-  test.socket().drop();
-  test.socket().fail();
-  platform.pump();
-  EXPECT_TRUE(platform.traces.has("Socket reconnection failed - max attempts exhausted"));
-  EXPECT_EQ(test.meeting->meetingState(), MeetingState::DISCONNECTED);
-}
-
 TEST_F(LeaveTest, aReconnectionIsHeardEveryTenSecondsUntilItEnds) {
   auto test = TestMeeting::joined(platform);
   test.listener->take();

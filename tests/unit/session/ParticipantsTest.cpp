@@ -309,18 +309,6 @@ TEST_F(ParticipantsTest, aStreamIsPausedByAskingAndByTheEventThatFollows) {
   platform.pump();
 }
 
-TEST_F(ParticipantsTest, allStreamsArePausedByKind) {
-  test.meeting->pauseAllStreams("video");
-  test.meeting->resumeAllStreams();
-  platform.pump();
-  EXPECT_EQ(platform.service->last("pauseAllConsumers"), (Dictionary{{"kind", "video"}}));
-  EXPECT_EQ(platform.service->last("resumeAllConsumers"), (Dictionary{{"kind", "all"}}));
-  EXPECT_TRUE(platform.traces.has("Pause All video Stream Requested."));
-  EXPECT_TRUE(platform.traces.has("Resume All all Stream Requested."));
-  EXPECT_TRUE(test.listener->has("onPausedAllStreams video"));
-  EXPECT_TRUE(test.listener->has("onResumedAllStreams all"));
-}
-
 TEST_F(ParticipantsTest, aWrapperLibraryMakesItselfKnownByItsPrefix) {
   EXPECT_EQ(test.meeting->getAttributes(), Dictionary());
   test.meeting->setAttributes("Flutter", "1.0");

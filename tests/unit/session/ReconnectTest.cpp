@@ -60,61 +60,6 @@ TEST_F(ReconnectTest, everythingIsBuiltAnew) {
   EXPECT_EQ(test.meeting->participants().at("bob")->streams().size(), 1u);
 }
 
-TEST_F(ReconnectTest, theLiveWishesAreRestoredNotTheFirstOnes) {
-  test.meeting->muteMic();
-  platform.pump();
-  test.socket().drop();
-  platform.pump();
-  comeBack();
-  const auto streams = test.meeting->localParticipant()->streams();
-  ASSERT_EQ(streams.size(), 1u);
-  EXPECT_EQ(streams.begin()->second->kind(), MediaType::video);
-  EXPECT_FALSE(platform.capture->microphoneRunning);
-}
-
-TEST_F(ReconnectTest, aDropInTheMiddleOfTheReturnLosesNoWish) {
-  test.socket().drop();
-  platform.pump();
-  service().withhold("produce");
-  comeBack();
-  test.socket().drop();
-  platform.pump();
-  while (service().answerLate("produce", Dictionary())) platform.pump();
-  platform.advance(20s);
-  service().answer("produce", {{"id", "again"}});
-  comeBack();
-  EXPECT_FALSE(test.meeting->localParticipant()->streams().empty());
-  EXPECT_TRUE(platform.capture->microphoneRunning);
-}
-
-TEST_F(ReconnectTest, theHeartbeatBeatsUntilTheStateChanges) {
-  test.listener->take();
-  test.socket().drop();
-  platform.pump();
-  platform.advance(30s);
-  EXPECT_EQ(test.listener->count("onMeetingStateChanged RECONNECTING"), 4);
-  comeBack();
-  test.listener->take();
-  platform.advance(60s);
-  EXPECT_THAT(test.listener->lines(), IsEmpty());
-}
-
-TEST_F(ReconnectTest, exhaustedAttemptsEndTheMeetingOnce) {
-  test.socket().drop();
-  platform.pump();
-  test.socket().fail();
-  platform.pump();
-  EXPECT_EQ(test.listener->count("onMeetingLeft websocketConnectionAttemptsExhausted"), 1);
-  EXPECT_EQ(test.meeting->meetingState(), MeetingState::DISCONNECTED);
-  EXPECT_FALSE(platform.capture->microphoneRunning);
-  EXPECT_THAT(test.meeting->participants(), IsEmpty());
-  test.meeting->leave();
-  platform.pump();
-  EXPECT_EQ(test.listener->count("onError 3054"), 1);
-  platform.advance(60s);
-  EXPECT_EQ(test.listener->count("onMeetingLeft"), 2) << "one form each";
-}
-
 // ---- Another meeting over the same connection --------------------------------------------------
 
 TEST_F(ReconnectTest, theRoomIsSwitchedOverTheSameConnection) {
@@ -151,15 +96,6 @@ TEST_F(ReconnectTest, theRoomIsSwitchedOverTheSameConnection) {
       "entryResponded",
       {{"sessionId", "s2"}, {"id", "me"}, {"decision", "allowed"}, {"switchingRoomId", "hall"}});
   EXPECT_EQ(service().count("join"), 1) << "it is there already";
-}
-
-TEST_F(ReconnectTest, aRefusedSwitchIsReportedAndTheMeetingLivesOn) {
-  service().refuse("switchToMeeting");
-  test.meeting->switchTo("hall");
-  platform.pump();
-  EXPECT_EQ(test.listener->count("onError 4076 SWITCH_MEETING_FAILED"), 1);
-  EXPECT_EQ(test.meeting->id(), "room");
-  EXPECT_EQ(test.meeting->localParticipant()->streams().size(), 2u);
 }
 
 }  // namespace

@@ -81,17 +81,6 @@ TEST_F(TogglesTest, aToggleThatFailsCanBeTriedAgain) {
   EXPECT_EQ(me()->streams().size(), 2u);
 }
 
-TEST_F(TogglesTest, aCameraThatFailsAtTheJoinCanBeEnabledLater) {
-  platform.capture->cameraStart = ScriptedCapture::Behaviour::hangs;
-  join({.webcamEnabled = true});
-  platform.advance(3s);
-  EXPECT_TRUE(platform.traces.has("Camera start timed out during video-track creation."));
-  platform.capture->cameraStart = ScriptedCapture::Behaviour::works;
-  test->meeting->enableWebcam();
-  platform.pump();
-  EXPECT_EQ(me()->streams().size(), 1u);
-}
-
 TEST_F(TogglesTest, theGuardComesFirst) {
   TestMeeting early(platform);
   early.meeting->muteMic();

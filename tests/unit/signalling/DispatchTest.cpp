@@ -129,6 +129,7 @@ TEST(DispatchTest, onlyAWholeRestartReachesTheTransport) {
   EXPECT_EQ(platform.service->count("iceRestarted"), 0);
   test.notify("restartIce", {{"transportId", id}, {"iceParameters", parameters}});
   EXPECT_EQ(platform.service->last("iceRestarted"), (Dictionary{{"transportId", id}}));
+  EXPECT_EQ(platform.journal.count(id + ".restartICE"), 1);
 }
 
 TEST(DispatchTest, theStatusOfTheServicesIsRemembered) {

@@ -111,16 +111,6 @@ TEST_F(SocketRequestHandlerTest, aSecondConnectMeanwhileChangesNothing) {
   EXPECT_EQ(platform.service->connections().size(), 2u) << "a closed socket is replaced";
 }
 
-TEST_F(SocketRequestHandlerTest, anAddressThatIsNoneIsTraced) {
-  const auto other =
-      std::make_shared<SocketRequestHandler>(MeetingData{}, std::make_shared<Connections>());
-  other->setDelegates(ear, ear, ear);
-  take();
-  other->connect("https://a b", "/socket.io", openSpan("Joining the meeting"));
-  EXPECT_TRUE(platform.traces.has("Invalid socket URL: https://a b"));
-  EXPECT_THAT(take(), IsEmpty());
-}
-
 TEST_F(SocketRequestHandlerTest, normalisesEveryKindOfAnswer) {
   open();
   const std::pair<Value, Dictionary> rows[] = {

@@ -1,9 +1,7 @@
 #include <kestrova/model/MeetingTypes.h>
 #include <kestrova/model/Peer.h>
 #include <kestrova/signalling/APIManager.h>
-#include <kestrova/signalling/Events.h>
 #include <kestrova/signalling/Response.h>
-#include <kestrova/signalling/SDKConfiguration.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -35,59 +33,6 @@ TEST(ResponseTest, isStatusOKJudgesAnyAnswer) {
   }
 }
 
-TEST(ResponseTest, leaveReasonsKeepTheirNumbers) {
-  const std::pair<std::int64_t, LeaveReason> rows[] = {
-      {1001, LeaveReason::websocketDisconnected},
-      {1011, LeaveReason::duplicateParticipant},
-      {1101, LeaveReason::manualLeaveCalled},
-      {1104, LeaveReason::switchRoomFailed},
-      {1000, LeaveReason::unknown},
-      {1012, LeaveReason::unknown},
-      {1050, LeaveReason::unknown},
-      {1100, LeaveReason::unknown},
-      {1105, LeaveReason::unknown},
-      {-1, LeaveReason::unknown},
-      {std::int64_t{1} << 32 | 1001, LeaveReason::unknown}};
-  for (const auto& [code, reason] : rows) EXPECT_EQ(leaveReasonFrom(code), reason) << code;
-  EXPECT_EQ(message(LeaveReason::unknown), "Participant disconnected due to an unknown reason");
-}
-
-TEST(ResponseTest, methodsAreComparedExactly) {
-  EXPECT_EQ(wireText(LocalEvent::participantModeChanged), "participant-mode-changed");
-  EXPECT_EQ(remoteEventFrom("mediaRealyStarted"), RemoteEvent::mediaRealyStarted);
-  for (const char* text : {"mediaRelayStarted", "NewPeer", "newPeer ", ""})
-    EXPECT_FALSE(remoteEventFrom(text)) << text;
-}
-
-TEST(APIManagerTest, reducesEveryAnswerToOneDictionary) {
-  TestPlatform platform;
-  const std::pair<const char*, const char*> rows[] = {
-      {R"({"data":{"baseUrl":"b"}})", R"({"baseUrl":"b"})"},
-      {R"({"data":{"baseUrl":"b"},"error":"x"})", R"({"baseUrl":"b"})"},
-      {R"({"data":{},"error":"x","code":4001})", R"({"data":{},"error":"x","code":4001})"},
-      {R"({"error":"x"})", R"({"error":"x"})"},
-      {R"({"error":""})", "{}"},
-      {R"({"error":5})", "{}"},
-      {R"({"data":{}})", "{}"},
-      {R"({"data":[1]})", "{}"},
-      {R"([{"data":1}])", "{}"},
-      {"{", "{}"},
-  };
-  for (const auto& [body, expected] : rows) {
-    platform.session->answer(body, 500);
-    const auto result =
-        platform.run(APIManager::getServerConfig(platform.session, "tok", "room", std::nullopt));
-    EXPECT_EQ(result, parseDictionary(expected)) << body;
-  }
-  const auto& request = platform.session->requests.back();
-  using Headers = std::vector<std::pair<std::string, std::string>>;
-  EXPECT_EQ(request.method, "POST");
-  EXPECT_EQ(request.body, R"({"roomId":"room"})");
-  EXPECT_EQ(request.timeout, std::chrono::seconds(60));
-  EXPECT_EQ(request.headers,
-            (Headers{{"Authorization", "tok"}, {"Content-Type", "application/json"}}));
-}
-
 TEST(APIManagerTest, joinsTheAddressAsItStands) {
   TestPlatform platform;
   const auto ask = [&](const char* url) {
@@ -102,19 +47,6 @@ TEST(APIManagerTest, joinsTheAddressAsItStands) {
   EXPECT_EQ(platform.session->requests.size(), asked);
   EXPECT_TRUE(
       platform.traces.has("Invalid signaling URL: https://no host/infra/v1/meetings/init-config"));
-}
-
-TEST(SDKConfigurationTest, takesOverWhatTheServiceSays) {
-  auto& configuration = SDKConfiguration::shared();
-  configuration.updateTraceConfig(
-      {{"jwt", "key"}, {"logs", {{"enabled", true}, {"endPoint", "https://logs.test"}}}});
-  configuration.updateTraceConfig({{"jwt", 5}});
-  EXPECT_TRUE(configuration.logsEnabled()) << "no logs map leaves the log fields";
-  EXPECT_EQ(configuration.logsEndpoint(), "https://logs.test");
-  EXPECT_EQ(configuration.jwtKey(), "");
-  configuration.updateTraceConfig({{"logs", {{"enabled", "yes"}, {"endPoint", 1}}}});
-  EXPECT_FALSE(configuration.logsEnabled());
-  EXPECT_EQ(configuration.logsEndpoint(), "");
 }
 
 TEST(PeerTest, readsWhatIsThereAndHidesTheServicesMarkers) {

@@ -89,15 +89,5 @@ TEST_F(ConsoleOutputTest, showsWhatTheLevelAdmits) {
                                 LogType::error, LogType::fault}));
 }
 
-TEST_F(ConsoleOutputTest, judgesTheEndByTheCategoryOfTheStart) {
-  auto output = makeOutput(LogLevel::warn);
-  output.onSpanStarted({.id = "1", .name = "hidden", .category = debug});
-  output.onSpanEnded({.id = "1", .name = "hidden", .category = error});
-  output.onSpanStarted({.id = "2", .name = "shown", .category = warn});
-  output.clearSpanHistory();  // its end falls back on telemetry, which `warn` keeps away
-  output.onSpanEnded({.id = "2", .name = "shown", .category = warn});
-  EXPECT_EQ(lines, std::vector<std::string>{"Kestrova: ▶ [MEETING] shown"});
-}
-
 }  // namespace
 }  // namespace kestrova

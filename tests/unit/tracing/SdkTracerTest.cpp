@@ -1,4 +1,3 @@
-#include <kestrova/tracing/RoutedTracer.h>
 #include <kestrova/tracing/SdkTracer.h>
 
 #include <gtest/gtest.h>
@@ -34,43 +33,6 @@ TEST_F(SdkTracerTest, makesNoTextForNobody) {
   const auto span = tracer.startSpan("Quiet", {.attributes = {{"a", fail}}, .category = debug});
   tracer.endSpan(span, {.attributes = {{"a", fail}}});
   EXPECT_TRUE(output->events.empty() && output->starts.empty() && output->ends.empty());
-}
-
-TEST_F(SdkTracerTest, describesEveryKindOfValue) {
-  const auto output = addOutput({telemetry}, true);
-  const Value json = {{"k", {1, "two", nullptr}}};
-  const std::string name = "name";
-  tracer.traceEvent([&] { return name + "!"; },
-                    {.attributes = {{"text", name + " of some length beyond any inline buffer"},
-                                    {"literal", "x"},
-                                    {"int", -3},
-                                    {"large", ~std::uint64_t{0}},
-                                    {"double", 0.25},
-                                    {"bool", true},
-                                    {"json", json},
-                                    {"jsonText", json.at("k").at(1)},
-                                    {"list", json.at("k").as_array()},
-                                    {"twice", 1},
-                                    {"twice", 2},
-                                    {"lazy", [&] { return name + name; }},
-                                    {"component", "replaced"}},
-                     .component = ComponentCategory::transport,
-                     .category = telemetry});
-  ASSERT_EQ(output->events.size(), 1U);
-  EXPECT_EQ(output->events[0].name, "name!");
-  EXPECT_EQ(output->events[0].attributes,
-            (TraceAttributes{{"text", "name of some length beyond any inline buffer"},
-                             {"literal", "x"},
-                             {"int", "-3"},
-                             {"large", "18446744073709551615"},
-                             {"double", "0.25"},
-                             {"bool", "true"},
-                             {"json", R"({"k":[1,"two",null]})"},
-                             {"jsonText", "two"},
-                             {"list", R"([1,"two",null])"},
-                             {"twice", "2"},
-                             {"lazy", "namename"},
-                             {"component", "TRANSPORT"}}));
 }
 
 TEST_F(SdkTracerTest, hidesSecretsFromThoseWhoMayNotSeeThem) {
@@ -136,18 +98,6 @@ TEST_F(SdkTracerTest, routesByMaskWhateverTheCategories) {
   EXPECT_EQ(backend->starts.size(), 1U);
   EXPECT_EQ(backend->ends.size(), 1U);
   EXPECT_EQ(withoutBit->ends.size(), 1U);  // a mask of 0 ends by category
-}
-
-TEST_F(SdkTracerTest, givesAnOutputAddedMeanwhileOnlyTheNextEvent) {
-  const auto late = std::make_shared<RecordingOutput>(EventCategories{warn}, true);
-  const auto first = addOutput({warn});
-  first->duringEvent = [&] { tracer.registerOutput(late); };
-  tracer.traceEvent("one", {.category = warn});
-  tracer.traceEvent("two", {.category = warn});
-  EXPECT_EQ(first->events.size(), 2U);
-  ASSERT_EQ(late->events.size(), 1U);
-  EXPECT_EQ(late->events[0].name, "two");
-  EXPECT_EQ(late->levels, std::vector{LogLevel::info});  // registered once
 }
 
 TEST_F(SdkTracerTest, bringsAndTakesItsOwnOutputs) {
@@ -217,28 +167,6 @@ TEST_F(SdkTracerTest, standsRegisteringAndTracingFromManyThreads) {
   std::set<std::string> ids;
   for (const auto& start : constant->starts) ids.insert(start.id);
   EXPECT_EQ(ids.size(), 2U * rounds);
-}
-
-TEST(RoutedTracerTest, sendsEachMessageWithItsCategory) {
-  // An output without categories takes nothing from other users of the process's tracer.
-  constexpr int ownBit = 1 << 10;
-  const auto output = std::make_shared<RecordingOutput>(EventCategories(), true, ownBit);
-  SdkTracer::shared().registerOutput(output);
-  const RoutedTracer routed(ownBit);
-  routed.error("m", {.component = ComponentCategory::info});
-  routed.backendError("m");
-  routed.warn("m");
-  routed.info("m");
-  routed.debug("m", {.dashboardLog = true});
-  routed.internalLog("m");
-  const auto span = routed.startSpan("s", {.category = debug});
-  endSpan(span);
-  std::vector<EventCategory> categories;
-  for (const auto& event : output->events) categories.push_back(event.category);
-  EXPECT_EQ(categories, (std::vector{error, backendError, warn, telemetry, debug, internalLog}));
-  EXPECT_EQ(output->events[0].attributes.at("component"), "INFO");
-  EXPECT_TRUE(output->events[4].dashboardLog);
-  EXPECT_EQ(output->ends.size(), 1U);
 }
 
 }  // namespace

@@ -43,20 +43,6 @@ test('a camera is seen by the others until it is unplugged, and the meeting live
   await leave(ada, grace);
 });
 
-for (const [fault, words] of [
-  ['in use by somebody else', 'busy=1'],
-  ['of a format that nobody reads', 'give=H264'],
-  ['that falls silent', 'stall=20'],
-]) {
-  test(`a camera ${fault} is an error, and the sound goes on`, async () => {
-    const ada = joining('broken', 'Ada', withCamera(words), '--camera', '/dev/video0');
-    await ada.event('error');
-    const grace = joining('broken', 'Grace', {}, '--camera', 'none');
-    await sample(grace, 'Ada', (one) => one.levelDb > -40);
-    await leave(ada, grace);
-  });
-}
-
 /** A sound server of the test's own, whose microphone hears what its speaker plays. */
 async function openSoundServer() {
   const folder = temporaryFolder();

@@ -96,37 +96,5 @@ TEST_F(RecoveryTest, TheServiceGoesAwayAndTheMeetingIsEnteredAgain) {
   ada->leaveAndWait();
 }
 
-TEST_F(RecoveryTest, AMutedMicrophoneStaysMutedOverTheReturn) {
-  const auto ada = joinSmall("ada", tone);
-  const auto grace = joinSmall("grace", tone);
-  ASSERT_TRUE(grace->getsMedia(tone)) << grace->story();
-  ada->meeting->muteMic();
-  ASSERT_TRUE(grace->sees("loses audio"));
-  service.control("restart", {{"downMs", 200}});
-  ASSERT_TRUE(ada->seesTimes("joined", 2)) << ada->story();
-  ASSERT_TRUE(grace->seesTimes("gets video", 2)) << grace->story();
-  EXPECT_TRUE(grace->getsPictures());
-  EXPECT_EQ(grace->stream("ada", MediaType::audio), nullptr);
-  ada->meeting->unmuteMic();
-  EXPECT_TRUE(grace->getsMedia(tone)) << grace->story();
-}
-
-TEST_F(RecoveryTest, SomebodyWhoWentMeanwhileIsGoneAfterTheReturn) {
-  const auto ada = joinSmall("ada", tone);
-  const auto grace = Attendee::join(service.token(), person("grace", false));
-  ASSERT_TRUE(ada->sees("with grace")) << ada->story();
-  // Ada is kept out until Grace has gone for good.
-  const Dictionary who{{"roomId", "integration"}, {"peerId", "ada"}, {"count", 1000}};
-  service.control("refuseConnections", who);
-  service.control("dropSocket", who);
-  ASSERT_TRUE(ada->sees("state RECONNECTING")) << ada->story();
-  service.control("removePeer", {{"roomId", "integration"}, {"peerId", "grace"}});
-  service.control("clearFaults", {});
-  ASSERT_TRUE(ada->seesTimes("joined", 2)) << ada->story();
-  EXPECT_TRUE(ada->sees("without grace")) << ada->story();
-  EXPECT_TRUE(ada->meeting->participants().empty());
-  EXPECT_EQ(ada->count("without grace"), 1) << ada->story();
-}
-
 }  // namespace
 }  // namespace kestrova::test

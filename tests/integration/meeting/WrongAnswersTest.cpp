@@ -110,22 +110,5 @@ TEST_F(WrongAnswersTest, InAMeeting) {
   expectOrdinaryMeeting();
 }
 
-TEST_F(WrongAnswersTest, OfTheConfiguration) {
-  const auto token = service.token();
-  for (const auto& shape :
-       List{nullptr, 7, List{}, Dictionary{}, Dictionary{{"data", 1}},
-            Dictionary{{"data", Dictionary{{"baseUrl", List{}}}}}, Dictionary{{"code", "x"}},
-            Dictionary{{"data", Dictionary{{"baseUrl", "127.0.0.1:1"}}}}}) {
-    SCOPED_TRACE(boost::json::serialize(shape));
-    service.control("answerConfig", {{"json", shape}});
-    const auto ada = Attendee::join(token, person("ada", false));
-    EXPECT_TRUE(ada->waitUntil([&] {
-      return ada->count("state FAILED") + ada->count("socket error") > 0;
-    })) << ada->story();
-    EXPECT_EQ(ada->count("joined"), 0);
-  }
-  expectOrdinaryMeeting();
-}
-
 }  // namespace
 }  // namespace kestrova::test

@@ -60,11 +60,11 @@ struct Drop {
   TestMeeting test;
 };
 
-struct Row {
+struct Request {
   const char* method;
   int answered = 0;
 };
-constexpr Row road[] = {{"requestEntry"},
+constexpr Request road[] = {{"requestEntry"},
                         {"getRouterRtpCapabilities"},
                         {"createWebRtcTransport"},
                         {"createWebRtcTransport", 1},

@@ -62,7 +62,9 @@ public:
 
   // The operations below do nothing before the join, while reconnecting and after the end, but for
   // the error that `onError` reports. A switch to the state that already is, or that is under way,
-  // is refused with a line in the trace.
+  // is refused with a line in the trace. Off counts from the moment it is asked for: nothing is sent
+  // any more, also while the library is only about to start it. What a drop of the connection
+  // interrupts is carried out by the return.
 
   /// Publishes the microphone, or the application's own track.
   void unmuteMic(const std::shared_ptr<CustomRTCMediaStream>& customAudioStream = nullptr);
@@ -70,7 +72,8 @@ public:
   /// Publishes the camera, or the application's own track.
   void enableWebcam(const std::shared_ptr<CustomRTCMediaStream>& customVideoStream = nullptr);
   void disableWebcam();
-  /// From the camera in front to the one in the back, and back.
+  /// From the camera in front to the one in the back, and back; while it is off, for the next time.
+  /// With a single camera nothing changes but a line in the trace.
   void switchWebcam();
   /// Changes what this participant sends and receives; `onParticipantModeChanged` tells the others.
   /// Microphone and camera come back as they were wished when the new mode sends.

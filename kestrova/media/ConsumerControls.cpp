@@ -144,13 +144,14 @@ Task<void> ConsumerControls::ask(const AllStreamsRequest& row, std::string kind)
   const auto self = shared_from_this();
   const auto name = spoken(kind);
   ScopedSpan span([&] { return row.verb + name + " Stream Requested."; }, {{"kind", kind}});
+  const auto connection = _context->connections->current();
   Dictionary data{{"kind", kind}};
   Dictionary reply =
-      co_await _context->socketRequestHandler->prepareAndSendRequest(row.event, data);
+      co_await _context->socketRequestHandler->prepareAndSendRequest(row.event, data, connection);
   // The service may have missed some consumers the first time; it gets one more chance.
   if (hasIssues(reply))
-    reply =
-        co_await _context->socketRequestHandler->prepareAndSendRequest(row.event, std::move(data));
+    reply = co_await _context->socketRequestHandler->prepareAndSendRequest(
+        row.event, std::move(data), connection);
   if (const auto status = isStatusOK(reply); !status.ok) {
     span.fail(row.failed + status.failure);
     reportFailure(*_context, row.error);

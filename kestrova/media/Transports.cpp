@@ -116,20 +116,12 @@ Task<void> Transports::setupDeviceAndTransports(bool isLoaded,
     if (capabilities.empty()) co_return;
     if (!co_await loadDevice(isLoaded, capabilities, span)) co_return;
   }
-  if (!isLoaded) giveUpTransports();
+  if (!isLoaded) take(true, true);  // given up, not closed
   if (needToCreateSendTransport && !sendTransport())
     co_await createSendTransport(changeModeSpan, connection);
   if (!connection.isCurrent()) co_return;
   if (needToCreateRecvTransport && !receiveTransport())
     co_await createReceiveTransport(changeModeSpan, connection);
-}
-
-void Transports::giveUpTransports() {
-  std::shared_ptr<SendTransport> send;
-  std::shared_ptr<ReceiveTransport> receive;
-  std::scoped_lock held(_transportLock);
-  send.swap(_send.transport);
-  receive.swap(_receive.transport);
 }
 
 Task<bool> Transports::loadDevice(bool isLoaded, std::string routerCapabilities, ScopedSpan& span) {
@@ -420,33 +412,29 @@ void Transports::disposeTransports(const Lost& lost, std::optional<SpanScope> pa
   ScopedSpan span("Closing resources", {}, parentSpan);
   const auto close = lost.receive ? letGoOfConsumer : closeConsumer;
   for (const auto& consumer : lost.consumers) close(*_context, consumer);
-  if (lost.send) closeTransportOnMain(lost.send);
-  if (lost.receive) closeTransportOnMain(lost.receive);
+  closeOnMain({lost.send, lost.receive});
   span.event("All resources closed successfully");
 }
 
+Transports::Both Transports::take(bool send, bool receive) {
+  Both taken;
+  std::scoped_lock held(_transportLock);
+  if (send) taken.send.swap(_send.transport);
+  if (receive) taken.receive.swap(_receive.transport);
+  return taken;
+}
+
+void Transports::closeOnMain(Both transports) {
+  if (transports.send) closeTransportOnMain(std::move(transports.send));
+  if (transports.receive) closeTransportOnMain(std::move(transports.receive));
+}
+
 void Transports::closeUnusedIn(Mode mode) {
-  std::shared_ptr<SendTransport> send;
-  std::shared_ptr<ReceiveTransport> receive;
-  {
-    std::scoped_lock held(_transportLock);
-    if (!sendsMedia(mode)) send.swap(_send.transport);
-    if (!receivesMedia(mode)) receive.swap(_receive.transport);
-  }
-  if (send) closeTransportOnMain(std::move(send));
-  if (receive) closeTransportOnMain(std::move(receive));
+  closeOnMain(take(!sendsMedia(mode), !receivesMedia(mode)));
 }
 
 void Transports::closeTransports() {
-  std::shared_ptr<SendTransport> send;
-  std::shared_ptr<ReceiveTransport> receive;
-  {
-    std::scoped_lock held(_transportLock);
-    send.swap(_send.transport);
-    receive.swap(_receive.transport);
-  }
-  if (send) closeTransportOnMain(std::move(send));
-  if (receive) closeTransportOnMain(std::move(receive));
+  closeOnMain(take(true, true));
 }
 
 }  // namespace kestrova

@@ -71,7 +71,13 @@ private:
     std::optional<Connection> creating = {};    // for which one is being made
   };
 
-  void giveUpTransports();
+  struct Both {
+    std::shared_ptr<SendTransport> send = {};
+    std::shared_ptr<ReceiveTransport> receive = {};
+  };
+  /// Empties the slots asked for and gives what was in them.
+  Both take(bool send, bool receive);
+  static void closeOnMain(Both transports);
   Task<bool> loadDevice(bool isLoaded, std::string routerCapabilities, ScopedSpan& span);
   void endFailed(RoomSpans::Slot slot, const SpanScope& span, const std::string& line);
   Task<void> createSendTransport(std::optional<SpanScope> parentSpan, Connection connection);

@@ -285,10 +285,6 @@ void LocalMedium::watch(const Stream& custom) {
       });
 }
 
-LocalMedium::Stream LocalMedium::live(Stream stream) const {
-  return stream && trackOf(*stream) ? std::move(stream) : nullptr;
-}
-
 LocalMedium::Stream LocalMedium::valid(Stream stream) {
   if (!stream || trackOf(*stream)) return stream;
   setCustomStream(nullptr);
@@ -297,7 +293,8 @@ LocalMedium::Stream LocalMedium::valid(Stream stream) {
 }
 
 LocalMedium::Stream LocalMedium::liveCustomStream() const {
-  return live(customStream());
+  auto stream = customStream();
+  return stream && trackOf(*stream) ? stream : nullptr;
 }
 
 // ---- What runs ---------------------------------------------------------------------------------

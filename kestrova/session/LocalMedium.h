@@ -119,8 +119,7 @@ private:
   Task<Outcome> judge(bool isPublished, Connection connection, SpanScope span);
   bool permitted(const SpanScope& span);
   void watch(const Stream& custom);
-  Stream live(Stream stream) const;
-  /// The same for a publication: reports a track that was disposed of, in whose place the device is
+  /// For a publication: reports a track that was disposed of, in whose place the device is
   /// captured.
   Stream valid(Stream stream);
   void setTrack(Track track, bool isCaptured);

@@ -215,7 +215,7 @@ void MeetingLifecycle::emitJoined(const std::optional<SpanScope>& joinSpan, Conn
     self->_context->localParticipant->setDelegate(client);
     client->setJoined(true);
     // A move to another meeting that a drop interrupted ends here.
-    if (const auto moved = client->takeInterruptedSwitch()) return self->meetingMoved(*moved);
+    if (const auto moved = client->takeInterruptedSwitch(connection)) return self->meetingMoved(*moved);
     self->_context->listeners.invoke(
         [](MeetingEventListener& listener) { listener.onMeetingJoined(std::nullopt); });
   });

@@ -56,7 +56,9 @@ public:
   void softClose(const std::string& nextMeetingId);
   Task<void> switchingRoom(std::string meetingId, Mode mode, bool isBatchingEnabled,
                            Connection connection);
-  std::optional<std::string> takeInterruptedSwitch() { return _roomSwitch->takeInterrupted(); }
+  std::optional<std::string> takeInterruptedSwitch(const Connection& now) {
+    return _roomSwitch->takeInterrupted(now);
+  }
   /// \throws ModeChangeFailure
   Task<void> changeMode(Mode mode, Connection connection, std::optional<SpanScope> changeModeSpan);
   /// Closes what an earlier connection left of the microphone or camera.

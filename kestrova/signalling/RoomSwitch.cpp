@@ -45,7 +45,7 @@ void RoomSwitch::takeOver(const std::string& meetingId) {
   {
     std::scoped_lock held(_lock);
     if (_asked.meetingId == meetingId) token = std::exchange(_asked, {}).token;
-    _target = meetingId;
+    _move = Move{meetingId, _context->connections->current()};
   }
   _context->socketRequestHandler->moveTo(meetingId, token);
 }
@@ -55,9 +55,15 @@ void RoomSwitch::forgetAsked(const std::string& meetingId) {
   if (_asked.meetingId == meetingId) _asked = {};
 }
 
-std::optional<std::string> RoomSwitch::takeInterrupted() {
+void RoomSwitch::moved() {
   std::scoped_lock held(_lock);
-  return std::exchange(_target, std::nullopt);
+  _move.reset();
+}
+
+std::optional<std::string> RoomSwitch::takeInterrupted(const Connection& now) {
+  std::scoped_lock held(_lock);
+  if (!_move || _move->connection == now) return std::nullopt;
+  return std::exchange(_move, std::nullopt)->meetingId;
 }
 
 Task<void> RoomSwitch::switchingRoom(std::string meetingId, Mode mode, bool isBatchingEnabled,
@@ -74,7 +80,7 @@ Task<void> RoomSwitch::switchingRoom(std::string meetingId, Mode mode, bool isBa
     const auto unsupportedCodecs = co_await std::move(joining);
     if (!unsupportedCodecs) co_return;
     requesting.event("Requested to join switched room successfully");
-    takeInterrupted();
+    moved();
     const auto delegate = _context->delegate();
     if (!delegate) co_return;
     if (!unsupportedCodecs->empty()) delegate->switchRoomUnsupportedCodecs(*unsupportedCodecs);

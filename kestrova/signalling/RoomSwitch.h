@@ -34,14 +34,20 @@ public:
   Task<void> switchingRoom(std::string meetingId, Mode mode, bool isBatchingEnabled,
                            Connection connection);
   /// The meeting to which a drop interrupted the move, once: the join after the return ends it.
-  std::optional<std::string> takeInterrupted();
+  /// \param now the connection that was joined; a move that began on it is still under way
+  std::optional<std::string> takeInterrupted(const Connection& now);
 
 private:
   struct Asked {
     std::string meetingId;
     std::optional<std::string> token;
   };
+  struct Move {
+    std::string meetingId;
+    Connection connection;
+  };
   void takeOver(const std::string& meetingId);
+  void moved();
   void forgetAsked(const std::string& meetingId);
 
   const std::shared_ptr<RoomContext> _context;
@@ -51,7 +57,7 @@ private:
 
   std::mutex _lock;
   Asked _asked;
-  std::optional<std::string> _target;  // moved to, and not joined yet
+  std::optional<Move> _move;  // to a meeting that is not joined yet
 };
 
 }  // namespace kestrova

@@ -65,13 +65,13 @@ struct Request {
   int answered = 0;
 };
 constexpr Request road[] = {{"requestEntry"},
-                        {"getRouterRtpCapabilities"},
-                        {"createWebRtcTransport"},
-                        {"createWebRtcTransport", 1},
-                        {"join"},
-                        {"connectWebRtcTransport"},
-                        {"produce"},
-                        {"produce", 1}};
+                            {"getRouterRtpCapabilities"},
+                            {"createWebRtcTransport"},
+                            {"createWebRtcTransport", 1},
+                            {"join"},
+                            {"connectWebRtcTransport"},
+                            {"produce"},
+                            {"produce", 1}};
 
 TEST(DropTest, anAnswerThatIsLostOnTheRoadOfTheJoinCostsNothing) {
   for (const auto& row : road)
@@ -179,6 +179,20 @@ TEST(DropTest, aMoveThatIsInterruptedIsEndedByTheReturn) {
     EXPECT_EQ(params.at(2).second, "other-token");
     EXPECT_EQ(moved.service().last("join").at("secret"), Value("other-token"));
   }
+}
+
+TEST(DropTest, aMoveRightBehindTheJoinIsToldByItsOwnJoinAlone) {
+  Drop drop;
+  drop.enter();
+  drop.service().withholdOnce("join");
+  drop.test.decide("allowed");
+  drop.service().answerLate("join", ScriptedService::ok({{"peers", List()}}));
+  drop.test.notify(
+      "entryResponded",
+      {{"sessionId", "s"}, {"id", "me"}, {"decision", "allowed"}, {"switchingRoomId", "hall"}});
+  EXPECT_EQ(drop.service().count("join"), 2);
+  EXPECT_EQ(drop.test.listener->count("onMeetingJoined hall"), 1);
+  EXPECT_EQ(drop.test.meeting->id(), "hall");
 }
 
 TEST(DropTest, aMoveInTheMiddleOfWhichTheMeetingEndsJoinsNothing) {

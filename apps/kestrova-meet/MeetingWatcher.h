@@ -59,9 +59,6 @@ public:
                          LeaveReason reason) override;
 
 private:
-  using MeetingEventListener::onMeetingJoined;
-  using MeetingEventListener::onMeetingLeft;
-  using MeetingEventListener::onParticipantLeft;
 
   std::chrono::milliseconds elapsed() const;
   void tell(std::string_view event, Dictionary details, const std::string& line);

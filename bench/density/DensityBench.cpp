@@ -69,8 +69,6 @@ class Person final : public MeetingEventListener,
                      public std::enable_shared_from_this<Person> {
 public:
   explicit Person(Tallies& tallies) : _tallies(tallies) {}
-  using MeetingEventListener::onMeetingJoined;
-  using MeetingEventListener::onMeetingLeft;
   void onMeetingJoined(const std::optional<std::string>&) override { _tallies.joined.add(); }
   void onMeetingLeft() override { _tallies.left.add(); }
   void onParticipantJoined(const std::shared_ptr<Participant>& other) override {

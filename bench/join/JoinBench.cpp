@@ -18,8 +18,6 @@ constexpr double fixedPauseMs = 100;
 
 class Joined final : public MeetingEventListener {
 public:
-  using MeetingEventListener::onMeetingJoined;
-  using MeetingEventListener::onMeetingLeft;
   void onMeetingJoined(const std::optional<std::string>&) override { _joined.set_value(); }
   void onMeetingLeft() override { _left.set_value(); }
   std::future<void> joined() { return _joined.get_future(); }

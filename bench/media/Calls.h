@@ -57,8 +57,6 @@ public:
                                       std::shared_ptr<DelayWatch> watch = nullptr);
   void leaveAndWait();
 
-  using MeetingEventListener::onMeetingJoined;
-  using MeetingEventListener::onMeetingLeft;
   void onMeetingJoined(const std::optional<std::string>&) override { _joined.set_value(); }
   void onMeetingLeft() override { _left.set_value(); }
   void onParticipantJoined(const std::shared_ptr<Participant>& participant) override;

@@ -69,7 +69,6 @@ public:
   /// Pictures are marked with the round in which their stream came.
   std::atomic<int> round{0};
 
-  using MeetingEventListener::onMeetingJoined;
   void onMeetingJoined(const std::optional<std::string>&) override {
     _times.mark(_name + " joined");
   }

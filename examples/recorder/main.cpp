@@ -39,12 +39,10 @@ struct Recorder : MeetingEventListener,
   void onParticipantLeft(const std::shared_ptr<Participant>& person) override {
     recordings.erase(person->id());  // completes the files
   }
-  using MeetingEventListener::onParticipantLeft;
   void onMeetingLeft() override {
     recordings.clear();
     left.set_value();
   }
-  using MeetingEventListener::onMeetingLeft;
 };
 
 int main(int argc, char** argv) {

@@ -61,7 +61,6 @@ struct Bot : MeetingEventListener, ParticipantEventListener, std::enable_shared_
     }
   }
   void onMeetingLeft() override { left.set_value(); }
-  using MeetingEventListener::onMeetingLeft;
 };
 
 int main(int argc, char** argv) {

@@ -32,7 +32,6 @@ struct Guest : MeetingEventListener,
       std::printf("picture %d: %dx%d\n", pictures, picture.width, picture.height);
   }
   void onMeetingLeft() override { left.set_value(); }
-  using MeetingEventListener::onMeetingLeft;
 };
 
 int main(int argc, char** argv) {

@@ -14,8 +14,10 @@
 #include <deque>
 #include <exception>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <variant>
+#include <vector>
 
 namespace kestrova {
 
@@ -196,11 +198,23 @@ SerialQueue::Turn::~Turn() {
 // ---- MainQueue ---------------------------------------------------------------------------------
 
 struct MainQueue::State {
-  std::mutex lock;
+  using Guard = std::optional<boost::asio::any_io_executor>;
+
+  std::mutex lock;  // for the fields below
   boost::asio::any_io_executor adopted;
-  std::once_flag started;
+  std::vector<std::weak_ptr<Guard>> guards;
   std::unique_ptr<boost::asio::io_context> context;
   std::unique_ptr<boost::asio::executor_work_guard<boost::asio::io_context::executor_type>> guard;
+};
+
+/// Part of an adopted loop: learns of its end before any of its work is thrown away.
+class MainQueue::LoopWatch final : public boost::asio::execution_context::service {
+public:
+  static inline boost::asio::execution_context::id id;
+  explicit LoopWatch(boost::asio::execution_context& loop) : service(loop) {}
+
+private:
+  void shutdown() override { MainQueue::shared().loopGone(context()); }
 };
 
 MainQueue::MainQueue() : _state(std::make_unique<State>()) {}
@@ -212,31 +226,50 @@ MainQueue& MainQueue::shared() {
 }
 
 void MainQueue::adopt(boost::asio::any_io_executor executor) {
+  if (executor) boost::asio::use_service<LoopWatch>(executor.context());
   auto& state = *shared()._state;
   std::scoped_lock held(state.lock);
   state.adopted = std::move(executor);
 }
 
+void MainQueue::loopGone(const boost::asio::execution_context& loop) {
+  std::scoped_lock held(_state->lock);
+  for (const auto& weak : _state->guards)
+    if (const auto guard = weak.lock(); guard && *guard && &(*guard)->context() == &loop)
+      guard->reset();
+  auto& adopted = _state->adopted;
+  if (adopted && &adopted.context() == &loop) adopted = {};
+}
+
+std::shared_ptr<void> MainQueue::work() {
+  std::scoped_lock held(_state->lock);
+  std::erase_if(_state->guards, [](const auto& guard) { return guard.expired(); });
+  const auto guard = std::make_shared<State::Guard>(
+      boost::asio::prefer(target(), boost::asio::execution::outstanding_work.tracked));
+  _state->guards.push_back(guard);
+  return guard;
+}
+
 boost::asio::any_io_executor MainQueue::target() {
-  {
-    std::scoped_lock held(_state->lock);
-    if (_state->adopted) return _state->adopted;
-  }
-  std::call_once(_state->started, [this] {
+  if (_state->adopted) return _state->adopted;
+  if (!_state->context) {
     _state->context = std::make_unique<boost::asio::io_context>(1);
     _state->guard =
         std::make_unique<boost::asio::executor_work_guard<boost::asio::io_context::executor_type>>(
             _state->context->get_executor());
     std::thread([context = _state->context.get()] { context->run(); }).detach();
-  });
+  }
   return _state->context->get_executor();
 }
 
 boost::asio::execution_context& MainQueue::context() {
+  std::scoped_lock held(_state->lock);
   return target().context();
 }
 
 void MainQueue::async(Work work) {
+  // Under the lock: an adopted loop can't go in between.
+  std::scoped_lock held(_state->lock);
   boost::asio::post(target(), [this, work = std::move(work)]() mutable {
     Running running(*this);
     runGuarded(work, "the main queue");

@@ -120,15 +120,24 @@ public:
 
   /// Runs listeners on the application's event loop from now on. `executor` must run one piece of
   /// work at a time. Call it before the first meeting is made.
+  ///
+  /// The loop has work from a meeting's join until its end has been told, or until the application
+  /// lets go of it, so `run()` returns when all of them are over. A loop that is destroyed is
+  /// replaced by the library's own thread.
   static void adopt(boost::asio::any_io_executor executor);
+
+  /// The loop has work to wait for until the last copy goes.
+  std::shared_ptr<void> work();
 
   void async(Work work) override;
 
 private:
   MainQueue();
   boost::asio::execution_context& context() override;
-  boost::asio::any_io_executor target();
+  boost::asio::any_io_executor target();  // under the state's lock
+  void loopGone(const boost::asio::execution_context& loop);
 
+  class LoopWatch;
   struct State;
   std::unique_ptr<State> _state;
 };

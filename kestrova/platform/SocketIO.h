@@ -66,7 +66,8 @@ public:
   virtual SocketIOStatus status() const = 0;
   virtual void connect() = 0;
   /// What is still unanswered ends with `disconnectMarker`.
-  virtual void disconnect() = 0;
+  /// \param goodbye held until the server has been told, or that was given up
+  virtual void disconnect(std::shared_ptr<void> goodbye = {}) = 0;
   /// Dropped silently while the socket is not connected.
   virtual void emit(const std::string& event, SocketItems items) = 0;
   /// An answer belongs to the connection that carried its question. When that one is lost, `ack`

@@ -1,3 +1,4 @@
+#include <kestrova/platform/Await.h>
 #include <kestrova/session/Meeting.h>
 #include <kestrova/session/MeetingCore.h>
 #include <kestrova/signalling/SDKConfiguration.h>
@@ -5,6 +6,7 @@
 
 #include <boost/algorithm/string/predicate.hpp>
 
+#include <stdexcept>
 #include <utility>
 
 namespace kestrova {
@@ -74,6 +76,39 @@ void Meeting::leave() {
 }
 void Meeting::end() {
   if (_core->allows("end")) _core->lifecycle->end();
+}
+
+// ---- The end -----------------------------------------------------------------------------------
+
+namespace {
+
+Task<MeetingEnd> await(std::shared_ptr<MeetingOver> over) {
+  auto start = [over](Completion<MeetingEnd> done) {
+    over->whenTold([done](const MeetingEnd& end) { done(end); });
+  };
+  co_return co_await awaitCallback<MeetingEnd>(std::move(start));
+}
+
+std::optional<MeetingEnd> waitFor(std::shared_ptr<const MeetingOver> over,
+                                  std::optional<std::chrono::milliseconds> atMost) {
+  if (MainQueue::shared().isCurrent())
+    throw std::logic_error("the end of a meeting can't be waited for where it is told");
+  return over->wait(atMost);
+}
+
+}  // namespace
+
+Task<MeetingEnd> Meeting::untilOver() const {
+  return await(_core->lifecycle->over);
+}
+MeetingEnd Meeting::waitUntilOver() const {
+  return *waitFor(_core->lifecycle->over, std::nullopt);
+}
+std::optional<MeetingEnd> Meeting::waitUntilOver(std::chrono::milliseconds atMost) const {
+  return waitFor(_core->lifecycle->over, atMost);
+}
+std::optional<MeetingEnd> Meeting::over() const {
+  return _core->lifecycle->over->told();
 }
 
 // ---- Media -------------------------------------------------------------------------------------

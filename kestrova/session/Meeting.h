@@ -1,5 +1,6 @@
 #pragma once
 
+#include <kestrova/model/MeetingEnd.h>
 #include <kestrova/model/MeetingTypes.h>
 #include <kestrova/model/Peer.h>
 #include <kestrova/model/ServiceStates.h>
@@ -7,6 +8,7 @@
 #include <kestrova/session/MeetingEventListener.h>
 #include <kestrova/session/Participant.h>
 
+#include <chrono>
 #include <map>
 #include <memory>
 #include <optional>
@@ -22,8 +24,9 @@ class MeetingCore;
 ///
 /// Any thread may call; every operation returns at once, and what comes of it is told to the
 /// listeners on the main queue. A meeting that was left, or that failed to join, can't be joined
-/// again. Letting go of the last reference closes everything without telling the others why;
-/// `leave()` first is the polite way.
+/// again. Letting go of the last reference leaves the meeting in every state, also in the middle of
+/// a join, and no listener is called any more. A process that ends by `exit` or by returning from
+/// `main` leaves its meetings, and waits up to 0.5 s for the goodbyes to be said.
 class Meeting {
 public:
   explicit Meeting(std::shared_ptr<MeetingCore> core);
@@ -55,15 +58,32 @@ public:
   /// what was decided, and `onMeetingJoined` when it is done. Silently does nothing unless the
   /// meeting is new.
   void join();
-  /// Leaves the meeting; the others stay. Works while reconnecting, too.
+  /// Leaves the meeting; the others stay. Works while reconnecting, too. Refused before the join is
+  /// done: to give up a join, let go of the meeting.
   void leave();
   /// Asks the service to end the meeting for everybody.
   void end();
 
+  /// The end of this meeting for this participant, which comes once and in every case: left, ended,
+  /// removed, not joined, not let in, connection lost, let go of. It comes after the listeners have
+  /// heard of it, and after the goodbye has been said (2 s at most), so a program may exit then.
+  ///
+  ///     const MeetingEnd end = co_await meeting->untilOver();
+  ///
+  /// The operation keeps nothing of the meeting alive. `asFuture` of platform/Future.h makes a
+  /// future of it.
+  Task<MeetingEnd> untilOver() const;
+  /// The same, holding up the calling thread; nothing when it hasn't come in time. Not for a thread
+  /// that the library or an adopted event loop needs. \throws std::logic_error on the main queue
+  MeetingEnd waitUntilOver() const;
+  std::optional<MeetingEnd> waitUntilOver(std::chrono::milliseconds atMost) const;
+  /// The same without waiting: nothing while the meeting lasts.
+  std::optional<MeetingEnd> over() const;
+
   // The operations below do nothing before the join, while reconnecting and after the end, but for
   // the error that `onError` reports. A switch to the state that already is, or that is under way,
-  // is refused with a line in the trace. Off counts from the moment it is asked for: nothing is sent
-  // any more, also while the library is only about to start it. What a drop of the connection
+  // is refused with a line in the trace. Off counts from the moment it is asked for: nothing is
+  // sent any more, also while the library is only about to start it. What a drop of the connection
   // interrupts is carried out by the return.
 
   /// Publishes the microphone, or the application's own track.

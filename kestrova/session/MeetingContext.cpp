@@ -88,6 +88,10 @@ void MeetingContext::emit(std::function<void()> before, Event event) {
 }
 
 void MeetingContext::onError(const KestrovaError& error) {
+  {
+    std::scoped_lock held(_latestErrorLock);
+    _latestError = error;
+  }
   const auto traceIt = [error] {
     traceError("Emitting ERROR Event",
                {{"error", [&] {
@@ -96,6 +100,11 @@ void MeetingContext::onError(const KestrovaError& error) {
                  }}});
   };
   emit(traceIt, [error](auto& listener) { listener.onError(error); });
+}
+
+std::optional<KestrovaError> MeetingContext::latestError() const {
+  std::scoped_lock held(_latestErrorLock);
+  return _latestError;
 }
 
 }  // namespace kestrova

@@ -75,6 +75,7 @@ Task<void> MeetingCore::closeMeetingRequested(LeaveReason leaveReason) {
 }
 
 void MeetingCore::socketConnectionError(const std::string& message) {
+  lifecycle->noteSocketError(message);
   context->emit([message](auto& listener) { listener.onSocketError(message); });
 }
 

@@ -20,6 +20,10 @@ class Participant;
 struct CharacterMessage;
 struct CharacterStateChange;
 
+// A listener overrides the form that it likes; the other one is not meant to be called on it.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Woverloaded-virtual"
+
 /// Everything that happens in a meeting. All operations are called on the main queue and have empty
 /// defaults; any operation of the library may be called from inside them.
 class MeetingEventListener {
@@ -149,5 +153,7 @@ public:
   /// The camera is sent with another codec from now on.
   virtual void onCodecChanged(const CodecChangeInfo& info) { (void)info; }
 };
+
+#pragma GCC diagnostic pop
 
 }  // namespace kestrova

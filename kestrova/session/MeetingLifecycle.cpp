@@ -1,9 +1,11 @@
+#include <kestrova/platform/Farewells.h>
 #include <kestrova/session/MeetingLifecycle.h>
 #include <kestrova/signalling/Response.h>
 #include <kestrova/tracing/Trace.h>
 
 #include <boost/algorithm/string/case_conv.hpp>
 
+#include <algorithm>
 #include <utility>
 
 namespace kestrova {
@@ -12,12 +14,42 @@ namespace {
 using Slot = RoomSpans::Slot;
 
 /// Keeps the client alive until it is down.
-void disconnectLater(std::shared_ptr<RoomClient> client, LeaveReason reason) {
-  auto task = [](std::shared_ptr<RoomClient> kept, LeaveReason why) -> Task<void> {
-    co_await kept->disconnect(why, true);
+void disconnectLater(std::shared_ptr<RoomClient> client, LeaveReason reason,
+                     std::shared_ptr<void> goodbye) {
+  auto task = [](std::shared_ptr<RoomClient> kept, LeaveReason why,
+                 std::shared_ptr<void> said) -> Task<void> {
+    auto leaving = kept->disconnect(why, true, std::move(said));
+    co_await std::move(leaving);
   };
-  spawn(task(std::move(client), reason));
+  spawn(task(std::move(client), reason, std::move(goodbye)));
 }
+
+/// The meetings that a process may still be in when it exits.
+class Joined {
+public:
+  static Joined& shared() {
+    static auto& instance = *new Joined;
+    return instance;
+  }
+  void add(std::weak_ptr<MeetingLifecycle> meeting) {
+    std::scoped_lock held(_lock);
+    std::erase_if(_meetings, [](const auto& each) { return each.expired(); });
+    _meetings.push_back(std::move(meeting));
+  }
+  void abandonAll() {
+    std::vector<std::weak_ptr<MeetingLifecycle>> meetings;
+    {
+      std::scoped_lock held(_lock);
+      meetings.swap(_meetings);
+    }
+    for (const auto& each : meetings)
+      if (const auto meeting = each.lock()) meeting->abandon();
+  }
+
+private:
+  std::mutex _lock;
+  std::vector<std::weak_ptr<MeetingLifecycle>> _meetings;
+};
 
 }  // namespace
 
@@ -60,6 +92,7 @@ void MeetingLifecycle::noteListenerAttached() {
 
 void MeetingLifecycle::join() {
   if (meetingState() != MeetingState::CONNECTING || _joining.exchange(true)) return;
+  keepLoopRunning();
   // The look-up of the service takes what time it takes; it keeps nothing of the meeting alive.
   auto task = [](std::weak_ptr<MeetingLifecycle> weak) -> Task<void> {
     auto self = weak.lock();
@@ -78,7 +111,11 @@ std::optional<Task<void>> MeetingLifecycle::prepareJoin() {
   tracer.ensureTelemetryOutput();
   tracer.ensureClientConsoleOutput();
   try {
-    return _context->roomClient()->connect();
+    const auto client = _context->roomClient();
+    // From here on, so that it comes before what the media engine has to do at the exit.
+    Farewells::guardExit([] { Joined::shared().abandonAll(); });
+    Joined::shared().add(weak_from_this());
+    return client->connect();
   } catch (const std::exception& error) {
     traceError("Could not join the room due to an error.",
                {{"error", std::string_view(error.what())}});
@@ -140,6 +177,10 @@ void MeetingLifecycle::entryResponded(const Dictionary& payload) {
   _context->emit(traceIt, [id = *id, decision = *decision](auto& listener) {
     listener.onEntryResponded(id, decision);
   });
+  if (*id == _context->localParticipant->id() && *decision == "denied")
+    MainQueue::shared().async([weak = weak_from_this()] {
+      if (const auto self = weak.lock()) self->comeToEnd({.kind = MeetingEnd::Kind::denied});
+    });
 }
 
 void MeetingLifecycle::switchRoom(const std::string& meetingId, ScopedSpan& span) {
@@ -214,8 +255,10 @@ void MeetingLifecycle::emitJoined(const std::optional<SpanScope>& joinSpan, Conn
     const auto client = self->_context->roomClient();
     self->_context->localParticipant->setDelegate(client);
     client->setJoined(true);
+    self->_wasJoined = true;
     // A move to another meeting that a drop interrupted ends here.
-    if (const auto moved = client->takeInterruptedSwitch(connection)) return self->meetingMoved(*moved);
+    if (const auto moved = client->takeInterruptedSwitch(connection))
+      return self->meetingMoved(*moved);
     self->_context->listeners.invoke(
         [](MeetingEventListener& listener) { listener.onMeetingJoined(std::nullopt); });
   });
@@ -251,7 +294,7 @@ void MeetingLifecycle::leave() {
   }
   forgetTopics();
   invalidateReconnectTimer();
-  disconnectLater(_context->roomClient(), LeaveReason::manualLeaveCalled);
+  disconnectLater(_context->roomClient(), LeaveReason::manualLeaveCalled, over->goodbye());
 }
 
 void MeetingLifecycle::end() {
@@ -268,9 +311,13 @@ void MeetingLifecycle::abandon() {
   const bool wasOver = _context->connections->isOver();
   _context->connections->end();
   _context->listeners.removeAll();
-  // A goodbye that is under way says why; this one could not.
+  releaseLoop();
+  // Where a goodbye is under way already, that one says why.
   if (auto client = wasOver ? nullptr : _context->existingRoomClient())
-    disconnectLater(std::move(client), LeaveReason::unknown);
+    disconnectLater(std::move(client),
+                    _wasJoined ? LeaveReason::manualLeaveCalled : LeaveReason::unknown,
+                    over->goodbye());
+  over->come({.kind = MeetingEnd::Kind::letGo});
 }
 
 /// Topic messages end with the connection that carried them.
@@ -288,6 +335,41 @@ void MeetingLifecycle::emitLeft(LeaveReason reason) {
   auto& listeners = _context->listeners;
   listeners.invoke([](MeetingEventListener& listener) { listener.onMeetingLeft(); });
   listeners.invoke([&](MeetingEventListener& listener) { listener.onMeetingLeft(reason); });
+  comeToEnd(MeetingEnd::by(reason, _wasJoined));
+}
+
+/// On the main queue, behind what the listeners were told of it.
+void MeetingLifecycle::comeToEnd(MeetingEnd end) {
+  if (end.isFailure()) {
+    if (end.kind == MeetingEnd::Kind::joinFailed) end.error = _context->latestError();
+    std::scoped_lock held(_endLock);
+    end.cause = _socketError;
+  }
+  over->whenTold([weak = weak_from_this()](const MeetingEnd&) {
+    if (const auto self = weak.lock()) self->releaseLoop();
+  });
+  over->come(std::move(end));
+}
+
+void MeetingLifecycle::noteSocketError(const std::string& message) {
+  // A service that refuses the connection explains it in a dictionary.
+  const auto explained = parseDictionary(message);
+  const auto* data = dictionary(explained, "data");
+  auto cause = text(data ? *data : explained, "message");
+  std::scoped_lock held(_endLock);
+  _socketError = cause ? std::move(*cause) : message;
+}
+
+void MeetingLifecycle::keepLoopRunning() {
+  auto work = MainQueue::shared().work();
+  std::scoped_lock held(_endLock);
+  _loopWork = std::move(work);
+}
+
+void MeetingLifecycle::releaseLoop() {
+  std::shared_ptr<void> work;  // goes outside the lock
+  std::scoped_lock held(_endLock);
+  work.swap(_loopWork);
 }
 
 Task<void> MeetingLifecycle::closeMeetingRequested(LeaveReason leaveReason) {
@@ -295,7 +377,8 @@ Task<void> MeetingLifecycle::closeMeetingRequested(LeaveReason leaveReason) {
   const bool first = claimLeftEvents();
   forgetTopics();
   const auto client = _context->roomClient();
-  co_await client->disconnect(leaveReason, true);
+  auto closing = client->disconnect(leaveReason, true, over->goodbye());
+  co_await std::move(closing);
   _media->releaseCustomStreams();
   client->setJoined(false);
   client->cleanUpTracing();
@@ -333,6 +416,10 @@ void MeetingLifecycle::meetingStateChanged(MeetingState state) {
     self->emitState(state);
     self->_reconnectTimer.reset();
     if (state == MeetingState::RECONNECTING) self->startReconnectHeartbeat();
+    if (state == MeetingState::FAILED)
+      self->comeToEnd({.kind = self->_wasJoined ? MeetingEnd::Kind::connectionLost
+                                                : MeetingEnd::Kind::joinFailed,
+                       .error = self->_context->latestError()});
   });
 }
 

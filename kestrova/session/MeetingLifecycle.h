@@ -3,6 +3,7 @@
 #include <kestrova/session/MediaControls.h>
 #include <kestrova/session/MeetingAction.h>
 #include <kestrova/session/MeetingContext.h>
+#include <kestrova/session/MeetingOver.h>
 #include <kestrova/session/ParticipantRegistry.h>
 #include <kestrova/tracing/Trace.h>
 
@@ -28,6 +29,9 @@ public:
                    std::shared_ptr<ParticipantRegistry> registry,
                    std::shared_ptr<MediaControls> media);
 
+  /// The one end, whichever way it comes.
+  const std::shared_ptr<MeetingOver> over = std::make_shared<MeetingOver>();
+
   MeetingState meetingState() const;
   std::mutex& meetingStateLock() const { return _meetingStateLock; }
   std::optional<MeetingActionValidationFailure> meetingActionState() const;
@@ -42,6 +46,8 @@ public:
   void end();
   /// The application let go of the meeting: everything closes, and nothing waits for the service.
   void abandon();
+  /// The connection reported what is wrong; it may be why the meeting ends.
+  void noteSocketError(const std::string& message);
 
   void entryResponded(const Dictionary& payload);
   /// The only way by which the connection changes the state; called with the state's lock held.
@@ -67,6 +73,9 @@ private:
                            Connection connection);
   void emitJoined(const std::optional<SpanScope>& joinSpan, Connection connection);
   void emitLeft(LeaveReason reason);
+  void comeToEnd(MeetingEnd end);
+  void keepLoopRunning();
+  void releaseLoop();
   void emitState(MeetingState state);
   bool claimLeftEvents();
   void forgetTopics();
@@ -89,6 +98,11 @@ private:
   std::optional<std::string> _peerId;
   std::atomic<bool> _listenerAttached{false};
   std::atomic<bool> _joining{false};
+  std::atomic<bool> _wasJoined{false};
+
+  std::mutex _endLock;  // for the two below
+  std::string _socketError;
+  std::shared_ptr<void> _loopWork;  // from the join to the end
 
   std::unique_ptr<Timer> _reconnectTimer;  // on the main queue
 };

@@ -58,8 +58,9 @@ Task<std::optional<std::vector<std::string>>> RoomClient::join(CameraPosition ca
                              std::move(connection));
 }
 
-Task<void> RoomClient::disconnect(LeaveReason leaveReason, bool closeSocket) {
-  return _teardown->disconnect(leaveReason, closeSocket);
+Task<void> RoomClient::disconnect(LeaveReason leaveReason, bool closeSocket,
+                                  std::shared_ptr<void> goodbye) {
+  return _teardown->disconnect(leaveReason, closeSocket, std::move(goodbye));
 }
 
 Task<void> RoomClient::closeRoom(std::optional<LeaveReason> leaveReason) {

@@ -49,7 +49,8 @@ public:
   Task<std::optional<std::vector<std::string>>> join(CameraPosition cameraPosition,
                                                      bool isSwitchingRoom, Mode mode,
                                                      bool isBatchingEnabled, Connection connection);
-  Task<void> disconnect(LeaveReason leaveReason, bool closeSocket);
+  Task<void> disconnect(LeaveReason leaveReason, bool closeSocket,
+                        std::shared_ptr<void> goodbye = {});
   Task<void> closeRoom(std::optional<LeaveReason> leaveReason);
   Task<void> respondEntry(std::string peerId, std::string decision);
   Task<void> switchTo(std::optional<std::string> token, std::string meetingId, Mode mode);

@@ -136,7 +136,7 @@ void SocketRequestHandler::connect(const std::string& url, const std::string& so
   socket->connect();
 }
 
-void SocketRequestHandler::disconnect(LeaveReason reason) {
+void SocketRequestHandler::disconnect(LeaveReason reason, std::shared_ptr<void> goodbye) {
   std::shared_ptr<SocketManager> manager;
   std::shared_ptr<SocketIOClient> socket;
   {
@@ -149,7 +149,7 @@ void SocketRequestHandler::disconnect(LeaveReason reason) {
   const bool wasOpen = socket && socket->status() != SocketIOStatus::notConnected &&
                        socket->status() != SocketIOStatus::disconnected;
   if (socket) {
-    socket->disconnect();
+    socket->disconnect(std::move(goodbye));
     socket->removeAllHandlers();
   }
   if (manager) manager->disconnect();

@@ -43,7 +43,8 @@ public:
   /// Does nothing while the socket is connecting or connected.
   void connect(const std::string& url, const std::string& socketPath, SpanScope joinSpan);
   /// Closes the connection for good; `reason` is what `socketDisconnected` will tell.
-  void disconnect(LeaveReason reason);
+  /// \param goodbye held until the server has been told
+  void disconnect(LeaveReason reason, std::shared_ptr<void> goodbye = {});
   /// From now on everything names another meeting: the envelope, the join, and the parameters with
   /// which a lost connection is made anew.
   /// \param token access to it; the present one without it

@@ -39,7 +39,8 @@ bool Teardown::claim() {
   return !std::exchange(_didTearDown, true);
 }
 
-Task<void> Teardown::disconnect(LeaveReason leaveReason, bool closeSocket) {
+Task<void> Teardown::disconnect(LeaveReason leaveReason, bool closeSocket,
+                                std::shared_ptr<void> goodbye) {
   const auto self = shared_from_this();
   if (!claim()) {
     trace([&] {
@@ -65,7 +66,7 @@ Task<void> Teardown::disconnect(LeaveReason leaveReason, bool closeSocket) {
         {{"leaveReasonCode", rawValue(leaveReason)}, {"leaveReason", message(leaveReason)}},
         leaveSpan);
   trace(manual ? "Meeting left successfully" : "Meeting closed successfully", {}, leaveSpan);
-  if (closeSocket) _context->socketRequestHandler->disconnect(leaveReason);
+  if (closeSocket) _context->socketRequestHandler->disconnect(leaveReason, std::move(goodbye));
 }
 
 /// What is received ends with its transport, which is closed in a moment: negotiating it away one

@@ -20,7 +20,8 @@ public:
            std::shared_ptr<Transports> transports, std::shared_ptr<Publishing> publishing,
            std::shared_ptr<MediaCapturer> capturer);
 
-  Task<void> disconnect(LeaveReason leaveReason, bool closeSocket);
+  Task<void> disconnect(LeaveReason leaveReason, bool closeSocket,
+                        std::shared_ptr<void> goodbye = {});
   Task<void> closeRoom(std::optional<LeaveReason> leaveReason);
 
 private:

@@ -37,13 +37,16 @@ public:
   std::shared_ptr<PushedEvent> push(const std::string& event, Value item);
   /// A "notification" of `method`.
   std::shared_ptr<PushedEvent> notify(const std::string& method, Value data);
+  /// A goodbye takes until `sayGoodbye` where this is set.
+  bool holdGoodbye = false;
+  void sayGoodbye() { _goodbye.reset(); }
   bool hasHandlers() const { return !_handlers.empty() || !_clientHandlers.empty(); }
   std::size_t handlerCount() const { return _handlers.size() + _clientHandlers.size(); }
 
   // ---- The client's side
   SocketIOStatus status() const override { return _status; }
   void connect() override { _status = SocketIOStatus::connecting; }
-  void disconnect() override;
+  void disconnect(std::shared_ptr<void> goodbye = {}) override;
   void emit(const std::string& event, SocketItems items) override;
   void emitWithAck(const std::string& event, SocketItems items, std::chrono::milliseconds timeout,
                    AckHandler ack) override;
@@ -56,6 +59,7 @@ private:
   const std::shared_ptr<ScriptedService> _service;
   const std::shared_ptr<ManualScheduler> _clock;
   const std::shared_ptr<Queue> _handleQueue;
+  std::shared_ptr<void> _goodbye;
   SocketIOStatus _status = SocketIOStatus::notConnected;
   std::multimap<std::string, EventHandler> _handlers;
   std::multimap<SocketClientEvent, ClientHandler> _clientHandlers;

@@ -49,9 +49,6 @@ public:
   int count(const std::string& start) const;
   void leaveAndWait();
 
-  using MeetingEventListener::onMeetingJoined;
-  using MeetingEventListener::onMeetingLeft;
-  using MeetingEventListener::onParticipantLeft;
   void onMeetingJoined(const std::optional<std::string>& switchMeetingId) override {
     note(switchMeetingId ? "moved " + *switchMeetingId : "joined");
   }

@@ -101,11 +101,11 @@ void EngineConnection::watchEnded() {
   watch(allowed - silence);
 }
 
-void EngineConnection::close(EncodedPacket last) {
+void EngineConnection::close(EncodedPacket last, std::shared_ptr<void> goodbye) {
   _listener.reset();
   _watch.reset();
   if (std::exchange(_phase, Phase::closed) == Phase::open)
-    _socket->close(WebSocket::normalClosure, std::move(last.text));
+    _socket->close(WebSocket::normalClosure, std::move(last.text), std::move(goodbye));
   else
     _socket->abort();
 }

@@ -52,7 +52,7 @@ public:
   SendResult send(EncodedPacket packet);
   /// Sends what is queued and then `last`, closes, and gives up after the close time-out. The
   /// listener hears nothing more.
-  void close(EncodedPacket last);
+  void close(EncodedPacket last, std::shared_ptr<void> goodbye = {});
 
 private:
   enum class Phase { opening, open, closed };

@@ -1,3 +1,4 @@
+#include <kestrova/platform/Farewells.h>
 #include <kestrova/platform/linux/socketio/SocketClient.h>
 
 #include <atomic>
@@ -55,7 +56,7 @@ void SocketClient::connect() {
   _link->start(session);
 }
 
-void SocketClient::disconnect() {
+void SocketClient::disconnect(std::shared_ptr<void> goodbye) {
   std::uint64_t session = 0;
   Target last;
   {
@@ -66,7 +67,7 @@ void SocketClient::disconnect() {
     last = _target;
     _target.connection.reset();
   }
-  _link->stop(session);
+  _link->stop(session, std::move(goodbye));
   _acks->end(last.number);
   const char* reason = "the client disconnected";
   if (!_queue->isCurrent()) return raiseEnd(reason);
@@ -86,7 +87,7 @@ void SocketClient::retire() {
     last = _target;
     _target.connection.reset();
   }
-  _link->stop(session);
+  _link->stop(session, Farewells::begin());
   _handlers.removeUpTo(_handlers.mark());
   _acks->end(last.number);
 }

@@ -28,7 +28,7 @@ public:
   SocketIOStatus status() const override;
   void connect() override;
   /// Called on the handlers' queue it raises `disconnect` before it returns.
-  void disconnect() override;
+  void disconnect(std::shared_ptr<void> goodbye = {}) override;
   void emit(const std::string& event, SocketItems items) override;
   void emitWithAck(const std::string& event, SocketItems items, std::chrono::milliseconds timeout,
                    AckHandler ack) override;

@@ -53,11 +53,11 @@ void SocketLink::setTarget(std::string target) {
   });
 }
 
-void SocketLink::stop(std::uint64_t session) {
-  asio::post(_strand, [self = shared_from_this(), session] {
+void SocketLink::stop(std::uint64_t session, std::shared_ptr<void> goodbye) {
+  asio::post(_strand, [self = shared_from_this(), session, goodbye = std::move(goodbye)]() mutable {
     if (session <= self->_session) return;
     self->_session = session;
-    self->release();
+    self->release(std::move(goodbye));
   });
 }
 
@@ -74,10 +74,11 @@ void SocketLink::open() {
   _connection->start(_options.endpoint);
 }
 
-void SocketLink::release() {
+void SocketLink::release(std::shared_ptr<void> goodbye) {
   _phase = Phase::idle;
   _timer.reset();
-  if (auto connection = std::exchange(_connection, nullptr)) connection->close(encodeDisconnect());
+  if (auto connection = std::exchange(_connection, nullptr))
+    connection->close(encodeDisconnect(), std::move(goodbye));
 }
 
 // ---- From the connection -----------------------------------------------------------------------

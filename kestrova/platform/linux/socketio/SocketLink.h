@@ -60,8 +60,8 @@ public:
   void start(std::uint64_t session);
   /// Where the next connection goes; one that stands stays.
   void setTarget(std::string target);
-  /// Takes leave of the server and closes, in the background.
-  void stop(std::uint64_t session);
+  /// Takes leave of the server and closes, in the background, and holds `goodbye` until then.
+  void stop(std::uint64_t session, std::shared_ptr<void> goodbye);
 
 private:
   enum class Phase { idle, connecting, connected, waiting };
@@ -72,7 +72,7 @@ private:
   void engineClosed(const std::string& reason) override;
 
   void open();
-  void release();
+  void release(std::shared_ptr<void> goodbye = {});
   void handle(SocketIOPacket& packet);
   void lost(const std::string& reason);
   void wait();

@@ -185,7 +185,7 @@ void WebSocket::transmitted() {
 
 // ---- The end -----------------------------------------------------------------------------------
 
-void WebSocket::close(std::uint16_t code, std::string farewell) {
+void WebSocket::close(std::uint16_t code, std::string farewell, std::shared_ptr<void> goodbye) {
   _listener.reset();
   if (_phase != Phase::open) return shut();
   _phase = Phase::closing;
@@ -195,6 +195,7 @@ void WebSocket::close(std::uint16_t code, std::string farewell) {
   }
   _closeCode = code;
   _farewell = std::move(farewell);
+  _goodbye = std::move(goodbye);
   _watch = later(_options.limits.closeTimeout, &WebSocket::closingEnded);
   flush();
   if (!_isSending) leave();
@@ -299,6 +300,7 @@ void WebSocket::shut(bool reset) {
   _progressWatch.reset();
   // What the server would not take must not stay with the kernel.
   _stream->below().close(reset || _isSending);
+  _goodbye.reset();
 }
 
 }  // namespace kestrova

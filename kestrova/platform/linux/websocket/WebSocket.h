@@ -89,7 +89,8 @@ public:
   /// Sends what is queued, waits until the server has read it, sends `farewell`, closes, and gives
   /// up after the close time-out. With no farewell it does not wait for the server's reading. The
   /// listener hears nothing more.
-  void close(std::uint16_t code, std::string farewell = {});
+  /// \param goodbye held until the connection is closed
+  void close(std::uint16_t code, std::string farewell = {}, std::shared_ptr<void> goodbye = {});
   /// Closes at once. The listener hears nothing more.
   void abort();
 
@@ -140,6 +141,7 @@ private:
   std::unique_ptr<Timer> _progressWatch;
   std::uint16_t _closeCode = 0;
   std::string _farewell;
+  std::shared_ptr<void> _goodbye;
   bool _asked = false;
   bool _closeSent = false;
 

@@ -1,0 +1,55 @@
+#include <kestrova/platform/Farewells.h>
+
+#include <condition_variable>
+#include <cstdlib>
+#include <mutex>
+
+namespace kestrova {
+
+struct Farewells::State {
+  std::mutex lock;
+  std::condition_variable allSaid;
+  int underWay = 0;
+  void (*lastWords)() = nullptr;
+
+  void said() {
+    std::scoped_lock held(lock);
+    if (--underWay == 0) allSaid.notify_all();
+  }
+};
+
+/// Never destroyed: background threads may come to it while the process exits.
+Farewells::State& Farewells::state() {
+  static auto& instance = *new State;
+  return instance;
+}
+
+std::shared_ptr<void> Farewells::begin() {
+  auto& all = state();
+  {
+    std::scoped_lock held(all.lock);
+    ++all.underWay;
+  }
+  return {&all, [](State* state) { state->said(); }};
+}
+
+bool Farewells::wait(std::chrono::milliseconds atMost) {
+  auto& all = state();
+  std::unique_lock held(all.lock);
+  return all.allSaid.wait_for(held, atMost, [&] { return all.underWay == 0; });
+}
+
+void Farewells::guardExit(void (*lastWords)()) {
+  auto& all = state();
+  {
+    std::scoped_lock held(all.lock);
+    if (all.lastWords) return;
+    all.lastWords = lastWords;
+  }
+  std::atexit([] {
+    state().lastWords();
+    wait(patience);
+  });
+}
+
+}  // namespace kestrova

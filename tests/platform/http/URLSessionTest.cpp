@@ -121,8 +121,9 @@ TEST_F(URLSessionTest, failuresNameTheirCause) {
     const char* cause;
   };
   const Case cases[] = {
-      {{.url = silent.url(), .timeout = 50ms}, "timed out"},
-      {{.url = closedPort}, "connect"},
+      {{.url = silent.url(), .timeout = 50ms}, "timed out after 50 ms"},
+      {{.url = closedPort}, "connection refused"},
+      {{.url = "https://no-such-host.invalid"}, "the host's name is not known"},
       {{.url = "https://https://a.example"}, ""},
       {{.url = ""}, ""},
       {{.url = "file:///etc/hostname"}, "Protocol"},
@@ -150,19 +151,31 @@ TEST_F(URLSessionTest, bodyBeyondTheLimitIsAFailure) {
 TEST_F(URLSessionTest, certificatesAreVerified) {
   std::string folder = (std::filesystem::temp_directory_path() / "http-XXXXXX").string();
   ASSERT_NE(mkdtemp(folder.data()), nullptr);
-  const std::string certificate = folder + "/server.pem";
-  const std::string command = std::string("cd ").append(folder).append(
-      " && openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -days 2"
-      " -subj /CN=test -addext subjectAltName=IP:127.0.0.1 -keyout key -out cert 2>/dev/null"
-      " && cat cert key > server.pem");
-  ASSERT_EQ(std::system(command.c_str()), 0);
+  const auto certify = [&](const std::string& name, const char* days) {
+    const auto command = "cd " + folder +
+                         " && openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1"
+                         " -nodes -subj /CN=test -addext subjectAltName=IP:127.0.0.1 -days " +
+                         days + " -keyout key -out cert 2>/dev/null && cat cert key > " + name;
+    EXPECT_EQ(std::system(command.c_str()), 0);
+    return folder + "/" + name;
+  };
+  const auto certificate = certify("server.pem", "2");
+  const auto outdated = certify("outdated.pem", "-1");
   {
     LoopbackServer server([](const Request&) { return answer(200, "safe"); }, certificate);
     unsetenv("SSL_CERT_FILE");
-    EXPECT_NE(failure({.url = server.url()}).find("certificate"), std::string::npos);
+    EXPECT_EQ(failure({.url = server.url()}),
+              "certificate signed by an unknown authority: is SSL_CERT_FILE set?");
     setenv("SSL_CERT_FILE", certificate.c_str(), 1);
     EXPECT_EQ(send({.url = server.url()}).get().body, "safe");
-    EXPECT_NE(failure({.url = server.url("localhost")}).find("localhost"), std::string::npos);
+    EXPECT_EQ(failure({.url = server.url("localhost")}),
+              "certificate is made out to another host name");
+    LoopbackServer late([](const Request&) { return answer(200, "safe"); }, outdated);
+    setenv("SSL_CERT_FILE", outdated.c_str(), 1);
+    EXPECT_EQ(failure({.url = late.url()}), "certificate has expired");
+    setenv("SSL_CERT_FILE", (folder + "/none").c_str(), 1);
+    EXPECT_EQ(failure({.url = server.url()}),
+              "the file of authorities can't be read: is SSL_CERT_FILE right?");
     unsetenv("SSL_CERT_FILE");
   }
   std::filesystem::remove_all(folder);

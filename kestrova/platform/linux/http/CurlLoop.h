@@ -40,6 +40,7 @@ private:
   std::string applyHeaders();
   void applyMethod();
   void applyTrust();
+  std::string explain(CURLcode code) const;
 
   const std::uint64_t _owner;
   const URLRequest _request;

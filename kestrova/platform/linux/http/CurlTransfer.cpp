@@ -1,7 +1,9 @@
+#include <kestrova/platform/NetworkCauses.h>
 #include <kestrova/platform/linux/http/CurlLoop.h>
 #include <kestrova/platform/linux/http/CurlSession.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <limits>
 #include <string_view>
@@ -132,11 +134,49 @@ std::size_t CurlTransfer::receive(char* data, std::size_t size, std::size_t coun
 void CurlTransfer::finish(CURLcode code) {
   if (_tooLong)
     return fail("the response is longer than " + std::to_string(maxResponseBytes) + " bytes");
-  if (code != CURLE_OK) return fail(*_trouble ? _trouble : curl_easy_strerror(code));
+  if (code != CURLE_OK) return fail(explain(code));
   long status = 0;
   curl_easy_getinfo(_handle, CURLINFO_RESPONSE_CODE, &status);
   _response.status = static_cast<int>(status);
   _done(std::move(_response));
+}
+
+/// libcurl's own words only where there is no line for the cause.
+std::string CurlTransfer::explain(CURLcode code) const {
+  switch (code) {
+    case CURLE_COULDNT_RESOLVE_HOST:
+      return std::string(causes::unknownHost);
+    case CURLE_OPERATION_TIMEDOUT:
+      return std::string(causes::timedOut) + " after " + std::to_string(_request.timeout.count()) +
+             " ms";
+    case CURLE_COULDNT_CONNECT: {
+      long number = 0;
+      curl_easy_getinfo(_handle, CURLINFO_OS_ERRNO, &number);
+      if (number == ECONNREFUSED) return std::string(causes::refused);
+      if (number == EHOSTUNREACH || number == ENETUNREACH) return std::string(causes::unreachable);
+      break;
+    }
+    case CURLE_PEER_FAILED_VERIFICATION: {
+      long verdict = 0;
+      curl_easy_getinfo(_handle, CURLINFO_SSL_VERIFYRESULT, &verdict);
+      // libcurl compares the names itself, after a certificate that is good.
+      if (verdict == 0) return std::string(causes::wrongHost);
+      if (const auto known = causes::ofCertificate(verdict); !known.empty())
+        return std::string(known);
+      break;
+    }
+    case CURLE_SSL_CACERT_BADFILE:
+      return "the file of authorities can't be read: is SSL_CERT_FILE right?";
+    case CURLE_GOT_NOTHING:
+    case CURLE_RECV_ERROR:
+    case CURLE_SEND_ERROR:
+      return std::string(causes::closed) + " without an answer";
+    case CURLE_SSL_CONNECT_ERROR:
+      return std::string("TLS handshake failed: ") + _trouble;
+    default:
+      break;
+  }
+  return *_trouble ? _trouble : curl_easy_strerror(code);
 }
 
 void CurlTransfer::fail(const std::string& reason) {

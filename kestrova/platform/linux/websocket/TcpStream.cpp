@@ -1,6 +1,8 @@
+#include <kestrova/platform/NetworkCauses.h>
 #include <kestrova/platform/linux/websocket/TcpStream.h>
 
 #include <boost/asio/connect.hpp>
+#include <boost/asio/error.hpp>
 #include <boost/asio/write.hpp>
 
 namespace kestrova {
@@ -32,6 +34,29 @@ void closeSocket(tcp::resolver& resolver, tcp::socket& socket, bool reset) {
   socket.close(ignored);
 }
 
+std::string explainSocket(const error_code& error) {
+  namespace failure = asio::error;
+  struct Row {
+    error_code error;
+    std::string_view cause;
+  };
+  const Row rows[] = {
+      {failure::connection_refused, causes::refused},
+      {failure::host_unreachable, causes::unreachable},
+      {failure::network_unreachable, causes::unreachable},
+      {failure::timed_out, causes::timedOut},
+      {failure::host_not_found, causes::unknownHost},
+      {failure::no_data, causes::unknownHost},
+      {failure::host_not_found_try_again, causes::lookUpFailed},
+      {failure::eof, causes::closed},
+      {failure::connection_reset, causes::closed},
+      {failure::broken_pipe, causes::closed},
+  };
+  for (const auto& row : rows)
+    if (row.error == error) return std::string(row.cause);
+  return error.message();
+}
+
 namespace {
 
 class TcpStream final : public ByteStream {
@@ -48,7 +73,7 @@ public:
     asio::async_write(_socket, from, untilAllIsWritten(std::move(progress)), std::move(done));
   }
   void close(bool reset) override { closeSocket(_resolver, _socket, reset); }
-  std::string explain(const error_code& error) const override { return error.message(); }
+  std::string explain(const error_code& error) const override { return explainSocket(error); }
 
 private:
   tcp::resolver _resolver;

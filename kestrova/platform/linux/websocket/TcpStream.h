@@ -12,6 +12,9 @@ void connectSocket(boost::asio::ip::tcp::resolver& resolver, boost::asio::ip::tc
 void closeSocket(boost::asio::ip::tcp::resolver& resolver, boost::asio::ip::tcp::socket& socket,
                  bool reset);
 
+/// A failure of the look-up, the connection or a transfer, as people read it.
+std::string explainSocket(const boost::system::error_code& error);
+
 /// For `async_write`: goes on until all is written and reports each piece.
 inline auto untilAllIsWritten(std::function<void()> progress) {
   return [progress = std::move(progress)](const boost::system::error_code& error,

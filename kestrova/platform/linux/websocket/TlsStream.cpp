@@ -1,3 +1,4 @@
+#include <kestrova/platform/NetworkCauses.h>
 #include <kestrova/platform/linux/websocket/TcpStream.h>
 #include <kestrova/platform/linux/websocket/TlsTrust.h>
 
@@ -29,6 +30,14 @@ std::shared_ptr<TlsTrust> makeTlsTrust() {
 }
 
 namespace {
+
+// The lines are chosen by number where this header is not at hand.
+static_assert(causes::ofCertificate(X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY) ==
+              causes::unknownAuthority);
+static_assert(causes::ofCertificate(X509_V_ERR_CERT_NOT_YET_VALID) == causes::notYetValid);
+static_assert(causes::ofCertificate(X509_V_ERR_CERT_HAS_EXPIRED) == causes::expired);
+static_assert(causes::ofCertificate(X509_V_ERR_HOSTNAME_MISMATCH) == causes::wrongHost);
+static_assert(causes::ofCertificate(X509_V_ERR_IP_ADDRESS_MISMATCH) == causes::wrongHost);
 
 /// Makes OpenSSL check that the certificate is the endpoint's own; names are sent in clear as SNI.
 bool expectHost(SSL* ssl, const WebSocketEndpoint& endpoint) {
@@ -69,8 +78,10 @@ public:
   std::string explain(const error_code& error) const override {
     // const_cast: OpenSSL's reader takes const, the stream hands out its handle unconst only.
     const long verdict = SSL_get_verify_result(const_cast<TlsStream*>(this)->_tls.native_handle());
-    if (verdict == X509_V_OK) return error.message();
-    return std::string("the certificate was refused: ") + X509_verify_cert_error_string(verdict);
+    if (verdict == X509_V_OK) return explainSocket(error);
+    const auto known = causes::ofCertificate(verdict);
+    if (!known.empty()) return std::string(known);
+    return std::string("certificate refused: ") + X509_verify_cert_error_string(verdict);
   }
 
 private:

@@ -10,7 +10,7 @@ struct Host : MeetingEventListener {
   void onParticipantJoined(const std::shared_ptr<Participant>& person) override {
     std::printf("%s is here\n", person->displayName().c_str());
   }
-  void onError(const KestrovaError& error) override { std::puts(error.message().c_str()); }
+  void onError(const KestrovaError& error) override { std::puts(text(error).c_str()); }
 };
 
 int main(int argc, char** argv) {

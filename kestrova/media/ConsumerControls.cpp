@@ -85,7 +85,7 @@ Task<void> ConsumerControls::ask(const ConsumerRequest& row, std::string consume
       co_await _context->socketRequestHandler->prepareAndSendRequest(row.event, std::move(data));
   if (const auto status = isStatusOK(reply); !status.ok) {
     span.fail(row.failed + status.failure);
-    reportFailure(*_context, row.error);
+    reportFailure(*_context, row.error.withCause(status.cause));
     co_return;
   }
   span.event(row.done);
@@ -110,7 +110,7 @@ Task<void> ConsumerControls::setQuality(VideoQuality quality, std::string consum
   if (const auto status = isStatusOK(reply); !status.ok) {
     span.fail("Failed to set spatial and temporal layers for webcam with error: " + status.failure);
     onRefused();
-    reportFailure(*_context, KestrovaError::SET_QUALITY_FAILED);
+    reportFailure(*_context, KestrovaError::SET_QUALITY_FAILED.withCause(status.cause));
     co_return;
   }
   span.event("Webcam quality set successfully");
@@ -154,7 +154,7 @@ Task<void> ConsumerControls::ask(const AllStreamsRequest& row, std::string kind)
         row.event, std::move(data), connection);
   if (const auto status = isStatusOK(reply); !status.ok) {
     span.fail(row.failed + status.failure);
-    reportFailure(*_context, row.error);
+    reportFailure(*_context, row.error.withCause(status.cause));
     co_return;
   }
   if (const auto delegate = _context->delegate()) ((*delegate).*row.apply)(kind);
@@ -194,7 +194,7 @@ Task<void> ConsumerControls::ask(const AdaptiveRequest& row) {
   if (const auto status = isStatusOK(reply); !status.ok) {
     traceError([&] { return row.cause + status.failure + "."; }, {}, span.scope());
     span.fail(row.failed);
-    reportFailure(*_context, row.error);
+    reportFailure(*_context, row.error.withCause(status.cause));
     co_return;
   }
   span.event(row.done);

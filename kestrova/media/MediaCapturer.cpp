@@ -116,6 +116,7 @@ Task<std::shared_ptr<RTCVideoTrack>> MediaCapturer::capture(CaptureFormat output
   traceDebug("Multitasking not supported on this device!");
 
   auto device = getCameraDevice(*_platform->captureDevices, position);
+  setStartFailure(MediaKind::video, device ? "" : "there is no camera that faces this way");
   if (!device) co_return nullptr;
   const auto source = videoSource();
   source->adaptOutputFormat(output.width, output.height, output.fps);
@@ -142,15 +143,19 @@ Task<bool> MediaCapturer::startSession(AVCaptureDevice device, int fps) {
   auto start = [this, &device, fps](Completion<Outcome> done) {
     _platform->scheduler->detachedAfter(captureTimeout, [done] { done(Outcome::timedOut); });
     videoCapturer()->startCapture(device, device.activeFormat, fps,
-                                  [done](const std::string& error) {
-                                    if (!error.empty())
+                                  [weak = weak_from_this(), done](const std::string& error) {
+                                    if (!error.empty()) {
                                       traceError([&] { return "Failed to start video! " + error; });
+                                      if (const auto self = weak.lock())
+                                        self->setStartFailure(MediaKind::video, error);
+                                    }
                                     done(error.empty() ? Outcome::started : Outcome::failed);
                                   });
   };
   const auto outcome = co_await awaitCallback<Outcome>(std::move(start));
   if (outcome == Outcome::timedOut) {
     traceRouted("Camera start timed out during video-track creation.");
+    setStartFailure(MediaKind::video, "timed out: the camera did not start");
     videoCapturer()->stopCapture([] {});  // should it start after all
   }
   co_return outcome == Outcome::started;
@@ -243,6 +248,7 @@ void MediaCapturer::setCameraPosition(CameraPosition position) {
 std::shared_ptr<RTCAudioTrack> MediaCapturer::createAudioTrack(
     const std::map<std::string, std::string>& constraints) {
   auto microphone = _platform->captureDevices->makeMicrophoneCapturer();
+  setStartFailure(MediaKind::audio, microphone ? "" : "there is no microphone");
   if (!microphone) return nullptr;
   auto mark = std::make_shared<std::atomic<bool>>(false);
   const auto tell = [weak = weak_from_this(), mark](const std::string& error) {
@@ -256,7 +262,10 @@ std::shared_ptr<RTCAudioTrack> MediaCapturer::createAudioTrack(
   };
   microphone->onFailure(tell);
   const auto source = _peerConnectionFactory->audioSource(constraints);
-  if (!microphone->start(source)) return nullptr;
+  if (!microphone->start(source)) {
+    setStartFailure(MediaKind::audio, "the microphone can't be opened");
+    return nullptr;
+  }
   auto track = _peerConnectionFactory->audioTrack(source, microphoneTrackId);
   {
     std::scoped_lock held(_mediaLock);
@@ -313,6 +322,16 @@ void MediaCapturer::stop() {
   endCameraTrack();
   endMicrophone();
   if (isCameraRunning()) videoCapturer()->stopCapture([] {});
+}
+
+std::string MediaCapturer::startFailure(MediaKind kind) const {
+  std::scoped_lock held(_mediaLock);
+  return _startFailures.at(static_cast<std::size_t>(kind));
+}
+
+void MediaCapturer::setStartFailure(MediaKind kind, std::string cause) {
+  std::scoped_lock held(_mediaLock);
+  _startFailures.at(static_cast<std::size_t>(kind)) = std::move(cause);
 }
 
 // ---- Captures that end by themselves -----------------------------------------------------------

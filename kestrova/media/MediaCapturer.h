@@ -7,6 +7,7 @@
 #include <kestrova/platform/Platform.h>
 #include <kestrova/platform/Queue.h>
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <cstdint>
@@ -52,6 +53,10 @@ public:
   /// The same for a track that the application holds.
   std::shared_ptr<RTCAudioTrack> createCustomAudioTrack(
       const std::map<std::string, std::string>& constraints);
+
+  /// Why the latest start of the camera or of the microphone gave no track, for people; empty where
+  /// nothing is known.
+  std::string startFailure(MediaKind kind) const;
 
   /// Goes on with the camera of the other position, for the same track, and gives that position.
   /// Nothing when there is no such camera, and nothing changes; nothing, too, when it does not
@@ -101,6 +106,7 @@ private:
                                                const char* replaced);
   Task<std::optional<CameraPosition>> flipCamera();
   Task<bool> stopSession();
+  void setStartFailure(MediaKind kind, std::string cause);
   Task<bool> startSession(AVCaptureDevice device, int fps);
   std::shared_ptr<RTCVideoTrack> bindTrackIfSourceCurrent(
       const std::shared_ptr<RTCVideoSource>& source, const char* replaced);
@@ -129,6 +135,7 @@ private:
   MicrophoneMark _microphoneMark;
   CameraPosition _cameraPosition = CameraPosition::front;
   CaptureFailedHandler _captureFailed;
+  std::array<std::string, 2> _startFailures;  // by kind
 };
 
 }  // namespace kestrova

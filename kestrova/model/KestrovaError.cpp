@@ -31,6 +31,61 @@ const Row* findRow(int code) {
   return row != catalogue.end() && row->code == code ? row : nullptr;
 }
 
+// ---- Causes ------------------------------------------------------------------------------------
+
+constexpr std::size_t longestCause = 300;
+
+/// Words are split at what surrounds a token or a URL in a sentence.
+bool separates(char c) {
+  constexpr std::string_view marks = " \"'<>()[]{},;";
+  return static_cast<unsigned char>(c) < 0x20 || c == 0x7f || marks.find(c) != marks.npos;
+}
+
+/// The three parts of a JSON Web Token, of which the first is JSON and so begins alike.
+bool looksLikeToken(std::string_view word) {
+  const auto start = word.find("eyJ");
+  return start != word.npos && word.find('.', start) != word.npos;
+}
+
+std::string withoutSecrets(std::string_view word) {
+  if (looksLikeToken(word)) return "[REDACTED]";
+  const auto scheme = word.find("://");
+  if (scheme == word.npos) return std::string(word);
+  const auto host = scheme + 3;
+  word = word.substr(0, word.find_first_of("?#", host));
+  const auto user = word.substr(0, word.find('/', host)).rfind('@');
+  if (user == word.npos || user < host) return std::string(word);
+  return std::string(word.substr(0, host)).append(word.substr(user + 1));
+}
+
+/// Cuts between characters, not within one.
+void shorten(std::string& line) {
+  if (line.size() <= longestCause) return;
+  constexpr std::string_view dots = "...";
+  auto end = longestCause - dots.size();
+  while (end > 0 && (static_cast<unsigned char>(line[end]) & 0xC0) == 0x80) --end;
+  line.resize(end);
+  line += dots;
+}
+
+std::string causeLine(std::string_view cause) {
+  std::string line;
+  while (!cause.empty()) {
+    const auto end = std::find_if(cause.begin(), cause.end(), separates) - cause.begin();
+    const auto length = static_cast<std::size_t>(end);
+    line += withoutSecrets(cause.substr(0, length));
+    if (length == cause.size()) break;
+    const char mark = cause[length];
+    const bool isBlank = static_cast<unsigned char>(mark) <= 0x20 || mark == 0x7f;
+    if (!isBlank) line += mark;
+    if (isBlank && !line.empty() && line.back() != ' ') line += ' ';
+    cause.remove_prefix(length + 1);
+  }
+  while (!line.empty() && line.back() == ' ') line.pop_back();
+  shorten(line);
+  return line;
+}
+
 }  // namespace
 
 // Initialised before any code runs, so that the constants may be used by other initialisers.
@@ -50,6 +105,19 @@ std::string KestrovaError::message() const {
   const auto* row = findRow(_rawValue);
   if (row && !row->message.empty()) return std::string(row->message);
   return "Server Error: " + std::string(constantName()) + " | Code: " + std::to_string(_rawValue);
+}
+
+KestrovaError KestrovaError::withCause(std::string cause) const {
+  auto copy = *this;
+  copy._cause = causeLine(cause);
+  return copy;
+}
+
+std::string text(const KestrovaError& error) {
+  auto line = std::to_string(error.rawValue()) + " " + error.constantName() + ": ";
+  line += error.message();
+  if (!error.cause().empty()) line += " (" + error.cause() + ")";
+  return line;
 }
 
 const std::map<int, std::string_view>& KestrovaError::knownErrorNames() {

@@ -33,6 +33,9 @@ public:
     copy._messageOverride = std::move(message);
     return copy;
   }
+  /// This error with why it came about, brought onto one line of at most 300 bytes. What looks like
+  /// a token is blotted out, and the query and the user of a URL are left out.
+  KestrovaError withCause(std::string cause) const;
 
   int rawValue() const { return _rawValue; }
   std::string constantName() const {
@@ -43,6 +46,9 @@ public:
   const std::optional<std::string>& messageOverride() const { return _messageOverride; }
   /// The override, or else the catalogue's text, or else "Server Error: NAME | Code: CODE".
   std::string message() const;
+  /// Why, in one line for people, such as "connection refused" or what the service said. Empty
+  /// where nothing is known. For logs and screens, not for comparing: the wording may change.
+  const std::string& cause() const { return _cause; }
 
   /// The name of every code of the catalogue.
   static const std::map<int, std::string_view>& knownErrorNames();
@@ -67,7 +73,15 @@ private:
   std::string_view _catalogueName{};
   std::string _ownName{};
   std::optional<std::string> _messageOverride{};
+  std::string _cause{};
 };
+
+/// The error's number.
+inline int code(const KestrovaError& error) {
+  return error.rawValue();
+}
+/// One line for people: "4002 INVALID_TOKEN: message (cause)".
+std::string text(const KestrovaError& error);
 
 }  // namespace kestrova
 

@@ -103,9 +103,10 @@ Task<LocalMedium::Stream> CameraControls::capture(Connection connection, SpanSco
   if (!track) {
     if (!connection.isCurrent()) co_return nullptr;
     traceError("Failed to build camera track from stored configuration.", {}, span);
-    _context->onError(MediaCapturer::getListOfCamerasAsString().empty()
-                          ? KestrovaError::ERROR_NO_WEBCAM_DEVICE_FOUND
-                          : KestrovaError::ERROR_VIDEO_TRACK_CREATION_FAILED);
+    const auto& error = MediaCapturer::getListOfCamerasAsString().empty()
+                            ? KestrovaError::ERROR_NO_WEBCAM_DEVICE_FOUND
+                            : KestrovaError::ERROR_VIDEO_TRACK_CREATION_FAILED;
+    _context->onError(error.withCause(capturer->startFailure(MediaKind::video)));
     co_return nullptr;
   }
   CustomStreamFields fields{.videoTrack = std::move(track),

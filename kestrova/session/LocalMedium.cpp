@@ -146,14 +146,15 @@ void LocalMedium::captureEnded(const Track& track, const std::string& error) {
     std::scoped_lock held(_runningLock);
     if (_running.track != track) return;
     _running.hasFailed = true;
+    _running.failure = error;
   }
-  traceError("The device of a published track is gone", {{"error", error}});
   spawn(shared_from_this(), endAfterFailure());
 }
 
 Task<void> LocalMedium::endAfterFailure() {
   const auto turn = co_await _turns.acquire();
   if (!hasFailed()) co_return;  // the start that was under way met the failure
+  const auto ended = _texts.trackEnded.withCause(failure());
   std::optional<ToggleLoan> loan;
   if (_state.take()) loan.emplace(_state);
   {
@@ -161,7 +162,7 @@ Task<void> LocalMedium::endAfterFailure() {
     co_await stop(span.scope());
   }
   _state.ended();
-  report(_texts.trackEnded);
+  report(ended);
 }
 
 // ---- Capture and publication -------------------------------------------------------------------
@@ -227,8 +228,9 @@ Task<LocalMedium::Outcome> LocalMedium::judge(bool isPublished, Connection conne
     co_return co_await giveUp(Outcome::interrupted);
   }
   if (hasFailed()) {
+    const auto ended = _texts.trackEnded.withCause(failure());
     co_await stop(span);
-    report(_texts.trackEnded);
+    report(ended);
     co_return Outcome::failed;
   }
   if (isPublished) co_return Outcome::published;
@@ -328,6 +330,11 @@ bool LocalMedium::hasFailed() const {
   const bool isDead =
       running.isCaptured && !running.isSilenced && running.track && !running.track->isEnabled();
   return running.hasFailed || isDead;
+}
+
+std::string LocalMedium::failure() const {
+  std::scoped_lock held(_runningLock);
+  return _running.failure;
 }
 
 void LocalMedium::setTrack(Track track, bool isCaptured) {

@@ -103,6 +103,7 @@ private:
     bool isCaptured = false;               // by the library
     bool isSilenced = false;               // by `turnOff`
     bool hasFailed = false;                // its device ended by itself
+    std::string failure{};                 // and why
     std::optional<Connection> connection;  // once it is published
     std::shared_ptr<Producer> producer;
   };
@@ -125,6 +126,7 @@ private:
   void setTrack(Track track, bool isCaptured);
   void setSilent(bool silent);
   bool hasFailed() const;
+  std::string failure() const;
   Running forgetTrack();
 
   const Texts _texts;

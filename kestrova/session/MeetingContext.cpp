@@ -93,11 +93,12 @@ void MeetingContext::onError(const KestrovaError& error) {
     _latestError = error;
   }
   const auto traceIt = [error] {
-    traceError("Emitting ERROR Event",
-               {{"error", [&] {
-                   return "Error encountered with code: " + std::to_string(error.rawValue()) +
-                          " and message: " + error.message();
-                 }}});
+    const auto line = [&] {
+      return "Error encountered with code: " + std::to_string(error.rawValue()) +
+             " and message: " + error.message();
+    };
+    if (error.cause().empty()) return traceError("Emitting ERROR Event", {{"error", line}});
+    traceError("Emitting ERROR Event", {{"error", line}, {"cause", error.cause()}});
   };
   emit(traceIt, [error](auto& listener) { listener.onError(error); });
 }

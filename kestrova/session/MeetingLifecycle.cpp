@@ -119,14 +119,14 @@ std::optional<Task<void>> MeetingLifecycle::prepareJoin() {
   } catch (const std::exception& error) {
     traceError("Could not join the room due to an error.",
                {{"error", std::string_view(error.what())}});
+    failed(error.what());
   }
-  failed();
   return std::nullopt;
 }
 
 /// Without a media engine there is nothing to join with.
-void MeetingLifecycle::failed() {
-  _context->onError(KestrovaError::ERROR_UNABLE_TO_JOIN_MEETING);
+void MeetingLifecycle::failed(const char* cause) {
+  _context->onError(KestrovaError::ERROR_UNABLE_TO_JOIN_MEETING.withCause(cause));
   std::scoped_lock held(_meetingStateLock);
   meetingStateChanged(MeetingState::FAILED);
 }

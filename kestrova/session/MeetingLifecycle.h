@@ -60,7 +60,7 @@ public:
 private:
   /// \returns what connects; nothing when the media engine can't be made
   std::optional<Task<void>> prepareJoin();
-  void failed();
+  void failed(const char* cause);
   /// Whether this connection has not been let in before; it is joined once, however often the
   /// service says that it may.
   bool claimEntry(const Connection& connection);

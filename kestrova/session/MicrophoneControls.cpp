@@ -51,12 +51,13 @@ void MicrophoneControls::record(const Stream& custom) {
 
 Task<LocalMedium::Stream> MicrophoneControls::capture(Connection connection, SpanScope span) {
   const auto config = _context->mediaConfigStore->audio();
-  auto track =
-      _context->roomClient()->capturer()->createAudioTrack(audioConstraints(config.noiseConfig));
+  const auto capturer = _context->roomClient()->capturer();
+  auto track = capturer->createAudioTrack(audioConstraints(config.noiseConfig));
   if (!track) {
     traceError("Error in unmuteMic() -> Microphone access unavailable.", {}, span);
     if (connection.isCurrent())
-      _context->onError(KestrovaError::ERROR_MICROPHONE_ACCESS_UNAVAILABLE);
+      _context->onError(KestrovaError::ERROR_MICROPHONE_ACCESS_UNAVAILABLE.withCause(
+          capturer->startFailure(MediaKind::audio)));
     co_return nullptr;
   }
   co_return std::make_shared<CustomRTCMediaStream>(

@@ -17,7 +17,8 @@ Task<void> ModeChange::change(Mode mode) {
   if (_context->connections->isOver()) co_return;
   if (!connection.stands() || !_context->isJoinedOn(connection)) {
     // Lost, or on its way back: the join brings the media of the mode that is.
-    _context->onError(KestrovaError::CHANGE_MODE_FAILED);
+    _context->onError(
+        KestrovaError::CHANGE_MODE_FAILED.withCause("the connection is being made anew"));
     co_return;
   }
   const auto previous = _context->sending->mode();
@@ -31,16 +32,18 @@ Task<void> ModeChange::change(Mode mode) {
   }
 
   bool refused = false;
+  std::string cause;
   try {
     auto changing = _context->roomClient()->changeMode(mode, connection, span.scope());
     co_await std::move(changing);
   } catch (const ModeChangeFailure& failure) {
     span.fail(failure.what());
+    cause = failure.cause();
     refused = true;
   }
   if (_context->connections->isOver()) co_return;
   if (refused) {
-    _context->onError(KestrovaError::CHANGE_MODE_FAILED);
+    _context->onError(KestrovaError::CHANGE_MODE_FAILED.withCause(std::move(cause)));
   } else {
     _context->localParticipant->setMode(mode);
     span.event("Changed mode to " + wanted + " successfully");

@@ -10,6 +10,15 @@
 
 namespace kestrova {
 
+/// What the look-up of a meeting came to.
+struct ServerConfig {
+  /// The answer's "data", or the whole answer when the service refused in words ("error", "code"),
+  /// or nothing.
+  Dictionary answer;
+  /// Why `answer` doesn't help, for people; empty when it does.
+  std::string cause;
+};
+
 /// The HTTP side of a join.
 struct APIManager {
   /// Where meetings are looked up when the application names no service of its own.
@@ -17,14 +26,12 @@ struct APIManager {
 
   /// Asks the service where this meeting's signalling server is and how to report logs and traces.
   ///
-  /// Gives the answer's "data", or the whole answer when the service refused in words ("error",
-  /// "code"), or an empty dictionary. Never fails: every fault is traced. The HTTP status is not
-  /// looked at.
+  /// Never fails: every fault is traced. The HTTP status decides nothing.
   /// \param secret the access token, sent as it stands
   /// \param signalingBaseUrl host and port, joined to "https://" as it stands
-  static Task<Dictionary> getServerConfig(std::shared_ptr<URLSession> session, std::string secret,
-                                          std::string roomId,
-                                          std::optional<std::string> signalingBaseUrl);
+  static Task<ServerConfig> getServerConfig(std::shared_ptr<URLSession> session, std::string secret,
+                                            std::string roomId,
+                                            std::optional<std::string> signalingBaseUrl);
 };
 
 }  // namespace kestrova

@@ -1,5 +1,4 @@
 #include <kestrova/model/RoomClientError.h>
-#include <kestrova/signalling/APIManager.h>
 #include <kestrova/signalling/DeviceInfo.h>
 #include <kestrova/signalling/JoinSequence.h>
 #include <kestrova/signalling/Response.h>
@@ -22,18 +21,19 @@ Task<void> JoinSequence::connect() {
   const auto& meeting = _context->options.meeting;
   auto lookUp = APIManager::getServerConfig(_context->platform->urlSession, meeting.accessToken,
                                             meeting.id, _context->options.signalingBaseUrl);
-  auto task = [](std::weak_ptr<JoinSequence> weak, Task<Dictionary> asking,
+  auto task = [](std::weak_ptr<JoinSequence> weak, Task<ServerConfig> asking,
                  Connection connection) -> Task<void> {
-    const Dictionary configuration = co_await std::move(asking);
+    const ServerConfig found = co_await std::move(asking);
     const auto self = weak.lock();
-    if (self && connection.isCurrent()) self->open(configuration, connection);
+    if (self && connection.isCurrent()) self->open(found, connection);
   };
   return task(weak_from_this(), std::move(lookUp), _context->connections->current());
 }
 
-void JoinSequence::open(const Dictionary& configuration, const Connection& connection) {
+void JoinSequence::open(const ServerConfig& found, const Connection& connection) {
+  const auto& configuration = found.answer;
   const auto baseUrl = text(configuration, "baseUrl", "");
-  if (baseUrl.empty()) return refused(configuration, connection);
+  if (baseUrl.empty()) return refused(found, connection);
   const auto* observability = dictionary(configuration, "observability");
   SDKConfiguration::shared().updateTraceConfig(observability ? *observability : Dictionary());
 
@@ -46,9 +46,10 @@ void JoinSequence::open(const Dictionary& configuration, const Connection& conne
 }
 
 /// The service's own number when it gave one, else the general failure.
-void JoinSequence::refused(const Dictionary& configuration, const Connection& connection) {
-  const auto code = integer(configuration, "code", 0);
-  fail(code < 1 ? KestrovaError::ERROR_UNABLE_TO_JOIN_MEETING : serviceError(code), connection);
+void JoinSequence::refused(const ServerConfig& found, const Connection& connection) {
+  const auto code = integer(found.answer, "code", 0);
+  const auto error = code < 1 ? KestrovaError::ERROR_UNABLE_TO_JOIN_MEETING : serviceError(code);
+  fail(error.withCause(found.cause), connection);
 }
 
 SpanScope JoinSequence::startJoinSpan() const {
@@ -97,7 +98,7 @@ Task<bool> JoinSequence::requestEntry(SpanScope joinSpan, Connection connection)
 
   traceError([&] { return "Entry request failed with error: " + status.failure; }, {}, span);
   if (connection.isCurrent()) {
-    fail(KestrovaError::ERROR_UNABLE_TO_JOIN_MEETING, connection);
+    fail(KestrovaError::ERROR_UNABLE_TO_JOIN_MEETING.withCause(status.cause), connection);
   } else {
     // The next "connectionSuccess" asks again.
     trace(

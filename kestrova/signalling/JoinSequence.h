@@ -2,6 +2,7 @@
 
 #include <kestrova/media/MediaCapturer.h>
 #include <kestrova/media/Transports.h>
+#include <kestrova/signalling/APIManager.h>
 #include <kestrova/signalling/RoomContext.h>
 
 #include <memory>
@@ -31,8 +32,8 @@ public:
                                                      bool isBatchingEnabled, Connection connection);
 
 private:
-  void open(const Dictionary& configuration, const Connection& connection);
-  void refused(const Dictionary& configuration, const Connection& connection);
+  void open(const ServerConfig& found, const Connection& connection);
+  void refused(const ServerConfig& found, const Connection& connection);
   SpanScope startJoinSpan() const;
   void fail(const KestrovaError& error, const Connection& connection);
   void releaseCapturedMediaAfterFailedJoin();

@@ -16,7 +16,8 @@ Task<void> ModeChanging::changeMode(Mode mode, Connection connection,
     const auto cause = "Participant is already in " + described;
     traceError("Error in changeMode() -> Already in " + described, {}, changeModeSpan);
     traceError(cause, {}, changeModeSpan);
-    throw ModeChangeFailure(ModeChangeFailure::Kind::alreadySameMode, cause);
+    throw ModeChangeFailure(ModeChangeFailure::Kind::alreadySameMode, cause,
+                            "already in this mode");
   }
   std::exception_ptr refusal;
   try {
@@ -52,7 +53,8 @@ Task<void> ModeChanging::performChangeModeOnServer(Mode mode, std::optional<Span
   throw ModeChangeFailure(ModeChangeFailure::Kind::refused,
                           dictionary(reply, "data")
                               ? "Change mode to " + std::string(wireText(mode)) + " failed."
-                              : "Unknown error while changing mode");
+                              : "Unknown error while changing mode",
+                          status.cause);
 }
 
 }  // namespace kestrova

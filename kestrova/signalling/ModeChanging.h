@@ -6,6 +6,8 @@
 
 #include <memory>
 #include <stdexcept>
+#include <string>
+#include <utility>
 
 namespace kestrova {
 
@@ -15,12 +17,15 @@ public:
   enum class Kind { alreadySameMode, refused };
   static constexpr const char* domain = "com.kestrova.ios.modechange";
 
-  ModeChangeFailure(Kind kind, const std::string& description)
-      : std::runtime_error(description), _kind(kind) {}
+  /// \param cause the same for people
+  ModeChangeFailure(Kind kind, const std::string& description, std::string cause)
+      : std::runtime_error(description), _kind(kind), _cause(std::move(cause)) {}
   Kind kind() const { return _kind; }
+  const std::string& cause() const { return _cause; }
 
 private:
   Kind _kind;
+  std::string _cause;
 };
 
 /// Changes what the local participant sends and receives: the transports that the new mode needs,

@@ -78,7 +78,7 @@ bool PeerRequests::judge(const Dictionary& reply, ScopedSpan& span, std::string_
     return true;
   }
   span.fail(std::string(failure) + status.failure);
-  reportFailure(*_context, error);
+  reportFailure(*_context, error.withCause(status.cause));
   return false;
 }
 

@@ -140,7 +140,8 @@ void closeMeeting(const Incoming& event) {
 }
 
 void reportError(const Incoming& event) {
-  reportFailure(event.context, serviceError(integer(event.data, "code", 0)));
+  const auto error = serviceError(integer(event.data, "code", 0));
+  reportFailure(event.context, error.withCause(serviceCause(event.data)));
 }
 
 // ---- Services ----------------------------------------------------------------------------------

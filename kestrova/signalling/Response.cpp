@@ -5,13 +5,30 @@
 #include <limits>
 
 namespace kestrova {
+namespace {
+
+std::string unansweredCause(const Dictionary& response) {
+  if (response.contains("ACK_STATUS")) return "timed out: the service did not answer";
+  return response.empty() ? "the request could not be sent, or its connection ended"
+                          : "the service's answer makes no sense";
+}
+
+}  // namespace
 
 ResponseStatus isStatusOK(const Dictionary& response) {
   const auto* data = dictionary(response, "data");
-  if (!data) return {false, "Error response: " + jsonText(response).value_or("")};
-  if (boost::algorithm::to_lower_copy(text(*data, "status", "")) == "ok") return {true, ""};
-  return {false, " [ ErrorCode: " + std::to_string(integer(*data, "errorCode", -1)) +
-                     ", Message: " + text(*data, "message", "Unknown error") + " ] "};
+  if (!data)
+    return {false, "Error response: " + jsonText(response).value_or(""), unansweredCause(response)};
+  if (boost::algorithm::to_lower_copy(text(*data, "status", "")) == "ok") return {true, "", ""};
+  return {false,
+          " [ ErrorCode: " + std::to_string(integer(*data, "errorCode", -1)) +
+              ", Message: " + text(*data, "message", "Unknown error") + " ] ",
+          text(*data, "message", "the service refused without a reason")};
+}
+
+std::string serviceCause(const Dictionary& answer) {
+  auto cause = text(answer, "message", "");
+  return cause.empty() ? text(answer, "error", "") : cause;
 }
 
 KestrovaError serviceError(std::int64_t code) {

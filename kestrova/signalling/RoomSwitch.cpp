@@ -25,7 +25,7 @@ Task<void> RoomSwitch::switchTo(std::optional<std::string> token, std::string me
   if (const auto status = isStatusOK(reply); !status.ok) {
     forgetAsked(meetingId);
     span.fail("Error in switchTo() -> " + status.failure);
-    reportFailure(*_context, KestrovaError::SWITCH_MEETING_FAILED);
+    reportFailure(*_context, KestrovaError::SWITCH_MEETING_FAILED.withCause(status.cause));
     co_return;
   }
   span.event("Meeting switch request sent successfully");

@@ -69,6 +69,7 @@ TEST_F(ConsumerControlsTest, eachRequestSaysHowItWent) {
     platform.run(row.call());
     EXPECT_EQ(platform.service->count(row.request), 2) << "a refusal is not tried again";
     EXPECT_THAT(errors(), ElementsAre(row.error));
+    EXPECT_EQ(listener->errors[0].cause(), "no");
     listener->errors.clear();
   }
 }

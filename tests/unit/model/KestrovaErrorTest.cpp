@@ -50,5 +50,33 @@ TEST(KestrovaErrorTest, comparesByCodeAlone) {
   EXPECT_TRUE(set.contains(KestrovaError::INVALID_TOKEN));
 }
 
+TEST(KestrovaErrorTest, carriesItsCauseOnOneLineAndNoSecret) {
+  const auto& bare = KestrovaError::INVALID_TOKEN;
+  EXPECT_EQ(bare.cause(), "");
+  EXPECT_EQ(text(bare), "4002 INVALID_TOKEN: " + bare.message());
+  const auto expired = bare.withMessage("No.").withCause("token expired");
+  EXPECT_EQ(text(expired), "4002 INVALID_TOKEN: No. (token expired)");
+  EXPECT_EQ(expired, bare);
+  EXPECT_EQ(bare.cause(), "") << "the constant stays as it is";
+
+  const std::pair<std::string, std::string> table[] = {
+      {" two\r\n\tlines \x7f", "two lines"},
+      {std::string("a\0b", 3), "a b"},
+      {"bad token \"eyJhbGciOi.eyJzdWIi.c2ln\", sorry", "bad token \"[REDACTED]\", sorry"},
+      {"Bearer:eyJhbGciOi.x", "[REDACTED]"},
+      {"no answer of https://ada:pw@host:1/a/b?token=hush#part.",
+       "no answer of https://host:1/a/b"},
+      {"(see https://host/x?y) (wss://host?z)", "(see https://host/x) (wss://host)"},
+      {"who? 50% of a@b", "who? 50% of a@b"},
+  };
+  for (const auto& [given, kept] : table) EXPECT_EQ(bare.withCause(given).cause(), kept);
+
+  std::string umlauts;
+  for (int i = 0; i < 400; ++i) umlauts += "ü";
+  const auto shortened = bare.withCause(umlauts).cause();
+  EXPECT_LE(shortened.size(), 300U);
+  EXPECT_EQ(shortened.substr(shortened.size() - 5), "ü...") << "no character is cut in two";
+}
+
 }  // namespace
 }  // namespace kestrova

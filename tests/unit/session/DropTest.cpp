@@ -409,9 +409,13 @@ TEST(DropTest, aDeviceThatFailsWhileItIsPublishedEndsInTheStatedError) {
   EXPECT_THAT(drop.me()->streams(), IsEmpty());
   EXPECT_EQ(drop.test.listener->count("onError"), 2);
   EXPECT_EQ(drop.test.listener->errors.size(), 2u);
-  for (const auto& error : drop.test.listener->errors)
+  for (const auto& error : drop.test.listener->errors) {
     EXPECT_TRUE(error == KestrovaError::ERROR_WEBCAM_TRACK_ENDED ||
                 error == KestrovaError::ERROR_MICROPHONE_TRACK_ENDED);
+    EXPECT_EQ(error.cause(), "unplugged");
+  }
+  EXPECT_EQ(drop.platform.traces.count("Capture ended by itself"), 2);
+  EXPECT_EQ(drop.platform.traces.count("Emitting ERROR Event"), 2);
   drop.service().respond("produce", [](const Dictionary& data) {
     return ScriptedService::ok({{"id", text(data, "kind", "")}});
   });

@@ -73,21 +73,26 @@ TEST_F(JoinTest, aServiceThatRefusesFailsTheMeeting) {
   struct Row {
     const char* body;
     int error;
+    const char* cause;
   };
+  const char* silent = "the service's answer says nothing of this meeting (HTTP status 401)";
+  const char* noJson = "the service's answer is not JSON (HTTP status 401)";
   const Row rows[] = {
-      {R"({"error":"bad token","code":4001})", 4001},
-      {R"({"data":{},"error":"x","code":4002})", 4002},
-      {R"({"error":"odd","code":12345})", 4000},
-      {R"({"error":"odd","code":9223372036854775807})", 4000},
-      {R"({"error":"none","code":0})", 3047},
-      {R"({"error":"negative","code":-4})", 3047},
-      {R"({"error":"text","code":"4001"})", 3047},
-      {R"({"data":{"baseUrl":""}})", 3047},
-      {R"({"data":{"baseUrl":17,"code":4003}})", 4003},
-      {R"({"data":{}})", 3047},
-      {R"([1,2])", 3047},
-      {"not json", 3047},
-      {"", 3047},
+      {R"({"error":"secret-token, no","message":"secret-token has expired","code":4002})", 4002,
+       "[REDACTED] has expired"},
+      {R"({"error":"bad token","code":4001})", 4001, "bad token"},
+      {R"({"data":{},"error":"x","code":4002})", 4002, "x"},
+      {R"({"error":"odd","code":12345})", 4000, "odd"},
+      {R"({"error":"odd","code":9223372036854775807})", 4000, "odd"},
+      {R"({"error":"none","code":0})", 3047, "none"},
+      {R"({"error":"negative","code":-4})", 3047, "negative"},
+      {R"({"error":"text","code":"4001"})", 3047, "text"},
+      {R"({"data":{"baseUrl":""}})", 3047, "the service named no signalling server"},
+      {R"({"data":{"baseUrl":17,"code":4003}})", 4003, "the service named no signalling server"},
+      {R"({"data":{}})", 3047, silent},
+      {R"([1,2])", 3047, silent},
+      {"not json", 3047, noJson},
+      {"", 3047, noJson},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.body);
@@ -100,6 +105,7 @@ TEST_F(JoinTest, aServiceThatRefusesFailsTheMeeting) {
     test.lookUp();
     ASSERT_EQ(test.listener->errors.size(), 1u);
     EXPECT_EQ(test.listener->errors[0].rawValue(), row.error);
+    EXPECT_EQ(test.listener->errors[0].cause(), row.cause);
     EXPECT_EQ(test.listener->lines().back(), "onMeetingStateChanged FAILED");
     EXPECT_EQ(own.service->connections().size(), 0u);
     EXPECT_FALSE(track->isEnabled()) << "captured media is let go";
@@ -115,6 +121,7 @@ TEST_F(JoinTest, aNetworkThatIsAwayFailsTheMeeting) {
   test.lookUp();
   EXPECT_EQ(test.meeting->meetingState(), MeetingState::FAILED);
   EXPECT_TRUE(platform.traces.has("Error while getting service configuration: no route"));
+  EXPECT_EQ(test.listener->errors.at(0).cause(), "no route");
 }
 
 TEST_F(JoinTest, aRefusedEntryFailsTheMeeting) {
@@ -123,6 +130,7 @@ TEST_F(JoinTest, aRefusedEntryFailsTheMeeting) {
   EXPECT_TRUE(
       platform.traces.has("Entry request failed with error:  [ ErrorCode: 4005, Message: full ] "));
   EXPECT_TRUE(test.listener->has("onError 3047"));
+  EXPECT_EQ(test.listener->errors.at(0).cause(), "full");
   EXPECT_EQ(test.meeting->meetingState(), MeetingState::FAILED);
 }
 
@@ -134,6 +142,7 @@ TEST_F(JoinTest, anEntryThatNobodyAnswersIsARefusalAfterItsTime) {
   platform.advance(1ms);
   EXPECT_EQ(test.meeting->meetingState(), MeetingState::FAILED);
   EXPECT_TRUE(test.listener->has("onError 3047"));
+  EXPECT_EQ(test.listener->errors.at(0).cause(), "timed out: the service did not answer");
 }
 
 TEST_F(JoinTest, onlyOurOwnAllowedEntryJoins) {

@@ -71,6 +71,7 @@ TEST(ModeChangeTest, refusalsLeaveEverythingAsItWas) {
   test.meeting->changeMode(Mode::RECV_ONLY);
   platform.pump();
   EXPECT_EQ(test.listener->count("onError 4065 CHANGE_MODE_FAILED"), 2);
+  EXPECT_EQ(test.listener->errors.back().cause(), "no");
   EXPECT_EQ(test.meeting->meetingMode(), Mode::SEND_AND_RECV);
   EXPECT_EQ(me->streams().size(), 1u) << "what was stopped is back";
   EXPECT_TRUE(platform.capture->microphoneRunning);

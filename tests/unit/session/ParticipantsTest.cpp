@@ -179,6 +179,7 @@ TEST_F(ParticipantsTest, whatIsAskedOfOthersIsSentWithTheirId) {
     ((*bob).*row.ask)();
     platform.pump();
     EXPECT_TRUE(test.listener->has("onError " + std::to_string(row.refusal)));
+    EXPECT_EQ(test.listener->errors.back().cause(), "no");
   }
 }
 

@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 #include <tests/support/TestMeeting.h>
 
+#include <set>
+
 namespace kestrova::test {
 namespace {
 
@@ -73,6 +75,9 @@ TEST_F(TogglesTest, aToggleThatFailsCanBeTriedAgain) {
   platform.pump();
   EXPECT_TRUE(test->listener->has("onError 3053 ERROR_VIDEO_TRACK_CREATION_FAILED"));
   EXPECT_TRUE(test->listener->has("onError 3034 ERROR_MICROPHONE_ACCESS_UNAVAILABLE"));
+  std::set<std::string> causes;
+  for (const auto& error : test->listener->errors) causes.insert(error.cause());
+  EXPECT_EQ(causes, (std::set<std::string>{"the device is busy", "there is no microphone"}));
   platform.capture->cameraStart = ScriptedCapture::Behaviour::works;
   platform.capture->hasMicrophone = true;
   test->meeting->enableWebcam();

@@ -162,5 +162,17 @@ TEST(DispatchTest, callsOfTheDeviceReachTheListeners) {
   EXPECT_EQ(test.listener->lines().size(), 2u);
 }
 
+TEST(DispatchTest, aFailureThatTheServiceTellsCarriesItsWords) {
+  TestPlatform platform;
+  auto test = TestMeeting::joined(platform);
+  test.notify("error", {{"code", 4001}, {"message", "the key was withdrawn"}, {"error", "x"}});
+  test.notify("error", {{"code", 4001}, {"error", "withdrawn"}});
+  test.notify("error", {{"code", 4001}, {"message", List()}});
+  ASSERT_EQ(test.listener->errors.size(), 3u);
+  EXPECT_EQ(test.listener->errors[0].cause(), "the key was withdrawn");
+  EXPECT_EQ(test.listener->errors[1].cause(), "withdrawn");
+  EXPECT_EQ(test.listener->errors[2].cause(), "");
+}
+
 }  // namespace
 }  // namespace kestrova::test

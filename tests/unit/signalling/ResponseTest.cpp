@@ -43,7 +43,8 @@ TEST(APIManagerTest, joinsTheAddressAsItStands) {
   EXPECT_EQ(platform.session->requests.back().url,
             "https://localhost:8443/infra/v1/meetings/init-config");
   const auto asked = platform.session->requests.size();
-  EXPECT_EQ(ask("no host"), Dictionary());
+  EXPECT_EQ(ask("no host").answer, Dictionary());
+  EXPECT_EQ(ask("no host").cause, "the service's address makes no URL");
   EXPECT_EQ(platform.session->requests.size(), asked);
   EXPECT_TRUE(
       platform.traces.has("Invalid signaling URL: https://no host/infra/v1/meetings/init-config"));

@@ -64,6 +64,10 @@ constexpr std::string_view text(VideoCodec codec) {
 constexpr std::string_view text(EncodingLayer layer) {
   return layer == EncodingLayer::MAX_LAYER_2 ? "MAX_LAYER_2" : "MAX_LAYER_3";
 }
+/// The number of layers.
+constexpr int code(EncodingLayer layer) {
+  return static_cast<int>(layer);
+}
 constexpr std::string_view text(VideoQuality quality) {
   return videoQualityTexts(quality);
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <kestrova/platform/EnumTexts.h>
 #include <kestrova/platform/Mediasoup.h>
 
 #include <string_view>
@@ -31,5 +32,12 @@ enum class E2EEState {
   DecryptionFailed,
   InternalError
 };
+/// The cases' names.
+inline constexpr EnumTexts<E2EEState, 5> e2eeStateTexts{{"EncryptionSuccess", "DecryptionSuccess",
+                                                         "EncryptionFailed", "DecryptionFailed",
+                                                         "InternalError"}};
+constexpr std::string_view text(E2EEState state) {
+  return e2eeStateTexts(state);
+}
 
 }  // namespace kestrova

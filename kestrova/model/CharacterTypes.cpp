@@ -4,11 +4,6 @@
 #include <cctype>
 
 namespace kestrova {
-namespace {
-
-constexpr EnumTexts<AgentState, 4> agentStateTexts{{"IDLE", "LISTENING", "THINKING", "SPEAKING"}};
-
-}  // namespace
 
 std::optional<AgentState> agentStateFromText(std::string_view text) {
   std::string upper(text);

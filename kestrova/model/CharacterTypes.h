@@ -6,17 +6,26 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace kestrova {
 
 /// What a server-side agent is doing.
 enum class AgentState { IDLE, LISTENING, THINKING, SPEAKING };
+inline constexpr EnumTexts<AgentState, 4> agentStateTexts{
+    {"IDLE", "LISTENING", "THINKING", "SPEAKING"}};
+constexpr std::string_view text(AgentState state) {
+  return agentStateTexts(state);
+}
 /// Reads the service's text without regard to case.
 std::optional<AgentState> agentStateFromText(std::string_view text);
 
 enum class CharacterState { characterSpeaking, characterThinking, characterListening };
 inline constexpr EnumTexts<CharacterState, 3> characterStateTexts{
     {"characterSpeaking", "characterThinking", "characterListening"}};
+constexpr std::string_view text(CharacterState state) {
+  return characterStateTexts(state);
+}
 
 /// Something that an AI character said or was told.
 struct CharacterMessage {

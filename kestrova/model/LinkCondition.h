@@ -2,6 +2,8 @@
 
 #include <kestrova/platform/EnumTexts.h>
 
+#include <string_view>
+
 namespace kestrova {
 
 /// What holds the sent picture back.
@@ -12,5 +14,20 @@ enum class QualityLimitationState { DETECTED, RESOLVED };
 enum class StreamState { FREEZE_DETECTED, FREEZE_RESOLVED, ACTIVE, ENDED, STUCK };
 inline constexpr EnumTexts<StreamState, 5> streamStateTexts{
     {"FREEZE_DETECTED", "FREEZE_RESOLVED", "ACTIVE", "ENDED", "STUCK"}};
+
+/// The cases' names.
+inline constexpr EnumTexts<QualityLimitationType, 3> qualityLimitationTypeTexts{
+    {"CPU", "BANDWIDTH", "CONGESTION"}};
+inline constexpr EnumTexts<QualityLimitationState, 2> qualityLimitationStateTexts{
+    {"DETECTED", "RESOLVED"}};
+constexpr std::string_view text(QualityLimitationType type) {
+  return qualityLimitationTypeTexts(type);
+}
+constexpr std::string_view text(QualityLimitationState state) {
+  return qualityLimitationStateTexts(state);
+}
+constexpr std::string_view text(StreamState state) {
+  return streamStateTexts(state);
+}
 
 }  // namespace kestrova

@@ -1,17 +1,10 @@
 #include <kestrova/model/MeetingTypes.h>
-#include <kestrova/platform/EnumTexts.h>
 
 #include <algorithm>
 #include <array>
 
 namespace kestrova {
 namespace {
-
-constexpr EnumTexts<Mode, 5> modeTexts{
-    {"CONFERENCE", "VIEWER", "SEND_AND_RECV", "SIGNALLING_ONLY", "RECV_ONLY"}};
-constexpr EnumTexts<MeetingState, 5> stateTexts{
-    {"CONNECTING", "CONNECTED", "DISCONNECTED", "RECONNECTING", "FAILED"}};
-constexpr EnumTexts<PreferredProtocol, 3> protocolTexts{{"UDP_OVER_TCP", "UDP_ONLY", "TCP_ONLY"}};
 
 struct ReasonRow {
   LeaveReason reason;
@@ -55,7 +48,7 @@ const ReasonRow* findReason(std::int64_t code) {
 }  // namespace
 
 std::string_view wireText(Mode mode) {
-  return modeTexts(mode);
+  return text(mode);
 }
 std::optional<Mode> modeFromText(std::string_view text) {
   return modeTexts.parse(text);
@@ -69,10 +62,10 @@ bool receivesMedia(Mode mode) {
 }
 
 std::string_view name(MeetingState state) {
-  return stateTexts(state);
+  return text(state);
 }
 std::string_view wireText(PreferredProtocol protocol) {
-  return protocolTexts(protocol);
+  return text(protocol);
 }
 
 std::string_view name(LeaveReason reason) {

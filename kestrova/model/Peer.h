@@ -43,5 +43,9 @@ struct ParticipantPinState {
 };
 
 enum class PinType { SHARE_AND_CAM, CAM, SHARE };
+inline constexpr EnumTexts<PinType, 3> pinTypeTexts{{"SHARE_AND_CAM", "CAM", "SHARE"}};
+constexpr std::string_view text(PinType type) {
+  return pinTypeTexts(type);
+}
 
 }  // namespace kestrova

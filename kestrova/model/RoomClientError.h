@@ -3,6 +3,7 @@
 #include <array>
 #include <cstddef>
 #include <exception>
+#include <string_view>
 
 namespace kestrova {
 
@@ -41,6 +42,11 @@ constexpr const char* name(RoomClientError error) {
                                                  "sharedKeyIssue",
                                                  "keyEncodingFailed"};
   return names.at(static_cast<std::size_t>(error));
+}
+
+/// The case's name.
+constexpr std::string_view text(RoomClientError error) {
+  return name(error);
 }
 
 /// Thrown by the operations on media and keys that can fail; `what()` is the case's name.

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace kestrova {
 
@@ -39,6 +40,19 @@ inline constexpr EnumTexts<LiveStreamState, 4> liveStreamStateTexts{
 inline constexpr EnumTexts<TranscriptionState, 4> transcriptionStateTexts{
     {"TRANSCRIPTION_STARTING", "TRANSCRIPTION_STARTED", "TRANSCRIPTION_STOPPING",
      "TRANSCRIPTION_STOPPED"}};
+
+constexpr std::string_view text(HLSState state) {
+  return hlsStateTexts(state);
+}
+constexpr std::string_view text(RecordingState state) {
+  return recordingStateTexts(state);
+}
+constexpr std::string_view text(LiveStreamState state) {
+  return liveStreamStateTexts(state);
+}
+constexpr std::string_view text(TranscriptionState state) {
+  return transcriptionStateTexts(state);
+}
 
 /// Where an HLS stream can be watched.
 struct HLSUrl {

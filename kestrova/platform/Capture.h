@@ -1,16 +1,29 @@
 #pragma once
 
+#include <kestrova/platform/EnumTexts.h>
 #include <kestrova/platform/WebRTC.h>
 
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace kestrova {
 
 enum class CameraPosition { back, front };
 enum class AuthorisationStatus { notDetermined, authorized, denied, restricted };
+
+/// The cases' names.
+inline constexpr EnumTexts<CameraPosition, 2> cameraPositionTexts{{"back", "front"}};
+inline constexpr EnumTexts<AuthorisationStatus, 4> authorisationStatusTexts{
+    {"notDetermined", "authorized", "denied", "restricted"}};
+constexpr std::string_view text(CameraPosition position) {
+  return cameraPositionTexts(position);
+}
+constexpr std::string_view text(AuthorisationStatus status) {
+  return authorisationStatusTexts(status);
+}
 
 /// A picture format that a device delivers.
 struct CaptureFormat {

@@ -8,11 +8,15 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace kestrova {
 
 enum class MediaKind { audio, video };
+constexpr std::string_view text(MediaKind kind) {
+  return kind == MediaKind::audio ? "audio" : "video";
+}
 enum class TransportConnectionState {
   new_,
   checking,

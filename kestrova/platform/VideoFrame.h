@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <string_view>
 #include <vector>
 
 namespace kestrova {
@@ -47,6 +48,9 @@ bool isComplete(const NV12View& view);
 bool isComplete(const BGRAView& view);
 
 enum class PixelFormat { i420, nv12, bgra };
+constexpr std::string_view text(PixelFormat format) {
+  return format == PixelFormat::i420 ? "i420" : format == PixelFormat::nv12 ? "nv12" : "bgra";
+}
 
 /// Pixels behind a `VideoFrame`. Immutable once shared; thread-safe to read. Views are valid while
 /// the buffer lives.

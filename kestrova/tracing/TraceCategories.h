@@ -1,5 +1,7 @@
 #pragma once
 
+#include <kestrova/platform/EnumTexts.h>
+
 #include <cstdint>
 #include <initializer_list>
 #include <string_view>
@@ -57,6 +59,12 @@ private:
 std::string_view rawValue(EventCategory category);
 /// The text of the attribute "component", such as "MEETING".
 std::string_view rawValue(ComponentCategory component);
+inline constexpr EnumTexts<LogLevel, 6> logLevelTexts{
+    {"none", "error", "warn", "info", "debug", "all"}};
+/// The level's name, such as "info".
+constexpr std::string_view text(LogLevel level) {
+  return logLevelTexts(level);
+}
 /// The level's name in upper case, such as "INFO".
 std::string_view upperCaseName(LogLevel level);
 /// Whether `level` lets lines of `category` through.

@@ -4,6 +4,7 @@
 #include <kestrova/session/Kestrova.h>
 #include <kestrova/session/MeetingCore.h>
 #include <kestrova/session/Utils.h>
+#include <kestrova/tracing/ConsoleLogger.h>
 #include <kestrova/tracing/Trace.h>
 
 #include <cstdio>
@@ -236,6 +237,10 @@ void Kestrova::configureCapture(const CaptureConfig& config) {
 
 void Kestrova::setLogLevel(LogLevel level) {
   SdkTracer::shared().setLogLevel(level);
+}
+
+void Kestrova::setLogHandler(LogHandler handler) {
+  ConsoleLogger::setHandler(std::move(handler));
 }
 
 }  // namespace kestrova

@@ -6,6 +6,7 @@
 #include <kestrova/platform/Capture.h>
 #include <kestrova/platform/TaskFwd.h>
 #include <kestrova/session/Meeting.h>
+#include <kestrova/tracing/LogHandler.h>
 #include <kestrova/tracing/TraceCategories.h>
 
 #include <memory>
@@ -108,6 +109,15 @@ public:
   static void configureCapture(const CaptureConfig& config);
 
   static void setLogLevel(LogLevel level);
+  /// Gives the log of this process to `handler` instead of the standard error stream; nullptr gives
+  /// it back. The level still says which lines there are.
+  ///
+  ///     Kestrova::setLogHandler([](const LogLine& line) { log(text(line.level), line.text); });
+  ///
+  /// Any thread may call. The handler may call the library; a line that it thereby brings about on
+  /// its own thread goes to the standard error stream, as does a line at which it throws. One that
+  /// is replaced may still get the lines that are on their way on other threads.
+  static void setLogHandler(LogHandler handler);
 };
 
 }  // namespace kestrova

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <kestrova/tracing/LogHandler.h>
+
 #include <functional>
 #include <string_view>
 
@@ -12,17 +14,29 @@ class ConsoleLogger {
 public:
   using LineSink = std::function<void(LogType type, std::string_view line)>;
 
-  static constexpr std::string_view subsystem = "com.kestrova.ios";
+  /// The subsystem of a process without a name.
+  static constexpr std::string_view defaultSubsystem = "com.kestrova.ios";
   static constexpr std::string_view category = "SDK";
+
+  /// The program's own name.
+  static std::string_view subsystem();
 
   /// To the standard error stream, as "[subsystem:category] type: line".
   ConsoleLogger();
   explicit ConsoleLogger(LineSink sink);
 
   void log(LogType type, std::string_view line) const;
+  /// Offers the line to the application's handler. A logger with a sink of its own offers nothing.
+  /// \returns whether the handler took it; if not, it is still to be written
+  bool hand(const LogLine& line) const;
+  /// Whether `hand` has somebody to turn to.
+  bool hasHandler() const;
+
+  /// For the whole process; nullptr takes the handler away.
+  static void setHandler(LogHandler handler);
 
 private:
-  LineSink _sink;
+  LineSink _sink;  // none: the standard error stream
 };
 
 }  // namespace kestrova

@@ -1,4 +1,5 @@
 #include <kestrova/tracing/ConsoleOutput.h>
+#include <kestrova/tracing/Redaction.h>
 
 #include <utility>
 
@@ -6,6 +7,24 @@ namespace kestrova {
 namespace {
 
 constexpr std::string_view componentKey = "component";
+constexpr std::string_view pointMark = "⚡";
+
+/// The first level that admits the category.
+LogLevel levelOf(EventCategory category) {
+  switch (category) {
+    case EventCategory::error:
+    case EventCategory::backendError:
+      return LogLevel::error;
+    case EventCategory::warn:
+      return LogLevel::warn;
+    case EventCategory::telemetry:
+      return LogLevel::info;
+    case EventCategory::debug:
+      return LogLevel::debug;
+    default:
+      return LogLevel::all;
+  }
+}
 
 LogType logType(EventCategory category) {
   switch (category) {
@@ -50,9 +69,12 @@ void ConsoleLineOutput::onSpanStarted(const SpanStart& span) {
     _spanInfoMap.insert_or_assign(span.id, info);
     if (!shows(span.category)) return;
   }
-  auto line = lineStart(info.depth);
-  line += "▶ [" + info.component + "] " + span.name + attributeText(span.attributes);
-  _options.logger.log(logType(span.category), line);
+  write({.category = span.category,
+         .depth = info.depth,
+         .mark = "▶",
+         .component = info.component,
+         .said = span.name},
+        span.attributes);
 }
 
 void ConsoleLineOutput::onSpanEnded(const SpanEnd& span) {
@@ -62,12 +84,18 @@ void ConsoleLineOutput::onSpanEnded(const SpanEnd& span) {
     if (auto stored = _spanInfoMap.extract(span.id)) info = std::move(stored.mapped());
     if (!shows(info.category)) return;
   }
-  auto line = lineStart(info.depth);
-  line += "◀ [" + info.component + "] " + span.name;
-  line += " (" + std::to_string(span.durationMs) + " ms " + (span.success ? "✓" : "✗") + ")";
-  if (!span.message.empty() && span.message != "SUCCESS")
-    line += " - " + span.message + attributeText(span.attributes);
-  _options.logger.log(logType(info.category), line);
+  auto said = span.name;
+  said += " (" + std::to_string(span.durationMs) + " ms " + (span.success ? "✓" : "✗") + ")";
+  const bool saysMore = !span.message.empty() && span.message != "SUCCESS";
+  if (saysMore) said += " - " + span.message;
+  write({.category = info.category,
+         .depth = info.depth,
+         .mark = "◀",
+         .component = info.component,
+         .said = std::move(said),
+         .showsAttributes = saysMore,
+         .isRedacted = false},
+        span.attributes);
 }
 
 void ConsoleLineOutput::onEvent(const TraceEvent& event) {
@@ -77,12 +105,36 @@ void ConsoleLineOutput::onEvent(const TraceEvent& event) {
     if (!shows(event.category)) return;
     depth = depthBelow(event.parentId);
   }
-  auto line = lineStart(depth);
-  line += "⚡";
   const auto component = event.attributes.find(componentKey);
-  if (component != event.attributes.end()) line += " [" + component->second + "]";
-  line += " " + event.name + attributeText(event.attributes);
-  _options.logger.log(logType(event.category), line);
+  write({.category = event.category,
+         .depth = depth,
+         .mark = pointMark,
+         .component = component == event.attributes.end() ? "" : component->second,
+         .said = event.name},
+        event.attributes);
+}
+
+/// To the application's handler if it takes the line, else as a line of the console.
+void ConsoleLineOutput::write(const Words& words, const TraceAttributes& attributes) const {
+  if (_options.logger.hasHandler() && hand(words, attributes)) return;
+  auto line = lineStart(words.depth);
+  line += words.mark;
+  if (!words.component.empty()) line += " [" + words.component + "]";
+  line += " " + words.said;
+  if (words.showsAttributes) line += attributeText(attributes);
+  _options.logger.log(logType(words.category), line);
+}
+
+bool ConsoleLineOutput::hand(const Words& words, const TraceAttributes& attributes) const {
+  const auto text =
+      words.mark == pointMark ? words.said : std::string(words.mark) + " " + words.said;
+  const auto level = levelOf(words.category);
+  if (words.isRedacted && !_options.canAccessSensitiveData)
+    return _options.logger.hand({level, text, attributes});
+  static const auto& redaction = *new Redaction(RedactionKeys::defaults(), RedactionConfig());
+  auto hidden = redaction.redactIfNeeded(attributes, false);
+  if (!words.component.empty()) hidden.try_emplace(std::string(componentKey), words.component);
+  return _options.logger.hand({level, text, hidden});
 }
 
 void ConsoleLineOutput::setLogLevel(LogLevel level) {

@@ -6,6 +6,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 
 namespace kestrova {
@@ -47,6 +48,19 @@ private:
     std::string component = "MEETING";
   };
 
+  /// One line in its pieces.
+  struct Words {
+    EventCategory category;
+    int depth = 0;
+    std::string_view mark;
+    std::string component;  // may be empty
+    std::string said;
+    bool showsAttributes = true;
+    bool isRedacted = true;  // the tracer has seen to the attributes
+  };
+
+  void write(const Words& words, const TraceAttributes& attributes) const;
+  bool hand(const Words& words, const TraceAttributes& attributes) const;
   int depthBelow(const std::optional<std::string>& parentId) const;  // under _lock
   bool shows(EventCategory category) const;                          // under _lock
   std::string lineStart(int depth) const;

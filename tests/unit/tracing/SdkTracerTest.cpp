@@ -119,8 +119,8 @@ TEST_F(SdkTracerTest, bringsAndTakesItsOwnOutputs) {
   tracer.traceEvent("again", {.category = error});
   const auto console = testing::internal::GetCapturedStderr();
   EXPECT_EQ(console,
-            "[com.kestrova.ios:SDK] info: Kestrova: ⚡ [MEETING] seen\n"
-            "[com.kestrova.ios:SDK] error: Kestrova: ⚡ [MEETING] again\n");
+            "[kestrova_unit_tests:SDK] info: Kestrova: ⚡ [MEETING] seen\n"
+            "[kestrova_unit_tests:SDK] error: Kestrova: ⚡ [MEETING] again\n");
   ASSERT_EQ(made.size(), 1U);  // stays through all levels
   ASSERT_EQ(made[0]->events.size(), 7U);
   EXPECT_EQ(made[0]->events[0].name, "Kestrova Log Level set to: NONE");

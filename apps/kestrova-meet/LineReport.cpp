@@ -30,7 +30,8 @@ class LineReport final : public Report {
 public:
   void happened(std::string_view event, const Dictionary&, const std::string& line) override {
     // What happened can be seen in the next line, but for what went wrong.
-    if (event == "error") std::fprintf(stderr, "kestrova-meet: %s\n", line.c_str());
+    if (event == "error" && !line.empty())
+      std::fprintf(stderr, "kestrova-meet: %s\n", line.c_str());
   }
 
   void tick(const Sample& sample) override {

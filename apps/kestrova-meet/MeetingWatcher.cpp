@@ -85,11 +85,10 @@ void MeetingWatcher::onMeetingStateChanged(MeetingState meetingState) {
 }
 
 void MeetingWatcher::onError(const KestrovaError& error) {
-  const auto line = "error " + std::to_string(error.rawValue()) + " " +
-                    std::string(error.constantName()) + ": " + error.message();
-  tell("error",
-       {{"code", error.rawValue()}, {"name", error.constantName()}, {"message", error.message()}},
-       line);
+  Dictionary details{
+      {"code", code(error)}, {"name", error.constantName()}, {"message", error.message()}};
+  if (!error.cause().empty()) details["cause"] = error.cause();
+  tell("error", std::move(details), _course.endsWith(error) ? "" : "error " + text(error));
   _course.failed(error);
 }
 

@@ -17,6 +17,8 @@ public:
   virtual void joined() = 0;
   virtual void stateChanged(MeetingState state) = 0;
   virtual void failed(const KestrovaError& error) = 0;
+  /// Whether `failed` will end the program with this error, which then says so itself.
+  virtual bool endsWith(const KestrovaError& error) const = 0;
   virtual void connectionFailed(const std::string& message) = 0;
   virtual void entryDenied() = 0;
   virtual void over(LeaveReason reason) = 0;

@@ -75,7 +75,8 @@ struct Summary {
 class Report {
 public:
   virtual ~Report() = default;
-  /// \param event its name in JSON \param line the same for people
+  /// \param event its name in JSON \param line the same for people; empty when they are told
+  ///   otherwise
   virtual void happened(std::string_view event, const Dictionary& details,
                         const std::string& line) = 0;
   /// The state of things, four times a second.

@@ -64,6 +64,7 @@ public:
   }
 
   void happened(std::string_view event, const Dictionary&, const std::string& line) override {
+    if (line.empty()) return;
     _happenings.push_back((event == "error" ? "! " : "· ") + printable(line));
     if (_happenings.size() > shownHappenings) _happenings.pop_front();
   }

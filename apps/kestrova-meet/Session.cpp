@@ -119,13 +119,16 @@ void Session::stateChanged(MeetingState state) {
 }
 
 void Session::failed(const KestrovaError& error) {
-  if (_joined) return;
-  const auto line = std::to_string(error.rawValue()) + " " + std::string(error.constantName()) +
-                    ": " + error.message();
-  if (refusesToken(error.rawValue()))
-    end(exitRefused, "the service refused the token: " + line);
-  else if (error == KestrovaError::ERROR_UNABLE_TO_JOIN_MEETING)
-    end(exitNotJoined, "can't join at " + _options.service + ": " + line);
+  if (!endsWith(error)) return;
+  if (refusesToken(code(error)))
+    end(exitRefused, "the service refused the token: " + text(error));
+  else
+    end(exitNotJoined, "can't join at " + _options.service + ": " + text(error));
+}
+
+bool Session::endsWith(const KestrovaError& error) const {
+  return !_joined && !_ending &&
+         (refusesToken(code(error)) || error == KestrovaError::ERROR_UNABLE_TO_JOIN_MEETING);
 }
 
 /// A service that looks at the token late says so while the connection is set up, as JSON text.

@@ -30,6 +30,7 @@ public:
   void joined() override;
   void stateChanged(MeetingState state) override;
   void failed(const KestrovaError& error) override;
+  bool endsWith(const KestrovaError& error) const override;
   void connectionFailed(const std::string& message) override;
   void entryDenied() override;
   void over(LeaveReason reason) override;

@@ -199,6 +199,13 @@ void Meeting::addEventListener(const std::shared_ptr<MeetingEventListener>& list
   _core->context->listeners.add(listener);
   _core->lifecycle->noteListenerAttached();
 }
+ListenerHandle Meeting::listen(std::shared_ptr<MeetingEventListener> listener) {
+  _core->lifecycle->noteListenerAttached();
+  return _core->context->listeners.keep(std::move(listener));
+}
+ListenerHandle Meeting::listen(MeetingEvents events) {
+  return listen(makeListener(std::move(events)));
+}
 void Meeting::removeEventListener(const std::shared_ptr<MeetingEventListener>& listener) {
   _core->context->listeners.remove(listener);
   trace("Listener removed from Meeting");

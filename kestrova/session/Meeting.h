@@ -5,7 +5,9 @@
 #include <kestrova/model/Peer.h>
 #include <kestrova/model/ServiceStates.h>
 #include <kestrova/platform/TaskFwd.h>
+#include <kestrova/session/ListenerHandle.h>
 #include <kestrova/session/MeetingEventListener.h>
+#include <kestrova/session/MeetingEvents.h>
 #include <kestrova/session/Participant.h>
 
 #include <chrono>
@@ -13,6 +15,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace kestrova {
 
@@ -120,8 +123,19 @@ public:
   /// For the same libraries: where and how to log. Empty for anybody else.
   Dictionary getAttributes() const;
 
-  /// Listeners are held weakly.
+  /// Listeners are held weakly: the application keeps them for as long as they shall hear.
   void addEventListener(const std::shared_ptr<MeetingEventListener>& listener);
+  template <HeldByCallerOnly Listener>
+  [[deprecated(
+      "listeners are held weakly, and this one goes at once: name it, or use listen()")]]  //
+  void
+  addEventListener(std::shared_ptr<Listener>&& listener) {
+    addEventListener(std::as_const(listener));
+  }
+  /// The same for a listener that is kept, and listens, while the handle lives.
+  ListenerHandle listen(std::shared_ptr<MeetingEventListener> listener);
+  /// The same for functions, by the names of `MeetingEventListener`'s operations.
+  ListenerHandle listen(MeetingEvents events);
   void removeEventListener(const std::shared_ptr<MeetingEventListener>& listener);
   void removeAllEventListeners();
 

@@ -336,6 +336,7 @@ void MeetingLifecycle::emitLeft(LeaveReason reason) {
   listeners.invoke([](MeetingEventListener& listener) { listener.onMeetingLeft(); });
   listeners.invoke([&](MeetingEventListener& listener) { listener.onMeetingLeft(reason); });
   comeToEnd(MeetingEnd::by(reason, _wasJoined));
+  listeners.releaseKept();
 }
 
 /// On the main queue, behind what the listeners were told of it.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <kestrova/platform/Escaped.h>
+#include <kestrova/session/ListenerHandle.h>
 
 #include <algorithm>
 #include <memory>
@@ -19,31 +20,26 @@ template <class Listener>
 class MulticastDelegate {
 public:
   /// Adding a member again changes nothing.
-  void add(const std::shared_ptr<Listener>& listener) {
-    if (!listener) return;
-    std::scoped_lock held(_lock);
-    std::erase_if(_members, [](const Member& member) { return member.alive.expired(); });
-    const bool isKnown = std::any_of(_members.begin(), _members.end(),
-                                     [&](const Member& member) { return member.is(listener); });
-    if (!isKnown) _members.push_back({listener, listener.get()});
+  void add(const std::shared_ptr<Listener>& listener) { _members->add(listener); }
+  void remove(const std::shared_ptr<Listener>& listener) { _members->remove(listener); }
+  void removeAll() { _members->removeAll(); }
+
+  /// Adds a listener that its place keeps.
+  ListenerHandle keep(std::shared_ptr<Listener> listener) {
+    if (!listener) return {};
+    _members->add(listener);
+    return ListenerHandle(std::make_unique<Place>(_members, std::move(listener)));
   }
 
-  void remove(const std::shared_ptr<Listener>& listener) {
-    std::scoped_lock held(_lock);
-    std::erase_if(_members, [&](const Member& member) { return member.is(listener); });
-  }
-
-  void removeAll() {
-    std::scoped_lock held(_lock);
-    _members.clear();
-  }
+  /// Lets go of the listeners whose handles were detached: nothing more is to be heard.
+  void releaseKept() { _members->releaseKept(); }
 
   /// Calls `event` with each listener on the calling thread, with no lock held: a listener may add
   /// or remove listeners, which takes effect with the next event. One that throws is reported, and
   /// the others hear the event all the same.
   template <class Event>
   void invoke(Event&& event) const {
-    for (const auto& listener : snapshot()) {
+    for (const auto& listener : _members->snapshot()) {
       try {
         event(*listener);
       } catch (...) {
@@ -63,18 +59,74 @@ private:
              !listener.owner_before(alive);
     }
   };
+  using Places = std::vector<std::unique_ptr<ListenerHandle::Place>>;
 
-  std::vector<std::shared_ptr<Listener>> snapshot() const {
-    std::vector<std::shared_ptr<Listener>> listeners;
-    std::scoped_lock held(_lock);
-    listeners.reserve(_members.size());
-    for (const auto& member : _members)
-      if (auto listener = member.alive.lock()) listeners.push_back(std::move(listener));
-    return listeners;
-  }
+  class Members {
+  public:
+    void add(const std::shared_ptr<Listener>& listener) {
+      if (!listener) return;
+      std::scoped_lock held(_lock);
+      std::erase_if(_list, [](const Member& member) { return member.alive.expired(); });
+      const bool isKnown = std::any_of(_list.begin(), _list.end(),
+                                       [&](const Member& member) { return member.is(listener); });
+      if (!isKnown) _list.push_back({listener, listener.get()});
+    }
 
-  mutable std::mutex _lock;
-  std::vector<Member> _members;
+    void remove(const std::shared_ptr<Listener>& listener) {
+      std::scoped_lock held(_lock);
+      std::erase_if(_list, [&](const Member& member) { return member.is(listener); });
+    }
+
+    void removeAll() {
+      Places kept;  // goes outside the lock, as the listeners in it do
+      std::scoped_lock held(_lock);
+      _list.clear();
+      kept.swap(_kept);
+    }
+
+    void releaseKept() {
+      Places kept;  // goes outside the lock
+      std::scoped_lock held(_lock);
+      kept.swap(_kept);
+    }
+
+    void keep(std::unique_ptr<ListenerHandle::Place> place) {
+      std::scoped_lock held(_lock);
+      _kept.push_back(std::move(place));
+    }
+
+    std::vector<std::shared_ptr<Listener>> snapshot() const {
+      std::vector<std::shared_ptr<Listener>> listeners;
+      std::scoped_lock held(_lock);
+      listeners.reserve(_list.size());
+      for (const auto& member : _list)
+        if (auto listener = member.alive.lock()) listeners.push_back(std::move(listener));
+      return listeners;
+    }
+
+  private:
+    mutable std::mutex _lock;
+    std::vector<Member> _list;
+    Places _kept;
+  };
+
+  class Place final : public ListenerHandle::Place {
+  public:
+    Place(const std::shared_ptr<Members>& members, std::shared_ptr<Listener> listener)
+        : _members(members), _listener(std::move(listener)) {}
+    ~Place() override {
+      if (const auto members = _members.lock()) members->remove(_listener);
+    }
+    void stay(std::unique_ptr<ListenerHandle::Place> self) override {
+      if (const auto members = _members.lock()) members->keep(std::move(self));
+    }
+
+  private:
+    const std::weak_ptr<Members> _members;
+    const std::shared_ptr<Listener> _listener;
+  };
+
+  const std::shared_ptr<Members> _members = std::make_shared<Members>();
 };
 
 using MeetingMulticastDelegate = MulticastDelegate<MeetingEventListener>;

@@ -42,6 +42,12 @@ Mode Participant::mode() const {
 void Participant::addEventListener(const std::shared_ptr<ParticipantEventListener>& listener) {
   _listeners.add(listener);
 }
+ListenerHandle Participant::listen(std::shared_ptr<ParticipantEventListener> listener) {
+  return _listeners.keep(std::move(listener));
+}
+ListenerHandle Participant::listen(ParticipantEvents events) {
+  return listen(makeListener(std::move(events)));
+}
 void Participant::removeEventListener(const std::shared_ptr<ParticipantEventListener>& listener) {
   _listeners.remove(listener);
 }

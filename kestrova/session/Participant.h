@@ -2,10 +2,12 @@
 
 #include <kestrova/media/EncodingTypes.h>
 #include <kestrova/model/Peer.h>
+#include <kestrova/session/ListenerHandle.h>
 #include <kestrova/session/MediaStream.h>
 #include <kestrova/session/MeetingAction.h>
 #include <kestrova/session/MulticastDelegate.h>
 #include <kestrova/session/ParticipantEventListener.h>
+#include <kestrova/session/ParticipantEvents.h>
 #include <kestrova/signalling/ParticipantDelegate.h>
 
 #include <map>
@@ -14,6 +16,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace kestrova {
 
@@ -57,8 +60,20 @@ public:
   ParticipantPinState pinState() const;
   Mode mode() const;
 
-  /// Listeners are held weakly.
+  /// Listeners are held weakly: the application keeps them for as long as they shall hear.
   void addEventListener(const std::shared_ptr<ParticipantEventListener>& listener);
+  template <HeldByCallerOnly Listener>
+  [[deprecated(
+      "listeners are held weakly, and this one goes at once: name it, or use listen()")]]  //
+  void
+  addEventListener(std::shared_ptr<Listener>&& listener) {
+    addEventListener(std::as_const(listener));
+  }
+  /// The same for a listener that is kept, and listens, while the handle lives. One that is
+  /// detached listens for as long as the participant is there.
+  ListenerHandle listen(std::shared_ptr<ParticipantEventListener> listener);
+  /// The same for functions, by the names of `ParticipantEventListener`'s operations.
+  ListenerHandle listen(ParticipantEvents events);
   void removeEventListener(const std::shared_ptr<ParticipantEventListener>& listener);
   void removeAllEventListeners();
 
@@ -117,6 +132,8 @@ private:
   void askOf(const char* methodName, LocalEvent request);
   void changePin(const char* methodName, PinType type, bool pinned);
   void notePause(const Dictionary& data, std::optional<std::string> reason, const char* notFound);
+  /// The participant has left.
+  void releaseKeptListeners() { _listeners.releaseKept(); }
   void forgetAskedPins();
   void forgetQuality();
 

@@ -76,6 +76,7 @@ void ParticipantRegistry::removeParticipant(const std::string& id, LeaveReason l
   _context->emit([participant, leaveReason](auto& listener) {
     listener.onParticipantLeft(participant, leaveReason);
   });
+  MainQueue::shared().async([participant] { participant->releaseKeptListeners(); });
 }
 
 void ParticipantRegistry::keepOnly(const std::set<std::string>& ids) {
@@ -98,6 +99,7 @@ void ParticipantRegistry::removeAll(LeaveReason leaveReason) {
 
 void ParticipantRegistry::clear() {
   const auto gone = _participantQueue->sync([this] { return std::exchange(_participants, {}); });
+  for (const auto& [id, participant] : gone) participant->releaseKeptListeners();
   forgetPins();
 }
 

@@ -90,7 +90,7 @@ std::shared_ptr<PushedEvent> ScriptedSocket::notify(const std::string& method, V
 // ---- The client's side -------------------------------------------------------------------------
 
 void ScriptedSocket::disconnect(std::shared_ptr<void> goodbye) {
-  if (holdGoodbye) _goodbye = std::move(goodbye);
+  if (holdGoodbye && goodbye) _goodbye = std::move(goodbye);
   const bool wasOpen =
       _status == SocketIOStatus::connected || _status == SocketIOStatus::connecting;
   _status = SocketIOStatus::disconnected;

@@ -1,6 +1,8 @@
 #include <kestrova/session/MeetingContext.h>
 #include <kestrova/tracing/Trace.h>
 
+#include <boost/algorithm/string/replace.hpp>
+
 #include <utility>
 
 namespace kestrova {
@@ -87,7 +89,18 @@ void MeetingContext::emit(std::function<void()> before, Event event) {
       });
 }
 
-void MeetingContext::onError(const KestrovaError& error) {
+namespace {
+
+/// A service that quotes the token it refuses must not bring it into anybody's log.
+KestrovaError withoutToken(const KestrovaError& error, const std::string& token) {
+  if (token.empty() || error.cause().find(token) == std::string::npos) return error;
+  return error.withCause(boost::algorithm::replace_all_copy(error.cause(), token, "[REDACTED]"));
+}
+
+}  // namespace
+
+void MeetingContext::onError(const KestrovaError& reported) {
+  const auto error = withoutToken(reported, settings.accessToken);
   {
     std::scoped_lock held(_latestErrorLock);
     _latestError = error;

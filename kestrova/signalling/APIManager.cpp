@@ -2,7 +2,6 @@
 #include <kestrova/signalling/Response.h>
 #include <kestrova/tracing/Trace.h>
 
-#include <boost/algorithm/string/replace.hpp>
 #include <boost/url/parse.hpp>
 
 #include <utility>
@@ -15,7 +14,7 @@ std::string withStatus(int status) {
 }
 
 /// What the application may rely on of an answer.
-ServerConfig reduce(Value answer, const std::string& secret, int status) {
+ServerConfig reduce(Value answer, int status) {
   if (answer.is_object()) {
     auto& body = answer.get_object();
     if (const auto* data = dictionary(body, "data"); data && !data->empty()) {
@@ -24,7 +23,6 @@ ServerConfig reduce(Value answer, const std::string& secret, int status) {
     }
     if (!text(body, "error", "").empty()) {
       auto cause = serviceCause(body);
-      if (!secret.empty()) boost::algorithm::replace_all(cause, secret, "[REDACTED]");
       return {std::move(body), std::move(cause)};
     }
   }
@@ -47,16 +45,17 @@ Task<ServerConfig> APIManager::getServerConfig(std::shared_ptr<URLSession> sessi
     co_return ServerConfig{{}, "the service's address makes no URL"};
   }
   const Dictionary body{{"roomId", roomId}};
-  URLRequest request{.method = "POST",
-                     .url = url,
-                     .headers = {{"Authorization", secret}, {"Content-Type", "application/json"}},
-                     .body = jsonText(body).value_or(""),
-                     .timeout = std::chrono::seconds(60)};
+  URLRequest request{
+      .method = "POST",
+      .url = url,
+      .headers = {{"Authorization", std::move(secret)}, {"Content-Type", "application/json"}},
+      .body = jsonText(body).value_or(""),
+      .timeout = std::chrono::seconds(60)};
   std::string failure;
   try {
     const URLResponse response = co_await session->data(std::move(request));
     auto answer = parseJson(response.body);
-    if (answer) co_return reduce(std::move(*answer), secret, response.status);
+    if (answer) co_return reduce(std::move(*answer), response.status);
     failure = "the service's answer is not JSON" + withStatus(response.status);
   } catch (const URLError& error) {
     failure = error.what();

@@ -159,8 +159,9 @@ std::string CurlTransfer::explain(CURLcode code) const {
     case CURLE_PEER_FAILED_VERIFICATION: {
       long verdict = 0;
       curl_easy_getinfo(_handle, CURLINFO_SSL_VERIFYRESULT, &verdict);
-      // libcurl compares the names itself, after a certificate that is good.
-      if (verdict == 0) return std::string(causes::wrongHost);
+      // libcurl compares the names itself, after OpenSSL has found nothing amiss in the handshake
+      // and before it notes that verdict, which reads "unspecified" until then.
+      if (verdict == 0 || verdict == 1) return std::string(causes::wrongHost);
       if (const auto known = causes::ofCertificate(verdict); !known.empty())
         return std::string(known);
       break;

@@ -6,7 +6,7 @@ namespace kestrova::causes {
 
 // Why a connection was not made, as people read it. The HTTP session and the sockets say the same.
 
-inline constexpr std::string_view refused = "connection refused: nothing listens there";
+inline constexpr std::string_view refused = "connection refused";
 inline constexpr std::string_view unreachable = "the host can't be reached from here";
 inline constexpr std::string_view timedOut = "timed out";
 inline constexpr std::string_view unknownHost = "the host's name is not known";

@@ -67,7 +67,7 @@ test('a closed port ends quickly with 3', async () => {
   });
   assert.equal(await run.ended, 3);
   assert.ok(Date.now() - started < 15000, 'before any time-out of a request');
-  assert.match(run.stderr, new RegExp(`127\\.0\\.0\\.1:${port}`));
+  assert.match(run.stderr, new RegExp(`127\\.0\\.0\\.1:${port}: 3047 [^\n]+ \\(connection refused\\)\n$`));
   assert.equal(run.summary.exitCode, 3);
 });
 
@@ -75,6 +75,7 @@ test('a service whose authority is not trusted is not talked to', async () => {
   const { args, env } = joinAs(service, 'm', 'Ada');
   const run = new Run(args, { ...env, SSL_CERT_FILE: '' });
   assert.equal(await run.ended, 3);
+  assert.match(run.stderr, /^kestrova-meet: [^\n]+unknown authority: is SSL_CERT_FILE set\?\)\n$/);
 });
 
 test('refused tokens end with 4 and show no token', async () => {

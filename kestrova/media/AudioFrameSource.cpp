@@ -1,4 +1,5 @@
 #include <kestrova/media/AudioFrameSource.h>
+#include <kestrova/platform/Escaped.h>
 #include <kestrova/platform/Platform.h>
 #include <kestrova/tracing/Uuid.h>
 
@@ -24,6 +25,7 @@ constexpr auto patience = 60ms;
 constexpr auto mostBehind = 100ms;
 /// Enough for the queue's ordinary length; a long sentence's memory is given back.
 constexpr std::size_t mostIdle = 100;
+constexpr std::chrono::milliseconds mostEverQueued = 10min;
 
 PushResult check(const AudioData& data) {
   if (!data.samples) return PushResult::noData;
@@ -33,20 +35,27 @@ PushResult check(const AudioData& data) {
   return data.frames == data.sampleRate / 100 ? PushResult::accepted : PushResult::badBlock;
 }
 
+std::size_t blocksIn(std::chrono::milliseconds time) {
+  return static_cast<std::size_t>(std::clamp(time, 0ms, mostEverQueued) /
+                                  AudioFrameSource::blockTime);
+}
+
 }  // namespace
 
-std::shared_ptr<AudioFrameSource> AudioFrameSource::make() {
+std::shared_ptr<AudioFrameSource> AudioFrameSource::make(Options options) {
   const auto platform = Platform::current();
   return std::shared_ptr<AudioFrameSource>(
-      new AudioFrameSource(platform->peerConnectionFactory(), platform->scheduler));
+      new AudioFrameSource(platform->peerConnectionFactory(), platform->scheduler, options));
 }
 
 AudioFrameSource::AudioFrameSource(std::shared_ptr<RTCPeerConnectionFactory> factory,
-                                   std::shared_ptr<Scheduler> scheduler)
+                                   std::shared_ptr<Scheduler> scheduler, Options options)
     : _factory(std::move(factory)),
       _scheduler(std::move(scheduler)),
       _source(_factory->audioSource(audioConstraints({}))),
-      _pacingQueue(SerialQueue::make("live.kestrova.audio.pacing")) {}
+      _mostQueued(blocksIn(options.mostQueued)),
+      _pacingQueue(SerialQueue::make("live.kestrova.audio.pacing")),
+      _lowQueue(SerialQueue::make("live.kestrova.audio.low")) {}
 
 std::shared_ptr<CustomRTCMediaStream> AudioFrameSource::makeStream(
     CustomStreamFields settings) const {
@@ -59,7 +68,7 @@ std::shared_ptr<CustomRTCMediaStream> AudioFrameSource::makeStream(
 
 std::chrono::milliseconds AudioFrameSource::queued() const {
   std::scoped_lock held(_lock);
-  return blockTime * static_cast<int>(_queue.size());
+  return waiting();
 }
 
 PushCounters AudioFrameSource::counters() const {
@@ -69,8 +78,13 @@ PushCounters AudioFrameSource::counters() const {
 
 void AudioFrameSource::clear() {
   std::deque<Block> gone;
-  std::scoped_lock held(_lock);
-  gone.swap(_queue);
+  std::shared_ptr<const Low> low;
+  {
+    std::scoped_lock held(_lock);
+    gone.swap(_queue);
+    low = noteLevel();
+  }
+  tell(std::move(low));
 }
 
 // ---- Pushing -----------------------------------------------------------------------------------
@@ -106,7 +120,7 @@ PushResult AudioFrameSource::push(const AudioData& data) {
 }
 
 PushResult AudioFrameSource::enqueue(const AudioData& data) {
-  if (_queue.size() == mostQueued) return PushResult::queueFull;
+  if (_queue.size() >= _mostQueued) return PushResult::queueFull;
   Block block;
   if (!_idle.empty()) {
     block = std::move(_idle.back());
@@ -117,6 +131,7 @@ PushResult AudioFrameSource::enqueue(const AudioData& data) {
   block.samples.assign(data.samples,
                        data.samples + static_cast<std::ptrdiff_t>(data.frames) * data.channels);
   _queue.push_back(std::move(block));
+  noteLevel();
   return PushResult::accepted;
 }
 
@@ -134,7 +149,9 @@ void AudioFrameSource::tick() {
   std::unique_lock held(_lock);
   while (!_handing && takeDue(now, block)) {
     _handing = true;
+    auto low = noteLevel();
     held.unlock();
+    tell(std::move(low));
     hand(block);
     held.lock();
     _handing = false;
@@ -175,6 +192,45 @@ void AudioFrameSource::hand(const Block& block) {
                    .sampleRate = block.sampleRate,
                    .channels = block.channels,
                    .frames = block.sampleRate / 100});
+}
+
+// ---- Asking for more ---------------------------------------------------------------------------
+
+void AudioFrameSource::onLow(std::chrono::milliseconds threshold, std::function<void()> callback) {
+  auto low = callback ? std::make_shared<const Low>(Low{threshold, std::move(callback)}) : nullptr;
+  std::scoped_lock held(_lock);
+  _low.swap(low);
+  _wasEnough = _low && waiting() >= _low->threshold;
+}
+
+std::chrono::milliseconds AudioFrameSource::waiting() const {
+  return blockTime * static_cast<int>(_queue.size());
+}
+
+/// Whom to tell of what the queue has become.
+std::shared_ptr<const AudioFrameSource::Low> AudioFrameSource::noteLevel() {
+  if (!_low) return nullptr;
+  const bool isEnough = waiting() >= _low->threshold;
+  const bool fell = std::exchange(_wasEnough, isEnough) && !isEnough;
+  return fell ? _low : nullptr;
+}
+
+void AudioFrameSource::tell(std::shared_ptr<const Low> low) {
+  if (!low) return;
+  _lowQueue->async([weak = weak_from_this(), low = std::move(low)] {
+    const auto self = weak.lock();
+    if (!self || !self->isAsked(low)) return;
+    try {
+      low->callback();
+    } catch (...) {
+      reportEscaped("an AudioFrameSource's callback");
+    }
+  });
+}
+
+bool AudioFrameSource::isAsked(const std::shared_ptr<const Low>& low) const {
+  std::scoped_lock held(_lock);
+  return _low == low;
 }
 
 }  // namespace kestrova

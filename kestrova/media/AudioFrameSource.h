@@ -9,11 +9,19 @@
 #include <chrono>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <vector>
 
 namespace kestrova {
+
+/// What an `AudioFrameSource` is made with.
+struct AudioFrameSourceOptions {
+  /// How much sound may wait, from nothing to 10 minutes; beyond these the nearer end counts. What
+  /// waits is kept as it was pushed: 96 kB a second at 48 kHz mono, 58 MB for 10 minutes of it.
+  std::chrono::milliseconds mostQueued{10'000};
+};
 
 /// An application's own sound as a microphone of a meeting.
 ///
@@ -23,19 +31,22 @@ namespace kestrova {
 ///     source->push({samples, 16'000, 1, 160});
 ///
 /// Blocks that come at the pace of speech go out at once. Those that come faster, a whole sentence
-/// from a speech synthesiser for instance, wait in a queue and go out one every 10 ms. When nothing
-/// was pushed for a while silence goes out, as from a real microphone, so that receivers keep their
-/// pace.
+/// from a speech synthesiser for instance, wait in a queue and go out one every 10 ms. A block that
+/// comes when the queue is full is refused (`PushResult::queueFull`) and counted; what waits stays
+/// as it is. `onLow` tells when it is time for more. When nothing was pushed for a while silence
+/// goes out, as from a real microphone, so that receivers keep their pace.
+///
+/// The pace is kept without a publication, too: what goes out before the microphone is published is
+/// lost. The local participant's `onStreamEnabled` tells when it is.
 ///
 /// Pushing is done by any one thread at a time and never waits; the other operations are for any
 /// thread.
 class AudioFrameSource : public std::enable_shared_from_this<AudioFrameSource> {
 public:
   static constexpr std::chrono::milliseconds blockTime{10};
-  /// Ten seconds of sound; a block that comes when so many wait is refused.
-  static constexpr std::size_t mostQueued = 1000;
+  using Options = AudioFrameSourceOptions;
 
-  static std::shared_ptr<AudioFrameSource> make();
+  static std::shared_ptr<AudioFrameSource> make(Options options = {});
 
   /// Takes 10 ms of samples and copies them if they have to wait.
   PushResult push(const AudioData& data);
@@ -44,6 +55,17 @@ public:
   /// How much sound is waiting.
   std::chrono::milliseconds queued() const;
   PushCounters counters() const;
+  /// Calls `callback` each time what waits falls below `threshold` after having been at it or
+  /// above, by going out or by `clear`: a source that never held as much doesn't ask for more.
+  ///
+  /// The calls come one at a time on a background thread, never from inside `push` or `clear`. The
+  /// callback may push, as long as no other thread does so at the same time, and clear; it may take
+  /// its time, since what waits goes out meanwhile. One that throws is reported on stderr and
+  /// called again the next time. The source keeps it: hold the source weakly in it. \param
+  /// threshold above zero, and no more than may wait, else it is never called \param callback takes
+  /// the place of the earlier one; nullptr only takes that away. A call that
+  ///   is under way goes on, and no other begins.
+  void onLow(std::chrono::milliseconds threshold, std::function<void()> callback);
 
   /// A new stream that carries the pushed sound. A stream is for one publication: make another to
   /// turn the microphone on again.
@@ -57,20 +79,30 @@ private:
     int sampleRate = 0;
     int channels = 0;
   };
+  struct Low {
+    std::chrono::milliseconds threshold;
+    std::function<void()> callback;
+  };
 
   AudioFrameSource(std::shared_ptr<RTCPeerConnectionFactory> factory,
-                   std::shared_ptr<Scheduler> scheduler);
+                   std::shared_ptr<Scheduler> scheduler, Options options);
   PushResult enqueue(const AudioData& data);
   void scheduleTick();
   void tick();
   bool takeDue(Clock::time_point now, Block& block);
   void moveOn(Clock::time_point now);
   void hand(const Block& block);
+  std::chrono::milliseconds waiting() const;
+  std::shared_ptr<const Low> noteLevel();
+  void tell(std::shared_ptr<const Low> low);
+  bool isAsked(const std::shared_ptr<const Low>& low) const;
 
   const std::shared_ptr<RTCPeerConnectionFactory> _factory;
   const std::shared_ptr<Scheduler> _scheduler;
   const std::shared_ptr<RTCAudioSource> _source;
+  const std::size_t _mostQueued;  // blocks
   const std::shared_ptr<SerialQueue> _pacingQueue;
+  const std::shared_ptr<SerialQueue> _lowQueue;  // a slow callback holds up no sound
 
   mutable std::mutex _lock;  // for all below
   std::deque<Block> _queue;
@@ -79,6 +111,8 @@ private:
   Clock::time_point _nextDue;  // when the block after the last one is due
   int _lastRate = 0;
   int _lastChannels = 0;
+  std::shared_ptr<const Low> _low;
+  bool _wasEnough = false;  // the threshold was reached, and not left since
   bool _ticking = false;
   bool _handing = false;  // some thread is inside the engine's source, which takes one at a time
 };

@@ -16,8 +16,13 @@ namespace kestrova::test {
 namespace {
 
 using namespace std::chrono_literals;
+using testing::AllOf;
 using testing::Each;
 using testing::ElementsAre;
+using testing::Ge;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Lt;
 
 /// Keeps what it is fed, as an encoder that is behind does.
 struct KeepingVideoSource final : RTCVideoSource {
@@ -300,6 +305,104 @@ TEST_F(PcmTest, moreThanTenSecondsAreRefusedAndCounted) {
   platform.advance(12s);
   EXPECT_EQ(heard().size(), source->counters().accepted);
   EXPECT_EQ(heard().back(), 3);
+}
+
+TEST_F(PcmTest, howMuchMayWaitIsChosen) {
+  const auto accepted = [&](std::chrono::milliseconds mostQueued) {
+    source = AudioFrameSource::make({.mostQueued = mostQueued});
+    int count = 0;
+    while (push(1, 8'000) == PushResult::accepted && count < 70'000) ++count;
+    return count - static_cast<int>(source->queued() / AudioFrameSource::blockTime);
+  };
+  for (const auto mostQueued : {30ms, 39ms, 2min + 0ms, 10min + 0ms}) {
+    EXPECT_LE(accepted(mostQueued), 5) << "a short lead";
+    EXPECT_EQ(source->queued(), mostQueued / 10ms * 10ms);
+  }
+  for (const auto mostQueued : {10min + 10ms, std::chrono::milliseconds::max()}) {
+    accepted(mostQueued);
+    EXPECT_EQ(source->queued(), 10min);
+  }
+  for (const auto mostQueued : {0ms, -1ms}) {
+    EXPECT_GE(accepted(mostQueued), 1) << "what comes at its time waits for nothing";
+    EXPECT_EQ(source->queued(), 0ms);
+  }
+}
+
+TEST_F(PcmTest, aSynthesiserIsAskedForMoreEachTimeLittleIsLeft) {
+  std::vector<std::int64_t> left;
+  bool pushing = false;
+  source->onLow(200ms, [&] {
+    EXPECT_FALSE(pushing);
+    left.push_back(source->queued().count());
+    if (left.size() <= 3)
+      for (int i = 0; i < 50; ++i) push(2);
+  });
+  for (int i = 0; i < 15; ++i) push(1);
+  platform.advance(1s);
+  EXPECT_THAT(left, IsEmpty()) << "never had as much";
+  pushing = true;
+  for (int i = 0; i < 50; ++i) push(1);
+  pushing = false;
+  platform.advance(300ms);
+  EXPECT_THAT(left, ElementsAre(AllOf(Ge(180), Lt(200)))) << "as soon as it is low, and once";
+  platform.advance(5s);
+  EXPECT_EQ(left.size(), 4u) << "the last call pushed nothing";
+  EXPECT_EQ(heard().size(), 15u + 50 + 150);
+}
+
+TEST_F(PcmTest, fallingSilentAsksForMoreUnlessNobodyListensAnyMore) {
+  int first = 0, second = 0;
+  const auto fill = [&] {
+    for (int i = 0; i < 50; ++i) push(1);
+  };
+  fill();
+  source->onLow(100ms, [&] {
+    ++first;
+    fill();
+    source->clear();  // falls again
+    if (first == 3) source->onLow(100ms, [&] { ++second; });
+  });
+  platform.pump();
+  EXPECT_EQ(first, 0) << "there is enough";
+  source->clear();
+  EXPECT_EQ(first, 0) << "not from inside";
+  platform.pump();
+  EXPECT_EQ(first, 3) << "the fall of the third was told for one that is gone";
+  EXPECT_EQ(second, 0);
+  fill();
+  source->clear();
+  source->onLow(100ms, nullptr);
+  platform.advance(1s);
+  EXPECT_EQ(second, 0);
+  source->onLow(0ms, [&] { ++second; });
+  source->onLow(1min, [&] { ++second; });
+  fill();
+  platform.advance(1s);
+  EXPECT_EQ(second, 0) << "can't be";
+}
+
+TEST_F(PcmTest, aCallbackThatThrowsIsReportedAndHarmsNothing) {
+  int calls = 0;
+  source->onLow(100ms, [&] {
+    ++calls;
+    throw std::runtime_error("no voice");
+  });
+  testing::internal::CaptureStderr();
+  for (int round = 0; round < 2; ++round) {
+    for (int i = 0; i < 30; ++i) push(1);
+    platform.advance(1s);
+  }
+  EXPECT_EQ(calls, 2);
+  EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("AudioFrameSource"));
+  EXPECT_EQ(heard().size(), 60u);
+
+  auto owned = std::make_shared<int>(1);
+  source->onLow(100ms, [owned] {});
+  for (int i = 0; i < 30; ++i) push(1);
+  source->clear();
+  source.reset();
+  platform.pump();
+  EXPECT_EQ(owned.use_count(), 1) << "goes with the source";
 }
 
 TEST_F(PcmTest, oneThreadAtATimeIsInsideTheEngine) {

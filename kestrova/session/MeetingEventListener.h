@@ -5,6 +5,7 @@
 #include <kestrova/model/MeetingTypes.h>
 #include <kestrova/model/Peer.h>
 #include <kestrova/model/ServiceStates.h>
+#include <kestrova/session/AcceptMediaRequest.h>
 #include <kestrova/session/CodecChangeInfo.h>
 
 #include <cstdint>
@@ -62,13 +63,16 @@ public:
   virtual void onSpeakerChanged(const std::optional<std::string>& participantId) {
     (void)participantId;
   }
-  /// Somebody asks this participant to turn the microphone on; `reject` does nothing.
-  virtual void onMicRequested(const std::optional<std::string>& participantId, Action accept,
-                              Action reject) {
+  /// Somebody asks this participant to turn the microphone on. `accept()` opens the machine's
+  /// device, also where `initMeeting` was given a track; `accept(stream)` publishes the
+  /// application's own, for programs without devices. `reject` does nothing.
+  virtual void onMicRequested(const std::optional<std::string>& participantId,
+                              AcceptMediaRequest accept, Action reject) {
     (void)participantId, (void)accept, (void)reject;
   }
-  virtual void onWebcamRequested(const std::optional<std::string>& participantId, Action accept,
-                                 Action reject) {
+  /// The same for the camera.
+  virtual void onWebcamRequested(const std::optional<std::string>& participantId,
+                                 AcceptMediaRequest accept, Action reject) {
     (void)participantId, (void)accept, (void)reject;
   }
 

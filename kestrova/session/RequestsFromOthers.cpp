@@ -10,9 +10,9 @@ bool RequestsFromOthers::allows(const char* methodName) {
 }
 
 void RequestsFromOthers::enableMicRequested(const std::optional<std::string>& participantId) {
-  auto accept = [weak = weak_from_this()] {
+  auto accept = [weak = weak_from_this()](const AcceptMediaRequest::Stream& stream) {
     const auto self = weak.lock();
-    if (self && self->allows("unmuteMic")) self->_media->microphone->turnOn(nullptr);
+    if (self && self->allows("unmuteMic")) self->_media->microphone->turnOn(stream);
   };
   _context->emit([participantId, accept](auto& listener) {
     listener.onMicRequested(participantId, accept, [] {});
@@ -21,11 +21,12 @@ void RequestsFromOthers::enableMicRequested(const std::optional<std::string>& pa
 
 void RequestsFromOthers::enableWebcamRequested(const std::optional<std::string>& participantId,
                                                std::optional<CameraPosition> cameraPosition) {
-  auto accept = [weak = weak_from_this(), cameraPosition] {
+  auto accept = [weak = weak_from_this(),
+                 cameraPosition](const AcceptMediaRequest::Stream& stream) {
     const auto self = weak.lock();
     if (!self || !self->allows("enableWebcam")) return;
     if (cameraPosition) self->_media->camera->selectPosition(*cameraPosition);
-    self->_media->camera->turnOn(nullptr);
+    self->_media->camera->turnOn(stream);
   };
   _context->emit([participantId, accept](auto& listener) {
     listener.onWebcamRequested(participantId, accept, [] {});

@@ -46,12 +46,12 @@ void RecordingListener::onSpeakerChanged(const std::optional<std::string>& parti
   hear("onSpeakerChanged " + orNobody(participantId));
 }
 void RecordingListener::onMicRequested(const std::optional<std::string>& participantId,
-                                       Action acceptIt, Action /*reject*/) {
+                                       AcceptMediaRequest acceptIt, Action /*reject*/) {
   accept.push_back(std::move(acceptIt));
   hear("onMicRequested " + orNobody(participantId));
 }
 void RecordingListener::onWebcamRequested(const std::optional<std::string>& participantId,
-                                          Action acceptIt, Action /*reject*/) {
+                                          AcceptMediaRequest acceptIt, Action /*reject*/) {
   accept.push_back(std::move(acceptIt));
   hear("onWebcamRequested " + orNobody(participantId));
 }

@@ -37,7 +37,7 @@ class RecordingListener final : public MeetingEventListener, public Heard {
 public:
   std::map<std::string, Action> allow;  ///< by the id of who wants to enter
   std::map<std::string, Action> deny;
-  std::vector<Action> accept;  ///< of the requests for microphone or camera, in order
+  std::vector<AcceptMediaRequest> accept;  ///< of the requests for microphone or camera, in order
   std::vector<std::shared_ptr<Participant>> joined;
   std::vector<KestrovaError> errors;
 
@@ -54,10 +54,10 @@ public:
   void onLivestreamStarted() override { hear("onLivestreamStarted"); }
   void onLivestreamStopped() override { hear("onLivestreamStopped"); }
   void onSpeakerChanged(const std::optional<std::string>& participantId) override;
-  void onMicRequested(const std::optional<std::string>& participantId, Action acceptIt,
+  void onMicRequested(const std::optional<std::string>& participantId, AcceptMediaRequest acceptIt,
                       Action reject) override;
-  void onWebcamRequested(const std::optional<std::string>& participantId, Action acceptIt,
-                         Action reject) override;
+  void onWebcamRequested(const std::optional<std::string>& participantId,
+                         AcceptMediaRequest acceptIt, Action reject) override;
   void onPausedAllStreams(const std::string& kind) override { hear("onPausedAllStreams " + kind); }
   void onResumedAllStreams(const std::string& kind) override {
     hear("onResumedAllStreams " + kind);

@@ -54,14 +54,14 @@ public:
   }
   void onMeetingLeft() override { note("left"); }
   void onMeetingLeft(LeaveReason reason) override { note(words("left", name(reason))); }
-  void onMicRequested(const std::optional<std::string>& participantId, Action accept,
+  void onMicRequested(const std::optional<std::string>& participantId, AcceptMediaRequest accept,
                       Action reject) override {
-    (grantsRequests ? accept : reject)();
+    grantsRequests ? accept() : reject();
     note("mic asked by " + participantId.value_or("nobody"));
   }
-  void onWebcamRequested(const std::optional<std::string>& participantId, Action accept,
+  void onWebcamRequested(const std::optional<std::string>& participantId, AcceptMediaRequest accept,
                          Action reject) override {
-    (grantsRequests ? accept : reject)();
+    grantsRequests ? accept() : reject();
     note("webcam asked by " + participantId.value_or("nobody"));
   }
   void onPinStateChanged(const std::string& participantId, PinType) override {

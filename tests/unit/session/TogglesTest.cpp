@@ -151,6 +151,50 @@ TEST_F(TogglesTest, othersMayAskAndMaySwitchOff) {
   platform.pump();
 }
 
+TEST_F(TogglesTest, aRequestIsAcceptedWithADeviceOrWithTheApplicationsOwnTrack) {
+  const auto own = std::make_shared<CustomRTCMediaStream>(
+      CustomStreamFields{.videoTrack = std::make_shared<ScriptedVideoTrack>("own"),
+                         .audioTrack = std::make_shared<ScriptedAudioTrack>("own")});
+  join();
+  test->notify("enableMic", {{"peerId", "me"}});
+  test->notify("enableWebcam", {{"peerId", "me"}});
+  const auto accept = test->listener->accept;
+  for (const auto& each : accept) each(own);
+  platform.pump();
+  ASSERT_EQ(me()->streams().size(), 2u);
+  for (const auto& [id, published] : me()->streams()) EXPECT_EQ(published->track()->id(), "own");
+  for (const auto& each : accept) each();
+  platform.pump();
+  EXPECT_EQ(platform.journal.count("camera.start"), 0) << "on already";
+  EXPECT_FALSE(platform.capture->microphoneRunning);
+
+  test->meeting->muteMic();
+  platform.pump();
+  const MeetingEventListener::Action plain = accept.front();
+  plain();
+  platform.pump();
+  EXPECT_TRUE(platform.capture->microphoneRunning);
+  test->meeting.reset();
+  accept.front()(own);
+  platform.pump();
+}
+
+TEST_F(TogglesTest, anAcceptanceIsMadeOfAnyFunction) {
+  std::vector<std::string> calls;
+  const auto note = [&](const char* what) { calls.emplace_back(what); };
+  const std::function<void()> plain = [&] { note("plain"); };
+  const auto stream = std::make_shared<CustomRTCMediaStream>(CustomStreamFields{});
+  const AcceptMediaRequest all[] = {
+      plain, [&] { note("nothing"); },
+      [&](const AcceptMediaRequest::Stream& given) { note(given == stream ? "stream" : "null"); },
+      std::function<void()>(), AcceptMediaRequest()};
+  for (auto accept : all) {
+    accept();
+    accept(stream);
+  }
+  EXPECT_THAT(calls, ElementsAre("plain", "plain", "nothing", "nothing", "null", "stream"));
+}
+
 TEST_F(TogglesTest, aTrackThatWasDisposedOfIsReportedAndTheDeviceTakesItsPlace) {
   join();
   const auto camera = std::make_shared<CustomRTCMediaStream>(

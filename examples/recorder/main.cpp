@@ -50,6 +50,7 @@ int main(int argc, char** argv) {
   if (argc != 4 || !token) return std::fputs("usage: recorder SERVICE MEETING FOLDER\n", stderr), 2;
   std::filesystem::create_directories(argv[3]);
   Kestrova::setLogLevel(LogLevel::error);
+  Kestrova::configureCapture(CaptureConfig::headless());
   Kestrova::config(token);
   const auto meeting = Kestrova::initMeeting({.meetingId = argv[2],
                                               .participantName = "Recorder",

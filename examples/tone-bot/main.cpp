@@ -67,6 +67,7 @@ int main(int argc, char** argv) {
   const char* token = std::getenv("KESTROVA_TOKEN");
   if (argc != 3 || !token) return std::fputs("usage: tone-bot SERVICE MEETING\n", stderr), 2;
   Kestrova::setLogLevel(LogLevel::error);
+  Kestrova::configureCapture(CaptureConfig::headless());
   Kestrova::config(token);
   const auto bot = std::make_shared<Bot>();
   const auto meeting = Kestrova::initMeeting({.meetingId = argv[2],

@@ -86,11 +86,20 @@ struct CaptureConfig {
   std::string microphone = "default";
   /// "default" is the sound server's default sink, "none" plays nothing. Else the name of a sink.
   /// Without a sound server nothing is played.
+  ///
+  /// By default all sound that is received is heard on the machine, sinks or not: a program that
+  /// wants no sound says "none", or `headless()`. A change takes effect at once.
   std::string speaker = "default";
   double toneHz = 440.0;
   /// A regular expression (ECMAScript, ignoring case): cameras whose name or id it finds count as
   /// facing back, the others as facing front.
   std::string backCameras = "back|rear|world";
+
+  /// No camera, no microphone, no speaker: for programs with tracks of their own, where only sinks
+  /// watch and listen.
+  static CaptureConfig headless() {
+    return {.camera = "none", .microphone = "none", .speaker = "none"};
+  }
 };
 
 /// The machine's cameras and microphone. Thread-safe.

@@ -16,14 +16,18 @@
 
 namespace kestrova {
 
-/// What a meeting is asked for with, in the order in which a person would say it.
+/// What a meeting is asked for with, in the order in which a person would say it. It is an
+/// aggregate, as all the library's options are: designated fields must keep the order of their
+/// declaration.
 struct InitMeetingOptions {
   std::string meetingId;             ///< empty stops the process
   std::string participantId = {};    ///< empty: one is made up
   std::string participantName = {};  ///< empty: "Guest"
   bool micEnabled = false;
   bool webcamEnabled = false;
-  /// The application's own tracks; without them the library captures camera and microphone.
+  /// The application's own tracks; without them the library captures camera and microphone. One for
+  /// a medium that is not enabled here, or in a mode without sending, is disposed of: give it to
+  /// `Meeting::enableWebcam` or `unmuteMic` when it is time.
   std::shared_ptr<CustomRTCMediaStream> customCameraVideoStream = {};
   std::shared_ptr<CustomRTCMediaStream> customAudioTrack = {};
   std::optional<bool> multiStream = {};                     ///< simulcast; true

@@ -59,7 +59,8 @@ public:
 
   /// Starts the join: `onMeetingStateChanged` tells how the connection fares, `onEntryResponded`
   /// what was decided, and `onMeetingJoined` when it is done. Silently does nothing unless the
-  /// meeting is new.
+  /// meeting is new. Others get the microphone and camera from the local participant's
+  /// `onStreamEnabled` on, which comes after `onMeetingJoined`.
   void join();
   /// Leaves the meeting; the others stay. Works while reconnecting, too. Refused before the join is
   /// done: to give up a join, let go of the meeting.
@@ -111,6 +112,8 @@ public:
   void disableAdaptiveSubscription();
 
   /// Moves to another meeting over the same connection; `onMeetingJoined` names it when it is done.
+  /// What this participant publishes goes on and is not announced to it again. Those who stay see
+  /// `onParticipantLeft` with the reason `switchRoom` (1005), and so does this participant of them.
   /// \param token access to that meeting, where this one's doesn't give it
   /// \param mode the mode there; the present one without it
   void switchTo(const std::string& meetingId,

@@ -35,7 +35,9 @@ public:
 
   /// The older form of the next; the library itself raises only the next.
   virtual void onMeetingJoined() {}
-  /// The join is done; `switchMeetingId` names the new meeting after a switch of rooms.
+  /// The join is done; `switchMeetingId` names the new meeting after a switch of rooms. Comes again
+  /// after each return from a lost connection. `Meeting::participants` holds everybody who was
+  /// there by now.
   virtual void onMeetingJoined(const std::optional<std::string>& switchMeetingId) {
     (void)switchMeetingId;
   }
@@ -43,12 +45,24 @@ public:
   virtual void onMeetingLeft() {}
   virtual void onMeetingLeft(LeaveReason reason) { (void)reason; }
 
+  /// A remote participant is there. Those who were there before are announced at the join, too,
+  /// ordinarily ahead of `onMeetingJoined`. To tell a newcomer, look at who is in
+  /// `Meeting::participants` inside `onMeetingJoined`: whoever is announced later and was not among
+  /// them has come since.
+  ///
+  /// After a lost connection everybody who is still there is announced again, as the same object
+  /// and with its listeners; whoever left meanwhile is told by `onParticipantLeft` first, with the
+  /// reason `unknown`. So key by `Participant::id` what is kept of a participant.
+  ///
+  /// A listener added to the participant in here misses none of its streams.
   virtual void onParticipantJoined(const std::shared_ptr<Participant>& participant) {
     (void)participant;
   }
   virtual void onParticipantLeft(const std::shared_ptr<Participant>& participant) {
     (void)participant;
   }
+  /// The same, with the reason: `switchRoom` (1005) is a move to another meeting, theirs or this
+  /// participant's own, which all those of the old meeting leave.
   virtual void onParticipantLeft(const std::shared_ptr<Participant>& participant,
                                  LeaveReason reason) {
     (void)participant, (void)reason;

@@ -54,7 +54,7 @@ public:
   bool isLocal() const { return _isLocal; }
   const std::optional<Dictionary>& metaData() const { return _metaData; }
 
-  /// Streams by their id, as they are now.
+  /// Streams by their id, as they are now; `onStreamEnabled` of one of them may be still to come.
   std::map<std::string, std::shared_ptr<MediaStream>> streams() const;
   VideoQuality videoQuality() const;
   ParticipantPinState pinState() const;

@@ -17,6 +17,14 @@ class ParticipantEventListener {
 public:
   virtual ~ParticipantEventListener() = default;
 
+  /// A stream is there; told once. One that `Participant::streams` holds already may still
+  /// be told, if it came a moment ago: where both are looked at, compare `MediaStream::id`. A
+  /// listener that was added in `onParticipantJoined` hears of every stream here and needs no look
+  /// at `streams()`. One that was added later hears of later streams only.
+  ///
+  /// Of the local participant: the service has taken the publication, and from now on what is
+  /// pushed or captured is sent to the others. After a return from a lost connection it comes
+  /// again, with a new stream.
   virtual void onStreamEnabled(const std::shared_ptr<MediaStream>& stream,
                                const std::shared_ptr<Participant>& participant) {
     (void)stream, (void)participant;

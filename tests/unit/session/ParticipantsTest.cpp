@@ -31,6 +31,21 @@ TEST_F(ParticipantsTest, aSecondArrivalKeepsThePersonButIsTold) {
   EXPECT_EQ(test.listener->joined.back(), first);
 }
 
+TEST_F(ParticipantsTest, whoListensFromTheArrivalOnMissesNoStream) {
+  const auto ear = std::make_shared<RecordingParticipantListener>();
+  std::size_t atTheArrival = 0;
+  test.listener->when("onParticipantJoined bob", [&] {
+    test.listener->joined.back()->addEventListener(ear);
+    atTheArrival = test.listener->joined.back()->streams().size();
+  });
+  test.socket().notify("newPeer", {{"id", "bob"}, {"displayName", "bob"}});
+  test.announce("c1", "bob", "audio");
+  EXPECT_THAT(ear->take(), ElementsAre("onStreamEnabled c1 audio of bob"));
+  EXPECT_EQ(atTheArrival, 1u) << "seen there, and told behind it";
+  test.addPeer("bob");
+  EXPECT_THAT(ear->lines(), IsEmpty()) << "another arrival tells no stream again";
+}
+
 TEST_F(ParticipantsTest, agentsAreToldByTheirMarker) {
   const auto plain = test.addPeer("bob");
   const auto agent = test.addPeer("bot", {{"metaData", {{"agent_id", "g7"}, {"x", 1}}}});

@@ -31,6 +31,7 @@ TEST_F(ReconnectTest, everythingIsBuiltAnew) {
   const auto eve = test.addPeer("eve");
   test.announce("c1", "bob", "video");
   test.announce("c2", "eve", "audio");
+  const auto bob = test.meeting->participants().at("bob");
   const auto me = test.meeting->localParticipant();
   const auto before = me->streams();
   ASSERT_EQ(before.size(), 2u);
@@ -56,6 +57,8 @@ TEST_F(ReconnectTest, everythingIsBuiltAnew) {
   EXPECT_FALSE(test.meeting->participants().contains("eve")) << "left while nobody could tell";
   EXPECT_EQ(test.listener->count("onParticipantLeft eve unknown"), 1);
   EXPECT_EQ(test.listener->count("onMeetingJoined"), 1);
+  EXPECT_EQ(test.listener->count("onParticipantJoined bob"), 1) << "announced again";
+  EXPECT_EQ(test.meeting->participants().at("bob"), bob) << "and the same";
   test.announce("c3", "bob", "video");
   EXPECT_EQ(test.meeting->participants().at("bob")->streams().size(), 1u);
 }

@@ -53,10 +53,8 @@ std::string_view name(MeetingEnd::Kind kind) {
 
 std::string text(const MeetingEnd& end) {
   std::string line(kindTexts(end.kind));
-  if (end.error)
-    line += ": " + end.error->message();
-  else if (end.reason && end.kind != Kind::left)
-    line += ": " + std::string(message(*end.reason));
+  if (end.error) return line + ": " + text(*end.error);
+  if (end.reason && end.kind != Kind::left) line += ": " + std::string(message(*end.reason));
   if (!end.cause.empty()) line += " (" + end.cause + ")";
   return line;
 }

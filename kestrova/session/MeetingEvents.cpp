@@ -37,12 +37,12 @@ public:
   void onSpeakerChanged(const std::optional<std::string>& participantId) override {
     if (_events.onSpeakerChanged) _events.onSpeakerChanged(participantId);
   }
-  void onMicRequested(const std::optional<std::string>& participantId, Action accept,
+  void onMicRequested(const std::optional<std::string>& participantId, AcceptMediaRequest accept,
                       Action reject) override {
     if (_events.onMicRequested)
       _events.onMicRequested(participantId, std::move(accept), std::move(reject));
   }
-  void onWebcamRequested(const std::optional<std::string>& participantId, Action accept,
+  void onWebcamRequested(const std::optional<std::string>& participantId, AcceptMediaRequest accept,
                          Action reject) override {
     if (_events.onWebcamRequested)
       _events.onWebcamRequested(participantId, std::move(accept), std::move(reject));

@@ -28,10 +28,10 @@ struct MeetingEvents {
   std::function<void()> onLivestreamStarted = {};
   std::function<void()> onLivestreamStopped = {};
   std::function<void(const std::optional<std::string>&)> onSpeakerChanged = {};
-  std::function<void(const std::optional<std::string>&, MeetingEventListener::Action,
+  std::function<void(const std::optional<std::string>&, AcceptMediaRequest,
                      MeetingEventListener::Action)>
       onMicRequested = {};
-  std::function<void(const std::optional<std::string>&, MeetingEventListener::Action,
+  std::function<void(const std::optional<std::string>&, AcceptMediaRequest,
                      MeetingEventListener::Action)>
       onWebcamRequested = {};
   std::function<void(const std::string&)> onSocketError = {};

@@ -344,7 +344,8 @@ void MeetingLifecycle::comeToEnd(MeetingEnd end) {
   if (end.isFailure()) {
     if (end.kind == MeetingEnd::Kind::joinFailed) end.error = _context->latestError();
     std::scoped_lock held(_endLock);
-    end.cause = _socketError;
+    end.cause = end.error ? end.error->cause() : std::string();
+    if (end.cause.empty()) end.cause = _socketError;
   }
   over->whenTold([weak = weak_from_this()](const MeetingEnd&) {
     if (const auto self = weak.lock()) self->releaseLoop();

@@ -1,11 +1,19 @@
 #include <kestrova/media/AudioFrameSource.h>
 #include <kestrova/platform/Escaped.h>
 #include <kestrova/platform/Platform.h>
+#include <kestrova/platform/Queue.h>
+#include <kestrova/platform/Scheduler.h>
 #include <kestrova/tracing/Uuid.h>
 
 #include <algorithm>
 #include <array>
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <mutex>
 #include <utility>
+#include <vector>
 
 namespace kestrova {
 namespace {
@@ -42,14 +50,62 @@ std::size_t blocksIn(std::chrono::milliseconds time) {
 
 }  // namespace
 
-std::shared_ptr<AudioFrameSource> AudioFrameSource::make(Options options) {
-  const auto platform = Platform::current();
-  return std::shared_ptr<AudioFrameSource>(
-      new AudioFrameSource(platform->peerConnectionFactory(), platform->scheduler, options));
-}
+class AudioFrameSource::State : public std::enable_shared_from_this<State> {
+public:
+  State(std::shared_ptr<RTCPeerConnectionFactory> factory, std::shared_ptr<Scheduler> scheduler,
+        Options options);
+  PushResult push(const AudioData& data);
+  void clear();
+  std::chrono::milliseconds queued() const;
+  PushCounters counters() const;
+  void onLow(std::chrono::milliseconds threshold, std::function<void()> callback);
+  std::shared_ptr<CustomRTCMediaStream> makeStream(CustomStreamFields settings) const;
 
-AudioFrameSource::AudioFrameSource(std::shared_ptr<RTCPeerConnectionFactory> factory,
-                                   std::shared_ptr<Scheduler> scheduler, Options options)
+private:
+  using Clock = Scheduler::Clock;
+  struct Block {
+    std::vector<std::int16_t> samples;
+    int sampleRate = 0;
+    int channels = 0;
+  };
+  struct Low {
+    std::chrono::milliseconds threshold;
+    std::function<void()> callback;
+  };
+
+  PushResult enqueue(const AudioData& data);
+  void scheduleTick();
+  void tick();
+  bool takeDue(Clock::time_point now, Block& block);
+  void moveOn(Clock::time_point now);
+  void hand(const Block& block);
+  std::chrono::milliseconds waiting() const;
+  std::shared_ptr<const Low> noteLevel();
+  void tell(std::shared_ptr<const Low> low);
+  bool isAsked(const std::shared_ptr<const Low>& low) const;
+
+  const std::shared_ptr<RTCPeerConnectionFactory> _factory;
+  const std::shared_ptr<Scheduler> _scheduler;
+  const std::shared_ptr<RTCAudioSource> _source;
+  const std::size_t _mostQueued;  // blocks
+  const std::shared_ptr<SerialQueue> _pacingQueue;
+  const std::shared_ptr<SerialQueue> _lowQueue;  // a slow callback holds up no sound
+
+  mutable std::mutex _lock;  // for all below
+  std::deque<Block> _queue;
+  std::vector<Block> _idle;  // kept for their memory
+  PushCounters _counters;
+  Clock::time_point _nextDue;  // when the block after the last one is due
+  int _lastRate = 0;
+  int _lastChannels = 0;
+  std::shared_ptr<const Low> _low;
+  bool _wasEnough = false;  // the threshold was reached, and not left since
+  bool _ticking = false;
+  bool _handing = false;  // some thread is inside the engine's source, which takes one at a time
+};
+
+AudioFrameSource::State::State(std::shared_ptr<RTCPeerConnectionFactory> factory,
+                               std::shared_ptr<Scheduler> scheduler, Options options)
     : _factory(std::move(factory)),
       _scheduler(std::move(scheduler)),
       _source(_factory->audioSource(audioConstraints({}))),
@@ -57,7 +113,7 @@ AudioFrameSource::AudioFrameSource(std::shared_ptr<RTCPeerConnectionFactory> fac
       _pacingQueue(SerialQueue::make("live.kestrova.audio.pacing")),
       _lowQueue(SerialQueue::make("live.kestrova.audio.low")) {}
 
-std::shared_ptr<CustomRTCMediaStream> AudioFrameSource::makeStream(
+std::shared_ptr<CustomRTCMediaStream> AudioFrameSource::State::makeStream(
     CustomStreamFields settings) const {
   settings.audioTrack = _factory->audioTrack(_source, Uuid::random().text());
   settings.videoTrack = nullptr;
@@ -66,17 +122,17 @@ std::shared_ptr<CustomRTCMediaStream> AudioFrameSource::makeStream(
   return std::make_shared<CustomRTCMediaStream>(std::move(settings));
 }
 
-std::chrono::milliseconds AudioFrameSource::queued() const {
+std::chrono::milliseconds AudioFrameSource::State::queued() const {
   std::scoped_lock held(_lock);
   return waiting();
 }
 
-PushCounters AudioFrameSource::counters() const {
+PushCounters AudioFrameSource::State::counters() const {
   std::scoped_lock held(_lock);
   return _counters;
 }
 
-void AudioFrameSource::clear() {
+void AudioFrameSource::State::clear() {
   std::deque<Block> gone;
   std::shared_ptr<const Low> low;
   {
@@ -89,7 +145,7 @@ void AudioFrameSource::clear() {
 
 // ---- Pushing -----------------------------------------------------------------------------------
 
-PushResult AudioFrameSource::push(const AudioData& data) {
+PushResult AudioFrameSource::State::push(const AudioData& data) {
   const auto now = _scheduler->now();
   auto result = check(data);
   bool first = false;
@@ -119,7 +175,7 @@ PushResult AudioFrameSource::push(const AudioData& data) {
   return result;
 }
 
-PushResult AudioFrameSource::enqueue(const AudioData& data) {
+PushResult AudioFrameSource::State::enqueue(const AudioData& data) {
   if (_queue.size() >= _mostQueued) return PushResult::queueFull;
   Block block;
   if (!_idle.empty()) {
@@ -137,13 +193,13 @@ PushResult AudioFrameSource::enqueue(const AudioData& data) {
 
 // ---- Pacing ------------------------------------------------------------------------------------
 
-void AudioFrameSource::scheduleTick() {
+void AudioFrameSource::State::scheduleTick() {
   _pacingQueue->after(tickPeriod, [weak = weak_from_this()] {
     if (const auto self = weak.lock()) self->tick();
   });
 }
 
-void AudioFrameSource::tick() {
+void AudioFrameSource::State::tick() {
   const auto now = _scheduler->now();
   Block block;
   std::unique_lock held(_lock);
@@ -162,7 +218,7 @@ void AudioFrameSource::tick() {
 }
 
 /// What goes out now: the next block that waits, or silence where one is overdue.
-bool AudioFrameSource::takeDue(Clock::time_point now, Block& block) {
+bool AudioFrameSource::State::takeDue(Clock::time_point now, Block& block) {
   if (_queue.empty()) {
     if (_nextDue + patience > now) return false;
     if (!_idle.empty()) {
@@ -183,11 +239,11 @@ bool AudioFrameSource::takeDue(Clock::time_point now, Block& block) {
   return true;
 }
 
-void AudioFrameSource::moveOn(Clock::time_point now) {
+void AudioFrameSource::State::moveOn(Clock::time_point now) {
   _nextDue = std::max(_nextDue, now - mostBehind) + blockTime;
 }
 
-void AudioFrameSource::hand(const Block& block) {
+void AudioFrameSource::State::hand(const Block& block) {
   _source->onData({.samples = block.samples.data(),
                    .sampleRate = block.sampleRate,
                    .channels = block.channels,
@@ -196,26 +252,27 @@ void AudioFrameSource::hand(const Block& block) {
 
 // ---- Asking for more ---------------------------------------------------------------------------
 
-void AudioFrameSource::onLow(std::chrono::milliseconds threshold, std::function<void()> callback) {
+void AudioFrameSource::State::onLow(std::chrono::milliseconds threshold,
+                                    std::function<void()> callback) {
   auto low = callback ? std::make_shared<const Low>(Low{threshold, std::move(callback)}) : nullptr;
   std::scoped_lock held(_lock);
   _low.swap(low);
   _wasEnough = _low && waiting() >= _low->threshold;
 }
 
-std::chrono::milliseconds AudioFrameSource::waiting() const {
+std::chrono::milliseconds AudioFrameSource::State::waiting() const {
   return blockTime * static_cast<int>(_queue.size());
 }
 
 /// Whom to tell of what the queue has become.
-std::shared_ptr<const AudioFrameSource::Low> AudioFrameSource::noteLevel() {
+std::shared_ptr<const AudioFrameSource::State::Low> AudioFrameSource::State::noteLevel() {
   if (!_low) return nullptr;
   const bool isEnough = waiting() >= _low->threshold;
   const bool fell = std::exchange(_wasEnough, isEnough) && !isEnough;
   return fell ? _low : nullptr;
 }
 
-void AudioFrameSource::tell(std::shared_ptr<const Low> low) {
+void AudioFrameSource::State::tell(std::shared_ptr<const Low> low) {
   if (!low) return;
   _lowQueue->async([weak = weak_from_this(), low = std::move(low)] {
     const auto self = weak.lock();
@@ -228,9 +285,39 @@ void AudioFrameSource::tell(std::shared_ptr<const Low> low) {
   });
 }
 
-bool AudioFrameSource::isAsked(const std::shared_ptr<const Low>& low) const {
+bool AudioFrameSource::State::isAsked(const std::shared_ptr<const Low>& low) const {
   std::scoped_lock held(_lock);
   return _low == low;
+}
+
+// ---- The application's side of it --------------------------------------------------------------
+
+std::shared_ptr<AudioFrameSource> AudioFrameSource::make(Options options) {
+  const auto platform = Platform::current();
+  return std::shared_ptr<AudioFrameSource>(new AudioFrameSource(
+      std::make_shared<State>(platform->peerConnectionFactory(), platform->scheduler, options)));
+}
+
+AudioFrameSource::AudioFrameSource(std::shared_ptr<State> state) : _state(std::move(state)) {}
+
+PushResult AudioFrameSource::push(const AudioData& data) {
+  return _state->push(data);
+}
+void AudioFrameSource::clear() {
+  _state->clear();
+}
+std::chrono::milliseconds AudioFrameSource::queued() const {
+  return _state->queued();
+}
+PushCounters AudioFrameSource::counters() const {
+  return _state->counters();
+}
+void AudioFrameSource::onLow(std::chrono::milliseconds threshold, std::function<void()> callback) {
+  _state->onLow(threshold, std::move(callback));
+}
+std::shared_ptr<CustomRTCMediaStream> AudioFrameSource::makeStream(
+    CustomStreamFields settings) const {
+  return _state->makeStream(std::move(settings));
 }
 
 }  // namespace kestrova

@@ -2,17 +2,11 @@
 
 #include <kestrova/media/CustomRTCMediaStream.h>
 #include <kestrova/media/PushResult.h>
-#include <kestrova/platform/Queue.h>
-#include <kestrova/platform/Scheduler.h>
 #include <kestrova/platform/VideoFrame.h>
 
 #include <chrono>
-#include <cstdint>
-#include <deque>
 #include <functional>
 #include <memory>
-#include <mutex>
-#include <vector>
 
 namespace kestrova {
 
@@ -41,7 +35,7 @@ struct AudioFrameSourceOptions {
 ///
 /// Pushing is done by any one thread at a time and never waits; the other operations are for any
 /// thread.
-class AudioFrameSource : public std::enable_shared_from_this<AudioFrameSource> {
+class AudioFrameSource {
 public:
   static constexpr std::chrono::milliseconds blockTime{10};
   using Options = AudioFrameSourceOptions;
@@ -73,48 +67,10 @@ public:
   std::shared_ptr<CustomRTCMediaStream> makeStream(CustomStreamFields settings = {}) const;
 
 private:
-  using Clock = Scheduler::Clock;
-  struct Block {
-    std::vector<std::int16_t> samples;
-    int sampleRate = 0;
-    int channels = 0;
-  };
-  struct Low {
-    std::chrono::milliseconds threshold;
-    std::function<void()> callback;
-  };
+  class State;
+  explicit AudioFrameSource(std::shared_ptr<State> state);
 
-  AudioFrameSource(std::shared_ptr<RTCPeerConnectionFactory> factory,
-                   std::shared_ptr<Scheduler> scheduler, Options options);
-  PushResult enqueue(const AudioData& data);
-  void scheduleTick();
-  void tick();
-  bool takeDue(Clock::time_point now, Block& block);
-  void moveOn(Clock::time_point now);
-  void hand(const Block& block);
-  std::chrono::milliseconds waiting() const;
-  std::shared_ptr<const Low> noteLevel();
-  void tell(std::shared_ptr<const Low> low);
-  bool isAsked(const std::shared_ptr<const Low>& low) const;
-
-  const std::shared_ptr<RTCPeerConnectionFactory> _factory;
-  const std::shared_ptr<Scheduler> _scheduler;
-  const std::shared_ptr<RTCAudioSource> _source;
-  const std::size_t _mostQueued;  // blocks
-  const std::shared_ptr<SerialQueue> _pacingQueue;
-  const std::shared_ptr<SerialQueue> _lowQueue;  // a slow callback holds up no sound
-
-  mutable std::mutex _lock;  // for all below
-  std::deque<Block> _queue;
-  std::vector<Block> _idle;  // kept for their memory
-  PushCounters _counters;
-  Clock::time_point _nextDue;  // when the block after the last one is due
-  int _lastRate = 0;
-  int _lastChannels = 0;
-  std::shared_ptr<const Low> _low;
-  bool _wasEnough = false;  // the threshold was reached, and not left since
-  bool _ticking = false;
-  bool _handing = false;  // some thread is inside the engine's source, which takes one at a time
+  const std::shared_ptr<State> _state;
 };
 
 }  // namespace kestrova

@@ -1,5 +1,7 @@
 #include <kestrova/media/CustomRTCMediaStream.h>
+#include <kestrova/platform/Values.h>
 
+#include <mutex>
 #include <utility>
 
 namespace kestrova {
@@ -39,29 +41,38 @@ std::map<std::string, std::string> audioConstraints(const std::optional<NoiseCon
 
 // ---- CustomRTCMediaStream ----------------------------------------------------------------------
 
+struct CustomRTCMediaStream::State {
+  std::mutex lock;
+  CustomStreamFields fields;  // under lock
+};
+
+CustomRTCMediaStream::CustomRTCMediaStream(CustomStreamFields fields)
+    : _state(new State{.lock = {}, .fields = std::move(fields)}) {}
+CustomRTCMediaStream::~CustomRTCMediaStream() = default;
+
 CustomStreamFields CustomRTCMediaStream::fields() const {
-  std::scoped_lock held(_lock);
-  return _fields;
+  std::scoped_lock held(_state->lock);
+  return _state->fields;
 }
 
 void CustomRTCMediaStream::setVideoCodec(VideoCodec codec) {
-  std::scoped_lock held(_lock);
-  _fields.videoCodec = codec;
+  std::scoped_lock held(_state->lock);
+  _state->fields.videoCodec = codec;
 }
 
 void CustomRTCMediaStream::setMultiStream(bool multiStream) {
-  std::scoped_lock held(_lock);
-  _fields.multiStream = multiStream;
+  std::scoped_lock held(_state->lock);
+  _state->fields.multiStream = multiStream;
 }
 
 void CustomRTCMediaStream::disposeTracks() {
   CustomStreamFields gone;
   {
-    std::scoped_lock held(_lock);
-    gone.videoTrack.swap(_fields.videoTrack);
-    gone.audioTrack.swap(_fields.audioTrack);
-    gone.capture.swap(_fields.capture);
-    gone.capturer.swap(_fields.capturer);
+    std::scoped_lock held(_state->lock);
+    gone.videoTrack.swap(_state->fields.videoTrack);
+    gone.audioTrack.swap(_state->fields.audioTrack);
+    gone.capture.swap(_state->fields.capture);
+    gone.capturer.swap(_state->fields.capturer);
   }
   if (gone.videoTrack) gone.videoTrack->setEnabled(false);
   if (gone.audioTrack) gone.audioTrack->setEnabled(false);
@@ -91,78 +102,6 @@ std::string CustomRTCMediaStream::toJsonString(bool forAudio) const {
       {"noiseConfig",
        now.noiseConfig ? Value(now.noiseConfig->toJsonString()) : Value("Not provided")}};
   return boost::json::serialize(json);
-}
-
-// ---- MediaConfigStore --------------------------------------------------------------------------
-
-VideoConfigSnapshot makeVideoConfig(const std::shared_ptr<CustomRTCMediaStream>& stream,
-                                    std::optional<bool> meetingMultiStream) {
-  VideoConfigSnapshot config;
-  if (!stream) {
-    config.multiStream = meetingMultiStream.value_or(true);
-    return config;
-  }
-  const auto fields = stream->fields();
-  config.encoderConfig = fields.encoderConfig.value_or(config.encoderConfig);
-  config.facingMode = fields.facingMode.value_or(config.facingMode);
-  config.multiStream = fields.multiStream.value_or(true);
-  config.videoCodec = fields.videoCodec.value_or(config.videoCodec);
-  config.bitrateMode = fields.bitrateMode.value_or(config.bitrateMode);
-  config.maxLayer = fields.maxLayer.value_or(config.maxLayer);
-  return config;
-}
-
-AudioConfigSnapshot makeAudioConfig(const std::shared_ptr<CustomRTCMediaStream>& stream) {
-  AudioConfigSnapshot config;
-  if (!stream) return config;
-  const auto fields = stream->fields();
-  config.audioEncoderConfig = fields.audioEncoderConfig.value_or(config.audioEncoderConfig);
-  config.noiseConfig = fields.noiseConfig;
-  return config;
-}
-
-MediaConfigStore::MediaConfigStore(VideoConfigSnapshot video, AudioConfigSnapshot audio)
-    : _video(video), _audio(std::move(audio)), _requestedMultiStream(video.multiStream) {}
-
-VideoConfigSnapshot MediaConfigStore::video() const {
-  std::scoped_lock held(_lock);
-  return _video;
-}
-
-AudioConfigSnapshot MediaConfigStore::audio() const {
-  std::scoped_lock held(_lock);
-  return _audio;
-}
-
-void MediaConfigStore::recordVideo(VideoConfigSnapshot video) {
-  std::scoped_lock held(_lock);
-  _video = video;
-  _requestedMultiStream = video.multiStream;
-}
-
-bool MediaConfigStore::requestedMultiStream() const {
-  std::scoped_lock held(_lock);
-  return _requestedMultiStream;
-}
-
-void MediaConfigStore::recordFacingMode(CameraPosition position) {
-  std::scoped_lock held(_lock);
-  _video.facingMode = position;
-}
-
-void MediaConfigStore::recordAudio(AudioConfigSnapshot audio) {
-  std::scoped_lock held(_lock);
-  _audio = std::move(audio);
-}
-
-void MediaConfigStore::recordVideoCodec(VideoCodec codec) {
-  std::scoped_lock held(_lock);
-  _video.videoCodec = codec;
-}
-
-void MediaConfigStore::recordMultiStreamDowngrade() {
-  std::scoped_lock held(_lock);
-  _video.multiStream = false;
 }
 
 }  // namespace kestrova

@@ -2,11 +2,10 @@
 
 #include <kestrova/media/EncodingTypes.h>
 #include <kestrova/platform/Capture.h>
-#include <kestrova/platform/Values.h>
+#include <kestrova/platform/ValuesFwd.h>
 
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 
@@ -49,7 +48,10 @@ struct CustomStreamFields {
 /// Describes a track to publish and how to publish it. Thread-safe.
 class CustomRTCMediaStream {
 public:
-  explicit CustomRTCMediaStream(CustomStreamFields fields) : _fields(std::move(fields)) {}
+  explicit CustomRTCMediaStream(CustomStreamFields fields);
+  ~CustomRTCMediaStream();
+  CustomRTCMediaStream(const CustomRTCMediaStream&) = delete;
+  CustomRTCMediaStream& operator=(const CustomRTCMediaStream&) = delete;
 
   /// A copy of everything, as it is now.
   CustomStreamFields fields() const;
@@ -66,54 +68,8 @@ public:
   std::string toJsonString(bool forAudio) const;
 
 private:
-  mutable std::mutex _lock;
-  CustomStreamFields _fields;
-};
-
-/// How the camera was last asked for.
-struct VideoConfigSnapshot {
-  CustomVideoTrackConfig encoderConfig = CustomVideoTrackConfig::h720p_w1280p;
-  CameraPosition facingMode = CameraPosition::front;
-  bool multiStream = true;
-  VideoCodec videoCodec = VideoCodec::VP8;
-  BitrateMode bitrateMode = BitrateMode::BALANCED;
-  EncodingLayer maxLayer = EncodingLayer::MAX_LAYER_3;
-};
-
-/// How the microphone was last asked for.
-struct AudioConfigSnapshot {
-  CustomAudioTrackConfig audioEncoderConfig = CustomAudioTrackConfig::speech_standard;
-  std::optional<NoiseConfig> noiseConfig;
-};
-
-/// The stream's settings with the defaults filled in; without a stream, the defaults themselves.
-VideoConfigSnapshot makeVideoConfig(const std::shared_ptr<CustomRTCMediaStream>& stream,
-                                    std::optional<bool> meetingMultiStream);
-AudioConfigSnapshot makeAudioConfig(const std::shared_ptr<CustomRTCMediaStream>& stream);
-
-/// Remembers the last camera and microphone configuration, so that a track can be rebuilt.
-/// Thread-safe.
-class MediaConfigStore {
-public:
-  MediaConfigStore(VideoConfigSnapshot video, AudioConfigSnapshot audio);
-
-  VideoConfigSnapshot video() const;
-  AudioConfigSnapshot audio() const;
-  /// What the application asked for, before any downgrade.
-  bool requestedMultiStream() const;
-
-  /// The application asked for this.
-  void recordVideo(VideoConfigSnapshot video);
-  void recordFacingMode(CameraPosition position);
-  void recordAudio(AudioConfigSnapshot audio);
-  void recordVideoCodec(VideoCodec codec);
-  void recordMultiStreamDowngrade();
-
-private:
-  mutable std::mutex _lock;
-  VideoConfigSnapshot _video;
-  AudioConfigSnapshot _audio;
-  bool _requestedMultiStream;
+  struct State;
+  const std::unique_ptr<State> _state;
 };
 
 }  // namespace kestrova

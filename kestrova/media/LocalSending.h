@@ -1,6 +1,6 @@
 #pragma once
 
-#include <kestrova/media/CustomRTCMediaStream.h>
+#include <kestrova/media/MediaConfigStore.h>
 #include <kestrova/model/MeetingTypes.h>
 
 #include <memory>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <kestrova/media/AuthorisationDelegate.h>
-#include <kestrova/media/CustomRTCMediaStream.h>
+#include <kestrova/media/MediaConfigStore.h>
 #include <kestrova/platform/AsyncLock.h>
 #include <kestrova/platform/Mediasoup.h>
 #include <kestrova/platform/Platform.h>

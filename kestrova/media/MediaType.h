@@ -1,7 +1,7 @@
 #pragma once
 
 #include <kestrova/platform/EnumTexts.h>
-#include <kestrova/platform/Mediasoup.h>
+#include <kestrova/platform/MediaKind.h>
 
 #include <string_view>
 

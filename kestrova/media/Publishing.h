@@ -1,7 +1,7 @@
 #pragma once
 
-#include <kestrova/media/CustomRTCMediaStream.h>
 #include <kestrova/media/MediaCapturer.h>
+#include <kestrova/media/MediaConfigStore.h>
 #include <kestrova/media/MediaRegistry.h>
 #include <kestrova/media/Transports.h>
 #include <kestrova/model/RoomClientError.h>

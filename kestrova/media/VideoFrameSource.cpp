@@ -1,8 +1,13 @@
+#include <kestrova/media/PixelMemory.h>
 #include <kestrova/media/VideoFrameSource.h>
 #include <kestrova/platform/Platform.h>
+#include <kestrova/platform/Scheduler.h>
+#include <kestrova/platform/WrappedBuffers.h>
 #include <kestrova/tracing/Uuid.h>
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <cstring>
 #include <utility>
 
@@ -36,21 +41,39 @@ std::uint8_t* copyRows(const std::uint8_t* from, int stride, int rowBytes, int r
 
 }  // namespace
 
+struct VideoFrameSource::State {
+  template <class View>
+  PushResult check(const View& picture, const FrameInfo& info, std::int64_t& timestampUs);
+  std::int64_t present() const;
+  PushResult refuse(PushResult why);
+  PushResult feed(std::shared_ptr<const VideoFrameBuffer> buffer, std::int64_t timestampUs,
+                  int rotation);
+  std::shared_ptr<const VideoFrameBuffer> copy(const I420View& picture);
+  std::shared_ptr<const VideoFrameBuffer> copy(const NV12View& picture);
+
+  const std::shared_ptr<RTCPeerConnectionFactory> factory;
+  const std::shared_ptr<Scheduler> scheduler;
+  const std::shared_ptr<RTCVideoSource> source;
+  PixelMemory pool{};
+  std::optional<std::int64_t> lastTimestampUs{};  // the pushing thread
+  std::atomic<std::uint64_t> accepted{0};
+  std::atomic<std::uint64_t> refused{0};
+};
+
 std::shared_ptr<VideoFrameSource> VideoFrameSource::make() {
   const auto platform = Platform::current();
-  return std::shared_ptr<VideoFrameSource>(
-      new VideoFrameSource(platform->peerConnectionFactory(), platform->scheduler));
+  const auto factory = platform->peerConnectionFactory();
+  std::unique_ptr<State> state(new State{
+      .factory = factory, .scheduler = platform->scheduler, .source = factory->videoSource()});
+  return std::shared_ptr<VideoFrameSource>(new VideoFrameSource(std::move(state)));
 }
 
-VideoFrameSource::VideoFrameSource(std::shared_ptr<RTCPeerConnectionFactory> factory,
-                                   std::shared_ptr<Scheduler> scheduler)
-    : _factory(std::move(factory)),
-      _scheduler(std::move(scheduler)),
-      _source(_factory->videoSource()) {}
+VideoFrameSource::VideoFrameSource(std::unique_ptr<State> state) : _state(std::move(state)) {}
+VideoFrameSource::~VideoFrameSource() = default;
 
 std::shared_ptr<CustomRTCMediaStream> VideoFrameSource::makeStream(
     CustomStreamFields settings) const {
-  settings.videoTrack = _factory->videoTrack(_source, Uuid::random().text());
+  settings.videoTrack = _state->factory->videoTrack(_state->source, Uuid::random().text());
   settings.audioTrack = nullptr;
   settings.capture = nullptr;
   settings.capturer = nullptr;
@@ -58,10 +81,11 @@ std::shared_ptr<CustomRTCMediaStream> VideoFrameSource::makeStream(
 }
 
 PushCounters VideoFrameSource::counters() const {
-  return {_accepted, _refused};
+  return {_state->accepted, _state->refused};
 }
 
-// ---- Pushing -----------------------------------------------------------------------------------
+// ---- Pushing
+// -----------------------------------------------------------------------------------
 
 PushResult VideoFrameSource::push(const I420View& picture, const FrameInfo& info,
                                   ReleaseCallback release) {
@@ -69,10 +93,10 @@ PushResult VideoFrameSource::push(const I420View& picture, const FrameInfo& info
   // From here on the callback is run whatever happens.
   auto buffer = std::make_shared<const WrappedI420Buffer>(picture, std::move(release));
   std::int64_t time = 0;
-  const auto result = check(picture, info, time);
-  if (result != PushResult::accepted) return refuse(result);
-  if (borrowed) return feed(std::move(buffer), time, info.rotation);
-  return feed(copy(picture), time, info.rotation);
+  const auto result = _state->check(picture, info, time);
+  if (result != PushResult::accepted) return _state->refuse(result);
+  if (borrowed) return _state->feed(std::move(buffer), time, info.rotation);
+  return _state->feed(_state->copy(picture), time, info.rotation);
 }
 
 PushResult VideoFrameSource::push(const NV12View& picture, const FrameInfo& info,
@@ -80,22 +104,22 @@ PushResult VideoFrameSource::push(const NV12View& picture, const FrameInfo& info
   const bool borrowed = release != nullptr;
   auto buffer = std::make_shared<const WrappedNV12Buffer>(picture, std::move(release));
   std::int64_t time = 0;
-  const auto result = check(picture, info, time);
-  if (result != PushResult::accepted) return refuse(result);
-  if (borrowed) return feed(std::move(buffer), time, info.rotation);
-  return feed(copy(picture), time, info.rotation);
+  const auto result = _state->check(picture, info, time);
+  if (result != PushResult::accepted) return _state->refuse(result);
+  if (borrowed) return _state->feed(std::move(buffer), time, info.rotation);
+  return _state->feed(_state->copy(picture), time, info.rotation);
 }
 
 PushResult VideoFrameSource::push(const BGRAView& picture, const FrameInfo& info) {
   std::int64_t time = 0;
-  const auto result = check(picture, info, time);
-  if (result != PushResult::accepted) return refuse(result);
-  return feed(std::make_shared<const WrappedBGRABuffer>(picture), time, info.rotation);
+  const auto result = _state->check(picture, info, time);
+  if (result != PushResult::accepted) return _state->refuse(result);
+  return _state->feed(std::make_shared<const WrappedBGRABuffer>(picture), time, info.rotation);
 }
 
 template <class View>
-PushResult VideoFrameSource::check(const View& picture, const FrameInfo& info,
-                                   std::int64_t& timestampUs) {
+PushResult VideoFrameSource::State::check(const View& picture, const FrameInfo& info,
+                                          std::int64_t& timestampUs) {
   if (!hasPixels(picture)) return PushResult::noData;
   if (!isSide(picture.width) || !isSide(picture.height)) return PushResult::badSize;
   if (!isComplete(picture)) return PushResult::badStride;
@@ -104,37 +128,37 @@ PushResult VideoFrameSource::check(const View& picture, const FrameInfo& info,
 
   timestampUs = info.timestampUs ? *info.timestampUs : present();
   if (timestampUs < 0 || timestampUs > largestTimestampUs) return PushResult::badTime;
-  if (_lastTimestampUs && timestampUs <= *_lastTimestampUs) return PushResult::timeWentBack;
+  if (lastTimestampUs && timestampUs <= *lastTimestampUs) return PushResult::timeWentBack;
   return PushResult::accepted;
 }
 
 /// Now, but later than the last picture however quickly this one follows.
-std::int64_t VideoFrameSource::present() const {
+std::int64_t VideoFrameSource::State::present() const {
   const auto now =
-      std::chrono::duration_cast<std::chrono::microseconds>(_scheduler->now().time_since_epoch());
-  return std::max<std::int64_t>(now.count(), _lastTimestampUs ? *_lastTimestampUs + 1 : 0);
+      std::chrono::duration_cast<std::chrono::microseconds>(scheduler->now().time_since_epoch());
+  return std::max<std::int64_t>(now.count(), lastTimestampUs ? *lastTimestampUs + 1 : 0);
 }
 
-PushResult VideoFrameSource::refuse(PushResult why) {
-  ++_refused;
+PushResult VideoFrameSource::State::refuse(PushResult why) {
+  ++refused;
   return why;
 }
 
-PushResult VideoFrameSource::feed(std::shared_ptr<const VideoFrameBuffer> buffer,
-                                  std::int64_t timestampUs, int rotation) {
-  _lastTimestampUs = timestampUs;
-  ++_accepted;
-  _source->onFrame({.buffer = std::move(buffer), .timestampUs = timestampUs, .rotation = rotation});
+PushResult VideoFrameSource::State::feed(std::shared_ptr<const VideoFrameBuffer> buffer,
+                                         std::int64_t timestampUs, int rotation) {
+  lastTimestampUs = timestampUs;
+  ++accepted;
+  source->onFrame({.buffer = std::move(buffer), .timestampUs = timestampUs, .rotation = rotation});
   return PushResult::accepted;
 }
 
-std::shared_ptr<const VideoFrameBuffer> VideoFrameSource::copy(const I420View& picture) {
+std::shared_ptr<const VideoFrameBuffer> VideoFrameSource::State::copy(const I420View& picture) {
   const int columns = (picture.width + 1) / 2;
   const int rows = (picture.height + 1) / 2;
   const auto luma =
       static_cast<std::size_t>(picture.width) * static_cast<std::size_t>(picture.height);
   const auto chroma = static_cast<std::size_t>(columns) * static_cast<std::size_t>(rows);
-  auto memory = _memory.take(luma + 2 * chroma);
+  auto memory = pool.take(luma + 2 * chroma);
   auto* y = memory.get();
   auto* u = copyRows(picture.y, picture.strideY, picture.width, picture.height, y);
   auto* v = copyRows(picture.u, picture.strideU, columns, rows, u);
@@ -143,13 +167,13 @@ std::shared_ptr<const VideoFrameBuffer> VideoFrameSource::copy(const I420View& p
   return std::make_shared<const WrappedI420Buffer>(view, [memory] {});
 }
 
-std::shared_ptr<const VideoFrameBuffer> VideoFrameSource::copy(const NV12View& picture) {
+std::shared_ptr<const VideoFrameBuffer> VideoFrameSource::State::copy(const NV12View& picture) {
   const int rowBytes = 2 * ((picture.width + 1) / 2);
   const int rows = (picture.height + 1) / 2;
   const auto luma =
       static_cast<std::size_t>(picture.width) * static_cast<std::size_t>(picture.height);
   auto memory =
-      _memory.take(luma + static_cast<std::size_t>(rowBytes) * static_cast<std::size_t>(rows));
+      pool.take(luma + static_cast<std::size_t>(rowBytes) * static_cast<std::size_t>(rows));
   auto* y = memory.get();
   auto* uv = copyRows(picture.y, picture.strideY, picture.width, picture.height, y);
   copyRows(picture.uv, picture.strideUV, rowBytes, rows, uv);

@@ -1,12 +1,9 @@
 #pragma once
 
 #include <kestrova/media/CustomRTCMediaStream.h>
-#include <kestrova/media/PixelMemory.h>
 #include <kestrova/media/PushResult.h>
-#include <kestrova/platform/Scheduler.h>
 #include <kestrova/platform/VideoFrame.h>
 
-#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -37,6 +34,9 @@ public:
   static constexpr int largestSide = 8192;
 
   static std::shared_ptr<VideoFrameSource> make();
+  ~VideoFrameSource();
+  VideoFrameSource(const VideoFrameSource&) = delete;
+  VideoFrameSource& operator=(const VideoFrameSource&) = delete;
 
   /// With `release` the planes are not copied: they must stay as they are until it is called, which
   /// happens once in any case, on any thread, also for a picture that is refused. Without it they
@@ -57,24 +57,10 @@ public:
   std::shared_ptr<CustomRTCMediaStream> makeStream(CustomStreamFields settings = {}) const;
 
 private:
-  VideoFrameSource(std::shared_ptr<RTCPeerConnectionFactory> factory,
-                   std::shared_ptr<Scheduler> scheduler);
-  template <class View>
-  PushResult check(const View& picture, const FrameInfo& info, std::int64_t& timestampUs);
-  std::int64_t present() const;
-  PushResult refuse(PushResult why);
-  PushResult feed(std::shared_ptr<const VideoFrameBuffer> buffer, std::int64_t timestampUs,
-                  int rotation);
-  std::shared_ptr<const VideoFrameBuffer> copy(const I420View& picture);
-  std::shared_ptr<const VideoFrameBuffer> copy(const NV12View& picture);
+  struct State;
+  explicit VideoFrameSource(std::unique_ptr<State> state);
 
-  const std::shared_ptr<RTCPeerConnectionFactory> _factory;
-  const std::shared_ptr<Scheduler> _scheduler;
-  const std::shared_ptr<RTCVideoSource> _source;
-  PixelMemory _memory;
-  std::optional<std::int64_t> _lastTimestampUs;  // the pushing thread
-  std::atomic<std::uint64_t> _accepted{0};
-  std::atomic<std::uint64_t> _refused{0};
+  const std::unique_ptr<State> _state;
 };
 
 }  // namespace kestrova

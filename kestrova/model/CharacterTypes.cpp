@@ -1,4 +1,5 @@
 #include <kestrova/model/CharacterTypes.h>
+#include <kestrova/platform/Values.h>
 
 #include <algorithm>
 #include <cctype>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <kestrova/platform/EnumTexts.h>
-#include <kestrova/platform/Values.h>
+#include <kestrova/platform/ValuesFwd.h>
 
 #include <cstdint>
 #include <optional>

@@ -1,10 +1,9 @@
 #pragma once
 
 #include <kestrova/platform/EnumTexts.h>
-#include <kestrova/platform/Values.h>
 
+#include <cstdint>
 #include <optional>
-#include <string>
 #include <string_view>
 
 namespace kestrova {
@@ -80,17 +79,5 @@ inline std::string_view text(LeaveReason reason) {
 }
 /// `unknown` for a number that no reason has.
 LeaveReason leaveReasonFrom(std::int64_t code);
-
-/// A meeting as the signalling side knows it; fixed for the life of a connection.
-struct MeetingData {
-  std::string id;
-  std::string localParticipantId;
-  std::string localParticipantName;
-  std::string mode;
-  std::string accessToken;
-  std::optional<Dictionary> metaData;
-  bool micEnabled = false;
-  bool webcamEnabled = false;
-};
 
 }  // namespace kestrova

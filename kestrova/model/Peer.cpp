@@ -1,4 +1,6 @@
 #include <kestrova/model/Peer.h>
+#include <kestrova/model/PinState.h>
+#include <kestrova/platform/Values.h>
 
 namespace kestrova {
 

@@ -1,7 +1,8 @@
 #pragma once
 
 #include <kestrova/model/MeetingTypes.h>
-#include <kestrova/platform/Values.h>
+#include <kestrova/model/MetaData.h>
+#include <kestrova/platform/ValuesFwd.h>
 
 #include <optional>
 #include <string>
@@ -15,7 +16,7 @@ struct Peer {
   std::string displayName;
   std::string device;
   std::optional<std::string> interactionId;
-  std::optional<Dictionary> metaData;
+  MetaData metaData;
   std::string mode;
   /// Set when a server-side agent stands behind the person.
   std::optional<std::string> agentId;
@@ -31,21 +32,5 @@ void separateAgentMarkers(Dictionary& data);
 
 /// Everybody who is in the room already, from the answer to "join".
 std::vector<Peer> getParticipants(const Dictionary& joinResponse);
-
-/// What is pinned of a participant.
-struct ParticipantPinState {
-  std::optional<bool> cam;
-  std::optional<bool> share;
-
-  static ParticipantPinState fromJson(const Dictionary& json);
-  Dictionary toJson() const;
-  bool operator==(const ParticipantPinState&) const = default;
-};
-
-enum class PinType { SHARE_AND_CAM, CAM, SHARE };
-inline constexpr EnumTexts<PinType, 3> pinTypeTexts{{"SHARE_AND_CAM", "CAM", "SHARE"}};
-constexpr std::string_view text(PinType type) {
-  return pinTypeTexts(type);
-}
 
 }  // namespace kestrova

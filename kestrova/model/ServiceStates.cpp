@@ -1,4 +1,5 @@
 #include <kestrova/model/ServiceStates.h>
+#include <kestrova/platform/Values.h>
 
 namespace kestrova {
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <kestrova/platform/MediaKind.h>
 #include <kestrova/platform/TaskFwd.h>
 #include <kestrova/platform/WebRTC.h>
 
@@ -8,15 +9,10 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace kestrova {
 
-enum class MediaKind { audio, video };
-constexpr std::string_view text(MediaKind kind) {
-  return kind == MediaKind::audio ? "audio" : "video";
-}
 enum class TransportConnectionState {
   new_,
   checking,

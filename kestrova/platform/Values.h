@@ -1,5 +1,7 @@
 #pragma once
 
+#include <kestrova/platform/ValuesFwd.h>
+
 #include <boost/json/object.hpp>
 #include <boost/json/parse.hpp>
 #include <boost/json/serialize.hpp>
@@ -10,11 +12,6 @@
 #include <string_view>
 
 namespace kestrova {
-
-/// A JSON object, array and value. Everything that crosses the wire is made of these.
-using Dictionary = boost::json::object;
-using List = boost::json::array;
-using Value = boost::json::value;
 
 /// Typed readers. Input from the network is never trusted: a key that is missing or of another type
 /// gives the default (or nothing), never an error. Pointers point into `dictionary`.

@@ -1,5 +1,6 @@
 #include <kestrova/media/EncodingPresets.h>
 #include <kestrova/media/MediaCapturer.h>
+#include <kestrova/media/MediaConfigStore.h>
 #include <kestrova/platform/Platform.h>
 #include <kestrova/session/Kestrova.h>
 #include <kestrova/session/MeetingCore.h>

@@ -2,6 +2,7 @@
 
 #include <kestrova/media/AuthorisationDelegate.h>
 #include <kestrova/media/CustomRTCMediaStream.h>
+#include <kestrova/model/MetaData.h>
 #include <kestrova/model/RoomClientError.h>
 #include <kestrova/platform/Capture.h>
 #include <kestrova/platform/TaskFwd.h>
@@ -35,7 +36,7 @@ struct InitMeetingOptions {
   std::optional<PreferredProtocol> preferredProtocol = {};  ///< UDP_OVER_TCP
   /// Host and port of the service; its default one without it.
   std::optional<std::string> signalingBaseUrl = {};
-  std::optional<Dictionary> metaData = {};
+  MetaData metaData = {};
   std::optional<std::string> secureKey = {};  ///< traced, redacted, and kept nowhere
   bool codecSwitchEnabled = false;
   bool enableBatching = true;

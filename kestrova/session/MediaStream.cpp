@@ -1,12 +1,18 @@
 #include <kestrova/media/AppData.h>
 #include <kestrova/media/SinkQueue.h>
 #include <kestrova/platform/Escaped.h>
+#include <kestrova/platform/Mediasoup.h>
 #include <kestrova/platform/Task.h>
 #include <kestrova/session/MediaStream.h>
+#include <kestrova/session/MeetingAction.h>
+#include <kestrova/signalling/ParticipantDelegate.h>
 #include <kestrova/tracing/Uuid.h>
 
 #include <algorithm>
 #include <iterator>
+#include <map>
+#include <mutex>
+#include <utility>
 #include <vector>
 
 namespace kestrova {
@@ -30,17 +36,31 @@ std::shared_ptr<Queue> queueOf(std::vector<std::shared_ptr<Queue>>& queues,
 
 }  // namespace
 
+struct MediaStream::State {
+  std::mutex lock;  // for all below
+  std::weak_ptr<MeetingActionValidatorProviding> meetingActionValidatorSource;
+  std::weak_ptr<MediaStreamDelegate> delegate;
+  std::optional<std::string> pausedBy;
+  std::map<std::string, StateListener> stateListeners;
+  std::vector<std::shared_ptr<VideoSinkQueue>> videoSinks;
+  std::vector<std::shared_ptr<AudioSinkQueue>> audioSinks;
+};
+
 MediaStream::MediaStream(std::shared_ptr<Producer> producer)
     : _id(producer->id()),
       _kind(mediaTypeOf(producer->kind(), isShare(producer->appData()))),
       _track(producer->track()),
-      _producer(std::move(producer)) {}
+      _producer(std::move(producer)),
+      _state(std::make_unique<State>()) {}
 
 MediaStream::MediaStream(std::shared_ptr<Consumer> consumer, bool isShare)
     : _id(consumer->id()),
       _kind(mediaTypeOf(consumer->kind(), isShare)),
       _track(consumer->track()),
-      _consumer(std::move(consumer)) {}
+      _consumer(std::move(consumer)),
+      _state(std::make_unique<State>()) {}
+
+MediaStream::~MediaStream() = default;
 
 std::shared_ptr<RTCVideoTrack> MediaStream::videoTrack() const {
   return std::dynamic_pointer_cast<RTCVideoTrack>(_track);
@@ -56,8 +76,8 @@ std::shared_ptr<SinkHandle> MediaStream::addSink(const std::shared_ptr<VideoSink
   std::vector<std::shared_ptr<VideoSinkQueue>> gone;
   std::shared_ptr<VideoSinkQueue> queue;
   {
-    std::scoped_lock held(_lock);
-    queue = queueOf(_videoSinks, track, sink, gone);
+    std::scoped_lock held(_state->lock);
+    queue = queueOf(_state->videoSinks, track, sink, gone);
   }
   track->addSink(queue);
   return queue;
@@ -69,8 +89,8 @@ std::shared_ptr<SinkHandle> MediaStream::addSink(const std::shared_ptr<AudioSink
   std::vector<std::shared_ptr<AudioSinkQueue>> gone;
   std::shared_ptr<AudioSinkQueue> queue;
   {
-    std::scoped_lock held(_lock);
-    queue = queueOf(_audioSinks, track, sink, gone);
+    std::scoped_lock held(_state->lock);
+    queue = queueOf(_state->audioSinks, track, sink, gone);
   }
   track->addSink(queue);
   return queue;
@@ -98,27 +118,27 @@ void MediaStream::ask(const char* methodName,
   std::shared_ptr<MeetingActionValidatorProviding> source;
   std::shared_ptr<MediaStreamDelegate> delegate;
   {
-    std::scoped_lock held(_lock);
-    source = _meetingActionValidatorSource.lock();
-    delegate = _delegate.lock();
+    std::scoped_lock held(_state->lock);
+    source = _state->meetingActionValidatorSource.lock();
+    delegate = _state->delegate.lock();
   }
   const auto validator = source ? source->meetingActionValidator() : nullptr;
   if (validator && validator->allows(methodName) && delegate) ((*delegate).*request)(_id);
 }
 
 std::optional<std::string> MediaStream::pausedBy() const {
-  std::scoped_lock held(_lock);
-  return _pausedBy;
+  std::scoped_lock held(_state->lock);
+  return _state->pausedBy;
 }
 
 void MediaStream::setPausedBy(std::optional<std::string> reason) {
-  std::scoped_lock held(_lock);
-  _pausedBy = std::move(reason);
+  std::scoped_lock held(_state->lock);
+  _state->pausedBy = std::move(reason);
 }
 
 void MediaStream::setDelegate(std::weak_ptr<MediaStreamDelegate> delegate) {
-  std::scoped_lock held(_lock);
-  _delegate = std::move(delegate);
+  std::scoped_lock held(_state->lock);
+  _state->delegate = std::move(delegate);
 }
 
 Task<std::string> MediaStream::stats() const {
@@ -131,28 +151,28 @@ Task<std::string> MediaStream::stats() const {
 std::string MediaStream::on(MediaStreamEventType, StateListener listener) {
   auto id = Uuid::random().text();
   if (!listener) return id;
-  std::scoped_lock held(_lock);
-  _stateListeners.emplace(id, std::move(listener));
+  std::scoped_lock held(_state->lock);
+  _state->stateListeners.emplace(id, std::move(listener));
   return id;
 }
 
 void MediaStream::off(MediaStreamEventType, const std::string& listenerId) {
   std::map<std::string, StateListener>::node_type gone;  // goes after the lock
-  std::scoped_lock held(_lock);
-  gone = _stateListeners.extract(listenerId);
+  std::scoped_lock held(_state->lock);
+  gone = _state->stateListeners.extract(listenerId);
 }
 
 void MediaStream::setMeetingActionValidatorSource(
     std::weak_ptr<MeetingActionValidatorProviding> source) {
-  std::scoped_lock held(_lock);
-  _meetingActionValidatorSource = std::move(source);
+  std::scoped_lock held(_state->lock);
+  _state->meetingActionValidatorSource = std::move(source);
 }
 
 void MediaStream::notifyState(StreamState state) {
   std::vector<StateListener> listeners;
   {
-    std::scoped_lock held(_lock);
-    for (const auto& [id, listener] : _stateListeners) listeners.push_back(listener);
+    std::scoped_lock held(_state->lock);
+    for (const auto& [id, listener] : _state->stateListeners) listeners.push_back(listener);
   }
   for (const auto& listener : listeners) {
     try {

@@ -3,22 +3,21 @@
 #include <kestrova/media/MediaType.h>
 #include <kestrova/media/SinkHandle.h>
 #include <kestrova/model/LinkCondition.h>
-#include <kestrova/platform/Mediasoup.h>
-#include <kestrova/session/MeetingAction.h>
-#include <kestrova/signalling/ParticipantDelegate.h>
+#include <kestrova/platform/TaskFwd.h>
+#include <kestrova/platform/WebRTC.h>
 
 #include <functional>
-#include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
-#include <vector>
 
 namespace kestrova {
 
-class AudioSinkQueue;
-class VideoSinkQueue;
+class Consumer;
+class MediaStreamDelegate;
+class MeetingActionValidatorProviding;
+class Producer;
+class RtpStream;
 
 enum class MediaStreamEventType { state };
 
@@ -33,6 +32,9 @@ public:
 
   explicit MediaStream(std::shared_ptr<Producer> producer);
   MediaStream(std::shared_ptr<Consumer> consumer, bool isShare);
+  ~MediaStream();
+  MediaStream(const MediaStream&) = delete;
+  MediaStream& operator=(const MediaStream&) = delete;
 
   /// The id of the producer or consumer behind it.
   const std::string& id() const { return _id; }
@@ -98,13 +100,8 @@ private:
   const std::shared_ptr<Producer> _producer;
   const std::shared_ptr<Consumer> _consumer;
 
-  mutable std::mutex _lock;
-  std::weak_ptr<MeetingActionValidatorProviding> _meetingActionValidatorSource;
-  std::weak_ptr<MediaStreamDelegate> _delegate;
-  std::optional<std::string> _pausedBy;
-  std::map<std::string, StateListener> _stateListeners;
-  std::vector<std::shared_ptr<VideoSinkQueue>> _videoSinks;
-  std::vector<std::shared_ptr<AudioSinkQueue>> _audioSinks;
+  struct State;
+  const std::unique_ptr<State> _state;
 };
 
 }  // namespace kestrova

@@ -2,7 +2,7 @@
 
 #include <kestrova/model/MeetingEnd.h>
 #include <kestrova/model/MeetingTypes.h>
-#include <kestrova/model/Peer.h>
+#include <kestrova/model/PinState.h>
 #include <kestrova/model/ServiceStates.h>
 #include <kestrova/platform/TaskFwd.h>
 #include <kestrova/session/ListenerHandle.h>

@@ -26,7 +26,7 @@ struct MeetingSettings {
   bool multiStream = true;
   PreferredProtocol preferredProtocol = PreferredProtocol::UDP_OVER_TCP;
   std::optional<std::string> signalingBaseUrl;
-  std::optional<Dictionary> metaData;
+  MetaData metaData;
   bool codecSwitchEnabled = false;
   bool batchingEnabled = true;
 };

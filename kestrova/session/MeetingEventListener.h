@@ -3,7 +3,7 @@
 #include <kestrova/model/KestrovaError.h>
 #include <kestrova/model/LinkCondition.h>
 #include <kestrova/model/MeetingTypes.h>
-#include <kestrova/model/Peer.h>
+#include <kestrova/model/PinState.h>
 #include <kestrova/model/ServiceStates.h>
 #include <kestrova/session/AcceptMediaRequest.h>
 #include <kestrova/session/CodecChangeInfo.h>

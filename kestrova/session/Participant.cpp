@@ -1,17 +1,40 @@
+#include <kestrova/model/Peer.h>
 #include <kestrova/platform/Queue.h>
+#include <kestrova/platform/Values.h>
+#include <kestrova/session/MulticastDelegate.h>
 #include <kestrova/session/Participant.h>
+#include <kestrova/signalling/ParticipantDelegate.h>
 #include <kestrova/tracing/Trace.h>
 
+#include <mutex>
 #include <utility>
 
 namespace kestrova {
+
+struct Participant::State {
+  explicit State(Mode firstMode) : mode(firstMode) {}
+
+  std::mutex streamsLock;
+  std::map<std::string, std::shared_ptr<MediaStream>> streams;  // under streamsLock
+
+  std::mutex stateLock;  // for all below but the listeners
+  VideoQuality videoQuality = VideoQuality::high;
+  std::optional<std::string> qualityAskedOf;  // of which stream; empty when of none
+  ParticipantPinState pinState{false, false};
+  std::optional<ParticipantPinState> askedPins;  // until the service says the same
+  Mode mode;
+  std::weak_ptr<MeetingActionValidating> meetingActionValidator;
+  std::weak_ptr<ParticipantDelegate> delegate;
+
+  ParticipantMulticastDelegate listeners;
+};
 
 Participant::Participant(Options options)
     : _id(std::move(options.id)),
       _displayName(std::move(options.displayName)),
       _isLocal(options.isLocal),
       _metaData(std::move(options.metaData)),
-      _mode(options.mode) {}
+      _state(std::make_unique<State>(options.mode)) {}
 
 Participant::Participant(const Peer& peer)
     : Participant(Options{.id = peer.id,
@@ -19,55 +42,61 @@ Participant::Participant(const Peer& peer)
                           .mode = peer.participantMode(),
                           .metaData = peer.metaData}) {}
 
+Participant::~Participant() = default;
+
 std::map<std::string, std::shared_ptr<MediaStream>> Participant::streams() const {
-  std::scoped_lock held(_streamsLock);
-  return _streams;
+  std::scoped_lock held(_state->streamsLock);
+  return _state->streams;
 }
 
 VideoQuality Participant::videoQuality() const {
-  std::scoped_lock held(_participantStateLock);
-  return _videoQuality;
+  std::scoped_lock held(_state->stateLock);
+  return _state->videoQuality;
 }
 
 ParticipantPinState Participant::pinState() const {
-  std::scoped_lock held(_participantStateLock);
-  return _pinState;
+  std::scoped_lock held(_state->stateLock);
+  return _state->pinState;
 }
 
 Mode Participant::mode() const {
-  std::scoped_lock held(_participantStateLock);
-  return _mode;
+  std::scoped_lock held(_state->stateLock);
+  return _state->mode;
 }
 
 void Participant::addEventListener(const std::shared_ptr<ParticipantEventListener>& listener) {
-  _listeners.add(listener);
+  _state->listeners.add(listener);
 }
 ListenerHandle Participant::listen(std::shared_ptr<ParticipantEventListener> listener) {
-  return _listeners.keep(std::move(listener));
+  return _state->listeners.keep(std::move(listener));
 }
 ListenerHandle Participant::listen(ParticipantEvents events) {
   return listen(makeListener(std::move(events)));
 }
 void Participant::removeEventListener(const std::shared_ptr<ParticipantEventListener>& listener) {
-  _listeners.remove(listener);
+  _state->listeners.remove(listener);
 }
 void Participant::removeAllEventListeners() {
-  _listeners.removeAll();
+  _state->listeners.removeAll();
+}
+
+void Participant::releaseKeptListeners() {
+  _state->listeners.releaseKept();
 }
 
 std::shared_ptr<MeetingActionValidating> Participant::meetingActionValidator() const {
-  std::scoped_lock held(_participantStateLock);
-  return _meetingActionValidator.lock();
+  std::scoped_lock held(_state->stateLock);
+  return _state->meetingActionValidator.lock();
 }
 
 void Participant::setMeetingActionValidator(std::weak_ptr<MeetingActionValidating> validator) {
-  std::scoped_lock held(_participantStateLock);
-  _meetingActionValidator = std::move(validator);
+  std::scoped_lock held(_state->stateLock);
+  _state->meetingActionValidator = std::move(validator);
 }
 
 void Participant::setDelegate(std::weak_ptr<ParticipantDelegate> delegate) {
-  std::scoped_lock held(_participantStateLock);
-  _delegate = std::move(delegate);
+  std::scoped_lock held(_state->stateLock);
+  _state->delegate = std::move(delegate);
 }
 
 // ---- What is asked of it -----------------------------------------------------------------------
@@ -75,8 +104,8 @@ void Participant::setDelegate(std::weak_ptr<ParticipantDelegate> delegate) {
 std::shared_ptr<ParticipantDelegate> Participant::mayAct(const char* methodName) const {
   const auto validator = meetingActionValidator();
   if (!validator || !validator->allows(methodName)) return nullptr;
-  std::scoped_lock held(_participantStateLock);
-  return _delegate.lock();
+  std::scoped_lock held(_state->stateLock);
+  return _state->delegate.lock();
 }
 
 void Participant::askOf(const char* methodName, LocalEvent request) {
@@ -111,12 +140,12 @@ void Participant::changePin(const char* methodName, PinType type, bool pinned) {
   if (!delegate) return;
   ParticipantPinState state;
   {
-    std::scoped_lock held(_participantStateLock);
+    std::scoped_lock held(_state->stateLock);
     // What was asked for a moment ago counts, though the service has not said so yet.
-    state = _askedPins.value_or(_pinState);
+    state = _state->askedPins.value_or(_state->pinState);
     if (type != PinType::SHARE) state.cam = pinned;
     if (type != PinType::CAM) state.share = pinned;
-    _askedPins = state;
+    _state->askedPins = state;
   }
   delegate->participantPinStateChanged(_id, state, pinned, [weak = weak_from_this()] {
     if (const auto self = weak.lock()) self->forgetAskedPins();
@@ -124,8 +153,8 @@ void Participant::changePin(const char* methodName, PinType type, bool pinned) {
 }
 
 void Participant::forgetAskedPins() {
-  std::scoped_lock held(_participantStateLock);
-  _askedPins.reset();
+  std::scoped_lock held(_state->stateLock);
+  _state->askedPins.reset();
 }
 
 void Participant::setQuality(VideoQuality quality) {
@@ -135,11 +164,11 @@ void Participant::setQuality(VideoQuality quality) {
   for (const auto& [id, stream] : streams())
     if (stream->kind() == MediaType::video) streamId = id;
   {
-    std::scoped_lock held(_participantStateLock);
-    const bool isSame = std::exchange(_videoQuality, quality) == quality;
+    std::scoped_lock held(_state->stateLock);
+    const bool isSame = std::exchange(_state->videoQuality, quality) == quality;
     // A stream that came since then knows nothing of it.
-    if (isSame && (!_qualityAskedOf || _qualityAskedOf == streamId)) return;
-    _qualityAskedOf = streamId;
+    if (isSame && (!_state->qualityAskedOf || _state->qualityAskedOf == streamId)) return;
+    _state->qualityAskedOf = streamId;
   }
   if (streamId.empty()) return;
   delegate->setQuality(quality, streamId, _id, [weak = weak_from_this()] {
@@ -149,8 +178,8 @@ void Participant::setQuality(VideoQuality quality) {
 
 /// It was refused: asking for the same is no repetition.
 void Participant::forgetQuality() {
-  std::scoped_lock held(_participantStateLock);
-  _qualityAskedOf = "";
+  std::scoped_lock held(_state->stateLock);
+  _state->qualityAskedOf = "";
 }
 
 std::string Participant::toJsonString() const {
@@ -169,7 +198,8 @@ std::string Participant::toJsonString() const {
 template <class Event>
 void Participant::emit(Event event) {
   MainQueue::shared().async([self = shared_from_this(), event = std::move(event)] {
-    self->_listeners.invoke([&](ParticipantEventListener& listener) { event(listener, self); });
+    self->_state->listeners.invoke(
+        [&](ParticipantEventListener& listener) { event(listener, self); });
   });
 }
 
@@ -177,8 +207,8 @@ void Participant::addStream(std::shared_ptr<MediaStream> stream) {
   stream->setMeetingActionValidatorSource(weak_from_this());
   auto replaced = stream;
   {
-    std::scoped_lock held(_streamsLock);
-    _streams[stream->id()].swap(replaced);
+    std::scoped_lock held(_state->streamsLock);
+    _state->streams[stream->id()].swap(replaced);
   }
   emit([stream](auto& listener, auto& self) { listener.onStreamEnabled(stream, self); });
 }
@@ -186,8 +216,8 @@ void Participant::addStream(std::shared_ptr<MediaStream> stream) {
 std::shared_ptr<MediaStream> Participant::removeStream(const std::string& id) {
   std::shared_ptr<MediaStream> stream;
   {
-    std::scoped_lock held(_streamsLock);
-    auto node = _streams.extract(id);
+    std::scoped_lock held(_state->streamsLock);
+    auto node = _state->streams.extract(id);
     if (node.empty()) return nullptr;
     stream = std::move(node.mapped());
   }
@@ -198,24 +228,24 @@ std::shared_ptr<MediaStream> Participant::removeStream(const std::string& id) {
 void Participant::removeAllStreams() {
   std::map<std::string, std::shared_ptr<MediaStream>> removed;
   {
-    std::scoped_lock held(_streamsLock);
-    removed.swap(_streams);
+    std::scoped_lock held(_state->streamsLock);
+    removed.swap(_state->streams);
   }
   for (auto& [id, stream] : removed)
     emit([stream](auto& listener, auto& self) { listener.onStreamDisabled(stream, self); });
 }
 
 void Participant::setMode(Mode mode) {
-  std::scoped_lock held(_participantStateLock);
-  _mode = mode;
+  std::scoped_lock held(_state->stateLock);
+  _state->mode = mode;
 }
 
 void Participant::setPinState(ParticipantPinState pinState) {
-  std::scoped_lock held(_participantStateLock);
-  _pinState = pinState;
-  if (_askedPins && _askedPins->cam.value_or(false) == pinState.cam.value_or(false) &&
-      _askedPins->share.value_or(false) == pinState.share.value_or(false))
-    _askedPins.reset();
+  std::scoped_lock held(_state->stateLock);
+  _state->pinState = pinState;
+  if (_state->askedPins && _state->askedPins->cam.value_or(false) == pinState.cam.value_or(false) &&
+      _state->askedPins->share.value_or(false) == pinState.share.value_or(false))
+    _state->askedPins.reset();
 }
 
 void Participant::handleStreamStateChanged(StreamState state, const std::string& streamId) {
@@ -262,5 +292,7 @@ void Participant::notePause(const Dictionary& data, std::optional<std::string> r
   else
     traceDebug([&] { return notFound + consumerId + ")."; });
 }
+
+AgentParticipant::AgentParticipant(const Peer& peer) : Participant(peer), _agentId(peer.agentId) {}
 
 }  // namespace kestrova

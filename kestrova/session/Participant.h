@@ -1,24 +1,27 @@
 #pragma once
 
 #include <kestrova/media/EncodingTypes.h>
-#include <kestrova/model/Peer.h>
+#include <kestrova/model/MeetingTypes.h>
+#include <kestrova/model/MetaData.h>
+#include <kestrova/model/PinState.h>
 #include <kestrova/session/ListenerHandle.h>
 #include <kestrova/session/MediaStream.h>
 #include <kestrova/session/MeetingAction.h>
-#include <kestrova/session/MulticastDelegate.h>
 #include <kestrova/session/ParticipantEventListener.h>
 #include <kestrova/session/ParticipantEvents.h>
-#include <kestrova/signalling/ParticipantDelegate.h>
 
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <utility>
 
 namespace kestrova {
+
+class ParticipantDelegate;
+enum class LocalEvent;
+struct Peer;
 
 /// An operation that makes no sense for an agent; `what()` says which.
 class AgentParticipantError : public std::runtime_error {
@@ -43,16 +46,17 @@ public:
     std::string displayName;
     bool isLocal = false;
     Mode mode = Mode::SEND_AND_RECV;
-    std::optional<Dictionary> metaData;
+    MetaData metaData;
   };
   explicit Participant(Options options);
   /// A remote participant, from what the service says.
   explicit Participant(const Peer& peer);
+  ~Participant() override;
 
   const std::string& id() const { return _id; }
   const std::string& displayName() const { return _displayName; }
   bool isLocal() const { return _isLocal; }
-  const std::optional<Dictionary>& metaData() const { return _metaData; }
+  const MetaData& metaData() const { return _metaData; }
 
   /// Streams by their id, as they are now; `onStreamEnabled` of one of them may be still to come.
   std::map<std::string, std::shared_ptr<MediaStream>> streams() const;
@@ -133,34 +137,23 @@ private:
   void changePin(const char* methodName, PinType type, bool pinned);
   void notePause(const Dictionary& data, std::optional<std::string> reason, const char* notFound);
   /// The participant has left.
-  void releaseKeptListeners() { _listeners.releaseKept(); }
+  void releaseKeptListeners();
   void forgetAskedPins();
   void forgetQuality();
 
   const std::string _id;
   const std::string _displayName;
   const bool _isLocal;
-  const std::optional<Dictionary> _metaData;
+  const MetaData _metaData;
 
-  mutable std::mutex _streamsLock;
-  std::map<std::string, std::shared_ptr<MediaStream>> _streams;
-
-  mutable std::mutex _participantStateLock;
-  VideoQuality _videoQuality = VideoQuality::high;
-  std::optional<std::string> _qualityAskedOf;  // of which stream; empty when of none
-  ParticipantPinState _pinState{false, false};
-  std::optional<ParticipantPinState> _askedPins;  // until the service says the same
-  Mode _mode;
-  std::weak_ptr<MeetingActionValidating> _meetingActionValidator;
-  std::weak_ptr<ParticipantDelegate> _delegate;
-
-  ParticipantMulticastDelegate _listeners;
+  struct State;
+  const std::unique_ptr<State> _state;
 };
 
 /// A participant behind whom a server-side agent stands.
 class AgentParticipant final : public Participant {
 public:
-  explicit AgentParticipant(const Peer& peer) : Participant(peer), _agentId(peer.agentId) {}
+  explicit AgentParticipant(const Peer& peer);
   const std::optional<std::string>& agentId() const { return _agentId; }
 
   void enableMic() override { refuse("enableMic"); }

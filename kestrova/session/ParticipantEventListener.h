@@ -2,6 +2,7 @@
 
 #include <kestrova/media/MediaType.h>
 #include <kestrova/model/CharacterTypes.h>
+#include <kestrova/platform/ValuesFwd.h>
 
 #include <memory>
 #include <string>

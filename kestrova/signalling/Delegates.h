@@ -1,5 +1,6 @@
 #pragma once
 
+#include <kestrova/model/MeetingData.h>
 #include <kestrova/model/MeetingTypes.h>
 #include <kestrova/platform/Task.h>
 #include <kestrova/platform/Values.h>

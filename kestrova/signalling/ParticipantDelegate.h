@@ -2,6 +2,7 @@
 
 #include <kestrova/media/EncodingTypes.h>
 #include <kestrova/model/Peer.h>
+#include <kestrova/model/PinState.h>
 #include <kestrova/signalling/Events.h>
 
 #include <functional>

@@ -7,6 +7,7 @@
 #include <kestrova/model/LinkCondition.h>
 #include <kestrova/model/MeetingTypes.h>
 #include <kestrova/model/Peer.h>
+#include <kestrova/model/PinState.h>
 #include <kestrova/model/ServiceStates.h>
 #include <kestrova/platform/Mediasoup.h>
 #include <kestrova/platform/Task.h>

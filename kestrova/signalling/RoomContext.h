@@ -1,6 +1,7 @@
 #pragma once
 
 #include <kestrova/media/LocalSending.h>
+#include <kestrova/model/MeetingData.h>
 #include <kestrova/model/MeetingTypes.h>
 #include <kestrova/platform/Platform.h>
 #include <kestrova/platform/Queue.h>

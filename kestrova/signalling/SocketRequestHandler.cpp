@@ -261,7 +261,7 @@ Task<Dictionary> SocketRequestHandler::joinRoom(Dictionary rtpCapabilities, bool
                                                 Mode mode, bool batchingEnabled,
                                                 Connection connection, AnswerHandler onArrival) {
   auto now = meeting();
-  Dictionary metaData = std::move(now.metaData).value_or(Dictionary());
+  Dictionary metaData = now.metaData ? *now.metaData : Dictionary();
   metaData["enableAgentEvents"] = true;
   return prepareAndSendRequest(LocalEvent::join,
                                {{"displayName", now.localParticipantName},

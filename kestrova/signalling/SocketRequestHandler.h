@@ -2,6 +2,7 @@
 
 #include <kestrova/platform/Platform.h>
 #include <kestrova/platform/Queue.h>
+#include <kestrova/platform/Values.h>
 #include <kestrova/signalling/Connection.h>
 #include <kestrova/signalling/Delegates.h>
 

@@ -33,32 +33,53 @@ ENGINES = [
      ["kestrova/platform/linux/", "kestrova/tracing/*.cpp", "bench/"]),
 ]
 
+# The header to start with. It is read by every source of an application, so all that it leads to
+# costs them time: these headers and no others, and nothing of these folders.
+START = "kestrova/kestrova.h"
+CHEAP = {
+    "array", "chrono", "cstddef", "cstdint", "exception", "functional", "initializer_list", "map",
+    "memory", "optional", "stdexcept", "string", "string_view", "utility", "vector",
+    "boost/json/fwd.hpp",
+}
+NOT_FROM_START = ("kestrova/signalling/", "kestrova/realtime/")
+
 # The public headers, all that applications and examples may use: these, and what they lead to.
 PUBLIC = [
-    "kestrova/session/Kestrova.h",
-    "kestrova/session/MeetingEventListener.h",
-    "kestrova/session/ParticipantEventListener.h",
-    "kestrova/session/CharacterEventListener.h",
-    "kestrova/media/AudioFrameSource.h",
-    "kestrova/media/VideoFrameSource.h",
+    START,
     "kestrova/realtime/PubSub.h",
     "kestrova/realtime/RealtimeStore.h",
+    "kestrova/platform/Future.h",
     "kestrova/platform/Queue.h",
+    "kestrova/platform/Task.h",
+    "kestrova/platform/Values.h",
 ]
 
 
-@functools.lru_cache
-def public_headers(top):
-    reached = set()
-    waiting = list(PUBLIC)
+def reach(top, starts):
+    """The library's headers that `starts` lead to, and what each includes."""
+    reached = {}
+    waiting = list(starts)
     while waiting:
         header = waiting.pop()
         if header in reached or not (top / header).is_file():
             continue
-        reached.add(header)
-        text = (top / header).read_text(encoding="utf-8")
-        waiting += [name for name in INCLUDE.findall(text) if name.startswith("kestrova/")]
-    return frozenset(reached)
+        reached[header] = INCLUDE.findall((top / header).read_text(encoding="utf-8"))
+        waiting += [name for name in reached[header] if name.startswith("kestrova/")]
+    return reached
+
+
+@functools.lru_cache
+def public_headers(top):
+    return frozenset(reach(top, PUBLIC))
+
+
+def costs_of_start(top):
+    for header, includes in sorted(reach(top, [START]).items()):
+        for include in includes:
+            if include not in CHEAP and not include.startswith("kestrova/"):
+                yield f"{header}: {include}: too dear for what {START} leads to"
+            elif include.startswith(NOT_FROM_START):
+                yield f"{header}: {include}: is of the inside, and {START} leads to it"
 
 
 LINUX_USERS = ("kestrova/platform/linux/", "apps/", "tests/platform/", "tests/integration/",
@@ -116,6 +137,7 @@ def main():
                 line = text.count("\n", 0, match.start(1)) + 1
                 faults += [f"{path}:{line}: {match.group(1)}: {fault}"
                            for fault in faults_of(path, match.group(1), top)]
+    faults += costs_of_start(top)
     for fault in faults:
         print(fault)
     print(f"{found} files, {len(faults)} faults")

@@ -1,3 +1,4 @@
+#include <kestrova/platform/WrappedBuffers.h>
 #include <kestrova/session/MediaStream.h>
 
 #include <boost/asio/thread_pool.hpp>

@@ -69,6 +69,7 @@ TEST(PeerTest, readsWhatIsThereAndHidesTheServicesMarkers) {
   EXPECT_FALSE(odd.metaData || odd.agentId);
   EXPECT_EQ(odd.participantMode(), Mode::CONFERENCE);
   EXPECT_FALSE(read(R"({"metaData":{"agent_id":5}})").agentId);
+  EXPECT_NE(read(R"({"metaData":{}})").metaData, MetaData());
 
   const auto peers = getParticipants(parseDictionary(
       R"({"data":{"peers":[{"id":"a","metaData":{"agent_id":"g"}},5,{"id":"b"}]}})"));

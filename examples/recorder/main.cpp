@@ -1,11 +1,12 @@
 // recorder SERVICE MEETING FOLDER, with the access token in KESTROVA_TOKEN: writes each participant
-// to FOLDER/NAME.y4m and FOLDER/NAME.wav. Ends with its standard input.
-#include <kestrova/session/Kestrova.h>
+// to FOLDER/NAME.y4m and FOLDER/NAME.wav. Stays until the meeting ends, or Ctrl-C.
+#include <kestrova/kestrova.h>
+#include <kestrova/platform/Queue.h>
 
 #include "support/Recording.h"
+#include "support/Stay.h"
 #include <cstdio>
 #include <cstdlib>
-#include <future>
 #include <map>
 #include <memory>
 
@@ -19,9 +20,9 @@ struct Recorder : MeetingEventListener,
   const std::filesystem::path folder;
   std::map<std::string, std::shared_ptr<Recording>> recordings;  // by participant
   std::map<std::string, int> taken;                              // names of files
-  std::promise<void> left;
 
   void onParticipantJoined(const std::shared_ptr<Participant>& person) override {
+    if (recordings.contains(person->id())) return;  // told again after a reconnection
     auto name = recording::fileNameOf(person->displayName());
     if (const int copies = taken[name]++) name += "-" + std::to_string(copies + 1);
     recordings[person->id()] = std::make_shared<Recording>(folder, name);
@@ -39,28 +40,24 @@ struct Recorder : MeetingEventListener,
   void onParticipantLeft(const std::shared_ptr<Participant>& person) override {
     recordings.erase(person->id());  // completes the files
   }
-  void onMeetingLeft() override {
-    recordings.clear();
-    left.set_value();
-  }
+  void onMeetingLeft() override { recordings.clear(); }
 };
 
 int main(int argc, char** argv) {
   const char* token = std::getenv("KESTROVA_TOKEN");
-  if (argc != 4 || !token) return std::fputs("usage: recorder SERVICE MEETING FOLDER\n", stderr), 2;
+  if (argc != 4 || !token)
+    return std::fputs("usage: KESTROVA_TOKEN=... recorder SERVICE MEETING FOLDER\n", stderr), 2;
   std::filesystem::create_directories(argv[3]);
-  Kestrova::setLogLevel(LogLevel::error);
+  boost::asio::io_context loop(1);
+  MainQueue::adopt(loop.get_executor());
+  Kestrova::setLogLevel(LogLevel::none);
   Kestrova::configureCapture(CaptureConfig::headless());
   Kestrova::config(token);
-  const auto meeting = Kestrova::initMeeting({.meetingId = argv[2],
-                                              .participantName = "Recorder",
-                                              .mode = Mode::RECV_ONLY,
-                                              .signalingBaseUrl = argv[1]});
+  auto meeting = Kestrova::initMeeting({.meetingId = argv[2],
+                                        .participantName = "Recorder",
+                                        .mode = Mode::RECV_ONLY,
+                                        .signalingBaseUrl = argv[1]});
   const auto recorder = std::make_shared<Recorder>(argv[3]);
   meeting->addEventListener(recorder);
-  meeting->join();
-  while (std::getchar() != EOF) {
-  }
-  meeting->leave();
-  recorder->left.get_future().wait_for(std::chrono::seconds(2));
+  return stay(loop, std::move(meeting));
 }

@@ -1,13 +1,14 @@
 // tone-bot SERVICE MEETING, with the access token in KESTROVA_TOKEN: answers whoever stops speaking
-// with a tone. Ends with its standard input.
+// with a tone. Stays until the meeting ends, or Ctrl-C.
+#include <kestrova/kestrova.h>
 #include <kestrova/media/AudioFrameSource.h>
-#include <kestrova/session/Kestrova.h>
+#include <kestrova/platform/Queue.h>
 
+#include "support/Stay.h"
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
-#include <future>
 #include <mutex>
 
 using namespace kestrova;
@@ -33,7 +34,6 @@ struct Bot : MeetingEventListener, ParticipantEventListener, std::enable_shared_
   const std::shared_ptr<AudioFrameSource> voice = AudioFrameSource::make();
   std::mutex speaking;  // the source takes one thread at a time
   std::map<std::string, std::shared_ptr<Ear>> ears;
-  std::promise<void> left;
 
   void onParticipantJoined(const std::shared_ptr<Participant>& person) override {
     person->addEventListener(shared_from_this());
@@ -60,25 +60,23 @@ struct Bot : MeetingEventListener, ParticipantEventListener, std::enable_shared_
       if (n % 480 == 479) voice->push({block, 48'000, 1, 480});
     }
   }
-  void onMeetingLeft() override { left.set_value(); }
 };
 
 int main(int argc, char** argv) {
   const char* token = std::getenv("KESTROVA_TOKEN");
-  if (argc != 3 || !token) return std::fputs("usage: tone-bot SERVICE MEETING\n", stderr), 2;
-  Kestrova::setLogLevel(LogLevel::error);
+  if (argc != 3 || !token)
+    return std::fputs("usage: KESTROVA_TOKEN=... tone-bot SERVICE MEETING\n", stderr), 2;
+  boost::asio::io_context loop(1);
+  MainQueue::adopt(loop.get_executor());
+  Kestrova::setLogLevel(LogLevel::none);
   Kestrova::configureCapture(CaptureConfig::headless());
   Kestrova::config(token);
   const auto bot = std::make_shared<Bot>();
-  const auto meeting = Kestrova::initMeeting({.meetingId = argv[2],
-                                              .participantName = "Tone bot",
-                                              .micEnabled = true,
-                                              .customAudioTrack = bot->voice->makeStream(),
-                                              .signalingBaseUrl = argv[1]});
+  auto meeting = Kestrova::initMeeting({.meetingId = argv[2],
+                                        .participantName = "Tone bot",
+                                        .micEnabled = true,
+                                        .customAudioTrack = bot->voice->makeStream(),
+                                        .signalingBaseUrl = argv[1]});
   meeting->addEventListener(bot);
-  meeting->join();
-  while (std::getchar() != EOF) {
-  }
-  meeting->leave();
-  bot->left.get_future().wait_for(std::chrono::seconds(2));
+  return stay(loop, std::move(meeting));
 }

@@ -1,11 +1,9 @@
-// watch-pictures SERVICE MEETING, with the access token in KESTROVA_TOKEN: counts pictures for ten
-// s.
-#include <kestrova/session/Kestrova.h>
+// watch-pictures SERVICE MEETING, with the access token in KESTROVA_TOKEN: counts everybody's
+// pictures for ten seconds.
+#include <kestrova/kestrova.h>
 
 #include <cstdio>
 #include <cstdlib>
-#include <future>
-#include <thread>
 
 using namespace kestrova;
 using namespace std::chrono_literals;
@@ -14,7 +12,6 @@ struct Guest : MeetingEventListener,
                ParticipantEventListener,
                VideoSink,
                std::enable_shared_from_this<Guest> {
-  std::promise<void> left;
   int pictures = 0;
 
   void onParticipantJoined(const std::shared_ptr<Participant>& participant) override {
@@ -31,21 +28,22 @@ struct Guest : MeetingEventListener,
     if (++pictures % 100 == 0)
       std::printf("picture %d: %dx%d\n", pictures, picture.width, picture.height);
   }
-  void onMeetingLeft() override { left.set_value(); }
 };
 
 int main(int argc, char** argv) {
   const char* token = std::getenv("KESTROVA_TOKEN");
-  if (argc != 3 || !token) return std::fputs("usage: watch-pictures SERVICE MEETING\n", stderr), 2;
+  if (argc != 3 || !token)
+    return std::fputs("usage: KESTROVA_TOKEN=... watch-pictures SERVICE MEETING\n", stderr), 2;
 
-  Kestrova::setLogLevel(LogLevel::error);
+  Kestrova::setLogLevel(LogLevel::none);
+  Kestrova::configureCapture(CaptureConfig::headless());
   Kestrova::config(token);
   const auto meeting = Kestrova::initMeeting(
       {.meetingId = argv[2], .participantName = "Ada", .signalingBaseUrl = argv[1]});
   const auto guest = std::make_shared<Guest>();
   meeting->addEventListener(guest);
   meeting->join();
-  std::this_thread::sleep_for(10s);
-  meeting->leave();
-  guest->left.get_future().wait_for(2s);
+  const auto end = meeting->waitUntilOver(10s);
+  if (end) std::fprintf(stderr, "%s\n", text(*end).c_str());
+  return end && end->isFailure() ? 1 : 0;
 }

@@ -94,6 +94,12 @@ std::string causeLine(std::string_view cause) {
 #include <kestrova/model/ErrorCatalogue.inc>
 #undef KESTROVA_ERROR
 
+KestrovaError::KestrovaError(const KestrovaError& other) = default;
+KestrovaError::KestrovaError(KestrovaError&& other) noexcept = default;
+KestrovaError& KestrovaError::operator=(const KestrovaError& other) = default;
+KestrovaError& KestrovaError::operator=(KestrovaError&& other) noexcept = default;
+KestrovaError::~KestrovaError() = default;
+
 std::optional<KestrovaError> KestrovaError::fromRawValue(int rawValue) {
   const auto* row = findRow(rawValue);
   if (!row) return std::nullopt;

@@ -24,6 +24,13 @@ public:
         _ownName(std::move(constantName)),
         _messageOverride(std::move(messageOverride)) {}
 
+  // Not in line: errors are rare, and every program that passes one on would carry all of it.
+  KestrovaError(const KestrovaError& other);
+  KestrovaError(KestrovaError&& other) noexcept;
+  KestrovaError& operator=(const KestrovaError& other);
+  KestrovaError& operator=(KestrovaError&& other) noexcept;
+  ~KestrovaError();
+
   /// The catalogue's value for a code; nothing for a code that it doesn't know.
   static std::optional<KestrovaError> fromRawValue(int rawValue);
 

@@ -21,11 +21,15 @@
 #include <kestrova/model/ServiceStates.h>
 #include <kestrova/platform/Capture.h>
 #include <kestrova/platform/VideoFrame.h>
+#include <kestrova/session/AcceptMediaRequest.h>
 #include <kestrova/session/CharacterEventListener.h>
 #include <kestrova/session/Kestrova.h>
+#include <kestrova/session/ListenerHandle.h>
 #include <kestrova/session/MediaStream.h>
 #include <kestrova/session/Meeting.h>
 #include <kestrova/session/MeetingEventListener.h>
+#include <kestrova/session/MeetingEvents.h>
 #include <kestrova/session/Participant.h>
 #include <kestrova/session/ParticipantEventListener.h>
+#include <kestrova/session/ParticipantEvents.h>
 #include <kestrova/tracing/LogHandler.h>

@@ -40,9 +40,13 @@ void JoinSequence::open(const ServerConfig& found, const Connection& connection)
   auto joinSpan = startJoinSpan();
   _context->spans.set(RoomSpans::Slot::join, joinSpan);
   trace("Meeting State: CONNECTING", {}, joinSpan);
-  _context->socketRequestHandler->connect("https://" + baseUrl,
-                                          text(configuration, "socketPath", "") + "/socket.io",
-                                          std::move(joinSpan));
+  const bool opens = _context->socketRequestHandler->connect(
+      "https://" + baseUrl, text(configuration, "socketPath", "") + "/socket.io",
+      std::move(joinSpan));
+  if (!opens)
+    fail(KestrovaError::ERROR_UNABLE_TO_JOIN_MEETING.withCause(
+             "the service names an address that makes no sense"),
+         connection);
 }
 
 /// The service's own number when it gave one, else the general failure.

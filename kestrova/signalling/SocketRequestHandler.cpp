@@ -112,16 +112,16 @@ void SocketRequestHandler::moveTo(const std::string& meetingId,
   if (manager) manager->setConnectParams(connectParams());
 }
 
-void SocketRequestHandler::connect(const std::string& url, const std::string& socketPath,
+bool SocketRequestHandler::connect(const std::string& url, const std::string& socketPath,
                                    SpanScope joinSpan) {
   if (const auto current = socket()) {
     const auto status = current->status();
-    if (status == SocketIOStatus::connected || status == SocketIOStatus::connecting) return;
+    if (status == SocketIOStatus::connected || status == SocketIOStatus::connecting) return true;
   }
   auto manager = _platform->makeSocketManager(url, makeConfig(socketPath));
   if (!manager) {
     traceError([&] { return "Invalid socket URL: " + url; });
-    return;
+    return false;
   }
   auto socket = manager->defaultSocket();
   {
@@ -134,6 +134,7 @@ void SocketRequestHandler::connect(const std::string& url, const std::string& so
   reportState(MeetingState::CONNECTING);
   handleSocketEvents(socket, std::move(joinSpan));
   socket->connect();
+  return true;
 }
 
 void SocketRequestHandler::disconnect(LeaveReason reason, std::shared_ptr<void> goodbye) {

@@ -42,7 +42,8 @@ public:
                     std::weak_ptr<MeetingStateDelegate> meetingState);
 
   /// Does nothing while the socket is connecting or connected.
-  void connect(const std::string& url, const std::string& socketPath, SpanScope joinSpan);
+  /// \returns false when `url` is none
+  bool connect(const std::string& url, const std::string& socketPath, SpanScope joinSpan);
   /// Closes the connection for good; `reason` is what `socketDisconnected` will tell.
   /// \param goodbye held until the server has been told
   void disconnect(LeaveReason reason, std::shared_ptr<void> goodbye = {});

@@ -88,6 +88,8 @@ TEST_F(JoinTest, aServiceThatRefusesFailsTheMeeting) {
       {R"({"error":"negative","code":-4})", 3047, "negative"},
       {R"({"error":"text","code":"4001"})", 3047, "text"},
       {R"({"data":{"baseUrl":""}})", 3047, "the service named no signalling server"},
+      {R"({"data":{"baseUrl":"no host"}})", 3047,
+       "the service names an address that makes no sense"},
       {R"({"data":{"baseUrl":17,"code":4003}})", 4003, "the service named no signalling server"},
       {R"({"data":{}})", 3047, silent},
       {R"([1,2])", 3047, silent},

@@ -16,9 +16,9 @@ int main(int argc, char** argv) {
                                               .micEnabled = true,
                                               .webcamEnabled = true,
                                               .signalingBaseUrl = argv[2]});
-  std::atomic<bool> joined = false;
+  static std::atomic<bool> joined = false;
   const auto listening = meeting->listen(
-      {.onMeetingJoined = [&](const auto&) { joined = true; },
+      {.onMeetingJoined = [](const auto&) { joined = true; },
        .onParticipantJoined =
            [](const auto& person) { std::printf("%s is here\n", person->displayName().c_str()); }});
   meeting->join();

@@ -44,6 +44,7 @@ Kind kindOf(LeaveReason reason) {
 MeetingEnd MeetingEnd::by(LeaveReason reason, bool wasJoined) {
   auto kind = kindOf(reason);
   if (kind == Kind::connectionLost && !wasJoined) kind = Kind::joinFailed;
+  if (kind == Kind::joinFailed && wasJoined) kind = Kind::connectionLost;
   return {.kind = kind, .reason = reason};
 }
 

@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <deque>
 #include <exception>
+#include <list>
 #include <mutex>
 #include <optional>
 #include <thread>
@@ -202,7 +203,7 @@ struct MainQueue::State {
 
   std::mutex lock;  // for the fields below
   boost::asio::any_io_executor adopted;
-  std::vector<std::weak_ptr<Guard>> guards;
+  std::list<Guard> guards;
   std::unique_ptr<boost::asio::io_context> context;
   std::unique_ptr<boost::asio::executor_work_guard<boost::asio::io_context::executor_type>> guard;
 };
@@ -234,20 +235,20 @@ void MainQueue::adopt(boost::asio::any_io_executor executor) {
 
 void MainQueue::loopGone(const boost::asio::execution_context& loop) {
   std::scoped_lock held(_state->lock);
-  for (const auto& weak : _state->guards)
-    if (const auto guard = weak.lock(); guard && *guard && &(*guard)->context() == &loop)
-      guard->reset();
+  for (auto& guard : _state->guards)
+    if (guard && &guard->context() == &loop) guard.reset();
   auto& adopted = _state->adopted;
   if (adopted && &adopted.context() == &loop) adopted = {};
 }
 
 std::shared_ptr<void> MainQueue::work() {
   std::scoped_lock held(_state->lock);
-  std::erase_if(_state->guards, [](const auto& guard) { return guard.expired(); });
-  const auto guard = std::make_shared<State::Guard>(
+  _state->guards.emplace_front(
       boost::asio::prefer(target(), boost::asio::execution::outstanding_work.tracked));
-  _state->guards.push_back(guard);
-  return guard;
+  return {&_state->guards.front(), [state = _state.get()](State::Guard* guard) {
+            std::scoped_lock letting(state->lock);  // so that the loop doesn't go meanwhile
+            state->guards.remove_if([&](const auto& each) { return &each == guard; });
+          }};
 }
 
 boost::asio::any_io_executor MainQueue::target() {

@@ -5,7 +5,10 @@
 #include <kestrova/tracing/Trace.h>
 
 #include <boost/algorithm/string/predicate.hpp>
+#include <boost/asio/execution_context.hpp>
+#include <boost/asio/this_coro.hpp>
 
+#include <mutex>
 #include <stdexcept>
 #include <utility>
 
@@ -82,9 +85,60 @@ void Meeting::end() {
 
 namespace {
 
+/// Whoever waits on an event loop goes with it: what is told afterwards finds nobody.
+class Waiting final : public boost::asio::execution_context::service {
+public:
+  static inline boost::asio::execution_context::id id;
+  explicit Waiting(boost::asio::execution_context& loop) : service(loop) {}
+
+  struct Place {
+    std::mutex lock;
+    std::optional<Completion<MeetingEnd>> done;  // under lock
+
+    void leave() {
+      std::scoped_lock held(lock);
+      done.reset();
+    }
+    void tell(const MeetingEnd& end) {
+      std::scoped_lock held(lock);  // so that the loop doesn't go meanwhile
+      if (done) (*done)(end);
+      done.reset();
+    }
+  };
+
+  std::weak_ptr<Place> add(Completion<MeetingEnd> done) {
+    auto place = std::make_shared<Place>();
+    place->done = std::move(done);
+    std::scoped_lock held(_lock);
+    std::erase_if(_places, [](const auto& each) {
+      std::scoped_lock reading(each->lock);
+      return !each->done;
+    });
+    _places.push_back(place);
+    return place;
+  }
+
+private:
+  void shutdown() override {
+    std::vector<std::shared_ptr<Place>> places;
+    {
+      std::scoped_lock held(_lock);
+      places.swap(_places);
+    }
+    for (const auto& place : places) place->leave();
+  }
+
+  std::mutex _lock;
+  std::vector<std::shared_ptr<Place>> _places;
+};
+
 Task<MeetingEnd> await(std::shared_ptr<MeetingOver> over) {
-  auto start = [over](Completion<MeetingEnd> done) {
-    over->whenTold([done](const MeetingEnd& end) { done(end); });
+  const auto executor = co_await boost::asio::this_coro::executor;
+  auto& waiting = boost::asio::use_service<Waiting>(executor.context());
+  auto start = [over, &waiting](Completion<MeetingEnd> done) {
+    over->whenTold([weak = waiting.add(std::move(done))](const MeetingEnd& end) {
+      if (const auto place = weak.lock()) place->tell(end);
+    });
   };
   co_return co_await awaitCallback<MeetingEnd>(std::move(start));
 }

@@ -70,7 +70,8 @@ public:
 
   /// The end of this meeting for this participant, which comes once and in every case: left, ended,
   /// removed, not joined, not let in, connection lost, let go of. It comes after the listeners have
-  /// heard of it, and after the goodbye has been said (2 s at most), so a program may exit then.
+  /// heard of it, and after the goodbye has been said (2 s at most), so a program may exit then. Of
+  /// "denied" a host may think again while the program keeps the meeting.
   ///
   ///     const MeetingEnd end = co_await meeting->untilOver();
   ///

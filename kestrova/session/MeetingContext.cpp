@@ -101,10 +101,6 @@ KestrovaError withoutToken(const KestrovaError& error, const std::string& token)
 
 void MeetingContext::onError(const KestrovaError& reported) {
   const auto error = withoutToken(reported, settings.accessToken);
-  {
-    std::scoped_lock held(_latestErrorLock);
-    _latestError = error;
-  }
   const auto traceIt = [error] {
     const auto line = [&] {
       return "Error encountered with code: " + std::to_string(error.rawValue()) +
@@ -114,11 +110,6 @@ void MeetingContext::onError(const KestrovaError& reported) {
     traceError("Emitting ERROR Event", {{"error", line}, {"cause", error.cause()}});
   };
   emit(traceIt, [error](auto& listener) { listener.onError(error); });
-}
-
-std::optional<KestrovaError> MeetingContext::latestError() const {
-  std::scoped_lock held(_latestErrorLock);
-  return _latestError;
 }
 
 }  // namespace kestrova

@@ -73,17 +73,12 @@ public:
   void emit(std::function<void()> before, Event event);
   /// The one way by which a failure reaches the application. Any thread.
   void onError(const KestrovaError& error);
-  /// The latest failure that was told so far.
-  std::optional<KestrovaError> latestError() const;
 
 private:
   std::mutex _roomClientLock;      // for the read
   std::mutex _roomClientInitLock;  // for the making
   std::shared_ptr<RoomClient> _roomClient;
   std::weak_ptr<RoomClientDelegate> _roomClientDelegate;
-
-  mutable std::mutex _latestErrorLock;
-  std::optional<KestrovaError> _latestError;
 
   mutable std::mutex _idLock;
   std::string _id;

@@ -50,12 +50,13 @@ void MeetingCore::emitMeetingActionValidationFailure(MeetingActionValidationFail
   const std::string method(methodName);
   switch (failure) {
     case MeetingActionValidationFailure::meetingNotJoined:
-      return onError(KestrovaError::ERROR_ACTION_PERFORMED_BEFORE_MEETING_JOINED.withMessage(
-          "You must join the meeting before calling the " + method + "() method."));
+      return context->onError(
+          KestrovaError::ERROR_ACTION_PERFORMED_BEFORE_MEETING_JOINED.withMessage(
+              "You must join the meeting before calling the " + method + "() method."));
     case MeetingActionValidationFailure::meetingReconnecting:
-      return onError(KestrovaError::ERROR_MEETING_RECONNECTING);
+      return context->onError(KestrovaError::ERROR_MEETING_RECONNECTING);
     case MeetingActionValidationFailure::meetingAlreadyLeft:
-      return onError(KestrovaError::ERROR_ALREADY_IN_REQUESTED_STATE.withMessage(
+      return context->onError(KestrovaError::ERROR_ALREADY_IN_REQUESTED_STATE.withMessage(
           "You have already left the meeting, so " + method + "() is no longer available."));
   }
 }

@@ -41,7 +41,10 @@ public:
   Task<void> disconnected(std::optional<LeaveReason> leaveReason) override;
   Task<void> closeMeetingRequested(LeaveReason leaveReason) override;
   void socketConnectionError(const std::string& message) override;
-  void onError(const KestrovaError& error) override { context->onError(error); }
+  void onError(const KestrovaError& error) override {
+    lifecycle->noteError(error);
+    context->onError(error);
+  }
   void entryRequested(const Dictionary& data) override { requests->entryRequested(data); }
   void entryResponded(const Dictionary& data) override { lifecycle->entryResponded(data); }
   void handleOnRemoveCurrentMeetingParticipant() override;

@@ -99,8 +99,14 @@ void MeetingLifecycle::join() {
     auto connecting = self ? self->prepareJoin() : std::nullopt;
     self.reset();
     if (!connecting) co_return;
-    co_await std::move(*connecting);
+    std::string failure;
+    try {
+      co_await std::move(*connecting);
+    } catch (const std::exception& error) {
+      failure = error.what();
+    }
     self = weak.lock();
+    if (self && !failure.empty()) self->failed(failure);
     if (self && self->_listenerAttached.exchange(false)) trace("Listener added to Meeting");
   };
   spawn(task(weak_from_this()));
@@ -117,16 +123,17 @@ std::optional<Task<void>> MeetingLifecycle::prepareJoin() {
     Joined::shared().add(weak_from_this());
     return client->connect();
   } catch (const std::exception& error) {
-    traceError("Could not join the room due to an error.",
-               {{"error", std::string_view(error.what())}});
     failed(error.what());
   }
   return std::nullopt;
 }
 
-/// Without a media engine there is nothing to join with.
-void MeetingLifecycle::failed(const char* cause) {
-  _context->onError(KestrovaError::ERROR_UNABLE_TO_JOIN_MEETING.withCause(cause));
+/// There is nothing to join with, as without a media engine, or no way to find out where.
+void MeetingLifecycle::failed(const std::string& cause) {
+  traceError("Could not join the room due to an error.", {{"error", cause}});
+  const auto error = KestrovaError::ERROR_UNABLE_TO_JOIN_MEETING.withCause(cause);
+  noteError(error);
+  _context->onError(error);
   std::scoped_lock held(_meetingStateLock);
   meetingStateChanged(MeetingState::FAILED);
 }
@@ -177,9 +184,13 @@ void MeetingLifecycle::entryResponded(const Dictionary& payload) {
   _context->emit(traceIt, [id = *id, decision = *decision](auto& listener) {
     listener.onEntryResponded(id, decision);
   });
-  if (*id == _context->localParticipant->id() && *decision == "denied")
+  if (*id == _context->localParticipant->id() && *decision == "denied" && !_wasJoined)
     MainQueue::shared().async([weak = weak_from_this()] {
-      if (const auto self = weak.lock()) self->comeToEnd({.kind = MeetingEnd::Kind::denied});
+      const auto self = weak.lock();
+      if (!self) return;
+      // Nothing is taken down: a host may think again while the program keeps the meeting.
+      self->decideEnd({.kind = MeetingEnd::Kind::denied});
+      self->releaseEnd();
     });
 }
 
@@ -236,6 +247,7 @@ Task<std::optional<std::vector<std::string>>> MeetingLifecycle::joinRoom(
     failure = error.what();
   }
   if (!connection.isCurrent()) co_return std::nullopt;
+  noteSocketError(failure);  // the cause that the end tells
   const auto line = "Could not join the room " + failure;
   traceError(line, {}, joinSpan);
   {
@@ -288,13 +300,16 @@ std::optional<KestrovaError> MeetingLifecycle::refuseLeave() {
 }
 
 void MeetingLifecycle::leave() {
+  auto goodbye = over->goodbye();
   if (const auto error = refuseLeave()) {
     _context->onError(*error);
     return;
   }
+  decideEnd(MeetingEnd::by(LeaveReason::manualLeaveCalled, true));
+  _tearingDown = true;
   forgetTopics();
   invalidateReconnectTimer();
-  disconnectLater(_context->roomClient(), LeaveReason::manualLeaveCalled, over->goodbye());
+  disconnectLater(_context->roomClient(), LeaveReason::manualLeaveCalled, std::move(goodbye));
 }
 
 void MeetingLifecycle::end() {
@@ -307,17 +322,18 @@ void MeetingLifecycle::end() {
 }
 
 void MeetingLifecycle::abandon() {
+  auto goodbye = over->goodbye();
   // A step of the join that still waits for the service must begin nothing more.
-  const bool wasOver = _context->connections->isOver();
   _context->connections->end();
   _context->listeners.removeAll();
   releaseLoop();
   // Where a goodbye is under way already, that one says why.
-  if (auto client = wasOver ? nullptr : _context->existingRoomClient())
+  if (auto client = _tearingDown.exchange(true) ? nullptr : _context->existingRoomClient())
     disconnectLater(std::move(client),
                     _wasJoined ? LeaveReason::manualLeaveCalled : LeaveReason::unknown,
-                    over->goodbye());
+                    std::move(goodbye));
   over->come({.kind = MeetingEnd::Kind::letGo});
+  releaseEnd();  // nobody is told any more
 }
 
 /// Topic messages end with the connection that carried them.
@@ -325,32 +341,66 @@ void MeetingLifecycle::forgetTopics() {
   _context->roomClient()->pubSubEndpointStore().clear();
 }
 
-bool MeetingLifecycle::claimLeftEvents() {
+bool MeetingLifecycle::claimLeftEvents(LeaveReason reason) {
+  bool first = false;
+  {
+    std::scoped_lock held(_meetingStateLock);
+    first = !std::exchange(_didEmitMeetingLeft, true);
+  }
+  if (first) decideEnd(MeetingEnd::by(reason, _wasJoined));
   _context->connections->end();
-  std::scoped_lock held(_meetingStateLock);
-  return !std::exchange(_didEmitMeetingLeft, true);
+  return first;
 }
 
 void MeetingLifecycle::emitLeft(LeaveReason reason) {
   auto& listeners = _context->listeners;
   listeners.invoke([](MeetingEventListener& listener) { listener.onMeetingLeft(); });
   listeners.invoke([&](MeetingEventListener& listener) { listener.onMeetingLeft(reason); });
-  comeToEnd(MeetingEnd::by(reason, _wasJoined));
-  listeners.releaseKept();
+  releaseListeners();
+  releaseEnd();
 }
 
-/// On the main queue, behind what the listeners were told of it.
-void MeetingLifecycle::comeToEnd(MeetingEnd end) {
-  if (end.isFailure()) {
-    if (end.kind == MeetingEnd::Kind::joinFailed) end.error = _context->latestError();
+/// From here on it is known how the meeting ends. It is told when `releaseEnd` says that the
+/// listeners have heard.
+void MeetingLifecycle::decideEnd(MeetingEnd end) {
+  auto hold = over->goodbye();
+  {
     std::scoped_lock held(_endLock);
-    end.cause = end.error ? end.error->cause() : std::string();
-    if (end.cause.empty()) end.cause = _socketError;
+    if (!_endHold) _endHold.swap(hold);
+    if (end.isFailure()) {
+      if (end.kind == MeetingEnd::Kind::joinFailed) end.error = _error;
+      end.cause = end.error && !end.error->cause().empty() ? end.error->cause() : _socketError;
+    }
   }
   over->whenTold([weak = weak_from_this()](const MeetingEnd&) {
     if (const auto self = weak.lock()) self->releaseLoop();
   });
   over->come(std::move(end));
+}
+
+void MeetingLifecycle::releaseEnd() {
+  std::shared_ptr<void> hold;  // goes outside the lock
+  std::scoped_lock held(_endLock);
+  hold.swap(_endHold);
+}
+
+/// On the main queue: the listeners have heard FAILED, and the meeting can't be joined any more.
+void MeetingLifecycle::endFailed() {
+  decideEnd({.kind = _wasJoined ? MeetingEnd::Kind::connectionLost : MeetingEnd::Kind::joinFailed});
+  _context->connections->end();
+  releaseListeners();
+  releaseEnd();
+}
+
+/// Those whose handles were detached.
+void MeetingLifecycle::releaseListeners() {
+  _context->listeners.releaseKept();
+  _context->localParticipant->releaseKeptListeners();
+}
+
+void MeetingLifecycle::noteError(const KestrovaError& error) {
+  std::scoped_lock held(_endLock);
+  _error = error;
 }
 
 void MeetingLifecycle::noteSocketError(const std::string& message) {
@@ -376,10 +426,12 @@ void MeetingLifecycle::releaseLoop() {
 
 Task<void> MeetingLifecycle::closeMeetingRequested(LeaveReason leaveReason) {
   const auto self = shared_from_this();
-  const bool first = claimLeftEvents();
+  auto goodbye = over->goodbye();
+  const bool first = claimLeftEvents(leaveReason);
+  _tearingDown = true;
   forgetTopics();
   const auto client = _context->roomClient();
-  auto closing = client->disconnect(leaveReason, true, over->goodbye());
+  auto closing = client->disconnect(leaveReason, true, std::move(goodbye));
   co_await std::move(closing);
   _media->releaseCustomStreams();
   client->setJoined(false);
@@ -389,13 +441,14 @@ Task<void> MeetingLifecycle::closeMeetingRequested(LeaveReason leaveReason) {
 
 Task<void> MeetingLifecycle::disconnected(std::optional<LeaveReason> leaveReason) {
   const auto self = shared_from_this();
-  const bool first = claimLeftEvents();
+  const bool first = claimLeftEvents(leaveReason.value_or(LeaveReason::unknown));
   const auto client = _context->roomClient();
   // Nobody asked for these two, so nothing is taken down yet; camera and microphone must not run
   // on.
   if (first && (leaveReason == LeaveReason::websocketConnectionAttemptsExhausted ||
                 leaveReason == LeaveReason::websocketDisconnected)) {
     invalidateReconnectTimer();
+    _tearingDown = true;
     co_await client->disconnect(*leaveReason, false);
   }
   MainQueue::shared().async([self, client, leaveReason, first] {
@@ -418,10 +471,7 @@ void MeetingLifecycle::meetingStateChanged(MeetingState state) {
     self->emitState(state);
     self->_reconnectTimer.reset();
     if (state == MeetingState::RECONNECTING) self->startReconnectHeartbeat();
-    if (state == MeetingState::FAILED)
-      self->comeToEnd({.kind = self->_wasJoined ? MeetingEnd::Kind::connectionLost
-                                                : MeetingEnd::Kind::joinFailed,
-                       .error = self->_context->latestError()});
+    if (state == MeetingState::FAILED) self->endFailed();
   });
 }
 

@@ -48,6 +48,8 @@ public:
   void abandon();
   /// The connection reported what is wrong; it may be why the meeting ends.
   void noteSocketError(const std::string& message);
+  /// The same for a failure that the connection's side reported.
+  void noteError(const KestrovaError& error);
 
   void entryResponded(const Dictionary& payload);
   /// The only way by which the connection changes the state; called with the state's lock held.
@@ -60,7 +62,7 @@ public:
 private:
   /// \returns what connects; nothing when the media engine can't be made
   std::optional<Task<void>> prepareJoin();
-  void failed(const char* cause);
+  void failed(const std::string& cause);
   /// Whether this connection has not been let in before; it is joined once, however often the
   /// service says that it may.
   bool claimEntry(const Connection& connection);
@@ -73,11 +75,14 @@ private:
                            Connection connection);
   void emitJoined(const std::optional<SpanScope>& joinSpan, Connection connection);
   void emitLeft(LeaveReason reason);
-  void comeToEnd(MeetingEnd end);
+  void decideEnd(MeetingEnd end);
+  void endFailed();
+  void releaseEnd();
+  void releaseListeners();
   void keepLoopRunning();
   void releaseLoop();
   void emitState(MeetingState state);
-  bool claimLeftEvents();
+  bool claimLeftEvents(LeaveReason reason);
   void forgetTopics();
   void startReconnectHeartbeat();
   void beat();
@@ -99,9 +104,12 @@ private:
   std::atomic<bool> _listenerAttached{false};
   std::atomic<bool> _joining{false};
   std::atomic<bool> _wasJoined{false};
+  std::atomic<bool> _tearingDown{false};
 
-  std::mutex _endLock;  // for the two below
+  std::mutex _endLock;  // for all below but the timer
   std::string _socketError;
+  std::optional<KestrovaError> _error;
+  std::shared_ptr<void> _endHold;   // until the listeners have heard
   std::shared_ptr<void> _loopWork;  // from the join to the end
 
   std::unique_ptr<Timer> _reconnectTimer;  // on the main queue

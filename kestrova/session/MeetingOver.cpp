@@ -34,34 +34,40 @@ void MeetingOver::said() {
 }
 
 void MeetingOver::tell(std::unique_lock<std::mutex> held) {
-  if (!isTold()) return;
+  if (!_end || _goodbyes > 0 || _told) return;
   const auto end = *_end;
-  const auto readers = std::exchange(_readers, {});
+  // Those who wait may throw away what the readers are about to let go of, so they come last.
+  while (!_readers.empty()) {
+    const auto readers = std::exchange(_readers, {});
+    held.unlock();
+    for (const auto& reader : readers) reader(end);
+    held.lock();
+  }
+  _told = true;
   held.unlock();
   _changed.notify_all();
-  for (const auto& reader : readers) reader(end);
 }
 
 std::optional<MeetingEnd> MeetingOver::told() const {
   std::scoped_lock held(_lock);
-  return isTold() ? _end : std::nullopt;
+  return _told ? _end : std::nullopt;
 }
 
 std::optional<MeetingEnd> MeetingOver::wait(std::optional<std::chrono::milliseconds> atMost) const {
   std::unique_lock held(_lock);
-  const auto isOver = [this] { return isTold(); };
+  const auto isOver = [this] { return _told; };
   if (atMost)
     _changed.wait_for(held, *atMost, isOver);
   else
     _changed.wait(held, isOver);
-  return isTold() ? _end : std::nullopt;
+  return _told ? _end : std::nullopt;
 }
 
 void MeetingOver::whenTold(Reader reader) {
   std::optional<MeetingEnd> end;
   {
     std::scoped_lock held(_lock);
-    if (isTold())
+    if (_told)
       end = _end;
     else
       _readers.push_back(std::move(reader));

@@ -32,12 +32,12 @@ private:
   void said();
   /// Tells the readers, where there is an end to tell; the lock is released for it.
   void tell(std::unique_lock<std::mutex> held);
-  bool isTold() const { return _end && _goodbyes == 0; }  // under _lock
 
   mutable std::mutex _lock;
   mutable std::condition_variable _changed;
   std::optional<MeetingEnd> _end;
   int _goodbyes = 0;
+  bool _told = false;  // for good
   std::vector<Reader> _readers;
 };
 

@@ -88,11 +88,13 @@ private:
       Places kept;  // goes outside the lock
       std::scoped_lock held(_lock);
       kept.swap(_kept);
+      _isOver = true;
     }
 
+    /// Which goes at once where nothing more is to be heard.
     void keep(std::unique_ptr<ListenerHandle::Place> place) {
       std::scoped_lock held(_lock);
-      _kept.push_back(std::move(place));
+      if (!_isOver) _kept.push_back(std::move(place));
     }
 
     std::vector<std::shared_ptr<Listener>> snapshot() const {
@@ -108,6 +110,7 @@ private:
     mutable std::mutex _lock;
     std::vector<Member> _list;
     Places _kept;
+    bool _isOver = false;
   };
 
   class Place final : public ListenerHandle::Place {

@@ -130,6 +130,7 @@ bool SocketRequestHandler::connect(const std::string& url, const std::string& so
     _socket = socket;
     _intentionalLeaveReason.reset();
     _wasReconnecting = false;
+    _endReported = false;
   }
   reportState(MeetingState::CONNECTING);
   handleSocketEvents(socket, std::move(joinSpan));
@@ -147,15 +148,13 @@ void SocketRequestHandler::disconnect(LeaveReason reason, std::shared_ptr<void> 
     socket = _socket;
   }
   _connections->lost();
-  const bool wasOpen = socket && socket->status() != SocketIOStatus::notConnected &&
-                       socket->status() != SocketIOStatus::disconnected;
   if (socket) {
     socket->disconnect(std::move(goodbye));
     socket->removeAllHandlers();
   }
   if (manager) manager->disconnect();
   // The handlers may have gone before the client could raise its event.
-  if (wasOpen)
+  if (socket)
     _socketEmitQueue->async([self = shared_from_this()] {
       if (self->isLeaveUnreported()) self->onDisconnect();
     });
@@ -163,7 +162,7 @@ void SocketRequestHandler::disconnect(LeaveReason reason, std::shared_ptr<void> 
 
 bool SocketRequestHandler::isLeaveUnreported() const {
   std::scoped_lock held(_stateLock);
-  return _intentionalLeaveReason.has_value();
+  return _intentionalLeaveReason.has_value() && !_endReported;
 }
 
 void SocketRequestHandler::reportState(MeetingState state, std::optional<Connection> connection) {
@@ -345,6 +344,7 @@ void SocketRequestHandler::onDisconnect() {
     std::scoped_lock held(_stateLock);
     intended = std::exchange(_intentionalLeaveReason, std::nullopt);
     wasReconnecting = std::exchange(_wasReconnecting, false);
+    _endReported = true;
   }
   auto reason =
       intended.value_or(wasReconnecting ? LeaveReason::websocketConnectionAttemptsExhausted

@@ -106,6 +106,7 @@ private:
   std::shared_ptr<SocketIOClient> _socket;
   std::optional<LeaveReason> _intentionalLeaveReason;
   bool _wasReconnecting = false;
+  bool _endReported = false;
 };
 
 }  // namespace kestrova

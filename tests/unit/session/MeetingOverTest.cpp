@@ -1,5 +1,6 @@
 #include <kestrova/platform/Farewells.h>
 
+#include <boost/asio/detached.hpp>
 #include <boost/asio/io_context.hpp>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -119,6 +120,64 @@ TEST(MeetingOverTest, isToldWhenTheGoodbyeIsSaidAndTheExitWaitsForIt) {
   test.socket().sayGoodbye();
   EXPECT_TRUE(test.meeting->over());
   EXPECT_TRUE(Farewells::wait(0ms));
+}
+
+TEST(MeetingOverTest, staysWhatItWasWhateverTheListenersDo) {
+  TestPlatform platform;
+  auto test = TestMeeting::joined(platform);
+  const auto end = platform.start(test.meeting->untilOver());
+  test.listener->when("onMeetingLeft", [&] { test.meeting.reset(); });
+  test.socket().drop();
+  test.socket().fail();
+  platform.pump();
+  ASSERT_TRUE(*end);
+  EXPECT_EQ((*end)->kind, Kind::connectionLost);
+
+  TestPlatform another;
+  auto left = TestMeeting::joined(another);
+  const auto leaving = another.start(left.meeting->untilOver());
+  left.meeting->leave();
+  left.meeting.reset();
+  another.pump();
+  ASSERT_TRUE(*leaving);
+  EXPECT_EQ((*leaving)->kind, Kind::left);
+}
+
+TEST(MeetingOverTest, ofAFailureIsFinalAndTellsWhyItFailed) {
+  TestPlatform platform;
+  platform.service->refuse("requestEntry", 4009, "full");
+  TestMeeting test(platform);
+  test.meeting->unmuteMic();  // refused: an error that is not why the meeting ends
+  test.lookUp();
+  test.meeting->unmuteMic();
+  test.reachSocket();
+  ASSERT_TRUE(test.meeting->over());
+  EXPECT_EQ(test.meeting->over()->error, KestrovaError::ERROR_UNABLE_TO_JOIN_MEETING);
+  test.decide("allowed");
+  platform.advance(60s);
+  EXPECT_FALSE(test.listener->has("onMeetingJoined"));
+  EXPECT_EQ(test.meeting->over()->kind, Kind::joinFailed);
+  bool held = true;
+  const std::shared_ptr<void> token(&held, [&](void*) { held = false; });
+  test.meeting->listen({.onMeetingLeft = [token](LeaveReason) {}}).detach();
+  EXPECT_EQ(token.use_count(), 1) << "nothing more is to be heard";
+}
+
+TEST(MeetingOverTest, isToldToNobodyOnALoopThatIsGone) {
+  TestPlatform platform;
+  auto test = TestMeeting::joined(platform);
+  std::optional<boost::asio::io_context> loop(1);
+  const auto token = std::make_shared<int>();
+  auto watch = [](Task<MeetingEnd> over, std::shared_ptr<int>) -> Task<void> {
+    (void)co_await std::move(over);
+  };
+  boost::asio::co_spawn(*loop, watch(test.meeting->untilOver(), token), boost::asio::detached);
+  loop->poll();
+  loop.reset();
+  EXPECT_EQ(token.use_count(), 1);
+  test.meeting->leave();
+  platform.pump();
+  EXPECT_TRUE(test.meeting->over());
 }
 
 TEST(MeetingOverTest, cannotBeWaitedForWhereItIsTold) {

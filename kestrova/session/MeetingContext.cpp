@@ -89,18 +89,14 @@ void MeetingContext::emit(std::function<void()> before, Event event) {
       });
 }
 
-namespace {
-
-/// A service that quotes the token it refuses must not bring it into anybody's log.
-KestrovaError withoutToken(const KestrovaError& error, const std::string& token) {
-  if (token.empty() || error.cause().find(token) == std::string::npos) return error;
-  return error.withCause(boost::algorithm::replace_all_copy(error.cause(), token, "[REDACTED]"));
+std::string MeetingContext::withoutToken(std::string text) const {
+  if (!settings.accessToken.empty())
+    boost::algorithm::replace_all(text, settings.accessToken, "[REDACTED]");
+  return text;
 }
 
-}  // namespace
-
 void MeetingContext::onError(const KestrovaError& reported) {
-  const auto error = withoutToken(reported, settings.accessToken);
+  const auto error = reported.withCause(withoutToken(reported.cause()));
   const auto traceIt = [error] {
     const auto line = [&] {
       return "Error encountered with code: " + std::to_string(error.rawValue()) +

@@ -71,6 +71,8 @@ public:
   void emit(Event event);
   /// The same; `before` is run once, ahead of the first listener.
   void emit(std::function<void()> before, Event event);
+  /// A service that quotes the token it refuses must not bring it into anybody's log.
+  std::string withoutToken(std::string text) const;
   /// The one way by which a failure reaches the application. Any thread.
   void onError(const KestrovaError& error);
 

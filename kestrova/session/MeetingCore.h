@@ -42,7 +42,7 @@ public:
   Task<void> closeMeetingRequested(LeaveReason leaveReason) override;
   void socketConnectionError(const std::string& message) override;
   void onError(const KestrovaError& error) override {
-    lifecycle->noteError(error);
+    lifecycle->over->noteError(error.withCause(context->withoutToken(error.cause())));
     context->onError(error);
   }
   void entryRequested(const Dictionary& data) override { requests->entryRequested(data); }

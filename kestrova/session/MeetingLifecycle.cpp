@@ -92,7 +92,7 @@ void MeetingLifecycle::noteListenerAttached() {
 
 void MeetingLifecycle::join() {
   if (meetingState() != MeetingState::CONNECTING || _joining.exchange(true)) return;
-  keepLoopRunning();
+  over->keepLoopRunning();
   // The look-up of the service takes what time it takes; it keeps nothing of the meeting alive.
   auto task = [](std::weak_ptr<MeetingLifecycle> weak) -> Task<void> {
     auto self = weak.lock();
@@ -132,7 +132,7 @@ std::optional<Task<void>> MeetingLifecycle::prepareJoin() {
 void MeetingLifecycle::failed(const std::string& cause) {
   traceError("Could not join the room due to an error.", {{"error", cause}});
   const auto error = KestrovaError::ERROR_UNABLE_TO_JOIN_MEETING.withCause(cause);
-  noteError(error);
+  over->noteError(error);
   _context->onError(error);
   std::scoped_lock held(_meetingStateLock);
   meetingStateChanged(MeetingState::FAILED);
@@ -189,8 +189,8 @@ void MeetingLifecycle::entryResponded(const Dictionary& payload) {
       const auto self = weak.lock();
       if (!self) return;
       // Nothing is taken down: a host may think again while the program keeps the meeting.
-      self->decideEnd({.kind = MeetingEnd::Kind::denied});
-      self->releaseEnd();
+      self->over->decide({.kind = MeetingEnd::Kind::denied});
+      self->over->heard();
     });
 }
 
@@ -305,7 +305,7 @@ void MeetingLifecycle::leave() {
     _context->onError(*error);
     return;
   }
-  decideEnd(MeetingEnd::by(LeaveReason::manualLeaveCalled, true));
+  over->decide(MeetingEnd::by(LeaveReason::manualLeaveCalled, true));
   _tearingDown = true;
   forgetTopics();
   invalidateReconnectTimer();
@@ -326,14 +326,14 @@ void MeetingLifecycle::abandon() {
   // A step of the join that still waits for the service must begin nothing more.
   _context->connections->end();
   _context->listeners.removeAll();
-  releaseLoop();
+  over->releaseLoop();
   // Where a goodbye is under way already, that one says why.
   if (auto client = _tearingDown.exchange(true) ? nullptr : _context->existingRoomClient())
     disconnectLater(std::move(client),
                     _wasJoined ? LeaveReason::manualLeaveCalled : LeaveReason::unknown,
                     std::move(goodbye));
-  over->come({.kind = MeetingEnd::Kind::letGo});
-  releaseEnd();  // nobody is told any more
+  over->decide({.kind = MeetingEnd::Kind::letGo});
+  over->heard();  // nobody is told any more
 }
 
 /// Topic messages end with the connection that carried them.
@@ -347,7 +347,7 @@ bool MeetingLifecycle::claimLeftEvents(LeaveReason reason) {
     std::scoped_lock held(_meetingStateLock);
     first = !std::exchange(_didEmitMeetingLeft, true);
   }
-  if (first) decideEnd(MeetingEnd::by(reason, _wasJoined));
+  if (first) over->decide(MeetingEnd::by(reason, _wasJoined));
   _context->connections->end();
   return first;
 }
@@ -357,39 +357,16 @@ void MeetingLifecycle::emitLeft(LeaveReason reason) {
   listeners.invoke([](MeetingEventListener& listener) { listener.onMeetingLeft(); });
   listeners.invoke([&](MeetingEventListener& listener) { listener.onMeetingLeft(reason); });
   releaseListeners();
-  releaseEnd();
-}
-
-/// From here on it is known how the meeting ends. It is told when `releaseEnd` says that the
-/// listeners have heard.
-void MeetingLifecycle::decideEnd(MeetingEnd end) {
-  auto hold = over->goodbye();
-  {
-    std::scoped_lock held(_endLock);
-    if (!_endHold) _endHold.swap(hold);
-    if (end.isFailure()) {
-      if (end.kind == MeetingEnd::Kind::joinFailed) end.error = _error;
-      end.cause = end.error && !end.error->cause().empty() ? end.error->cause() : _socketError;
-    }
-  }
-  over->whenTold([weak = weak_from_this()](const MeetingEnd&) {
-    if (const auto self = weak.lock()) self->releaseLoop();
-  });
-  over->come(std::move(end));
-}
-
-void MeetingLifecycle::releaseEnd() {
-  std::shared_ptr<void> hold;  // goes outside the lock
-  std::scoped_lock held(_endLock);
-  hold.swap(_endHold);
+  over->heard();
 }
 
 /// On the main queue: the listeners have heard FAILED, and the meeting can't be joined any more.
 void MeetingLifecycle::endFailed() {
-  decideEnd({.kind = _wasJoined ? MeetingEnd::Kind::connectionLost : MeetingEnd::Kind::joinFailed});
+  over->decide(
+      {.kind = _wasJoined ? MeetingEnd::Kind::connectionLost : MeetingEnd::Kind::joinFailed});
   _context->connections->end();
   releaseListeners();
-  releaseEnd();
+  over->heard();
 }
 
 /// Those whose handles were detached.
@@ -398,30 +375,12 @@ void MeetingLifecycle::releaseListeners() {
   _context->localParticipant->releaseKeptListeners();
 }
 
-void MeetingLifecycle::noteError(const KestrovaError& error) {
-  std::scoped_lock held(_endLock);
-  _error = error;
-}
-
 void MeetingLifecycle::noteSocketError(const std::string& message) {
   // A service that refuses the connection explains it in a dictionary.
   const auto explained = parseDictionary(message);
   const auto* data = dictionary(explained, "data");
   auto cause = text(data ? *data : explained, "message");
-  std::scoped_lock held(_endLock);
-  _socketError = cause ? std::move(*cause) : message;
-}
-
-void MeetingLifecycle::keepLoopRunning() {
-  auto work = MainQueue::shared().work();
-  std::scoped_lock held(_endLock);
-  _loopWork = std::move(work);
-}
-
-void MeetingLifecycle::releaseLoop() {
-  std::shared_ptr<void> work;  // goes outside the lock
-  std::scoped_lock held(_endLock);
-  work.swap(_loopWork);
+  over->noteCause(_context->withoutToken(cause ? std::move(*cause) : message));
 }
 
 Task<void> MeetingLifecycle::closeMeetingRequested(LeaveReason leaveReason) {

@@ -48,8 +48,6 @@ public:
   void abandon();
   /// The connection reported what is wrong; it may be why the meeting ends.
   void noteSocketError(const std::string& message);
-  /// The same for a failure that the connection's side reported.
-  void noteError(const KestrovaError& error);
 
   void entryResponded(const Dictionary& payload);
   /// The only way by which the connection changes the state; called with the state's lock held.
@@ -75,12 +73,8 @@ private:
                            Connection connection);
   void emitJoined(const std::optional<SpanScope>& joinSpan, Connection connection);
   void emitLeft(LeaveReason reason);
-  void decideEnd(MeetingEnd end);
   void endFailed();
-  void releaseEnd();
   void releaseListeners();
-  void keepLoopRunning();
-  void releaseLoop();
   void emitState(MeetingState state);
   bool claimLeftEvents(LeaveReason reason);
   void forgetTopics();
@@ -105,12 +99,6 @@ private:
   std::atomic<bool> _joining{false};
   std::atomic<bool> _wasJoined{false};
   std::atomic<bool> _tearingDown{false};
-
-  std::mutex _endLock;  // for all below but the timer
-  std::string _socketError;
-  std::optional<KestrovaError> _error;
-  std::shared_ptr<void> _endHold;   // until the listeners have heard
-  std::shared_ptr<void> _loopWork;  // from the join to the end
 
   std::unique_ptr<Timer> _reconnectTimer;  // on the main queue
 };

@@ -1,4 +1,5 @@
 #include <kestrova/platform/Farewells.h>
+#include <kestrova/platform/Queue.h>
 #include <kestrova/session/MeetingOver.h>
 
 #include <utility>
@@ -20,11 +21,44 @@ std::shared_ptr<void> MeetingOver::goodbye() {
           }};
 }
 
-void MeetingOver::come(MeetingEnd end) {
+void MeetingOver::decide(MeetingEnd end) {
+  auto hold = goodbye();
   std::unique_lock held(_lock);
   if (_end) return;
+  if (end.isFailure()) {
+    if (end.kind == MeetingEnd::Kind::joinFailed) end.error = _error;
+    end.cause = end.error && !end.error->cause().empty() ? end.error->cause() : _cause;
+  }
   _end = std::move(end);
-  tell(std::move(held));
+  _unheard = std::move(hold);
+}
+
+void MeetingOver::heard() {
+  std::shared_ptr<void> hold;  // goes outside the lock, as it may tell
+  std::scoped_lock held(_lock);
+  hold.swap(_unheard);
+}
+
+void MeetingOver::noteError(KestrovaError error) {
+  std::scoped_lock held(_lock);
+  _error = std::move(error);
+}
+
+void MeetingOver::noteCause(std::string cause) {
+  std::scoped_lock held(_lock);
+  _cause = std::move(cause);
+}
+
+void MeetingOver::keepLoopRunning() {
+  auto work = MainQueue::shared().work();
+  std::scoped_lock held(_lock);
+  _loopWork.swap(work);
+}
+
+void MeetingOver::releaseLoop() {
+  std::shared_ptr<void> work;  // goes outside the lock
+  std::scoped_lock held(_lock);
+  work.swap(_loopWork);
 }
 
 void MeetingOver::said() {
@@ -44,7 +78,9 @@ void MeetingOver::tell(std::unique_lock<std::mutex> held) {
     held.lock();
   }
   _told = true;
+  auto work = std::exchange(_loopWork, nullptr);
   held.unlock();
+  work.reset();
   _changed.notify_all();
 }
 

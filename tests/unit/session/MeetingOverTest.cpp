@@ -91,6 +91,18 @@ TEST(MeetingOverTest, comesInEveryCaseAfterTheListenersHaveHeard) {
   }
 }
 
+TEST(MeetingOverTest, saysWhyWithoutTheToken) {
+  TestPlatform platform;
+  auto test = TestMeeting::entering(platform);
+  test.socket().raise(
+      SocketClientEvent::error,
+      {Value{{"message", "no"}, {"data", {{"message", "secret-token is out of date"}}}}});
+  test.socket().fail();
+  platform.pump();
+  ASSERT_TRUE(test.meeting->over());
+  EXPECT_EQ(test.meeting->over()->cause, "[REDACTED] is out of date");
+}
+
 TEST(MeetingOverTest, lettingGoEndsAMeetingInEveryStateAndSaysGoodbye) {
   for (const bool isJoined : {false, true}) {
     TestPlatform platform;

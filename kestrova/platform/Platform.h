@@ -3,9 +3,11 @@
 #include <kestrova/platform/Capture.h>
 #include <kestrova/platform/Imaging.h>
 #include <kestrova/platform/Mediasoup.h>
+#include <kestrova/platform/Queue.h>
 #include <kestrova/platform/Scheduler.h>
 #include <kestrova/platform/SocketIO.h>
 #include <kestrova/platform/URLSession.h>
+#include <kestrova/platform/WebSocketTask.h>
 
 #include <boost/asio/any_io_executor.hpp>
 
@@ -34,6 +36,10 @@ struct Platform {
   /// Nothing when `url` is no URL.
   std::function<std::shared_ptr<SocketManager>(const std::string& url, SocketManagerConfig config)>
       makeSocketManager;
+  /// Nothing when `url` is no URL of the scheme ws or wss.
+  std::function<std::shared_ptr<WebSocketTask>(
+      const std::string& url, std::shared_ptr<SerialQueue> queue, WebSocketTask::Events events)>
+      makeWebSocketTask;
   std::function<std::shared_ptr<Device>()> makeDevice;
   std::function<std::shared_ptr<RTCPeerConnectionFactory>()> peerConnectionFactory;
   OperatingSystem operatingSystem;

@@ -14,6 +14,11 @@ TestPlatform::TestPlatform()
         if (!url.starts_with("https://") || url.find(' ') != std::string::npos) return nullptr;
         return service->connect(url, std::move(config));
       },
+      .makeWebSocketTask =
+          [topics = topics](const std::string& url, std::shared_ptr<SerialQueue> queue,
+                            WebSocketTask::Events events) {
+            return topics->make(url, std::move(queue), std::move(events));
+          },
       .makeDevice = [media = media] { return std::make_shared<ScriptedDevice>(media); },
       .peerConnectionFactory = [factory = factory] { return factory; },
       .operatingSystem = {.machine = "x86_64", .major = 12, .minor = 5, .patch = 0}};

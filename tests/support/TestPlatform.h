@@ -12,6 +12,7 @@
 #include "ScriptedService.h"
 #include "ScriptedSession.h"
 #include "ScriptedSocket.h"
+#include "ScriptedTopics.h"
 #include "ScriptedTracks.h"
 #include "TraceRecorder.h"
 #include <chrono>
@@ -52,6 +53,7 @@ public:
   const std::shared_ptr<ManualScheduler> clock = std::make_shared<ManualScheduler>();
   const std::shared_ptr<ScriptedSession> session = std::make_shared<ScriptedSession>();
   const std::shared_ptr<ScriptedService> service = std::make_shared<ScriptedService>(clock);
+  const std::shared_ptr<ScriptedTopics> topics = std::make_shared<ScriptedTopics>();
   const std::shared_ptr<MediaScript> media = std::make_shared<MediaScript>(journal);
   const std::shared_ptr<ScriptedFactory> factory = std::make_shared<ScriptedFactory>(journal);
   const std::shared_ptr<ScriptedCapture> capture;

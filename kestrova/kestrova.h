@@ -24,7 +24,7 @@
 #include <kestrova/session/AcceptMediaRequest.h>
 #include <kestrova/session/CharacterEventListener.h>
 #include <kestrova/session/Kestrova.h>
-#include <kestrova/session/ListenerHandle.h>
+#include <kestrova/model/ListenerHandle.h>
 #include <kestrova/session/MediaStream.h>
 #include <kestrova/session/Meeting.h>
 #include <kestrova/session/MeetingEventListener.h>

@@ -1,9 +1,23 @@
 #include <kestrova/realtime/PubSubEndpointStore.h>
-#include <kestrova/tracing/Trace.h>
+#include <kestrova/realtime/RealtimeTrace.h>
+
+#include <boost/algorithm/string/trim.hpp>
+#include <boost/url/parse.hpp>
 
 #include <utility>
 
 namespace kestrova {
+namespace {
+
+/// Never the whole of it: the query may be a secret.
+std::string hostOf(const std::optional<std::string>& url) {
+  if (!url) return "-";
+  const auto parsed = boost::urls::parse_uri(*url);
+  const std::string host = parsed ? std::string(parsed->host()) : "";
+  return host.empty() ? "-" : host;
+}
+
+}  // namespace
 
 std::optional<std::string> PubSubEndpointStore::pubSubUrl() const {
   std::scoped_lock held(_lock);
@@ -11,14 +25,20 @@ std::optional<std::string> PubSubEndpointStore::pubSubUrl() const {
 }
 
 void PubSubEndpointStore::update(std::optional<std::string> pubSubUrl) {
+  if (pubSubUrl) boost::algorithm::trim(*pubSubUrl);
+  if (pubSubUrl && pubSubUrl->empty()) pubSubUrl.reset();
   std::scoped_lock held(_lock);
   _pubSubUrl = std::move(pubSubUrl);
+  traceRealtime("Endpoint: update pubSubUrl", {{"hasUrl", _pubSubUrl.has_value()},
+                                               {"host", [this] { return hostOf(_pubSubUrl); }}});
 }
 
 void PubSubEndpointStore::clear() {
-  update(std::nullopt);
-  SdkTracer::shared().traceEvent("[PubSubV2] Endpoint: cleared",
-                                 {.category = EventCategory::realtime});
+  {
+    std::scoped_lock held(_lock);
+    _pubSubUrl.reset();
+  }
+  traceRealtime("Endpoint: cleared");
 }
 
 }  // namespace kestrova

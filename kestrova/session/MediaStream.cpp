@@ -4,7 +4,7 @@
 #include <kestrova/platform/Mediasoup.h>
 #include <kestrova/platform/Task.h>
 #include <kestrova/session/MediaStream.h>
-#include <kestrova/session/MeetingAction.h>
+#include <kestrova/model/MeetingAction.h>
 #include <kestrova/signalling/ParticipantDelegate.h>
 #include <kestrova/tracing/Uuid.h>
 

@@ -222,6 +222,27 @@ void Meeting::switchTo(const std::string& meetingId, const std::optional<std::st
   spawn(client, client->switchTo(token, meetingId, mode.value_or(_core->context->sending->mode())));
 }
 
+// ---- Realtime data -----------------------------------------------------------------------------
+
+std::shared_ptr<PubSub> Meeting::pubsub() const {
+  return _core->realtime->pubsub();
+}
+std::shared_ptr<RealtimeStore> Meeting::realtimeStore() const {
+  return _core->realtime->realtimeStore();
+}
+
+void Meeting::uploadBase64File(const std::string& base64Data, const std::string& token,
+                               const std::string& fileName, FileCompletion completion) const {
+  if (!_core->allows("uploadBase64File")) return completion(std::nullopt);
+  _core->context->roomClient()->uploadBase64File(base64Data, token, fileName,
+                                                 std::move(completion));
+}
+void Meeting::fetchBase64File(const std::string& url, const std::string& token,
+                              FileCompletion completion) const {
+  if (!_core->allows("fetchBase64File")) return completion(std::nullopt);
+  _core->context->roomClient()->fetchBase64File(url, token, std::move(completion));
+}
+
 // ---- Wrapper libraries -------------------------------------------------------------------------
 
 namespace {

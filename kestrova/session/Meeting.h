@@ -1,16 +1,17 @@
 #pragma once
 
+#include <kestrova/model/ListenerHandle.h>
 #include <kestrova/model/MeetingEnd.h>
 #include <kestrova/model/MeetingTypes.h>
 #include <kestrova/model/PinState.h>
 #include <kestrova/model/ServiceStates.h>
 #include <kestrova/platform/TaskFwd.h>
-#include <kestrova/session/ListenerHandle.h>
 #include <kestrova/session/MeetingEventListener.h>
 #include <kestrova/session/MeetingEvents.h>
 #include <kestrova/session/Participant.h>
 
 #include <chrono>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -22,6 +23,8 @@ namespace kestrova {
 class ConsumerControls;
 class CustomRTCMediaStream;
 class MeetingCore;
+class PubSub;
+class RealtimeStore;
 
 /// One session, from the join to its end. Made by `Kestrova::initMeeting`.
 ///
@@ -120,6 +123,22 @@ public:
   void switchTo(const std::string& meetingId,
                 const std::optional<std::string>& token = std::nullopt,
                 std::optional<Mode> mode = std::nullopt);
+
+  /// Topic messages and the shared store of this meeting; see their headers in realtime/. Both are
+  /// this meeting's from the join to the end, and their operations are refused outside of it.
+  std::shared_ptr<PubSub> pubsub() const;
+  std::shared_ptr<RealtimeStore> realtimeStore() const;
+
+  /// Gets nothing when the operation failed; the trace says why. Called on the caller's thread
+  /// where nothing was sent, else on a background queue.
+  using FileCompletion = std::function<void(const std::optional<std::string>&)>;
+  /// Stores a small file with the service. \param completion gets its URL
+  /// \param token sent as it stands
+  void uploadBase64File(const std::string& base64Data, const std::string& token,
+                        const std::string& fileName, FileCompletion completion) const;
+  /// Reads such a file. \param completion gets its content in base64
+  void fetchBase64File(const std::string& url, const std::string& token,
+                       FileCompletion completion) const;
 
   /// For libraries that wrap this one and name themselves "unity-...": makes them known to the
   /// service. Any other name does nothing.

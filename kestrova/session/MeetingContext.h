@@ -4,7 +4,7 @@
 #include <kestrova/model/MeetingTypes.h>
 #include <kestrova/platform/AsyncLock.h>
 #include <kestrova/session/MeetingEventListener.h>
-#include <kestrova/session/MulticastDelegate.h>
+#include <kestrova/model/MulticastDelegate.h>
 #include <kestrova/session/Participant.h>
 #include <kestrova/signalling/RoomClient.h>
 

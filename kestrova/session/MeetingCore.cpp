@@ -9,6 +9,7 @@ std::shared_ptr<MeetingCore> MeetingCore::make(std::shared_ptr<MeetingContext> c
   core->context->setRoomClientDelegate(core);
   core->context->localParticipant->setMeetingActionValidator(core);
   core->requests->setMeetingActionValidator(core);
+  core->realtime->setMeeting(core);
   core->observeExternalCalls();
   return core;
 }
@@ -17,7 +18,8 @@ MeetingCore::MeetingCore(std::shared_ptr<MeetingContext> meetingContext)
     : context(std::move(meetingContext)),
       registry(std::make_shared<ParticipantRegistry>(context)),
       media(std::make_shared<MediaControls>(context, registry)),
-      lifecycle(std::make_shared<MeetingLifecycle>(context, registry, media)),
+      realtime(std::make_shared<MeetingRealtime>(context)),
+      lifecycle(std::make_shared<MeetingLifecycle>(context, registry, media, realtime)),
       modeChange(std::make_shared<ModeChange>(context, media)),
       requests(std::make_shared<RequestsFromOthers>(context, media)),
       services(context) {}

@@ -2,9 +2,9 @@
 
 #include <kestrova/platform/NotificationCenter.h>
 #include <kestrova/session/MediaControls.h>
-#include <kestrova/session/MeetingAction.h>
 #include <kestrova/session/MeetingContext.h>
 #include <kestrova/session/MeetingLifecycle.h>
+#include <kestrova/session/MeetingRealtime.h>
 #include <kestrova/session/ModeChange.h>
 #include <kestrova/session/ParticipantRegistry.h>
 #include <kestrova/session/RequestsFromOthers.h>
@@ -17,7 +17,7 @@ namespace kestrova {
 
 /// What stands behind a `Meeting`: its pieces, the guard that its objects ask, and the ear to which
 /// the room client reports. Each report goes to the piece that owns it.
-class MeetingCore final : public MeetingActionValidating,
+class MeetingCore final : public RealtimeMeeting,
                           public RoomClientDelegate,
                           public std::enable_shared_from_this<MeetingCore> {
 public:
@@ -26,6 +26,7 @@ public:
   const std::shared_ptr<MeetingContext> context;
   const std::shared_ptr<ParticipantRegistry> registry;
   const std::shared_ptr<MediaControls> media;
+  const std::shared_ptr<MeetingRealtime> realtime;
   const std::shared_ptr<MeetingLifecycle> lifecycle;
   const std::shared_ptr<ModeChange> modeChange;
   const std::shared_ptr<RequestsFromOthers> requests;
@@ -85,6 +86,13 @@ public:
   void transcriptionText(const TranscriptionText& text) override;
   void whiteboardStarted(const std::string& url) override;
   void whiteboardStopped() override;
+
+  void handleRealtimeStoreValueChanged(const Dictionary& data) override {
+    realtime->handleRealtimeStoreValueChanged(data);
+  }
+  void pubsubMessageReceived(const Dictionary& data) override {
+    realtime->pubsubMessageReceived(data);
+  }
 
   void performVP8CodecFallback(VideoCodec unsupportedCodec, const std::string& kind,
                                const std::optional<std::string>& causedByPeerId) override;

@@ -55,8 +55,12 @@ private:
 
 MeetingLifecycle::MeetingLifecycle(std::shared_ptr<MeetingContext> context,
                                    std::shared_ptr<ParticipantRegistry> registry,
-                                   std::shared_ptr<MediaControls> media)
-    : _context(std::move(context)), _registry(std::move(registry)), _media(std::move(media)) {}
+                                   std::shared_ptr<MediaControls> media,
+                                   std::shared_ptr<MeetingRealtime> realtime)
+    : _context(std::move(context)),
+      _registry(std::move(registry)),
+      _media(std::move(media)),
+      _realtime(std::move(realtime)) {}
 
 MeetingState MeetingLifecycle::meetingState() const {
   std::scoped_lock held(_meetingStateLock);
@@ -202,6 +206,7 @@ void MeetingLifecycle::switchRoom(const std::string& meetingId, ScopedSpan& span
   span.event("Switching room initiated");
   const auto client = _context->roomClient();
   client->softClose(meetingId);
+  _realtime->tearDownTopics();
   spawn(moveTo(shared_from_this(), meetingId, _context->connections->current()));
 }
 
@@ -307,13 +312,13 @@ void MeetingLifecycle::leave() {
   }
   over->decide(MeetingEnd::by(LeaveReason::manualLeaveCalled, true));
   _tearingDown = true;
-  forgetTopics();
+  _realtime->forgetTopics();
   invalidateReconnectTimer();
   disconnectLater(_context->roomClient(), LeaveReason::manualLeaveCalled, std::move(goodbye));
 }
 
 void MeetingLifecycle::end() {
-  forgetTopics();
+  _realtime->forgetTopics();
   invalidateReconnectTimer();
   auto task = [](std::shared_ptr<RoomClient> client) -> Task<void> {
     co_await client->closeRoom(LeaveReason::roomClose);
@@ -326,6 +331,7 @@ void MeetingLifecycle::abandon() {
   // A step of the join that still waits for the service must begin nothing more.
   _context->connections->end();
   _context->listeners.removeAll();
+  _realtime->forgetTopics();
   over->releaseLoop();
   // Where a goodbye is under way already, that one says why.
   if (auto client = _tearingDown.exchange(true) ? nullptr : _context->existingRoomClient())
@@ -334,11 +340,6 @@ void MeetingLifecycle::abandon() {
                     std::move(goodbye));
   over->decide({.kind = MeetingEnd::Kind::letGo});
   over->heard();  // nobody is told any more
-}
-
-/// Topic messages end with the connection that carried them.
-void MeetingLifecycle::forgetTopics() {
-  _context->roomClient()->pubSubEndpointStore().clear();
 }
 
 bool MeetingLifecycle::claimLeftEvents(LeaveReason reason) {
@@ -388,7 +389,7 @@ Task<void> MeetingLifecycle::closeMeetingRequested(LeaveReason leaveReason) {
   auto goodbye = over->goodbye();
   const bool first = claimLeftEvents(leaveReason);
   _tearingDown = true;
-  forgetTopics();
+  _realtime->forgetTopics();
   const auto client = _context->roomClient();
   auto closing = client->disconnect(leaveReason, true, std::move(goodbye));
   co_await std::move(closing);
@@ -411,7 +412,7 @@ Task<void> MeetingLifecycle::disconnected(std::optional<LeaveReason> leaveReason
     co_await client->disconnect(*leaveReason, false);
   }
   MainQueue::shared().async([self, client, leaveReason, first] {
-    self->forgetTopics();
+    self->_realtime->forgetTopics();
     self->_media->releaseCustomStreams();
     client->setJoined(false);
     self->_registry->clear();
@@ -429,7 +430,10 @@ void MeetingLifecycle::meetingStateChanged(MeetingState state) {
     if (!self) return;
     self->emitState(state);
     self->_reconnectTimer.reset();
-    if (state == MeetingState::RECONNECTING) self->startReconnectHeartbeat();
+    if (state == MeetingState::RECONNECTING) {
+      self->_realtime->resetForReconnect();
+      self->startReconnectHeartbeat();
+    }
     if (state == MeetingState::FAILED) self->endFailed();
   });
 }

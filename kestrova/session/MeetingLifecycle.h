@@ -1,9 +1,10 @@
 #pragma once
 
+#include <kestrova/model/MeetingAction.h>
 #include <kestrova/session/MediaControls.h>
-#include <kestrova/session/MeetingAction.h>
 #include <kestrova/session/MeetingContext.h>
 #include <kestrova/session/MeetingOver.h>
+#include <kestrova/session/MeetingRealtime.h>
 #include <kestrova/session/ParticipantRegistry.h>
 #include <kestrova/tracing/Trace.h>
 
@@ -27,7 +28,7 @@ public:
 
   MeetingLifecycle(std::shared_ptr<MeetingContext> context,
                    std::shared_ptr<ParticipantRegistry> registry,
-                   std::shared_ptr<MediaControls> media);
+                   std::shared_ptr<MediaControls> media, std::shared_ptr<MeetingRealtime> realtime);
 
   /// The one end, whichever way it comes.
   const std::shared_ptr<MeetingOver> over = std::make_shared<MeetingOver>();
@@ -77,7 +78,6 @@ private:
   void releaseListeners();
   void emitState(MeetingState state);
   bool claimLeftEvents(LeaveReason reason);
-  void forgetTopics();
   void startReconnectHeartbeat();
   void beat();
   void invalidateReconnectTimer();
@@ -86,6 +86,7 @@ private:
   const std::shared_ptr<MeetingContext> _context;
   const std::shared_ptr<ParticipantRegistry> _registry;
   const std::shared_ptr<MediaControls> _media;
+  const std::shared_ptr<MeetingRealtime> _realtime;
 
   mutable std::mutex _meetingStateLock;
   MeetingState _meetingState = MeetingState::CONNECTING;

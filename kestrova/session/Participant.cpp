@@ -1,7 +1,7 @@
 #include <kestrova/model/Peer.h>
 #include <kestrova/platform/Queue.h>
 #include <kestrova/platform/Values.h>
-#include <kestrova/session/MulticastDelegate.h>
+#include <kestrova/model/MulticastDelegate.h>
 #include <kestrova/session/Participant.h>
 #include <kestrova/signalling/ParticipantDelegate.h>
 #include <kestrova/tracing/Trace.h>

@@ -4,9 +4,9 @@
 #include <kestrova/model/MeetingTypes.h>
 #include <kestrova/model/MetaData.h>
 #include <kestrova/model/PinState.h>
-#include <kestrova/session/ListenerHandle.h>
+#include <kestrova/model/ListenerHandle.h>
 #include <kestrova/session/MediaStream.h>
-#include <kestrova/session/MeetingAction.h>
+#include <kestrova/model/MeetingAction.h>
 #include <kestrova/session/ParticipantEventListener.h>
 #include <kestrova/session/ParticipantEvents.h>
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <kestrova/session/MediaControls.h>
-#include <kestrova/session/MeetingAction.h>
+#include <kestrova/model/MeetingAction.h>
 #include <kestrova/session/MeetingContext.h>
 
 #include <memory>

@@ -36,6 +36,8 @@ void JoinSequence::open(const ServerConfig& found, const Connection& connection)
   if (baseUrl.empty()) return refused(found, connection);
   const auto* observability = dictionary(configuration, "observability");
   SDKConfiguration::shared().updateTraceConfig(observability ? *observability : Dictionary());
+  _context->setFileUpload(
+      std::make_shared<const FileUpload>(baseUrl, _context->options.meeting.id));
 
   auto joinSpan = startJoinSpan();
   _context->spans.set(RoomSpans::Slot::join, joinSpan);

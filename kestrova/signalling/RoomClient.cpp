@@ -109,6 +109,20 @@ void RoomClient::cleanUpTracing() {
   SdkTracer::shared().clearBackendOutput();
 }
 
+// ---- Files -------------------------------------------------------------------------------------
+
+void RoomClient::uploadBase64File(std::string base64Data, const std::string& token,
+                                  const std::string& fileName, FileUpload::Completion completion) {
+  if (const auto files = _context->fileUpload())
+    files->uploadBase64File(std::move(base64Data), token, fileName, std::move(completion));
+}
+
+void RoomClient::fetchBase64File(const std::string& url, const std::string& token,
+                                 FileUpload::Completion completion) {
+  if (const auto files = _context->fileUpload())
+    files->fetchBase64File(url, token, std::move(completion));
+}
+
 // ---- For participants and streams --------------------------------------------------------------
 
 void RoomClient::askOfPeer(LocalEvent request, const std::string& participantId) {

@@ -73,6 +73,16 @@ public:
   void cleanUpTracing();
 
   RoomSpans& spans() { return _context->spans; }
+  const MeetingData& meetingData() const { return _context->options.meeting; }
+  const std::shared_ptr<SocketRequestHandler>& requests() const {
+    return _context->socketRequestHandler;
+  }
+  /// See `FileUpload`; nothing happens before the join knows the service.
+  void uploadBase64File(std::string base64Data, const std::string& token,
+                        const std::string& fileName, FileUpload::Completion completion);
+  void fetchBase64File(const std::string& url, const std::string& token,
+                       FileUpload::Completion completion);
+
   PubSubEndpointStore& pubSubEndpointStore() { return _context->pubSubEndpointStore; }
   const std::shared_ptr<Publishing>& publishing() const { return _publishing; }
   const std::shared_ptr<Consuming>& consuming() const { return _consuming; }

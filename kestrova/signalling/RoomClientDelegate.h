@@ -112,12 +112,8 @@ public:
   virtual void onMediaRelayError(const std::string& /*meetingId*/, const std::string& /*error*/) {
     unowned("onMediaRelayError");
   }
-  virtual void handleRealtimeStoreValueChanged(const Dictionary& /*data*/) {
-    unowned("handleRealtimeStoreValueChanged");
-  }
-  virtual void pubsubMessageReceived(const Dictionary& /*data*/) {
-    unowned("pubsubMessageReceived");
-  }
+  virtual void handleRealtimeStoreValueChanged(const Dictionary& data) = 0;
+  virtual void pubsubMessageReceived(const Dictionary& data) = 0;
 
   // Codecs
   virtual void performVP8CodecFallback(VideoCodec unsupportedCodec, const std::string& kind,

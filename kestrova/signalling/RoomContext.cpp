@@ -22,6 +22,16 @@ void RoomContext::setDelegate(std::weak_ptr<RoomClientDelegate> delegate) {
   _delegate = std::move(delegate);
 }
 
+std::shared_ptr<const FileUpload> RoomContext::fileUpload() const {
+  std::scoped_lock held(_lock);
+  return _fileUpload;
+}
+
+void RoomContext::setFileUpload(std::shared_ptr<const FileUpload> fileUpload) {
+  std::scoped_lock held(_lock);
+  _fileUpload = std::move(fileUpload);
+}
+
 bool RoomContext::joined() const {
   return stateQueue->sync([this] { return _joined; });
 }

@@ -5,6 +5,7 @@
 #include <kestrova/model/MeetingTypes.h>
 #include <kestrova/platform/Platform.h>
 #include <kestrova/platform/Queue.h>
+#include <kestrova/realtime/FileUpload.h>
 #include <kestrova/realtime/PubSubEndpointStore.h>
 #include <kestrova/signalling/Connection.h>
 #include <kestrova/signalling/RoomClientDelegate.h>
@@ -52,9 +53,14 @@ public:
   bool joined() const;
   void setJoined(bool joined);
 
+  /// Nothing before the join has found out where files are kept.
+  std::shared_ptr<const FileUpload> fileUpload() const;
+  void setFileUpload(std::shared_ptr<const FileUpload> fileUpload);
+
 private:
   mutable std::mutex _lock;
   std::weak_ptr<RoomClientDelegate> _delegate;
+  std::shared_ptr<const FileUpload> _fileUpload;
   bool _joined = false;  // on stateQueue
 };
 

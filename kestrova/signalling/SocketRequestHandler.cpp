@@ -281,6 +281,13 @@ Task<Dictionary> SocketRequestHandler::changeMode(Mode mode, Connection connecti
                                std::move(connection));
 }
 
+Task<Dictionary> SocketRequestHandler::realtimeStoreSetValue(std::string key,
+                                                             std::optional<std::string> value) {
+  Dictionary data{{"key", std::move(key)},
+                  {"value", value ? Value(std::move(*value)) : Value(nullptr)}};
+  return prepareAndSendRequest(LocalEvent::realtimeStoreSet, std::move(data));
+}
+
 Task<Dictionary> SocketRequestHandler::respondEntry(std::string peerId, std::string decision) {
   return prepareAndSendRequest(LocalEvent::respondEntry, {{"id", peerId}, {"decision", decision}});
 }

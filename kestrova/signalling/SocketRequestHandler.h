@@ -74,6 +74,8 @@ public:
   Task<Dictionary> joinRoom(Dictionary rtpCapabilities, bool switchingRoom, Mode mode,
                             bool batchingEnabled, Connection connection, AnswerHandler onArrival);
   Task<Dictionary> changeMode(Mode mode, Connection connection);
+  /// \param value nothing clears the key
+  Task<Dictionary> realtimeStoreSetValue(std::string key, std::optional<std::string> value);
   Task<Dictionary> respondEntry(std::string peerId, std::string decision);
 
 private:

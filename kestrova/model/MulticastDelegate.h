@@ -1,7 +1,7 @@
 #pragma once
 
+#include <kestrova/model/ListenerHandle.h>
 #include <kestrova/platform/Escaped.h>
-#include <kestrova/session/ListenerHandle.h>
 
 #include <algorithm>
 #include <memory>
@@ -23,6 +23,11 @@ public:
   void add(const std::shared_ptr<Listener>& listener) { _members->add(listener); }
   void remove(const std::shared_ptr<Listener>& listener) { _members->remove(listener); }
   void removeAll() { _members->removeAll(); }
+  bool contains(const std::shared_ptr<Listener>& listener) const {
+    return _members->contains(listener);
+  }
+  /// Whether none of them is alive.
+  bool isEmpty() const { return _members->isEmpty(); }
 
   /// Adds a listener that its place keeps.
   ListenerHandle keep(std::shared_ptr<Listener> listener) {
@@ -75,6 +80,18 @@ private:
     void remove(const std::shared_ptr<Listener>& listener) {
       std::scoped_lock held(_lock);
       std::erase_if(_list, [&](const Member& member) { return member.is(listener); });
+    }
+
+    bool contains(const std::shared_ptr<Listener>& listener) const {
+      std::scoped_lock held(_lock);
+      return std::any_of(_list.begin(), _list.end(),
+                         [&](const Member& member) { return member.is(listener); });
+    }
+
+    bool isEmpty() const {
+      std::scoped_lock held(_lock);
+      return std::all_of(_list.begin(), _list.end(),
+                         [](const Member& member) { return member.alive.expired(); });
     }
 
     void removeAll() {

@@ -22,6 +22,13 @@ const NUMBERS = {
   batch: { fallback: 5, help: 'ms over which notifications are collected into one batch' },
   'ack-timeout': { fallback: 10000, min: 1, help: 'ms a client has to acknowledge an event' },
   linger: { fallback: 1000, help: 'ms a client has to hang up itself after "close"' },
+  'pubsub-batch': { fallback: 5, help: 'ms over which topic messages are collected into a batch' },
+  'pubsub-ping-interval': {
+    fallback: 25000,
+    min: 10,
+    help: 'ms between pings on the topic WebSocket',
+  },
+  'pubsub-stored': { fallback: 20000, min: 1, help: 'stored messages of a topic; the oldest go' },
 };
 
 const TEXTS = {
@@ -30,6 +37,10 @@ const TEXTS = {
   'log-level': { help: LEVELS.join(', ') },
   'media-address': { help: 'where media is listened for (127.0.0.1)' },
   'announced-address': { help: 'where clients are told to send media (the media address)' },
+};
+
+const CHOICES = {
+  'pubsub-url': { fallback: 'on', of: ['on', 'off'], help: 'whether joining tells the topic WebSocket' },
 };
 
 const FLAGS = {
@@ -48,6 +59,12 @@ function number(name, text) {
   return value;
 }
 
+function choice(name, text) {
+  const { of } = CHOICES[name];
+  if (!of.includes(text)) throw new Error(`--${name} is one of ${of.join(', ')}`);
+  return text;
+}
+
 /** All options with their defaults; `given` overrides them. */
 export function serviceOptions(given = {}) {
   const options = {
@@ -58,14 +75,15 @@ export function serviceOptions(given = {}) {
     announcedAddress: undefined,
     withParent: false,
   };
-  for (const [name, row] of Object.entries(NUMBERS)) options[camel(name)] = row.fallback;
+  for (const [name, row] of Object.entries({ ...NUMBERS, ...CHOICES }))
+    options[camel(name)] = row.fallback;
   return { ...options, ...given };
 }
 
 /** Options from the command line, which wins, and the environment. Throws what to tell the user. */
 export function parseServiceOptions(args, env = process.env) {
   const known = {};
-  for (const name of Object.keys({ ...NUMBERS, ...TEXTS })) known[name] = { type: 'string' };
+  for (const name of Object.keys({ ...NUMBERS, ...CHOICES, ...TEXTS })) known[name] = { type: 'string' };
   for (const name of Object.keys(FLAGS)) known[name] = { type: 'boolean' };
   const { values } = parseArgs({ args, options: known, strict: true });
   const given = {};
@@ -74,6 +92,7 @@ export function parseServiceOptions(args, env = process.env) {
       values[name] ?? env[`KESTROVA_SERVICE_${name.replaceAll('-', '_').toUpperCase()}`];
     if (value === undefined) continue;
     if (name in NUMBERS) given[camel(name)] = number(name, value);
+    else if (name in CHOICES) given[camel(name)] = choice(name, value);
     else if (name in FLAGS) given[camel(name)] = value === true || value === '1';
     else given[camel(name)] = value;
   }
@@ -84,9 +103,9 @@ export function parseServiceOptions(args, env = process.env) {
 }
 
 export function usage() {
-  const rows = Object.entries({ ...NUMBERS, ...TEXTS, ...FLAGS }).map(
+  const rows = Object.entries({ ...NUMBERS, ...CHOICES, ...TEXTS, ...FLAGS }).map(
     ([name, row]) =>
-      `  --${name.padEnd(16)}${row.help}` +
+      `  --${name.padEnd(22)}${row.help}` +
       (row.fallback === undefined ? '' : ` (${row.fallback})`),
   );
   return ['usage: service [options]', ...rows, ''].join('\n');

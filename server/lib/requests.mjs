@@ -36,7 +36,7 @@ export async function runRequest(envelope, { room, peer, service }) {
       throw new RequestError(403, '"roomId" must name the meeting in which the participant is');
     if (!isObject(data)) throw new RequestError(400, '"data" must be an object');
     check(peer, row);
-    const { secret, faults, rooms } = service;
+    const { secret, faults, rooms, fastws, options } = service;
     const extra = await row.run({
       room,
       peer,
@@ -44,6 +44,8 @@ export async function runRequest(envelope, { room, peer, service }) {
       secret,
       faults,
       rooms,
+      fastws,
+      options,
       after: (fn) => afters.push(fn),
     });
     return { answer: { data: { status: 'ok', ...extra } }, afters };

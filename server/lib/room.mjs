@@ -1,6 +1,7 @@
 import { randomUUID } from 'node:crypto';
 import { Peer } from './peer.mjs';
 import { streamKind } from './peer-media.mjs';
+import { Topics } from './realtime/topics.mjs';
 import { Refusal } from './refusal.mjs';
 import { reach, RoomMedia, VIDEO_CODECS } from './room-media.mjs';
 
@@ -21,8 +22,9 @@ export class Room {
   closed = false;
   #media = undefined;
 
-  constructor(id, { workers, settings, faults, onEmpty }) {
-    Object.assign(this, { id, workers, settings, faults, onEmpty });
+  constructor(id, { workers, settings, faults, onEmpty, onLeft }) {
+    Object.assign(this, { id, workers, settings, faults, onEmpty, onLeft });
+    this.topics = new Topics(settings.topics);
   }
 
   /** The router, made when the first participant needs it. */
@@ -89,6 +91,7 @@ export class Room {
   #release(peer) {
     this.peers.delete(peer.id);
     this.entryRequests.delete(peer.id);
+    this.#forgetData(peer);
     for (const other of this.joined(peer)) {
       other.media.dropConsumersOf(peer.id);
       if (!peer.announced) continue;
@@ -99,6 +102,12 @@ export class Room {
       if (producer.kind === 'audio') this.#ignore(producer);
     }
     this.#endIfEmpty(LEFT.switched);
+  }
+
+  // Topics, and the connection that carries them, are of the meeting.
+  #forgetData(peer) {
+    this.onLeft(peer);
+    this.topics.forget(peer);
   }
 
   async #ignore(producer) {
@@ -137,6 +146,7 @@ export class Room {
     clearTimeout(peer.graceTimer);
     this.peers.delete(peer.id);
     this.entryRequests.delete(peer.id);
+    this.#forgetData(peer);
     peer.asks?.forget(peer);
     peer.joined = false;
     if (told) peer.dismiss(code);
@@ -157,9 +167,11 @@ export class Room {
     this.onEmpty(this);
     for (const peer of this.peers.values()) {
       clearTimeout(peer.graceTimer);
+      this.#forgetData(peer);
       peer.media?.close();
     }
     this.peers.clear();
+    this.topics.close();
     this.#media?.then(
       (media) => media.close(),
       () => {},

@@ -4,8 +4,10 @@ import { Room } from './room.mjs';
 export class Rooms {
   #rooms = new Map();
 
-  constructor({ workers, settings, faults }) {
-    this.parts = { workers, settings, faults, onEmpty: (room) => this.#rooms.delete(room.id) };
+  /** `onLeft(peer)` hears of each participant that is no longer in the meeting where it was. */
+  constructor({ workers, settings, faults, onLeft }) {
+    const onEmpty = (room) => this.#rooms.delete(room.id);
+    this.parts = { workers, settings, faults, onEmpty, onLeft };
   }
 
   find(id) {

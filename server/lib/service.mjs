@@ -3,12 +3,13 @@ import { setTimeout as delay } from 'node:timers/promises';
 import { openAuthority } from './authority.mjs';
 import { configHandler } from './config.mjs';
 import { controlHandler } from './control.mjs';
+import { Fastws, FASTWS_PATH, refuseUpgrade } from './fastws/endpoint.mjs';
 import { Faults } from './faults.mjs';
 import { router } from './http.mjs';
 import { createLog } from './log.mjs';
 import { serviceOptions } from './options.mjs';
 import { Rooms } from './rooms.mjs';
-import { openSignalling } from './signalling.mjs';
+import { openSignalling, SIGNALLING_PATH } from './signalling.mjs';
 import { controlKey, tokenSecret } from './state.mjs';
 import { Workers } from './workers.mjs';
 
@@ -36,12 +37,14 @@ export async function startService(given = {}, { onFatal = () => {}, log } = {})
   const workers = new Workers({ count: options.workers, log, onFatal });
   const { batch: batchMs, ackTimeout, grace, linger } = options;
   const media = { ip: options.mediaAddress, announcedAddress: options.announcedAddress };
-  const settings = { batchMs, ackTimeout, grace, linger, media, log };
-  const rooms = new Rooms({ workers, faults, settings });
+  const topics = { stored: options.pubsubStored, batchMs: options.pubsubBatch };
+  const settings = { batchMs, ackTimeout, grace, linger, media, topics, log };
 
   const { cert, key } = authority;
   const server = https.createServer({ cert, key, requestTimeout: SLOWEST_REQUEST_MS });
   const address = () => `${ADDRESS}:${server.address().port}`;
+  const fastws = new Fastws({ pingMs: options.pubsubPingInterval, faults, log, address });
+  const rooms = new Rooms({ workers, faults, settings, onLeft: (peer) => fastws.expel(peer) });
   const service = {
     options,
     secret: token.text,
@@ -49,6 +52,7 @@ export async function startService(given = {}, { onFatal = () => {}, log } = {})
     faults,
     workers,
     rooms,
+    fastws,
     log,
     address,
     restart,
@@ -66,6 +70,11 @@ export async function startService(given = {}, { onFatal = () => {}, log } = {})
   server.on('tlsClientError', (error) =>
     log.debug('a TLS handshake failed', { error: error.message }),
   );
+  server.on('upgrade', (request, socket, head) => {
+    const path = request.url.split('?', 1)[0];
+    if (path === FASTWS_PATH) fastws.upgrade(request, socket, head);
+    else if (!path.startsWith(SIGNALLING_PATH)) refuseUpgrade(socket, 404);
+  });
   const io = openSignalling(server, service);
 
   try {
@@ -98,6 +107,7 @@ export async function startService(given = {}, { onFatal = () => {}, log } = {})
     settings.away = keepRooms ? ms : 0;
     if (!keepRooms) for (const room of rooms.all()) room.end();
     for (const { transport } of Object.values(io.engine.clients)) transport.socket.terminate();
+    fastws.terminate();
     down = new AbortController();
     const closed = new Promise((resolve) => server.close(resolve));
     server.closeAllConnections();
@@ -116,6 +126,7 @@ export async function startService(given = {}, { onFatal = () => {}, log } = {})
   async function close() {
     closing = true;
     for (const room of rooms.all()) room.end();
+    fastws.terminate();
     down?.abort();
     const closed = io.close();
     server.closeAllConnections();

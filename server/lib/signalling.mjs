@@ -6,6 +6,7 @@ import { Refusal } from './refusal.mjs';
 import { runRequest } from './requests.mjs';
 import { checkAccess } from './tokens.mjs';
 
+export const SIGNALLING_PATH = `${SOCKET_PREFIX}/socket.io`;
 const LARGEST_MESSAGE = 2 * 1024 * 1024;
 const MOST_WAITING = 200;
 
@@ -91,8 +92,9 @@ class Connection {
 export function openSignalling(httpServer, service) {
   const { options, secret, faults, rooms, log } = service;
   const io = new Server(httpServer, {
-    path: `${SOCKET_PREFIX}/socket.io`,
+    path: SIGNALLING_PATH,
     addTrailingSlash: false,
+    destroyUpgrade: false, // other paths have WebSockets too
     transports: ['websocket'],
     serveClient: false,
     pingInterval: options.pingInterval,

@@ -28,6 +28,17 @@ export async function until(look) {
   }
 }
 
+/** A promise like `new Promise(run)` that fails when it takes too long. */
+export function within(what, run) {
+  return new Promise((resolve, reject) => {
+    const timer = setTimeout(() => reject(new Error(`waited in vain for ${what}`)), PATIENCE_MS);
+    run((value) => {
+      clearTimeout(timer);
+      resolve(value);
+    }, reject);
+  });
+}
+
 export const temporaryFolder = () => fs.mkdtempSync(path.join(os.tmpdir(), 'kestrova-service-'));
 
 /** POST over TLS checked against `ca`; gives the status and the parsed body. */
@@ -54,7 +65,9 @@ export async function openService(given = {}) {
   const secret = fs.readFileSync(ready.secretFile, 'utf8').trim();
   const key = fs.readFileSync(ready.controlKeyFile, 'utf8').trim();
   const clients = [];
+  const ends = [];
   const helper = {
+    onClose: (fn) => ends.push(fn),
     ready,
     ca,
     lines,
@@ -83,6 +96,7 @@ export async function openService(given = {}) {
   };
   helper.close = async () => {
     for (const client of clients) client.socket.disconnect();
+    for (const end of ends) end();
     await service.close();
     fs.rmSync(state, { recursive: true, force: true });
     assert.deepEqual(fatal, []);

@@ -26,7 +26,17 @@ function respondEntry({ room, peer, data }) {
     throw new RequestError(404, 'nobody by this id asks to enter');
 }
 
-function join({ room, peer, data, secret, after }) {
+// Where the participant's topic WebSocket is, unless it is not to have one.
+function pubSubUrl({ room, peer, faults, fastws, options }) {
+  const url = fastws.admit(peer);
+  const fault = faults.take('setPubSubUrl', { roomId: room.id, peerId: peer.id });
+  const wanted = fault ? fault.url : options.pubsubUrl === 'on';
+  if (wanted === false) return {};
+  return { pubSubUrl: wanted === true ? url : wanted };
+}
+
+function join(context) {
+  const { room, peer, data, secret, after } = context;
   if (peer.joined) throw new RequestError(409, 'already joined');
   const switching = read.flag(data, 'switchingRoom');
   if (switching !== peer.switching)
@@ -48,6 +58,7 @@ function join({ room, peer, data, secret, after }) {
   // One who is just coming back is in the meeting all the time.
   const others = [...room.peers.values()].filter((other) => other.announced && other !== peer);
   peer.joined = true;
+  room.topics.forget(peer);
   // One who comes back within the grace time never left for the others.
   if (!peer.announced) room.broadcast('newPeer', peer.describe(), peer);
   peer.announced = true;
@@ -58,7 +69,8 @@ function join({ room, peer, data, secret, after }) {
     await room.receive(peer);
     if (switching) await room.publishAll(peer);
   });
-  return { peers: others.map((other) => other.describe()), unsupportedCodecs };
+  const peers = others.map((other) => other.describe());
+  return { peers, unsupportedCodecs, ...pubSubUrl(context) };
 }
 
 // The answer says that it was asked; where the participant is let in comes as "entryResponded".

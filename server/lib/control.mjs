@@ -1,4 +1,6 @@
 import { timingSafeEqual } from 'node:crypto';
+import { checkMs, fault, need } from './control-parts.mjs';
+import { realtimeActions } from './control-realtime.mjs';
 import { drop, DROPS } from './drop.mjs';
 import { dumpRooms } from './dump.mjs';
 import { HttpError, readJson, sendJson } from './http.mjs';
@@ -6,13 +8,6 @@ import { streamKind } from './peer-media.mjs';
 import { isId, isObject, MODES } from './read.mjs';
 import { LEFT } from './room.mjs';
 import { VIDEO_CODECS } from './room-media.mjs';
-
-const LONGEST_DOWN_MS = 600_000;
-
-function need(value, what) {
-  if (value === undefined || value === null) throw new HttpError(404, `no such ${what}`);
-  return value;
-}
 
 function transportOf(media, { transportId, direction = 'send' }) {
   const list = media.transports();
@@ -58,30 +53,18 @@ function targets({ rooms }, body) {
   return { room, peer, connected, consumer, producer, mode };
 }
 
-const checkDown = (ms) => {
-  if (!Number.isInteger(ms) || ms < 0 || ms > LONGEST_DOWN_MS)
-    throw new HttpError(400, `"downMs" must be a whole number from 0 to ${LONGEST_DOWN_MS}`);
-};
 const checkDrop = ({ how = DROPS[0], downMs = 0 }) => {
   if (!DROPS.includes(how)) throw new HttpError(404, 'no such way to drop a socket');
-  checkDown(downMs);
+  checkMs(downMs, 'downMs');
 };
 
-const fault =
-  (kind, ...keys) =>
-  ({ faults }, body) => {
-    const { roomId, peerId, method, direction, count = 1 } = body;
-    if (!Number.isInteger(count) || count < 1)
-      throw new HttpError(400, '"count" must be a whole number from 1');
-    const effect = Object.fromEntries(keys.map((key) => [key, body[key]]));
-    const match = kind === 'answerConfig' ? { roomId } : { roomId, peerId, method, direction };
-    faults.add(kind, match, effect, { count });
-  };
-
 const ACTIONS = {
-  rooms: async ({ rooms, workers }, { roomId }) => ({
-    rooms: await dumpRooms(rooms.all().filter((room) => !roomId || room.id === roomId)),
-    workers: workers.pids(),
+  rooms: async (service, { roomId }) => ({
+    rooms: await dumpRooms(
+      service.rooms.all().filter((room) => !roomId || room.id === roomId),
+      service,
+    ),
+    workers: service.workers.pids(),
   }),
   async emit(service, body, { connected }) {
     const { outbox, socket } = connected();
@@ -110,7 +93,7 @@ const ACTIONS = {
     }
   },
   restart({ restart }, { downMs = 0, keepRooms = false }, { afterAnswer }) {
-    checkDown(downMs);
+    checkMs(downMs, 'downMs');
     afterAnswer(() => restart(downMs, { keepRooms: keepRooms === true }));
   },
   refuseConnections: fault('refuseConnections'),
@@ -129,7 +112,10 @@ const ACTIONS = {
       throw new HttpError(400, `"codecs" must be a list out of ${VIDEO_CODECS.join(', ')}`);
     fault('offerCodecs', 'codecs')(service, body);
   },
-  clearFaults: ({ faults }) => faults.clear(),
+  clearFaults({ faults, fastws }) {
+    faults.clear();
+    for (const { flow } of fastws.connections()) flow.resume();
+  },
   setUnsupportedCodecs({ faults }, { roomId, codecs }) {
     faults.setUnsupportedCodecs(roomId, codecs);
   },
@@ -168,6 +154,7 @@ const ACTIONS = {
   closeRoom(service, { code = LEFT.roomClosed }, { room }) {
     room().close(code);
   },
+  ...realtimeActions,
 };
 
 function authorised(key, header = '') {

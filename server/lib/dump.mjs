@@ -1,3 +1,5 @@
+import { dumpConnection, dumpTopic } from './dump-realtime.mjs';
+
 const stats = async (object) => object.getStats().catch(() => []);
 
 async function dumpTransport({ direction, transport }) {
@@ -57,10 +59,18 @@ async function dumpPeer(peer) {
   };
 }
 
-async function dumpRoom(room) {
+async function dumpRoom(room, { fastws, files }) {
   const peers = await each(room.peers.values(), dumpPeer);
-  return { id: room.id, sessionId: room.sessionId, peers };
+  const here = fastws.connections().filter((connection) => connection.room === room);
+  return {
+    id: room.id,
+    sessionId: room.sessionId,
+    peers,
+    pubsub: { topics: room.topics.all().map(dumpTopic), connections: here.map(dumpConnection) },
+    store: room.store.dump(),
+    files: files.dump(room),
+  };
 }
 
 /** What tests see of the meetings: everything in them, with what flowed so far. */
-export const dumpRooms = (rooms) => each(rooms, dumpRoom);
+export const dumpRooms = (rooms, service) => each(rooms, (room) => dumpRoom(room, service));

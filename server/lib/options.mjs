@@ -8,6 +8,8 @@ export function defaultState(env = process.env) {
   return path.join(base, 'kestrova-service');
 }
 
+const MIB = 1024 * 1024;
+
 // Each option is a flag and an environment variable: --ping-timeout, KESTROVA_SERVICE_PING_TIMEOUT.
 const NUMBERS = {
   port: { fallback: 0, max: 65535, help: 'port on 127.0.0.1; 0 takes a free one' },
@@ -26,9 +28,11 @@ const NUMBERS = {
   'pubsub-ping-interval': {
     fallback: 25000,
     min: 10,
-    help: 'ms between pings on the topic WebSocket',
+    help: 'ms between pings on the WebSocket for topics',
   },
   'pubsub-stored': { fallback: 20000, min: 1, help: 'stored messages of a topic; the oldest go' },
+  'file-size': { fallback: 16 * MIB, min: 1, max: 256 * MIB, help: 'bytes of a file, at most' },
+  'files-total': { fallback: 256 * MIB, min: 1, help: 'bytes of all files together, at most' },
 };
 
 const TEXTS = {
@@ -40,7 +44,11 @@ const TEXTS = {
 };
 
 const CHOICES = {
-  'pubsub-url': { fallback: 'on', of: ['on', 'off'], help: 'whether joining tells the topic WebSocket' },
+  'pubsub-url': {
+    fallback: 'on',
+    of: ['on', 'off'],
+    help: 'whether who joins is told of the WebSocket for topics',
+  },
 };
 
 const FLAGS = {

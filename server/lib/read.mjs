@@ -13,10 +13,10 @@ export const isId = (value) => typeof value === 'string' && ID.test(value);
 const wrong = (key, wanted) => new RequestError(400, `"${key}" must be ${wanted}`);
 
 /** Readers of a request's data: the value under `key`, or a RequestError that names the fault. */
-export function text(data, key) {
+export function text(data, key, longest = LONGEST_TEXT) {
   const value = data[key];
-  if (typeof value !== 'string' || value.length > LONGEST_TEXT) {
-    throw wrong(key, `a text of at most ${LONGEST_TEXT} characters`);
+  if (typeof value !== 'string' || value.length > longest) {
+    throw wrong(key, longest < Infinity ? `a text of at most ${longest} characters` : 'a text');
   }
   return value;
 }

@@ -3,10 +3,13 @@ import { Refusal, RequestError } from './refusal.mjs';
 import { entryRequests } from './requests/entry.mjs';
 import { mediaRequests } from './requests/media.mjs';
 import { meetingRequests } from './requests/meeting.mjs';
+import { realtimeRequests } from './requests/realtime.mjs';
 
 // method -> { needs: 'entry' | 'join', moderator, run(context) }. What `run` gives goes into the
 // answer; what it passes to `after` runs once the answer is on its way.
-const METHODS = new Map(Object.entries({ ...entryRequests, ...mediaRequests, ...meetingRequests }));
+const METHODS = new Map(
+  Object.entries({ ...entryRequests, ...mediaRequests, ...meetingRequests, ...realtimeRequests }),
+);
 
 function check(peer, row) {
   if (row.needs && peer.entry !== 'allowed')

@@ -1,6 +1,7 @@
 import { randomUUID } from 'node:crypto';
 import { Peer } from './peer.mjs';
 import { streamKind } from './peer-media.mjs';
+import { Store } from './realtime/store.mjs';
 import { Topics } from './realtime/topics.mjs';
 import { Refusal } from './refusal.mjs';
 import { reach, RoomMedia, VIDEO_CODECS } from './room-media.mjs';
@@ -19,6 +20,7 @@ export class Room {
   peers = new Map();
   entryRequests = new Map();
   sessionId = randomUUID();
+  store = new Store();
   closed = false;
   #media = undefined;
 
@@ -104,10 +106,11 @@ export class Room {
     this.#endIfEmpty(LEFT.switched);
   }
 
-  // Topics, and the connection that carries them, are of the meeting.
+  // What it subscribed to and observes here, and the connection for it, ends with its stay.
   #forgetData(peer) {
     this.onLeft(peer);
     this.topics.forget(peer);
+    this.store.forget(peer);
   }
 
   async #ignore(producer) {

@@ -4,10 +4,16 @@ import { Room } from './room.mjs';
 export class Rooms {
   #rooms = new Map();
 
-  /** `onLeft(peer)` hears of each participant that is no longer in the meeting where it was. */
-  constructor({ workers, settings, faults, onLeft }) {
-    const onEmpty = (room) => this.#rooms.delete(room.id);
-    this.parts = { workers, settings, faults, onEmpty, onLeft };
+  /**
+   * `onLeft(peer)` hears of each participant that is no longer in the meeting where it was,
+   * `onEmpty(room)` of each meeting that has ended.
+   */
+  constructor({ workers, settings, faults, onLeft, onEmpty }) {
+    const ended = (room) => {
+      this.#rooms.delete(room.id);
+      onEmpty(room);
+    };
+    this.parts = { workers, settings, faults, onLeft, onEmpty: ended };
   }
 
   find(id) {

@@ -8,13 +8,15 @@ import { Faults } from './faults.mjs';
 import { router } from './http.mjs';
 import { createLog } from './log.mjs';
 import { serviceOptions } from './options.mjs';
+import { Files, FILES_PATH, UPLOAD_PATH } from './realtime/files.mjs';
 import { Rooms } from './rooms.mjs';
 import { openSignalling, SIGNALLING_PATH } from './signalling.mjs';
 import { controlKey, tokenSecret } from './state.mjs';
 import { Workers } from './workers.mjs';
 
 const ADDRESS = '127.0.0.1';
-const SLOWEST_REQUEST_MS = 30000;
+// As long as clients wait for a file that they send.
+const SLOWEST_REQUEST_MS = 60000;
 
 function listen(server, port) {
   return new Promise((resolve, reject) => {
@@ -44,7 +46,20 @@ export async function startService(given = {}, { onFatal = () => {}, log } = {})
   const server = https.createServer({ cert, key, requestTimeout: SLOWEST_REQUEST_MS });
   const address = () => `${ADDRESS}:${server.address().port}`;
   const fastws = new Fastws({ pingMs: options.pubsubPingInterval, faults, log, address });
-  const rooms = new Rooms({ workers, faults, settings, onLeft: (peer) => fastws.expel(peer) });
+  const rooms = new Rooms({
+    workers,
+    faults,
+    settings,
+    onLeft: (peer) => fastws.expel(peer),
+    onEmpty: (room) => files.forget(room),
+  });
+  const files = new Files({
+    rooms,
+    secret: token.text,
+    largest: options.fileSize,
+    mostBytes: options.filesTotal,
+    address,
+  });
   const service = {
     options,
     secret: token.text,
@@ -53,6 +68,7 @@ export async function startService(given = {}, { onFatal = () => {}, log } = {})
     workers,
     rooms,
     fastws,
+    files,
     log,
     address,
     restart,
@@ -63,6 +79,8 @@ export async function startService(given = {}, { onFatal = () => {}, log } = {})
       [
         ['POST', '/infra/v1/meetings/init-config', configHandler(service)],
         ['POST', '/control/', controlHandler(service)],
+        ['POST', UPLOAD_PATH, (...args) => files.upload(...args)],
+        ['GET', FILES_PATH, (...args) => files.fetch(...args)],
       ],
       log,
     ),

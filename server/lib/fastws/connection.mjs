@@ -21,6 +21,8 @@ export class Connection {
     this.peerId = peer.id;
     this.flow = new Flow(socket);
     this.operations = new Operations(this);
+    const silence = faults.take('silencePubSub', { roomId: room.id, peerId: peer.id });
+    if (silence) this.flow.silence(silence.frames, silence.ms);
     socket.on('message', (data, binary) => this.#receive(data, binary));
     socket.on('close', (code) => this.#gone(code));
     socket.on('error', (error) => log.debug('a pubsub socket failed', { error: error.message }));
@@ -46,9 +48,13 @@ export class Connection {
     this.operations.run(kind, body);
   }
 
+  get unanswered() {
+    return this.#pings - this.#answered;
+  }
+
   #ping() {
     if (this.flow.silent) return;
-    if (this.#pings - this.#answered >= MOST_UNANSWERED) {
+    if (this.unanswered >= MOST_UNANSWERED) {
       this.log.info('a pubsub client is dead', { roomId: this.room.id, peerId: this.peerId });
       return this.socket.terminate();
     }

@@ -9,6 +9,7 @@ export class Flow {
   #replays = [];
   #channels = new Set();
   #held = [];
+  #timer = undefined;
   #written = () => this.pump();
   // Ordered by a test: the reader counts as slow; nothing goes out.
   slow = false;
@@ -42,9 +43,8 @@ export class Flow {
     this.#replays = this.#replays.filter((replay) => !fits(replay));
   }
 
-  release() {
-    for (const replay of this.#replays) replay.held = false;
-    this.pump();
+  get replays() {
+    return this.#replays.length;
   }
 
   wait(channel) {
@@ -76,22 +76,35 @@ export class Flow {
     return true;
   }
 
-  /** Sends nothing any more: what would go is "lost", or "held" until `speak`. */
-  silence(how) {
-    this.silent = how;
+  /** Sends nothing, for `ms` or until `resume`: frames are "lost", or "held" until then. */
+  silence(frames, ms) {
+    this.silent = frames;
+    this.#until(ms);
   }
 
-  speak() {
+  /** Counts as slow, for `ms` or until `resume`. */
+  slowDown(ms) {
+    this.slow = true;
+    this.#until(ms);
+  }
+
+  #until(ms) {
+    clearTimeout(this.#timer);
+    if (ms !== undefined) this.#timer = setTimeout(() => this.resume(), ms);
+  }
+
+  /** Ends what a test ordered. */
+  resume() {
+    clearTimeout(this.#timer);
     this.silent = undefined;
+    this.slow = false;
     for (const frame of this.#held.splice(0)) this.write(frame);
-  }
-
-  setSlow(slow) {
-    this.slow = slow;
+    for (const replay of this.#replays) replay.held = false;
     this.pump();
   }
 
   close() {
+    clearTimeout(this.#timer);
     this.closed = true;
     this.#replays = [];
     this.#channels.clear();

@@ -2,6 +2,7 @@ import { RequestError } from '../refusal.mjs';
 import { Channel, subscription } from './channel.mjs';
 import { replayFrames } from './frames.mjs';
 
+export const OPERATIONS = ['subscribe', 'unsubscribe', 'publish', 'getHistory'];
 const MOST_SUBSCRIPTIONS = 10_000;
 const MOST_HISTORY = 100;
 

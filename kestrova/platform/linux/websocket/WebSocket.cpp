@@ -73,6 +73,7 @@ void WebSocket::connected() {
 }
 
 void WebSocket::read() {
+  if (_paused || std::exchange(_reading, true)) return;
   _stream->read([self = shared_from_this()](const error_code& error) {
     if (self->passed(error, "receiving")) self->readDone();
   });
@@ -92,7 +93,13 @@ void WebSocket::readDone() {
   }
   if (_phase == Phase::closed) return;
   _stream->release();
+  _reading = false;
   read();
+}
+
+void WebSocket::resumeReading() {
+  _paused = false;
+  if (_phase == Phase::open || _phase == Phase::closing) read();
 }
 
 // ---- Writing -----------------------------------------------------------------------------------
@@ -197,6 +204,7 @@ void WebSocket::close(std::uint16_t code, std::string farewell, std::shared_ptr<
   _farewell = std::move(farewell);
   _goodbye = std::move(goodbye);
   _watch = later(_options.limits.closeTimeout, &WebSocket::closingEnded);
+  resumeReading();
   flush();
   if (!_isSending) leave();
 }

@@ -57,7 +57,8 @@ public:
   virtual void webSocketText(std::string_view message) = 0;
   virtual void webSocketBytes(std::span<const std::uint8_t> message) = 0;
   /// The connection could not be made or was lost. The last call there is.
-  /// \param code what the server gave as it closed; nothing when the connection just went
+  /// \param code what the server gave as it closed, 1005 where it gave none; nothing when the
+  /// connection just went
   virtual void webSocketClosed(const std::string& reason, std::optional<std::uint16_t> code) = 0;
 };
 
@@ -82,6 +83,11 @@ public:
   ~WebSocket();
 
   void open();
+  /// Reads no further than the message that is being told, so that the server has to wait: nothing
+  /// of it is heard, pings and the loss of the connection included, until `resumeReading`. A close
+  /// resumes by itself.
+  void pauseReading() { _paused = true; }
+  void resumeReading();
   /// Queues a text message, and binary ones that follow it without another in between.
   SendResult send(std::string text, std::vector<Bytes> attachments = {});
   /// Queues a binary message.
@@ -132,6 +138,8 @@ private:
   std::weak_ptr<WebSocketListener> _listener;
   std::unique_ptr<WebSocketStream> _stream;
   Phase _phase = Phase::opening;
+  bool _paused = false;
+  bool _reading = false;
   std::string _sending;
   bool _isSending = false;
   std::vector<Message> _taken;

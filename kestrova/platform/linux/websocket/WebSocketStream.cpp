@@ -53,9 +53,9 @@ bool WebSocketStream::isClose(const error_code& error) {
   return error == websocket::error::closed;
 }
 
-std::optional<std::uint16_t> WebSocketStream::closeCode() const {
+std::uint16_t WebSocketStream::closeCode() const {
   const auto code = _state->stream.reason().code;
-  if (code == websocket::close_code::none) return std::nullopt;
+  if (code == websocket::close_code::none) return websocket::close_code::no_status;
   return code;
 }
 

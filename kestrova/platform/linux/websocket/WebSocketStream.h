@@ -9,7 +9,6 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -55,9 +54,9 @@ public:
   void ping(std::function<void()> answered, Done done);
   /// Sends the close frame and reads until the server's.
   void close(std::uint16_t code, Done done);
-  /// Whether `error` is the server's close frame, and the code in it, if there was one.
+  /// Whether `error` is the server's close frame, and the code in it; 1005 where there was none.
   static bool isClose(const boost::system::error_code& error);
-  std::optional<std::uint16_t> closeCode() const;
+  std::uint16_t closeCode() const;
 
 private:
   struct State;

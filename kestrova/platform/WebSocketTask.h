@@ -40,7 +40,7 @@ public:
     /// follows.
     std::function<void(std::uint16_t closeCode)> didClose;
     /// The end, in every case: with no error after a close, with one when the connection could not
-    /// be made or was lost.
+    /// be made or was lost. Messages that came before it are received before it is told.
     std::function<void(const std::optional<Error>&)> didComplete;
   };
 
@@ -54,7 +54,9 @@ public:
   /// Sends a binary message. `completion`, which may be empty, is called when the message is on its
   /// way, or with an error when the connection isn't open.
   virtual void send(std::vector<std::uint8_t> data, SendHandler completion) = 0;
-  /// Ends the connection: what was sent before still goes out, and the server is told `closeCode`.
+  /// Ends the connection: what was sent before still goes out, and the server is told `closeCode`,
+  /// or `goingAway` in place of a code that may not be sent. The last reference's end does the
+  /// same.
   virtual void cancel(std::uint16_t closeCode) = 0;
 };
 

@@ -6,6 +6,7 @@
 #include <kestrova/platform/linux/mediasoup/MediasoupDevice.h>
 #include <kestrova/platform/linux/socketio/SocketManager.h>
 #include <kestrova/platform/linux/webrtc/PeerConnectionFactory.h>
+#include <kestrova/platform/linux/websocket/WebSocketTaskImpl.h>
 
 #include <openssl/crypto.h>
 #include <sys/utsname.h>
@@ -34,6 +35,11 @@ Platform makeLinuxPlatform() {
       .makeSocketManager =
           [](const std::string& url, SocketManagerConfig config) {
             return makeSocketManager(url, std::move(config), Runtime::network());
+          },
+      .makeWebSocketTask =
+          [](const std::string& url, std::shared_ptr<SerialQueue> queue,
+             WebSocketTask::Events events) {
+            return makeWebSocketTask(url, std::move(queue), std::move(events), Runtime::network());
           },
       .makeDevice = [] { return makeDevice(); },
       .peerConnectionFactory = [] { return sharedPeerConnectionFactory(); },

@@ -4,17 +4,17 @@
 namespace kestrova {
 namespace {
 
-using Kind = ProtoDecodeError::Kind;
+using DecodeKind = ProtoDecodeError::Kind;
 
-std::string describe(Kind kind, int wireType) {
+std::string describeDecodeError(DecodeKind kind, int wireType) {
   switch (kind) {
-    case Kind::unknownWireType:
+    case DecodeKind::unknownWireType:
       return "unknownWireType(" + std::to_string(wireType) + ")";
-    case Kind::truncated:
+    case DecodeKind::truncated:
       return "truncated";
-    case Kind::malformedVarint:
+    case DecodeKind::malformedVarint:
       return "malformedVarint";
-    case Kind::invalidUTF8:
+    case DecodeKind::invalidUTF8:
       break;
   }
   return "invalidUTF8";
@@ -23,22 +23,22 @@ std::string describe(Kind kind, int wireType) {
 }  // namespace
 
 ProtoDecodeError::ProtoDecodeError(Kind kind, int wireType)
-    : _kind(kind), _wireType(wireType), _text(describe(kind, wireType)) {}
+    : _kind(kind), _wireType(wireType), _text(describeDecodeError(kind, wireType)) {}
 
 std::uint64_t ProtoReader::readLongVarint() {
   std::uint64_t value = 0;
   for (int shift = 0;; shift += 7) {
-    if (_at == _end) throw ProtoDecodeError(Kind::truncated);
+    if (_at == _end) throw ProtoDecodeError(DecodeKind::truncated);
     const std::uint64_t byte = *_at++;
     constexpr int lastShift = 63;  // of the tenth byte
-    if (shift == lastShift && byte > 1) throw ProtoDecodeError(Kind::malformedVarint);
+    if (shift == lastShift && byte > 1) throw ProtoDecodeError(DecodeKind::malformedVarint);
     value |= (byte & 0x7F) << shift;
     if (byte < 0x80) return value;
   }
 }
 
 ByteView ProtoReader::take(std::uint64_t count) {
-  if (count > static_cast<std::uint64_t>(_end - _at)) throw ProtoDecodeError(Kind::truncated);
+  if (count > static_cast<std::uint64_t>(_end - _at)) throw ProtoDecodeError(DecodeKind::truncated);
   const ByteView taken(_at, static_cast<std::size_t>(count));
   _at += taken.size();
   return taken;
@@ -50,7 +50,7 @@ ByteView ProtoReader::readBytes() {
 
 std::string_view ProtoReader::readText() {
   const auto text = textOf(readBytes());
-  if (!isUtf8(text)) throw ProtoDecodeError(Kind::invalidUTF8);
+  if (!isUtf8(text)) throw ProtoDecodeError(DecodeKind::invalidUTF8);
   return text;
 }
 
@@ -69,7 +69,7 @@ void ProtoReader::skip(WireType wireType) {
       take(4);
       return;
   }
-  throw ProtoDecodeError(Kind::unknownWireType, static_cast<int>(wireType));
+  throw ProtoDecodeError(DecodeKind::unknownWireType, static_cast<int>(wireType));
 }
 
 }  // namespace kestrova

@@ -55,7 +55,7 @@ std::string iso8601(std::int64_t wallClockMs) {
 }
 
 /// The list of texts, or nothing when it is anything else.
-std::vector<std::string> texts(const List* list) {
+std::vector<std::string> textsOf(const List* list) {
   std::vector<std::string> found;
   if (!list) return found;
   for (const auto& entry : *list) {
@@ -187,7 +187,7 @@ FastwsPublishParams PubSubFastwsRoute::makePublishParams(std::string topic, std:
   FastwsPublishParams params{.topic = std::move(topic),
                              .message = std::move(message),
                              .payload = {},
-                             .sendOnly = texts(list(options, "sendOnly")),
+                             .sendOnly = textsOf(list(options, "sendOnly")),
                              .persist = boolean(options, "persist", false),
                              .senderId = local.localParticipantId,
                              .senderName = local.localParticipantName,

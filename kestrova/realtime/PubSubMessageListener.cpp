@@ -5,9 +5,9 @@
 namespace kestrova {
 namespace {
 
-class FunctionListener final : public PubSubMessageListener {
+class TopicFunctionListener final : public PubSubMessageListener {
 public:
-  explicit FunctionListener(PubSubMessageEvents events) : _events(std::move(events)) {}
+  explicit TopicFunctionListener(PubSubMessageEvents events) : _events(std::move(events)) {}
 
   void onMessageReceived(const PubSubMessage& message) override {
     if (_events.onMessageReceived) _events.onMessageReceived(message);
@@ -30,7 +30,7 @@ private:
 }  // namespace
 
 std::shared_ptr<PubSubMessageListener> makeListener(PubSubMessageEvents events) {
-  return std::make_shared<FunctionListener>(std::move(events));
+  return std::make_shared<TopicFunctionListener>(std::move(events));
 }
 
 }  // namespace kestrova

@@ -3,33 +3,33 @@
 namespace kestrova {
 namespace {
 
-using Kind = PubSubError::Kind;
+using PubSubKind = PubSubError::Kind;
 
-std::string describe(Kind kind, const std::string& carried) {
+std::string describePubSubError(PubSubKind kind, const std::string& carried) {
   switch (kind) {
-    case Kind::invalidOldMessageLimit:
+    case PubSubKind::invalidOldMessageLimit:
       return "\"oldMessageLimit\" must be an integer >= 0 (got " + carried + ").";
-    case Kind::invalidMaxQueue:
+    case PubSubKind::invalidMaxQueue:
       return "\"maxQueue\" must be an integer >= 1 (got " + carried + ").";
-    case Kind::invalidNewMessageLimit:
+    case PubSubKind::invalidNewMessageLimit:
       return "\"newMessageLimit\" must be an integer >= 0 (got " + carried + ").";
-    case Kind::maxQueueNotAllowedWithDrop:
+    case PubSubKind::maxQueueNotAllowedWithDrop:
       return "\"maxQueue\" is not allowed with realtimeOverflow=\"drop\".";
-    case Kind::operationTimeout:
+    case PubSubKind::operationTimeout:
       return "Operation Timeout.";
-    case Kind::noSubscribedListener:
+    case PubSubKind::noSubscribedListener:
       return "No subscribed listener found for this topic";
-    case Kind::alreadySubscribed:
+    case PubSubKind::alreadySubscribed:
       return "You already subscribed to this topic with same listener.";
-    case Kind::meetingNotJoined:
+    case PubSubKind::meetingNotJoined:
       return "You must join the meeting before using PubSub.";
-    case Kind::meetingReconnecting:
+    case PubSubKind::meetingReconnecting:
       return "The meeting is reconnecting. Please try again once it reconnects.";
-    case Kind::meetingAlreadyLeft:
+    case PubSubKind::meetingAlreadyLeft:
       return "You have already left the meeting.";
-    case Kind::publishFailed:
-    case Kind::subscribeFailed:
-    case Kind::unsubscribeFailed:
+    case PubSubKind::publishFailed:
+    case PubSubKind::subscribeFailed:
+    case PubSubKind::unsubscribeFailed:
       break;
   }
   return carried;
@@ -38,7 +38,7 @@ std::string describe(Kind kind, const std::string& carried) {
 }  // namespace
 
 PubSubError::PubSubError(Kind kind, const std::string& carried)
-    : std::runtime_error(describe(kind, carried)), _kind(kind) {}
+    : std::runtime_error(describePubSubError(kind, carried)), _kind(kind) {}
 
 PubSubError::PubSubError(Kind kind, std::int64_t value)
     : PubSubError(kind, std::to_string(value)) {}
@@ -49,11 +49,11 @@ std::string_view rawValue(RealtimeOverflow overflow) {
 
 void PubSubSubscribeOptions::validated() const {
   if (oldMessageLimit && *oldMessageLimit < 0)
-    throw PubSubError(Kind::invalidOldMessageLimit, *oldMessageLimit);
-  if (maxQueue && *maxQueue < 1) throw PubSubError(Kind::invalidMaxQueue, *maxQueue);
-  if (newMessageLimit < 0) throw PubSubError(Kind::invalidNewMessageLimit, newMessageLimit);
+    throw PubSubError(PubSubKind::invalidOldMessageLimit, *oldMessageLimit);
+  if (maxQueue && *maxQueue < 1) throw PubSubError(PubSubKind::invalidMaxQueue, *maxQueue);
+  if (newMessageLimit < 0) throw PubSubError(PubSubKind::invalidNewMessageLimit, newMessageLimit);
   if (realtimeOverflow == RealtimeOverflow::drop && maxQueue)
-    throw PubSubError(Kind::maxQueueNotAllowedWithDrop);
+    throw PubSubError(PubSubKind::maxQueueNotAllowedWithDrop);
 }
 
 }  // namespace kestrova

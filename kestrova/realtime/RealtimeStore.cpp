@@ -18,7 +18,7 @@
 namespace kestrova {
 
 using RealtimeStoreMulticastDelegate = MulticastDelegate<RealtimeStoreEventListener>;
-using Kind = RealtimeStoreError::Kind;
+using StoreKind = RealtimeStoreError::Kind;
 
 struct RealtimeStore::State {
   std::shared_ptr<RoomClient> roomClient;
@@ -51,36 +51,36 @@ struct RealtimeStore::State {
 
 namespace {
 
-std::string describe(Kind kind, const std::string& carried) {
+std::string describeStoreError(StoreKind kind, const std::string& carried) {
   switch (kind) {
-    case Kind::operationFailed:
+    case StoreKind::operationFailed:
       break;
-    case Kind::meetingNotJoined:
+    case StoreKind::meetingNotJoined:
       return "You must join the meeting before using Realtime Store.";
-    case Kind::meetingReconnecting:
+    case StoreKind::meetingReconnecting:
       return "The meeting is reconnecting. Please try again once it reconnects.";
-    case Kind::meetingAlreadyLeft:
+    case StoreKind::meetingAlreadyLeft:
       return "You have already left the meeting.";
-    case Kind::keyNotFound:
+    case StoreKind::keyNotFound:
       return "Key not found";
-    case Kind::invalidKey:
+    case StoreKind::invalidKey:
       return "Invalid key parameter";
-    case Kind::valueTooLarge:
+    case StoreKind::valueTooLarge:
       return "Payload too large: Maximum allowed size is 1024 bytes (1KB).";
   }
   return carried;
 }
 
-Kind kindOf(MeetingActionValidationFailure failure) {
+StoreKind kindOf(MeetingActionValidationFailure failure) {
   switch (failure) {
     case MeetingActionValidationFailure::meetingReconnecting:
-      return Kind::meetingReconnecting;
+      return StoreKind::meetingReconnecting;
     case MeetingActionValidationFailure::meetingAlreadyLeft:
-      return Kind::meetingAlreadyLeft;
+      return StoreKind::meetingAlreadyLeft;
     case MeetingActionValidationFailure::meetingNotJoined:
       break;
   }
-  return Kind::meetingNotJoined;
+  return StoreKind::meetingNotJoined;
 }
 
 /// A line for the back end alone.
@@ -112,11 +112,12 @@ bool isTrueLike(const Value* value) {
   return lower == "true" || lower == "yes" || lower == "ok" || lower == "1";
 }
 
-class FunctionListener final : public RealtimeStoreEventListener {
+class StoreFunctionListener final : public RealtimeStoreEventListener {
 public:
   using OnValueChanged = std::function<void(const std::string&, const std::optional<std::string>&,
                                             const std::string&)>;
-  explicit FunctionListener(OnValueChanged onValueChanged) : _call(std::move(onValueChanged)) {}
+  explicit StoreFunctionListener(OnValueChanged onValueChanged)
+      : _call(std::move(onValueChanged)) {}
   void onValueChanged(const std::string& key, const std::optional<std::string>& value,
                       const std::string& updatedBy) override {
     if (_call) _call(key, value, updatedBy);
@@ -129,25 +130,25 @@ private:
 }  // namespace
 
 std::shared_ptr<RealtimeStoreEventListener> makeStoreListener(
-    FunctionListener::OnValueChanged onValueChanged) {
-  return std::make_shared<FunctionListener>(std::move(onValueChanged));
+    StoreFunctionListener::OnValueChanged onValueChanged) {
+  return std::make_shared<StoreFunctionListener>(std::move(onValueChanged));
 }
 
 RealtimeStoreError::RealtimeStoreError(Kind kind, const std::string& carried)
-    : std::runtime_error(describe(kind, carried)), _kind(kind) {}
+    : std::runtime_error(describeStoreError(kind, carried)), _kind(kind) {}
 
 // ---- The check that all four share -------------------------------------------------------------
 
 void RealtimeStore::State::check(std::string_view methodName, const std::string& key) {
   const auto validator = meetingActionValidator.lock();
-  if (!validator) throw RealtimeStoreError(Kind::meetingNotJoined);
+  if (!validator) throw RealtimeStoreError(StoreKind::meetingNotJoined);
   if (const auto failure = validator->meetingActionState()) {
     validator->emitMeetingActionValidationFailure(*failure, methodName);
     throw RealtimeStoreError(kindOf(*failure));
   }
   if (!key.empty() && isUtf8(key)) return;
   if (methodName == "observe") report("Error in observe() - Invalid key");
-  throw RealtimeStoreError(Kind::invalidKey);
+  throw RealtimeStoreError(StoreKind::invalidKey);
 }
 
 // ---- Values ------------------------------------------------------------------------------------
@@ -155,14 +156,14 @@ void RealtimeStore::State::check(std::string_view methodName, const std::string&
 Task<void> RealtimeStore::State::set(std::shared_ptr<State> self, std::string key,
                                      std::optional<std::string> value) {
   self->check("set", key);
-  if (value && value->size() > mostValueBytes) throw RealtimeStoreError(Kind::valueTooLarge);
+  if (value && value->size() > mostValueBytes) throw RealtimeStoreError(StoreKind::valueTooLarge);
   auto asking = self->roomClient->requests()->realtimeStoreSetValue(key, value);
   const Dictionary response = co_await std::move(asking);
   const auto status = isStatusOK(response);
   if (status.ok) co_return;
   const auto message = status.failure.empty() ? "Failed to set value" : status.failure;
   report("Error in setValue(): " + message, {{"key", key}, {"value", value.value_or("")}});
-  throw RealtimeStoreError(Kind::operationFailed, message);
+  throw RealtimeStoreError(StoreKind::operationFailed, message);
 }
 
 Task<std::optional<std::string>> RealtimeStore::State::get(std::shared_ptr<State> self,
@@ -178,7 +179,7 @@ Task<std::optional<std::string>> RealtimeStore::State::get(std::shared_ptr<State
   if (data) failure = text(*data, "error");
   if (data && !failure) failure = text(*data, "message");
   report("Error in getValue(): " + jsonText(response).value_or(""), {{"key", key}});
-  throw RealtimeStoreError(Kind::operationFailed, failure.value_or("Failed to get value"));
+  throw RealtimeStoreError(StoreKind::operationFailed, failure.value_or("Failed to get value"));
 }
 
 // ---- Observers ---------------------------------------------------------------------------------
@@ -213,7 +214,7 @@ Task<void> RealtimeStore::State::observe(std::shared_ptr<State> self, std::strin
   }
   if (status.ok) co_return;
   report("Error in observe() for key '" + key + "', Error: " + status.failure);
-  throw RealtimeStoreError(Kind::operationFailed, "Failed to observe key");
+  throw RealtimeStoreError(StoreKind::operationFailed, "Failed to observe key");
 }
 
 /// Takes the listener away; true when the service is to be told that nobody observes the key now.
@@ -244,7 +245,7 @@ Task<void> RealtimeStore::State::stopObserving(std::shared_ptr<State> self, std:
   const auto status = isStatusOK(response);
   if (status.ok) co_return;
   report("Error in stopObserving() for key '" + key + "' \n " + status.failure);
-  throw RealtimeStoreError(Kind::operationFailed, "Failed to stop observing key");
+  throw RealtimeStoreError(StoreKind::operationFailed, "Failed to stop observing key");
 }
 
 // ---- The face ----------------------------------------------------------------------------------

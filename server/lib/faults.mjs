@@ -12,6 +12,7 @@ export class Faults {
 
   /** The effect of the first rule of `kind` that fits, or undefined; uses it up by one. */
   take(kind, event) {
+    if (this.#rules.length === 0) return undefined;
     this.#rules = this.#rules.filter(({ until }) => until > Date.now());
     const index = this.#rules.findIndex(
       (rule) =>

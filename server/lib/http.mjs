@@ -11,7 +11,10 @@ export class HttpError extends Error {
  * The request's body parsed as JSON; an empty one is an empty object. One that is too long is read
  * to its end all the same, up to `drain` bytes more: who is still sending doesn't hear a refusal.
  */
-export async function readJson(request, { largest = LARGEST_BODY, drain = 16 * LARGEST_BODY } = {}) {
+export async function readJson(
+  request,
+  { largest = LARGEST_BODY, drain = 16 * LARGEST_BODY } = {},
+) {
   const chunks = [];
   let size = 0;
   for await (const chunk of request) {

@@ -91,7 +91,8 @@ export function serviceOptions(given = {}) {
 /** Options from the command line, which wins, and the environment. Throws what to tell the user. */
 export function parseServiceOptions(args, env = process.env) {
   const known = {};
-  for (const name of Object.keys({ ...NUMBERS, ...CHOICES, ...TEXTS })) known[name] = { type: 'string' };
+  for (const name of Object.keys({ ...NUMBERS, ...CHOICES, ...TEXTS }))
+    known[name] = { type: 'string' };
   for (const name of Object.keys(FLAGS)) known[name] = { type: 'boolean' };
   const { values } = parseArgs({ args, options: known, strict: true });
   const given = {};

@@ -25,6 +25,27 @@ function listen(server, port) {
   });
 }
 
+/** What the server answers, by path; gives the signalling. */
+function serve(server, service) {
+  const { fastws, files, log } = service;
+  const routes = [
+    ['POST', '/infra/v1/meetings/init-config', configHandler(service)],
+    ['POST', '/control/', controlHandler(service)],
+    ['POST', UPLOAD_PATH, (...args) => files.upload(...args)],
+    ['GET', FILES_PATH, (...args) => files.fetch(...args)],
+  ];
+  server.on('request', router(routes, log));
+  server.on('tlsClientError', (error) =>
+    log.debug('a TLS handshake failed', { error: error.message }),
+  );
+  server.on('upgrade', (request, socket, head) => {
+    const path = request.url.split('?', 1)[0];
+    if (path === FASTWS_PATH) fastws.upgrade(request, socket, head);
+    else if (!path.startsWith(SIGNALLING_PATH)) refuseUpgrade(socket, 404);
+  });
+  return openSignalling(server, service);
+}
+
 /**
  * Starts the whole service. `onFatal(error)` is called when it cannot go on. Gives `ready`, the
  * record of where it is, and `close()`.
@@ -73,27 +94,7 @@ export async function startService(given = {}, { onFatal = () => {}, log } = {})
     address,
     restart,
   };
-  server.on(
-    'request',
-    router(
-      [
-        ['POST', '/infra/v1/meetings/init-config', configHandler(service)],
-        ['POST', '/control/', controlHandler(service)],
-        ['POST', UPLOAD_PATH, (...args) => files.upload(...args)],
-        ['GET', FILES_PATH, (...args) => files.fetch(...args)],
-      ],
-      log,
-    ),
-  );
-  server.on('tlsClientError', (error) =>
-    log.debug('a TLS handshake failed', { error: error.message }),
-  );
-  server.on('upgrade', (request, socket, head) => {
-    const path = request.url.split('?', 1)[0];
-    if (path === FASTWS_PATH) fastws.upgrade(request, socket, head);
-    else if (!path.startsWith(SIGNALLING_PATH)) refuseUpgrade(socket, 404);
-  });
-  const io = openSignalling(server, service);
+  const io = serve(server, service);
 
   try {
     await workers.start();

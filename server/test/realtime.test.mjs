@@ -53,10 +53,13 @@ describe('topics on the signalling connection', () => {
     await bob.publish('end', 'heard');
     assert.equal((await ada.next('pubsubMessage')).message, 'heard');
     const topics = (await service.control('rooms', { roomId })).rooms[0].pubsub.topics;
-    assert.deepEqual(topics.map((one) => [one.topic, one.signalled, one.subscribers]), [
-      ['t', [], []],
-      ['end', ['ada'], []],
-    ]);
+    assert.deepEqual(
+      topics.map((one) => [one.topic, one.signalled, one.subscribers]),
+      [
+        ['t', [], []],
+        ['end', ['ada'], []],
+      ],
+    );
   });
 
   it('end with either route, and with the connection', async () => {
@@ -192,7 +195,11 @@ describe('files of a meeting', () => {
   async function fetch(url, authorization = service.token()) {
     const request = https.get(url, { ca: service.ca, headers: { authorization }, agent: false });
     const [response] = await once(request, 'response');
-    return { status: response.statusCode, headers: response.headers, bytes: await buffer(response) };
+    return {
+      status: response.statusCode,
+      headers: response.headers,
+      bytes: await buffer(response),
+    };
   }
 
   it('come back as they were, to those who may, while there is the meeting', async () => {

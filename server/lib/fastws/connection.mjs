@@ -16,10 +16,10 @@ export class Connection {
   closed = false;
 
   /** `ended()` is called when it is over, whoever ended it. */
-  constructor(socket, { peer, room, pingMs, faults, log, ended }) {
+  constructor(socket, { stream, peer, room, pingMs, faults, log, ended }) {
     Object.assign(this, { socket, peer, room, pingMs, faults, log, ended });
     this.peerId = peer.id;
-    this.flow = new Flow(socket);
+    this.flow = new Flow(socket, stream);
     this.operations = new Operations(this);
     const silence = faults.take('silencePubSub', { roomId: room.id, peerId: peer.id });
     if (silence) this.flow.silence(silence.frames, silence.ms);

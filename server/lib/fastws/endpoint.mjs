@@ -68,18 +68,21 @@ export class Fastws {
       this.log.info('a pubsub connection was refused', { ...who, status });
       return refuseUpgrade(socket, status);
     }
-    this.#sockets.handleUpgrade(request, socket, head, (webSocket) => this.#open(webSocket, peer));
+    this.#sockets.handleUpgrade(request, socket, head, (webSocket) =>
+      this.#open(webSocket, socket, peer),
+    );
   }
 
   // A second one comes from a client that has lost the first.
-  #open(webSocket, peer) {
+  #open(webSocket, stream, peer) {
     this.#connections.get(peer)?.terminate();
     const { room } = peer;
     const { pingMs, faults, log } = this;
     const ended = () => {
       if (this.#connections.get(peer) === connection) this.#connections.delete(peer);
     };
-    const connection = new Connection(webSocket, { peer, room, pingMs, faults, log, ended });
+    const parts = { stream, peer, room, pingMs, faults, log, ended };
+    const connection = new Connection(webSocket, parts);
     this.#connections.set(peer, connection);
     log.info('pubsub connected', { roomId: room.id, peerId: peer.id });
   }

@@ -10,6 +10,7 @@ export class Flow {
   #channels = new Set();
   #held = [];
   #timer = undefined;
+  #gathering = false;
   #written = () => this.pump();
   // Ordered by a test: the reader counts as slow; nothing goes out.
   slow = false;
@@ -17,8 +18,9 @@ export class Flow {
   sent = 0;
   closed = false;
 
-  constructor(socket) {
-    this.socket = socket;
+  /** `stream` is what the WebSocket `socket` runs on. */
+  constructor(socket, stream) {
+    Object.assign(this, { socket, stream });
   }
 
   get congested() {
@@ -30,7 +32,19 @@ export class Flow {
     if (this.silent === 'held') return void this.#held.push(frame);
     if (this.silent) return;
     this.sent += 1;
+    this.#gather();
     this.socket.send(frame, this.#written);
+  }
+
+  // Frames of one turn leave together, in one write instead of one for each acknowledgement.
+  #gather() {
+    if (this.#gathering) return;
+    this.#gathering = true;
+    this.stream.cork();
+    setImmediate(() => {
+      this.#gathering = false;
+      this.stream.uncork();
+    });
   }
 
   /** Sends the frames of a replay in turn; `replay` is { requestId, topic, frames, held }. */

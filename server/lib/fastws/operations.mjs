@@ -74,7 +74,8 @@ export class Operations {
     channel.add(wanted);
     this.flow.cancel((replay) => replay.requestId === requestId && replay.topic === name);
     if (wanted.oldMessageLimit === 0) return {};
-    // Taken now: what is published from here on comes live.
+    // What an earlier subscription still has to get goes first: from here on the replay has it.
+    topic.flush();
     const history = topic.history(this.peerId, wanted.oldMessageLimit);
     return { after: () => this.#replay(topic, requestId, history) };
   }

@@ -101,7 +101,8 @@ export class Files {
   }
 
   forget(room) {
-    for (const { bytes } of this.#meetings.get(room.id)?.values() ?? []) this.#total -= bytes.length;
+    for (const { bytes } of this.#meetings.get(room.id)?.values() ?? [])
+      this.#total -= bytes.length;
     this.#meetings.delete(room.id);
   }
 

@@ -66,7 +66,10 @@ export class Store {
   }
 
   dump() {
-    const observers = [...this.#observers].map(([key, peers]) => [key, [...peers].map((p) => p.id)]);
+    const observers = [...this.#observers].map(([key, peers]) => [
+      key,
+      [...peers].map((p) => p.id),
+    ]);
     return { values: Object.fromEntries(this.#values), observers: Object.fromEntries(observers) };
   }
 }

@@ -52,6 +52,44 @@ describe('topics on their WebSocket', () => {
     );
   });
 
+  it('has these bytes on the wire', async () => {
+    const p = await enter('p', 'bytes');
+    const text = (letters) => Buffer.from(letters).toString('hex');
+    const exchange = async (frame, answers) => {
+      const got = [];
+      p.socket.on('message', (data) => got.push(data.toString('hex')));
+      p.socket.send(Buffer.from(frame, 'hex'));
+      await until(() => got.length >= answers.length);
+      assert.deepEqual(got, answers);
+      p.socket.removeAllListeners('message');
+    };
+    const all = '18ffffffffffffffffff01';
+    const replay = `0a01741a0c${text('old-messages')}30013801420172`;
+    const subscribe = `0a1b0a0174120170${all}2205${text('queue')}320172`;
+    await exchange(subscribe, ['12050a01721001', `0a18${replay}`]);
+    await exchange('2a00', []);
+    const published = ['0a0174120178', '1a016d', '2a0154320170', '3a014e', '4a0169520171'];
+    const message = ['0a016d120178', '1a0154220170', '2a014e', '3a0169'];
+    const ack = '12080a01711001220169';
+    await exchange(`1a18${published.join('')}`, [
+      ack,
+      `0a1f0a01741214${message.join('')}4801200128013801`,
+    ]);
+    // Stored, and for "p" alone.
+    published.splice(2, 0, '220170');
+    published.splice(5, 0, '4001');
+    message.splice(3, 0, '320131');
+    await exchange(`1a1d${published.join('')}`, [
+      ack,
+      `0a1f0a01741218${message.join('')}4201703802`,
+    ]);
+    await exchange('220b0a01741201301801220168', [
+      '12050a01681001',
+      `0a320a01741218${message.join('')}4201701a0c${text('old-messages')}30013801420168`,
+    ]);
+    await exchange('12060a0174120175', ['12050a01751001']);
+  });
+
   it('opens only to a ticket of somebody who is in the meeting', async () => {
     const roomId = 'tickets';
     const client = service.client('ada', { roomId, reconnectionDelay: 1 });

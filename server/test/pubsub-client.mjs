@@ -31,14 +31,19 @@ export class PubSubClient {
   answerPings = true;
   #requests = 0;
   #waiters = new Set();
+  #closing = undefined;
 
   constructor(service, url, peerId) {
     Object.assign(this, { url, peerId });
     this.socket = new WebSocket(url, { ca: service.ca, perMessageDeflate: false });
     this.socket.on('message', (data) => this.#receive(data));
     this.socket.on('error', () => {});
-    this.closed = once(this.socket, 'close').then(([code]) => code);
-    this.socket.on('close', () => this.#look());
+    this.#closing = once(this.socket, 'close').then(([code]) => code);
+  }
+
+  /** The code with which it ends. */
+  get closed() {
+    return within(`the end of ${this.peerId}'s socket`, (resolve) => this.#closing.then(resolve));
   }
 
   /** Joined by `client` and open, the welcome received. */

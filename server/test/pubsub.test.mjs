@@ -301,11 +301,22 @@ describe('topics on their WebSocket', () => {
 describe('faults of the WebSocket for topics', () => {
   let service;
   before(async () => {
-    service = await openService();
+    service = await openService({ pubsubBatch: 50 });
   });
   after(() => service.close());
 
   const enter = (peerId, roomId) => PubSubClient.of(service.client(peerId, { roomId }));
+
+  it('brings nothing from before the subscription, though it is still being collected', async () => {
+    const roomId = 'late';
+    const [ada, bob] = [await enter('ada', roomId), await enter('bob', roomId)];
+    await ada.subscribe('t');
+    await ada.publish('t', 'before');
+    await bob.subscribe('t');
+    await ada.publish('t', 'after');
+    assert.deepEqual(texts(await bob.live('t', 1)), ['after']);
+    assert.deepEqual(texts(await ada.live('t', 2)), ['before', 'after']);
+  });
 
   it('refuses what is odd and hangs up on what is no frame', async () => {
     const roomId = 'odd';

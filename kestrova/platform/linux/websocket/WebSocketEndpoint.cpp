@@ -4,6 +4,9 @@
 #include <boost/url/url_view.hpp>
 
 #include <algorithm>
+#include <charconv>
+#include <cstdint>
+#include <system_error>
 
 namespace kestrova {
 namespace {
@@ -84,8 +87,11 @@ std::optional<WebSocketEndpoint> WebSocketEndpoint::make(const std::string& url)
   endpoint.authority = std::string(view.encoded_host());
   endpoint.port = endpoint.secure ? "443" : "80";
   if (view.has_port() && !view.port().empty()) {
-    if (view.port_number() == 0) return std::nullopt;  // also what stands for "out of range"
-    const auto given = std::to_string(view.port_number());
+    const std::string digits(view.port());
+    std::uint16_t number = 0;
+    const auto read = std::from_chars(digits.data(), digits.data() + digits.size(), number);
+    if (read.ec != std::errc() || number == 0) return std::nullopt;
+    const auto given = std::to_string(number);
     if (given != endpoint.port) endpoint.authority += ":" + given;
     endpoint.port = given;
   }

@@ -26,32 +26,6 @@ const auto* const environment = ::testing::AddGlobalTestEnvironment(new InstallP
 
 }  // namespace
 
-void Log::add(std::string line) {
-  std::scoped_lock held(_lock);
-  _lines.push_back(std::move(line));
-  _changed.notify_all();
-}
-
-std::size_t Log::countLocked(const std::string& start) const {
-  return static_cast<std::size_t>(std::count_if(
-      _lines.begin(), _lines.end(), [&](const auto& line) { return line.starts_with(start); }));
-}
-
-std::size_t Log::count(const std::string& start) const {
-  std::scoped_lock held(_lock);
-  return countLocked(start);
-}
-
-bool Log::waitFor(const std::string& start, std::size_t count) {
-  std::unique_lock held(_lock);
-  return _changed.wait_for(held, patience, [&] { return countLocked(start) >= count; });
-}
-
-std::vector<std::string> Log::lines() const {
-  std::scoped_lock held(_lock);
-  return _lines;
-}
-
 SocketManagerConfig Probe::quickConfig() {
   SocketManagerConfig config;
   config.reconnectWait = std::chrono::milliseconds(10);

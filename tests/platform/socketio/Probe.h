@@ -4,31 +4,13 @@
 #include <kestrova/platform/SocketIO.h>
 #include <kestrova/platform/linux/socketio/SocketManager.h>
 
-#include <condition_variable>
-#include <functional>
+#include "Log.h"
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
 namespace kestrova::test {
-
-/// Lines in the order in which they were written. Thread-safe.
-class Log {
-public:
-  void add(std::string line);
-  /// Waits until `count` lines begin with `start`; false after 10 seconds.
-  bool waitFor(const std::string& start, std::size_t count = 1);
-  std::vector<std::string> lines() const;
-  std::size_t count(const std::string& start) const;
-
-private:
-  std::size_t countLocked(const std::string& start) const;
-  mutable std::mutex _lock;
-  std::condition_variable _changed;
-  std::vector<std::string> _lines;
-};
 
 /// A manager whose client writes down every event it raises: "connect /", "disconnect <reason>",
 /// "reconnect <reason>", "reconnectAttempt <n>", "error <JSON>", "event <name>" for the server's,

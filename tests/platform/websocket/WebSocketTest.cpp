@@ -4,7 +4,7 @@
 #include <boost/asio/post.hpp>
 #include <gtest/gtest.h>
 
-#include "Probe.h"
+#include "Log.h"
 #include "ScriptedServer.h"
 #include <future>
 

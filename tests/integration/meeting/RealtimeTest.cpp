@@ -216,7 +216,7 @@ TEST_F(RealtimeTest, tenMegabytesComeBackAsTheyWere) {
 }
 
 TEST_F(RealtimeTest, lettingGoInsideACallbackIsTheEnd) {
-  for (const std::string moment : {"old ada: one", "ada: two", "lost 1"}) {
+  for (const std::string moment : {"history ends", "ada: two", "lost 1"}) {
     const auto ada = join("ada");
     const auto bob = join("bob");
     auto end = asFuture(bob->meeting->untilOver());

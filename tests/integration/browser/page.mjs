@@ -1,6 +1,7 @@
 import { Device } from 'mediasoup-client';
 import { io } from 'socket.io-client';
 import { cameraTrack, toneTrack } from './sources.mjs';
+import { Topics } from './topics.mjs';
 import { PictureWatch, ToneWatch } from './watches.mjs';
 
 const PATIENCE_MS = 10000;
@@ -58,7 +59,7 @@ class Participant {
     await this.device.load({ routerRtpCapabilities });
     this.send = await this.#transport('createSendTransport', true);
     this.receive = await this.#transport('createRecvTransport', false);
-    await this.request('join', {
+    const { pubSubUrl } = await this.request('join', {
       displayName: this.peerId,
       device: 'browser',
       secret: this.token,
@@ -69,6 +70,7 @@ class Participant {
       deviceInfo: {},
       batchingEnabled: false,
     });
+    this.topics = new Topics(pubSubUrl, this.peerId);
   }
 
   async #transport(create, producing) {

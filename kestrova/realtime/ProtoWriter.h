@@ -10,8 +10,9 @@ namespace kestrova {
 /// Writes the protobuf wire format: varints, and fields with a length before them.
 class ProtoWriter {
 public:
-  /// \param expectedBytes what will be written, so that the memory is taken once
-  explicit ProtoWriter(std::size_t expectedBytes = 0) : _bytes(expectedBytes) {}
+  /// \param expectedBytes what will be written, so that the memory is taken once; a varint asks for
+  /// the room of the longest
+  explicit ProtoWriter(std::size_t expectedBytes = 0) : _bytes(expectedBytes + mostVarintBytes) {}
 
   /// Seven bits a byte, the low ones first.
   void writeVarint(std::uint64_t value) {

@@ -10,6 +10,7 @@ enum ExitCode : int {
   exitNotJoined = 3,  ///< the service can't be reached, or the join failed
   exitRefused = 4,    ///< the service refused the token
   exitEnded = 5,      ///< somebody else ended the meeting, or removed this participant
+  exitNotSaid = 6,    ///< a line of a script could not be done
   exitInterrupted = 130,
   exitTerminated = 143,
 };

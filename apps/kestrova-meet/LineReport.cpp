@@ -31,7 +31,7 @@ public:
   void happened(std::string_view event, const Dictionary&, const std::string& line) override {
     // What happened can be seen in the next line, but for what went wrong.
     if (event == "error" && !line.empty())
-      std::fprintf(stderr, "kestrova-meet: %s\n", line.c_str());
+      std::fprintf(stderr, "kestrova-meet: %s\n", printable(line).c_str());
   }
 
   void tick(const Sample& sample) override {

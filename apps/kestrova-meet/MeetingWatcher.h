@@ -45,8 +45,11 @@ public:
   const std::vector<std::shared_ptr<Person>>& remotes() const { return _remotes; }
   /// The remote participant that came last and is still there.
   std::shared_ptr<Participant> newest() const;
-  /// Tells the user something that isn't of the meeting.
+  /// Tells the user something that isn't of the meeting's own events.
   void note(std::string_view event, const std::string& line) { tell(event, {}, line); }
+  void note(std::string_view event, Dictionary details, const std::string& line) {
+    tell(event, std::move(details), line);
+  }
   /// Completes the files. \returns what went wrong with one of them, or nothing
   std::string finishRecordings();
 
@@ -61,7 +64,6 @@ public:
                          LeaveReason reason) override;
 
 private:
-
   std::chrono::milliseconds elapsed() const;
   void tell(std::string_view event, Dictionary details, const std::string& line);
   std::shared_ptr<Person> makePerson(const std::shared_ptr<Participant>& participant);

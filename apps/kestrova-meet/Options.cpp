@@ -125,6 +125,9 @@ constexpr Row rows[] = {
      [](Options& o, const std::string& v) { o.record = v; }},
     {"--expect", "N", "fail unless picture and sound of N participants came",
      [](Options& o, const std::string& v) { o.expect = expectation(v); }},
+    {"--chat", "",
+     "send the lines of standard input to the topic CHAT, and show what is said there",
+     [](Options& o, const std::string&) { o.chat = true; }},
     {"--json", "", "events and a closing summary on standard output, a JSON object a line",
      [](Options& o, const std::string&) { o.json = true; }},
     {"--verbose", "", "the library's own log on standard error",
@@ -203,11 +206,17 @@ std::string usageText() {
     text += left + std::string(row.help) + "\n";
   }
   text +=
-      "\nOn a terminal, without --json: m microphone, v webcam, q quality and p pin of who came "
+      "\nOn a terminal, without --json and --chat: m microphone, v webcam, q quality and p pin of "
+      "who came "
       "last,\n"
       "l leave, ? help.\n"
+      "\nWith --chat a line is a message, or one of /set KEY VALUE (no value clears), /get KEY,\n"
+      "/watch KEY, /file PATH; //text says /text. On a terminal Ctrl-D leaves. When the lines of "
+      "a\n"
+      "script end, the program leaves once all are sent and acknowledged, or after --duration.\n"
       "\nExit status: 0 good, 1 too little picture or sound, 2 bad arguments, 3 not joined,\n"
-      "4 token refused, 5 ended by others, 130 Ctrl-C, 143 SIGTERM.\n"
+      "4 token refused, 5 ended by others, 6 a line of a script could not be done, 130 Ctrl-C, 143 "
+      "SIGTERM.\n"
       "SSL_CERT_FILE names the authority of a service with a private certificate.\n";
   return text;
 }

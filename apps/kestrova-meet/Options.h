@@ -26,6 +26,7 @@ struct Options {
   std::optional<std::filesystem::path> snapshot;
   std::optional<std::filesystem::path> record;
   int expect = 0;
+  bool chat = false;
   bool json = false;
   bool verbose = false;
   bool help = false;

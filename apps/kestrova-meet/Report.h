@@ -62,6 +62,9 @@ struct Summary {
   std::string name;
   std::optional<std::chrono::milliseconds> joined;  ///< from `join` to `onMeetingJoined`
   std::vector<RemoteSummary> remotes;
+  /// How long its own messages took to come back, where it talked: the median.
+  std::optional<double> messageRoundTripMs;
+  std::size_t messagesBack = 0;
   int exitCode = 0;
   std::string problem;  ///< why `exitCode` isn't 0; empty otherwise
 
@@ -81,11 +84,15 @@ public:
                         const std::string& line) = 0;
   /// The state of things, four times a second.
   virtual void tick(const Sample& sample) = 0;
+  /// The line that is being typed.
+  virtual void typed(std::string_view /*text*/) {}
   virtual void finished(const Summary& summary) = 0;
 };
 
 std::unique_ptr<Report> makeJsonReport();
 std::unique_ptr<Report> makeLineReport();
+/// What is said; for `--chat` without `--json`.
+std::unique_ptr<Report> makeChatReport();
 /// A table redrawn in place; standard output must be a terminal.
 std::unique_ptr<Report> makeScreenReport(const Options& options);
 

@@ -6,6 +6,7 @@
 #include "Text.h"
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <csignal>
 #include <set>
 #include <utility>
@@ -60,10 +61,11 @@ Summary Session::run() {
     if (!error) end(exitNotJoined, _options.service + " doesn't answer");
   });
   _meeting->join();
-  takeKeys();
+  takeInput();
   tick();
   _loop.run();
   _keyboard.reset();
+  if (_chat) _chat->release();
 
   auto summary = summarise();
   _meeting->removeAllEventListeners();
@@ -83,7 +85,13 @@ void Session::awaitSignal() {
   });
 }
 
-void Session::takeKeys() {
+void Session::takeInput() {
+  if (_options.chat) {
+    _chat = std::make_unique<Chat>(_loop, *_meeting, *_watcher, _report, _options, [this] {
+      if (!_options.duration) end(exitGood, {});
+    });
+    return;
+  }
   if (_options.json) return;
   _controls = std::make_unique<Controls>(*_meeting, *_watcher, [this] { end(exitGood, {}); });
   _keyboard = Keyboard::open(_loop, [this](char key) { _controls->press(key); });
@@ -102,6 +110,7 @@ void Session::tick() {
 // ---- The course of the meeting -----------------------------------------------------------------
 
 void Session::joined() {
+  if (_chat && !_ending) _chat->joined();
   if (std::exchange(_joined, true) || _ending) return;
   _deadline.cancel();
   if (!_options.duration) return;
@@ -197,6 +206,7 @@ Summary Session::summarise() {
   for (const auto& person : _watcher->remotes())
     summary.remotes.push_back(person->summary(_watcher->started()));
   if (_options.snapshot) writeSnapshots(summary);
+  if (_chat) summariseChat(summary);
   const auto unwritten = _watcher->finishRecordings();
   if (!unwritten.empty() && summary.exitCode == exitGood) {
     summary.exitCode = exitNoMedia;
@@ -210,6 +220,19 @@ Summary Session::summarise() {
                       std::to_string(expected) + " expected participants";
   }
   return summary;
+}
+
+void Session::summariseChat(Summary& summary) const {
+  auto times = _chat->topic().roundTrips();
+  summary.messagesBack = times.size();
+  if (!times.empty()) {
+    const auto middle = times.begin() + static_cast<std::ptrdiff_t>(times.size() / 2);
+    std::nth_element(times.begin(), middle, times.end());
+    summary.messageRoundTripMs = std::round(middle->count() * 100) / 100;
+  }
+  if (summary.exitCode != exitGood || _chat->failures() == 0) return;
+  summary.exitCode = exitNotSaid;
+  summary.problem = std::to_string(_chat->failures()) + " lines could not be done";
 }
 
 void Session::writeSnapshots(Summary& summary) {

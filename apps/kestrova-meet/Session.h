@@ -6,6 +6,7 @@
 #include <boost/asio/signal_set.hpp>
 #include <boost/asio/steady_timer.hpp>
 
+#include "Chat.h"
 #include "Controls.h"
 #include "ExitCode.h"
 #include "Keyboard.h"
@@ -37,12 +38,13 @@ public:
 
 private:
   void awaitSignal();
-  void takeKeys();
+  void takeInput();
   void tick();
   /// The first reason counts. Leaves first where there is something to leave.
   void end(ExitCode code, std::string problem);
   void finish();
   Summary summarise();
+  void summariseChat(Summary& summary) const;
   void writeSnapshots(Summary& summary);
 
   boost::asio::io_context& _loop;
@@ -55,6 +57,7 @@ private:
   std::shared_ptr<Meeting> _meeting;
   std::unique_ptr<Controls> _controls;
   std::unique_ptr<Keyboard> _keyboard;
+  std::unique_ptr<Chat> _chat;
   int _ticks = 0;
   bool _joined = false;
   bool _over = false;

@@ -55,6 +55,8 @@ Dictionary Summary::toJson() const {
           {"name", name},
           {"joinedMs", orNull(joined)},
           {"remotes", std::move(list)},
+          {"messageRoundTripMs", messageRoundTripMs ? Value(*messageRoundTripMs) : Value(nullptr)},
+          {"messagesBack", messagesBack},
           {"exitCode", exitCode},
           {"problem", problem.empty() ? Value(nullptr) : Value(problem)}};
 }
@@ -63,6 +65,9 @@ std::string Summary::text() const {
   std::string out;
   out += joined ? "joined after " + std::to_string(joined->count()) + " ms\n" : "never joined\n";
   for (const auto& remote : remotes) out += line(remote);
+  if (messageRoundTripMs)
+    out += "messages there and back in " + fixed(*messageRoundTripMs, 1) + " ms (median of " +
+           std::to_string(messagesBack) + ")\n";
   if (joined && remotes.empty()) out += "nobody else was there\n";
   return out;
 }

@@ -1,6 +1,8 @@
 #include "Text.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <ctime>
 
 namespace kestrova::meet {
 namespace {
@@ -49,10 +51,37 @@ std::string fittedRight(std::string_view text, std::size_t columns) {
   return std::string(columns - std::min(columns, columnsOf(out)), ' ') + out;
 }
 
+std::string fittedEnd(std::string_view text, std::size_t columns) {
+  auto left = columnsOf(text);
+  while (left > columns) {
+    text.remove_prefix(1);
+    while (!text.empty() && continues(text.front())) text.remove_prefix(1);
+    --left;
+  }
+  return std::string(text);
+}
+
 std::string fixed(double value, int decimals) {
   char buffer[64];
   std::snprintf(buffer, sizeof buffer, "%.*f", decimals, value);
   return buffer;
+}
+
+std::string clockTime(std::string_view timestamp) {
+  std::tm utc{};
+  const std::string text(timestamp);
+  const char* parsed = strptime(text.c_str(), "%Y-%m-%dT%H:%M:%S", &utc);
+  std::string_view zone(parsed ? parsed : "");
+  zone.remove_prefix(std::min(zone.find_first_not_of(".0123456789"), zone.size()));
+  if (zone != "Z") return "--:--:--";
+  const std::time_t then = timegm(&utc);
+  const std::time_t now = std::time(nullptr);
+  std::tm local{}, today{};
+  localtime_r(&then, &local);
+  localtime_r(&now, &today);
+  const bool isToday = local.tm_year == today.tm_year && local.tm_yday == today.tm_yday;
+  char out[64];
+  return {out, std::strftime(out, sizeof out, isToday ? "%H:%M:%S" : "%F %H:%M:%S", &local)};
 }
 
 }  // namespace kestrova::meet

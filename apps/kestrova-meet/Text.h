@@ -12,7 +12,13 @@ std::string printable(std::string_view text);
 std::string fitted(std::string_view text, std::size_t columns);
 /// The same, aligned to the right.
 std::string fittedRight(std::string_view text, std::size_t columns);
+/// As many of its last characters as fit.
+std::string fittedEnd(std::string_view text, std::size_t columns);
 /// The number with so many decimals.
 std::string fixed(double value, int decimals);
+
+/// When something was said, as a clock here shows it: of today the time, of other days the date,
+/// too. \param timestamp ISO 8601 in UTC; of anything else "--:--:--" comes
+std::string clockTime(std::string_view timestamp);
 
 }  // namespace kestrova::meet

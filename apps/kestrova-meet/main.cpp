@@ -15,6 +15,7 @@ namespace {
 
 std::unique_ptr<Report> makeReport(const Options& options) {
   if (options.json) return makeJsonReport();
+  if (options.chat) return makeChatReport();
   return isatty(STDOUT_FILENO) ? makeScreenReport(options) : makeLineReport();
 }
 

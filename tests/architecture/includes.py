@@ -46,6 +46,7 @@ NOT_FROM_START = ("kestrova/signalling/", "kestrova/realtime/")
 # The public headers, all that applications and examples may use: these, and what they lead to.
 PUBLIC = [
     START,
+    "kestrova/realtime/Base64.h",
     "kestrova/realtime/PubSub.h",
     "kestrova/realtime/RealtimeStore.h",
     "kestrova/platform/Future.h",

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <kestrova/realtime/RealtimeStore.h>
+#include <kestrova/session/Meeting.h>
+
+#include "ChatTopic.h"
+#include "MeetingWatcher.h"
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace kestrova::meet {
+
+/// What a line that was typed means: a message, or a command after a slash. Main queue only.
+class ChatCommands {
+public:
+  enum class Outcome {
+    done,
+    failed,  ///< the user was told
+    later    ///< the connection is away, and nothing was sent: try again once it is back
+  };
+
+  /// \param meeting \param watcher \param topic must outlive the commands
+  /// \param token with which files are stored
+  ChatCommands(Meeting& meeting, MeetingWatcher& watcher, ChatTopic& topic, std::string token)
+      : _meeting(meeting), _watcher(watcher), _topic(topic), _token(std::move(token)) {}
+
+  Task<Outcome> run(std::string line);
+  /// One line.
+  static std::string help();
+
+private:
+  using Operation = Task<void> (ChatCommands::*)(std::string rest);
+  Task<void> start(const std::string& line);
+  Task<void> say(std::string message);
+  Task<void> set(std::string rest);
+  Task<void> get(std::string key);
+  Task<void> watch(std::string key);
+  Task<void> sendFile(std::string path);
+  Task<void> sayHelp(std::string rest);
+  void tellValue(const char* event, Dictionary details, const std::string& key,
+                 const std::optional<std::string>& value, const std::string& by) const;
+  std::string nameOf(const std::string& participantId) const;
+  Task<std::optional<std::string>> upload(std::string base64, std::string name);
+
+  Meeting& _meeting;
+  MeetingWatcher& _watcher;
+  ChatTopic& _topic;
+  const std::string _token;
+  std::map<std::string, RealtimeStore::Listener> _watched;
+};
+
+}  // namespace kestrova::meet

@@ -3,6 +3,7 @@
 #include <kestrova/platform/Task.h>
 
 #include <chrono>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -16,6 +17,9 @@ struct URLRequest {
   std::vector<std::pair<std::string, std::string>> headers;
   std::string body;
   std::chrono::milliseconds timeout{60'000};
+  /// In place of a limit on the whole: the time-out is then for the connecting only, and the
+  /// transfer fails when for so long nothing at all has come or gone. For bodies of any length.
+  std::optional<std::chrono::seconds> stallTimeout{};
 };
 
 struct URLResponse {

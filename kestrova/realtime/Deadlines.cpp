@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <utility>
+#include <vector>
 
 namespace kestrova {
 
@@ -32,12 +33,13 @@ void Deadlines::arm() {
 void Deadlines::fire() {
   _timer.reset();
   const auto now = _scheduler->now();
+  std::vector<Work> due;
   while (!_waiting.empty() && _waiting.begin()->second.due <= now) {
-    auto work = std::move(_waiting.begin()->second.work);
+    due.push_back(std::move(_waiting.begin()->second.work));
     _waiting.erase(_waiting.begin());
-    work();
   }
-  if (!_waiting.empty() && !_timer) arm();
+  if (!_waiting.empty()) arm();
+  for (auto& work : due) work();
 }
 
 }  // namespace kestrova

@@ -18,6 +18,14 @@ struct Outcome {
   std::string error;
 };
 
+/// A transfer takes what time it takes, as long as something moves.
+constexpr std::chrono::seconds stillFor{60};
+
+/// The query may be a secret.
+std::string withoutQuery(const std::string& url) {
+  return url.substr(0, url.find('?'));
+}
+
 constexpr const char* uploadFailed = "Error while uploading Base64 File";
 constexpr const char* fetchFailed = "Error while fetching Base64 file!";
 
@@ -51,6 +59,10 @@ FileUpload::FileUpload(std::string baseUrl, std::string meetingId)
       _session(Platform::current()->urlSession),
       _queue(SerialQueue::make("com.kestrova.fileQueue")) {}
 
+std::shared_ptr<const FileUpload> FileUpload::forMeeting(const std::string& meetingId) const {
+  return std::make_shared<const FileUpload>(_baseUrl, meetingId);
+}
+
 void FileUpload::uploadBase64File(std::string base64Data, const std::string& token,
                                   const std::string& fileName, Completion completion) const {
   auto span = openSpan("Uploading Base64 File",
@@ -72,7 +84,8 @@ void FileUpload::uploadBase64File(std::string base64Data, const std::string& tok
   send({{.method = "POST",
          .url = url,
          .headers = {{"Content-Type", "application/json"}, {"Authorization", token}},
-         .body = std::move(*body)},
+         .body = std::move(*body),
+         .stallTimeout = stillFor},
         std::move(span),
         uploadFailed,
         judgeUpload,
@@ -81,13 +94,17 @@ void FileUpload::uploadBase64File(std::string base64Data, const std::string& tok
 
 void FileUpload::fetchBase64File(const std::string& url, const std::string& token,
                                  Completion completion) const {
-  auto span =
-      openSpan("Fetching Base64 File", {{"fileURL", url.empty() ? "FileURL not provided" : url}});
+  auto span = openSpan("Fetching Base64 File",
+                       {{"fileURL", url.empty() ? "FileURL not provided" : withoutQuery(url)}});
   if (token.empty() || !boost::urls::parse_uri(url)) {
     trace("Please provide a valid URL and token");
     return completion(std::nullopt);
   }
-  send({{.method = "GET", .url = url, .headers = {{"Authorization", token}}, .body = {}},
+  send({{.method = "GET",
+         .url = url,
+         .headers = {{"Authorization", token}},
+         .body = {},
+         .stallTimeout = stillFor},
         std::move(span),
         fetchFailed,
         judgeFetch,

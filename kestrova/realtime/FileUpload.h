@@ -23,6 +23,9 @@ public:
   /// \param baseUrl host and port of the service, with no scheme
   FileUpload(std::string baseUrl, std::string meetingId);
 
+  /// The same service, for another meeting.
+  std::shared_ptr<const FileUpload> forMeeting(const std::string& meetingId) const;
+
   /// \param token the credential of this exchange; sent as it stands
   /// \param completion gets the URL of the stored file
   void uploadBase64File(std::string base64Data, const std::string& token,

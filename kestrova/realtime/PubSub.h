@@ -26,7 +26,8 @@ struct PubSubRouting;
 /// Any thread. What fails throws; `spawn` of platform/Queue.h starts an operation whose outcome
 /// doesn't matter. A connection to the topic server that is lost is made anew, and the
 /// subscriptions go on: messages of the meantime are missing. When the meeting itself reconnects,
-/// or ends, all subscriptions are over.
+/// moves to another or ends, all subscriptions are over: `onMeetingJoined` is the time to subscribe
+/// again, and until then operations are refused.
 class PubSub {
 public:
   using Listener = std::shared_ptr<PubSubMessageListener>;

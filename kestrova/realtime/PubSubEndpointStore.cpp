@@ -41,4 +41,19 @@ void PubSubEndpointStore::clear() {
   traceRealtime("Endpoint: cleared");
 }
 
+void PubSubEndpointStore::awaitJoin() {
+  std::scoped_lock held(_lock);
+  _awaitsJoin = true;
+}
+
+void PubSubEndpointStore::joinAnswered() {
+  std::scoped_lock held(_lock);
+  _awaitsJoin = false;
+}
+
+bool PubSubEndpointStore::awaitsJoin() const {
+  std::scoped_lock held(_lock);
+  return _awaitsJoin;
+}
+
 }  // namespace kestrova

@@ -15,9 +15,16 @@ public:
   /// As at the meeting's end; traced.
   void clear();
 
+  /// From a lost connection, or the beginning of a move to another meeting, until the join that
+  /// follows: where topics will be served is not known, and the old place may know nobody any more.
+  void awaitJoin();
+  void joinAnswered();
+  bool awaitsJoin() const;
+
 private:
   mutable std::mutex _lock;
   std::optional<std::string> _pubSubUrl;
+  bool _awaitsJoin = false;
 };
 
 }  // namespace kestrova

@@ -66,7 +66,8 @@ std::vector<std::string> textsOf(const List* list) {
 }
 
 bool allUtf8(const FastwsPublishParams& params) {
-  return isUtf8(params.topic) && isUtf8(params.message) &&
+  return isUtf8(params.topic) && isUtf8(params.message) && isUtf8(params.senderId) &&
+         isUtf8(params.senderName) &&
          std::all_of(params.sendOnly.begin(), params.sendOnly.end(),
                      [](const std::string& id) { return isUtf8(id); });
 }
@@ -216,6 +217,7 @@ Task<void> PubSubFastwsRoute::subscribe(std::string topic, Listener listener,
     fail(subscribing, noEndpoint);
   }
   if (!isUtf8(topic)) fail(subscribing, notUtf8);
+  for (const auto& gone : _routing->subscribers.takeAbandoned()) client->removeSubscription(gone);
   const auto requestId = generateRequestId();
   // Before the frame goes out, since history may come before the server's agreement.
   if (!_routing->subscribers.add(topic, listener, requestId)) {

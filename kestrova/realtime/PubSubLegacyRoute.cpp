@@ -4,6 +4,7 @@
 #include <kestrova/signalling/Response.h>
 #include <kestrova/tracing/Trace.h>
 
+#include <atomic>
 #include <utility>
 
 namespace kestrova {
@@ -59,33 +60,43 @@ Task<void> PubSubLegacyRoute::publish(std::string topic, std::string message, Di
 Task<void> PubSubLegacyRoute::subscribe(std::string topic, Listener listener) {
   const auto self = shared_from_this();
   traceRealtime("Router[legacy]: subscribe", {{"topic", topic}});
-  const std::weak_ptr<PubSubMessageListener> weak = listener;
-  const auto refuse = [&] {
-    traceRealtime("Router[legacy]: duplicate subscribe rejected — already subscribed");
-    throw PubSubError(PubSubError::Kind::alreadySubscribed);
-  };
-  if (_routing->subscribers.contains(topic, listener)) refuse();
-  listener.reset();  // it is the application's to keep
-  Dictionary body{{"topic", topic}};
-  auto asking = _routing->roomClient->requests()->prepareAndSendRequest(LocalEvent::pubsubSubscribe,
-                                                                        std::move(body));
-  const Dictionary response = co_await std::move(asking);
+  bool isDuplicate = _routing->subscribers.contains(topic, listener);
+  if (!isDuplicate) {
+    const std::weak_ptr<PubSubMessageListener> weak = listener;
+    listener.reset();  // it is the application's to keep
+    const auto twice = std::make_shared<std::atomic<bool>>(false);
+    auto onArrival = [self, topic, weak, twice](const Dictionary& response) {
+      *twice = !self->subscribed(topic, weak.lock(), response);
+    };
+    auto asking = _routing->roomClient->requests()->prepareAndSendRequest(
+        LocalEvent::pubsubSubscribe, {{"topic", topic}}, std::nullopt, std::move(onArrival));
+    co_await std::move(asking);
+    isDuplicate = *twice;
+  }
+  if (!isDuplicate) co_return;
+  traceRealtime("Router[legacy]: duplicate subscribe rejected — already subscribed");
+  throw PubSubError(PubSubError::Kind::alreadySubscribed);
+}
+
+/// Before anything that the service says next, so that no message falls between history and live.
+bool PubSubLegacyRoute::subscribed(const std::string& topic, const Listener& listener,
+                                   const Dictionary& response) {
   if (!isStatusOK(response).ok) reportAnswer("Error in subscribe() method: ", response);
   auto stored = storedMessages(response);
   if (!stored) {
     traceRealtime("Router[legacy]: subscribe failed", {{"topic", topic}});
     reportAnswer("Error while subscribing to topic: ", response);
-    co_return;
+    return true;
   }
-  const auto kept = weak.lock();
-  if (!kept) co_return;
-  if (!_routing->subscribers.add(topic, kept)) refuse();
+  if (!listener) return true;
+  if (!_routing->subscribers.add(topic, listener)) return false;
   traceRealtime("Router[legacy]: subscribed", {{"topic", topic}, {"historyCount", stored->size()}});
   const auto listeners = _routing->subscribers.find(topic);
-  if (stored->empty() || !listeners) co_return;
+  if (stored->empty() || !listeners) return true;
   MainQueue::shared().async([listeners, messages = std::move(*stored)] {
     listeners->invoke([&](auto& each) { each.onOldMessagesReceived(messages, {.isLast = true}); });
   });
+  return true;
 }
 
 Task<void> PubSubLegacyRoute::unsubscribe(std::string topic, Listener listener) {

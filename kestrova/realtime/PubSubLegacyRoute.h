@@ -27,6 +27,9 @@ public:
   void onMessageReceived(PubSubMessage message);
 
 private:
+  /// False when the listener listens already.
+  bool subscribed(const std::string& topic, const Listener& listener, const Dictionary& response);
+
   const std::shared_ptr<PubSubRouting> _routing;
 };
 

@@ -7,8 +7,10 @@ void PubSubRouting::assertMeetingActive(std::string_view methodName) const {
   using Failure = MeetingActionValidationFailure;
   using Kind = PubSubError::Kind;
   const auto owner = meeting.lock();
-  const auto failure =
-      owner ? owner->meetingActionState() : std::optional(Failure::meetingNotJoined);
+  auto failure = owner ? owner->meetingActionState() : std::optional(Failure::meetingNotJoined);
+  // Connected again, but not in the meeting again yet.
+  if (!failure && roomClient->pubSubEndpointStore().awaitsJoin())
+    failure = Failure::meetingReconnecting;
   if (!failure) return;
   if (owner) owner->emitMeetingActionValidationFailure(*failure, methodName);
   switch (*failure) {

@@ -1,3 +1,4 @@
+#include <kestrova/platform/Escaped.h>
 #include <kestrova/realtime/PubSubSocket.h>
 #include <kestrova/realtime/RealtimeTrace.h>
 #include <kestrova/realtime/RequestIds.h>
@@ -7,6 +8,16 @@
 #include <utility>
 
 namespace kestrova {
+namespace {
+
+/// Of UTF-8: all bytes but those that continue one.
+std::ptrdiff_t characters(ByteView text) {
+  return std::count_if(text.begin(), text.end(),
+                       [](std::uint8_t byte) { return (byte & 0xC0) != 0x80; });
+}
+
+}  // namespace
+
 std::shared_ptr<PubSubSocket> PubSubSocket::make(std::string url,
                                                  std::shared_ptr<SerialQueue> queue) {
   return std::shared_ptr<PubSubSocket>(new PubSubSocket(std::move(url), std::move(queue)));
@@ -103,14 +114,22 @@ void PubSubSocket::received(std::variant<WebSocketTask::Message, WebSocketTask::
     traceRealtime("Socket: receive failed", {{"error", *error}});
     return handleConnectionEndedLocked(generation);
   }
-  const auto& message = std::get<WebSocketTask::Message>(result);
-  if (message.kind == WebSocketTask::Message::Kind::data)
-    traceRealtime("Socket: frame received", {{"bytes", message.bytes.size()}});
-  else
-    traceRealtime("Socket: text frame received (tolerated as UTF-8)",
-                  {{"chars", message.bytes.size()}});
-  if (onFrame) onFrame(message.bytes);
+  take(std::get<WebSocketTask::Message>(result));
   if (_task) receive(generation);
+}
+
+/// Never throws: the frames after this one must come in all the same.
+void PubSubSocket::take(const WebSocketTask::Message& message) {
+  try {
+    if (message.kind == WebSocketTask::Message::Kind::data)
+      traceRealtime("Socket: frame received", {{"bytes", message.bytes.size()}});
+    else
+      traceRealtime("Socket: text frame received (tolerated as UTF-8)",
+                    {{"chars", characters(message.bytes)}});
+    if (onFrame) onFrame(message.bytes);
+  } catch (...) {
+    reportEscaped("a frame of topic messages");
+  }
 }
 
 void PubSubSocket::markOpenLocked(std::uint64_t generation) {
@@ -166,8 +185,10 @@ void PubSubSocket::scheduleReconnectLocked() {
   ++_reconnectAttempt;
   traceRealtime("Socket: reconnect scheduled",
                 {{"attempt", _reconnectAttempt}, {"delayMs", delay.count()}});
-  _queue->after(delay, [weak = weak_from_this()] {
-    if (const auto self = weak.lock()) self->connectLocked();
+  // Attempts that were asked for in between fail, too: each must not begin a series of its own.
+  _queue->after(delay, [weak = weak_from_this(), step = ++_reconnectStep] {
+    const auto self = weak.lock();
+    if (self && self->_reconnectStep == step) self->connectLocked();
   });
 }
 

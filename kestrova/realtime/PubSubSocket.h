@@ -43,6 +43,7 @@ private:
   void receive(std::uint64_t generation);
   void received(std::variant<WebSocketTask::Message, WebSocketTask::Error> result,
                 std::uint64_t generation);
+  void take(const WebSocketTask::Message& message);
   void markOpenLocked(std::uint64_t generation);
   void sendLocked(Bytes frame, const SendHandler& completion);
   void handleConnectionEndedLocked(std::uint64_t generation);
@@ -60,6 +61,8 @@ private:
   bool _isConnecting = false;
   bool _isOpen = false;
   int _reconnectAttempt = 0;
+  /// The step that is to come; those before it do nothing any more.
+  std::uint64_t _reconnectStep = 0;
 };
 
 }  // namespace kestrova

@@ -22,7 +22,7 @@ bool PubSubSubscribers::add(const std::string& topic, const Listener& listener,
   if (!delegate) delegate = std::make_shared<PubSubMulticastDelegate>();
   if (delegate->contains(listener)) return false;
   delegate->add(listener);
-  if (!requestId.empty()) _fastwsByRequestId[requestId] = {topic, listener};
+  if (!requestId.empty()) _fastwsByRequestId[requestId] = {topic, listener, listener.get()};
   return true;
 }
 
@@ -36,7 +36,7 @@ PubSubSubscribers::Removal PubSubSubscribers::remove(std::string_view topic,
   found->second->remove(listener);
   std::erase_if(_fastwsByRequestId, [&](const auto& entry) {
     const auto& subscription = entry.second;
-    const bool isTheirs = subscription.topic == topic &&
+    const bool isTheirs = subscription.topic == topic && subscription.address == listener.get() &&
                           !subscription.listener.owner_before(listener) &&
                           !listener.owner_before(subscription.listener);
     if (isTheirs) removal.requestIds.push_back(entry.first);
@@ -45,6 +45,16 @@ PubSubSubscribers::Removal PubSubSubscribers::remove(std::string_view topic,
   removal.lastGone = found->second->isEmpty();
   if (removal.lastGone) _subscribers.erase(found);
   return removal;
+}
+
+std::vector<std::string> PubSubSubscribers::takeAbandoned() {
+  std::vector<std::string> requestIds;
+  std::scoped_lock held(_lock);
+  std::erase_if(_fastwsByRequestId, [&](const auto& entry) {
+    if (entry.second.listener.expired()) requestIds.push_back(entry.first);
+    return entry.second.listener.expired();
+  });
+  return requestIds;
 }
 
 void PubSubSubscribers::removeFailed(const std::string& requestId) {

@@ -34,6 +34,8 @@ public:
   /// \returns false when it listens to the topic already
   bool add(const std::string& topic, const Listener& listener, const std::string& requestId = {});
   Removal remove(std::string_view topic, const Listener& listener);
+  /// Takes the subscriptions away whose listeners have gone without a word; gives their ids.
+  std::vector<std::string> takeAbandoned();
   /// Takes a subscription that failed away with its listener, unless both are gone already.
   void removeFailed(const std::string& requestId);
   /// Whose subscription it is; nothing when the listener or the subscription has gone.
@@ -45,6 +47,7 @@ private:
   struct FastwsSubscription {
     std::string topic;
     std::weak_ptr<PubSubMessageListener> listener;
+    const PubSubMessageListener* address;
   };
   using Topics = std::map<std::string, std::shared_ptr<PubSubMulticastDelegate>, std::less<>>;
 

@@ -143,13 +143,15 @@ void PubSubWireClient::publishLocked(FastwsPublishParams params, Settle settle) 
                                   {"persist", params.persist},
                                   {"sendOnlyCount", params.sendOnly.size()},
                                   {"payloadBytes", params.payload.size()}});
+  const auto frame = FastwsClientMessage{params.makePublish()}.encoded();
+  if (frame.size() > mostFrameBytes) return settle({PubSubWireError::tooLarge, {}});
   auto fail = [settle](const char* error) { settle({error, {}}); };
   enqueueOrRun(
-      [this, params = std::move(params), settle = std::move(settle)] {
+      [this, requestId = std::move(params.requestId), topic = std::move(params.topic), frame,
+       settle = std::move(settle)] {
         registerPending(
-            params.requestId,
-            {.kind = PendingRequest::Kind::publish, .topic = params.topic, .onSettle = settle});
-        sendMessage({params.makePublish()});
+            requestId, {.kind = PendingRequest::Kind::publish, .topic = topic, .onSettle = settle});
+        _transport->send(frame, {});
       },
       std::move(fail));
 }
@@ -161,8 +163,7 @@ void PubSubWireClient::unsubscribeLocked(const std::string& topic, std::string r
   if (isWanted && isWanted()) return settle({});
   std::erase_if(_subscriptions,
                 [&](const auto& entry) { return entry.second.params.topic == topic; });
-  _activeReplayByTopic.erase(topic);
-  _lastSeqByTopic.erase(topic);
+  forgetTopic(topic);
   if (_hasClosed) {
     traceRealtime("Wire: unsubscribe rejected — client closed", {{"topic", topic}});
     return settle({PubSubWireError::closed, {}});
@@ -310,6 +311,11 @@ void PubSubWireClient::closeLocked() {
   _transport->close(true);
 }
 
+void PubSubWireClient::forgetTopic(const std::string& topic) {
+  _activeReplayByTopic.erase(topic);
+  _lastSeqByTopic.erase(topic);
+}
+
 void PubSubWireClient::forgetTopics() {
   _activeReplayByTopic.clear();
   _lastSeqByTopic.clear();
@@ -337,6 +343,8 @@ void PubSubWireClient::handle(const FastwsAck& ack) {
   }
   if (ack.ok) {
     traceRealtime("Wire: ack ok", {{"requestId", ack.requestId}, {"topic", pending->topic}});
+    // What was still on its way may have brought the topic back.
+    if (pending->kind == PendingRequest::Kind::unsubscribe) forgetTopic(pending->topic);
     return pending->onSettle({std::nullopt, std::string(ack.messageId)});
   }
   traceRealtime("Wire: ack error",
@@ -402,7 +410,7 @@ std::optional<std::string> PubSubWireClient::ownerOf(const FastwsServerBatch& ba
     active = _activeReplayByTopic.try_emplace(std::string(batch.topic)).first;
   }
   auto& owners = active->second;
-  if (owners.size() < mostTracked && std::find(owners.begin(), owners.end(), owner) == owners.end())
+  if (owners.size() < mostOwners && std::find(owners.begin(), owners.end(), owner) == owners.end())
     owners.push_back(owner);
   return owner;
 }

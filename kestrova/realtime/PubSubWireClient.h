@@ -34,6 +34,11 @@ public:
   /// Topics whose numbers are watched, and replays that are under way: more than anybody has, so
   /// that a server's mistake can't fill the memory.
   static constexpr std::size_t mostTracked = 10'000;
+  /// Of one topic's replays that are under way.
+  static constexpr std::size_t mostOwners = 100;
+  /// A longer frame is refused before it is sent, since it would end the connection for everything
+  /// else, too. The service adds some bytes as it passes a message on, and its limit is 16 MiB.
+  static constexpr std::size_t mostFrameBytes = 16 * 1024 * 1024 - 64 * 1024;
 
   using Messages = std::vector<FastwsServerMessage>;
 
@@ -128,6 +133,7 @@ private:
   void failPendings(const char* error);
   void failQueued(const char* error);
   void forgetTopics();
+  void forgetTopic(const std::string& topic);
 
   const std::shared_ptr<PubSubTransport> _transport;
   const std::shared_ptr<SerialQueue> _queue;

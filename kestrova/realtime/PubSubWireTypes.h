@@ -56,6 +56,7 @@ struct PubSubWireError : std::runtime_error {
   static constexpr const char* closed =
       "PubSub is not available because the meeting is in disconnected state.";
   static constexpr const char* refused = "PubSub request failed";
+  static constexpr const char* tooLarge = "the message is too large";
 };
 
 }  // namespace kestrova

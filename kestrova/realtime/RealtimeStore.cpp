@@ -14,6 +14,7 @@
 #include <mutex>
 #include <set>
 #include <string_view>
+#include <vector>
 
 namespace kestrova {
 
@@ -26,12 +27,19 @@ struct RealtimeStore::State {
 
   std::mutex lock;  // a leaf, for the fields below
   std::map<std::string, std::shared_ptr<RealtimeStoreMulticastDelegate>> listeners;
-  std::set<std::string> pendingObserveKeys;
+  /// Who the service is being asked for, and whether it has stopped meanwhile.
+  struct Pending {
+    std::weak_ptr<RealtimeStoreEventListener> listener;
+    bool stopped = false;
+  };
+  std::map<std::string, Pending> pendingObserveKeys;
   std::set<std::string> pendingStopKeys;
 
   void check(std::string_view methodName, const std::string& key);
-  Task<Dictionary> ask(LocalEvent request, const std::string& key) {
-    return roomClient->requests()->prepareAndSendRequest(request, {{"key", key}});
+  Task<Dictionary> ask(LocalEvent request, const std::string& key,
+                       SocketRequestHandler::AnswerHandler onArrival = {}) {
+    return roomClient->requests()->prepareAndSendRequest(request, {{"key", key}}, std::nullopt,
+                                                         std::move(onArrival));
   }
   /// Under the lock.
   void add(const std::string& key, const Listener& listener) {
@@ -40,6 +48,8 @@ struct RealtimeStore::State {
     delegate->add(listener);
   }
   bool joinsObservers(const std::string& key, const Listener& listener);
+  /// The answer came. \returns whether nobody wants it any more
+  bool observed(const std::string& key, bool agreed);
   bool isLastToGo(const std::string& key, const Listener& listener);
 
   static Task<void> set(std::shared_ptr<State> self, std::string key,
@@ -47,6 +57,9 @@ struct RealtimeStore::State {
   static Task<std::optional<std::string>> get(std::shared_ptr<State> self, std::string key);
   static Task<void> observe(std::shared_ptr<State> self, std::string key, Listener listener);
   static Task<void> stopObserving(std::shared_ptr<State> self, std::string key, Listener listener);
+  static Task<void> observeAgain(std::shared_ptr<State> self, std::string key);
+  /// \returns the failure; empty when there was none
+  static Task<std::string> tellStop(std::shared_ptr<State> self, std::string key);
 };
 
 namespace {
@@ -189,32 +202,51 @@ bool RealtimeStore::State::joinsObservers(const std::string& key, const Listener
   std::scoped_lock held(lock);
   const auto found = listeners.find(key);
   const bool isObserved = found != listeners.end() && !found->second->isEmpty();
-  if (!isObserved && !pendingObserveKeys.contains(key)) {
-    pendingObserveKeys.insert(key);
-    return false;
-  }
+  if (!isObserved && pendingObserveKeys.try_emplace(key, Pending{listener}).second) return false;
   add(key, listener);
   return true;
+}
+
+bool RealtimeStore::State::observed(const std::string& key, bool agreed) {
+  Listener listener;  // goes outside the lock
+  std::scoped_lock held(lock);
+  const auto pending = pendingObserveKeys.extract(key);
+  if (!pending || !agreed) return false;
+  listener = pending.mapped().listener.lock();
+  if (listener && !pending.mapped().stopped) add(key, listener);
+  const auto found = listeners.find(key);
+  if (found != listeners.end() && !found->second->isEmpty()) return false;
+  return pendingStopKeys.insert(key).second;
 }
 
 Task<void> RealtimeStore::State::observe(std::shared_ptr<State> self, std::string key,
                                          Listener listener) {
   self->check("observe", key);
+  if (!listener) throw RealtimeStoreError(StoreKind::operationFailed, "No listener was given");
   if (self->joinsObservers(key, listener)) co_return;
-  const std::weak_ptr<RealtimeStoreEventListener> weak = listener;
   listener.reset();  // it is the application's to keep
-  auto asking = self->ask(LocalEvent::realtimeStoreObserve, key);
+  // Before anything that the service says next, so that no change is missed.
+  auto onArrival = [self, key](const Dictionary& response) {
+    auto stop = [](std::shared_ptr<State> state, std::string unwanted) -> Task<void> {
+      auto telling = tellStop(std::move(state), std::move(unwanted));
+      co_await std::move(telling);
+    };
+    if (self->observed(key, isStatusOK(response).ok)) spawn(stop(self, key));
+  };
+  auto asking = self->ask(LocalEvent::realtimeStoreObserve, key, std::move(onArrival));
   const Dictionary response = co_await std::move(asking);
   const auto status = isStatusOK(response);
-  {
-    listener = weak.lock();
-    std::scoped_lock held(self->lock);
-    self->pendingObserveKeys.erase(key);
-    if (status.ok && listener) self->add(key, listener);
-  }
   if (status.ok) co_return;
   report("Error in observe() for key '" + key + "', Error: " + status.failure);
   throw RealtimeStoreError(StoreKind::operationFailed, "Failed to observe key");
+}
+
+/// A service that has forgotten this participant, or is another one, has forgotten the key.
+Task<void> RealtimeStore::State::observeAgain(std::shared_ptr<State> self, std::string key) {
+  auto asking = self->ask(LocalEvent::realtimeStoreObserve, key);
+  const Dictionary response = co_await std::move(asking);
+  const auto status = isStatusOK(response);
+  if (!status.ok) report("Error in observe() for key '" + key + "', Error: " + status.failure);
 }
 
 /// Takes the listener away; true when the service is to be told that nobody observes the key now.
@@ -225,27 +257,39 @@ bool RealtimeStore::State::isLastToGo(const std::string& key, const Listener& li
     found->second->remove(listener);
     if (!found->second->isEmpty()) return false;
   }
-  // An observer whom the service is just being asked to tell counts as one who is there.
-  if (pendingObserveKeys.contains(key) || pendingStopKeys.contains(key)) return false;
+  if (const auto pending = pendingObserveKeys.find(key); pending != pendingObserveKeys.end()) {
+    // The answer decides: whoever the service is just being asked for may want to stay.
+    const auto& asked = pending->second.listener;
+    if (!asked.owner_before(listener) && !listener.owner_before(asked))
+      pending->second.stopped = true;
+    return false;
+  }
+  if (pendingStopKeys.contains(key)) return false;
   if (found != listeners.end()) listeners.erase(found);
   pendingStopKeys.insert(key);
   return true;
 }
 
-Task<void> RealtimeStore::State::stopObserving(std::shared_ptr<State> self, std::string key,
-                                               Listener listener) {
-  self->check("stopObserving", key);
-  if (!self->isLastToGo(key, listener)) co_return;
+Task<std::string> RealtimeStore::State::tellStop(std::shared_ptr<State> self, std::string key) {
   auto asking = self->ask(LocalEvent::realtimeStoreStopObserve, key);
   const Dictionary response = co_await std::move(asking);
   {
     std::scoped_lock held(self->lock);
     self->pendingStopKeys.erase(key);
   }
-  const auto status = isStatusOK(response);
-  if (status.ok) co_return;
-  report("Error in stopObserving() for key '" + key + "' \n " + status.failure);
-  throw RealtimeStoreError(StoreKind::operationFailed, "Failed to stop observing key");
+  auto failure = isStatusOK(response).failure;
+  if (!failure.empty()) report("Error in stopObserving() for key '" + key + "' \n " + failure);
+  co_return failure;
+}
+
+Task<void> RealtimeStore::State::stopObserving(std::shared_ptr<State> self, std::string key,
+                                               Listener listener) {
+  self->check("stopObserving", key);
+  if (!self->isLastToGo(key, listener)) co_return;
+  auto telling = tellStop(self, key);
+  const auto failure = co_await std::move(telling);
+  if (!failure.empty())
+    throw RealtimeStoreError(StoreKind::operationFailed, "Failed to stop observing key");
 }
 
 // ---- The face ----------------------------------------------------------------------------------
@@ -269,6 +313,16 @@ Task<void> RealtimeStore::observe(std::string key, const Listener& forListener) 
 }
 Task<void> RealtimeStore::stopObserving(std::string key, const Listener& forListener) {
   return State::stopObserving(_state, std::move(key), forListener);
+}
+
+void RealtimeStore::joinedAgain() {
+  std::vector<std::string> keys;
+  {
+    std::scoped_lock held(_state->lock);
+    for (const auto& [key, delegate] : _state->listeners)
+      if (!delegate->isEmpty()) keys.push_back(key);
+  }
+  for (auto& key : keys) spawn(State::observeAgain(_state, std::move(key)));
 }
 
 void RealtimeStore::onValueChanged(const std::string& key, const std::optional<std::string>& value,

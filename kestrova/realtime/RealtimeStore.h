@@ -55,7 +55,8 @@ private:
 };
 
 /// Texts by key, shared by everybody in the meeting and kept by the service: what
-/// `Meeting::realtimeStore` gives. Any thread.
+/// `Meeting::realtimeStore` gives. Any thread. Observers stay through a lost connection and a move
+/// to another meeting; what changed meanwhile isn't told, and can be asked for with `get`.
 class RealtimeStore {
 public:
   using Listener = std::shared_ptr<RealtimeStoreEventListener>;
@@ -85,6 +86,8 @@ public:
   }
   Task<void> stopObserving(std::string key, const Listener& forListener);
 
+  /// For the meeting: it has been joined again, or another one has; observers stay.
+  void joinedAgain();
   /// For the meeting: the service says that a value has changed.
   void onValueChanged(const std::string& key, const std::optional<std::string>& value,
                       const std::string& updatedBy);

@@ -233,12 +233,14 @@ std::shared_ptr<RealtimeStore> Meeting::realtimeStore() const {
 
 void Meeting::uploadBase64File(const std::string& base64Data, const std::string& token,
                                const std::string& fileName, FileCompletion completion) const {
+  if (!completion) completion = [](const auto&) {};
   if (!_core->allows("uploadBase64File")) return completion(std::nullopt);
   _core->context->roomClient()->uploadBase64File(base64Data, token, fileName,
                                                  std::move(completion));
 }
 void Meeting::fetchBase64File(const std::string& url, const std::string& token,
                               FileCompletion completion) const {
+  if (!completion) completion = [](const auto&) {};
   if (!_core->allows("fetchBase64File")) return completion(std::nullopt);
   _core->context->roomClient()->fetchBase64File(url, token, std::move(completion));
 }

@@ -2,9 +2,9 @@
 
 #include <kestrova/media/LocalSending.h>
 #include <kestrova/model/MeetingTypes.h>
+#include <kestrova/model/MulticastDelegate.h>
 #include <kestrova/platform/AsyncLock.h>
 #include <kestrova/session/MeetingEventListener.h>
-#include <kestrova/model/MulticastDelegate.h>
 #include <kestrova/session/Participant.h>
 #include <kestrova/signalling/RoomClient.h>
 

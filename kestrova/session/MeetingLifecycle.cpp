@@ -273,6 +273,7 @@ void MeetingLifecycle::emitJoined(const std::optional<SpanScope>& joinSpan, Conn
     self->_context->localParticipant->setDelegate(client);
     client->setJoined(true);
     self->_wasJoined = true;
+    self->_realtime->joined();
     // A move to another meeting that a drop interrupted ends here.
     if (const auto moved = client->takeInterruptedSwitch(connection))
       return self->meetingMoved(*moved);
@@ -284,6 +285,7 @@ void MeetingLifecycle::emitJoined(const std::optional<SpanScope>& joinSpan, Conn
 void MeetingLifecycle::meetingMoved(const std::string& meetingId) {
   _context->setId(meetingId);
   _registry->forgetPins();
+  _realtime->joined();
   _context->listeners.invoke(
       [&](MeetingEventListener& listener) { listener.onMeetingJoined(meetingId); });
 }

@@ -43,6 +43,10 @@ void MeetingRealtime::handleRealtimeStoreValueChanged(const Dictionary& data) {
   if (store && key && updatedBy) store->onValueChanged(*key, text(data, "value"), *updatedBy);
 }
 
+void MeetingRealtime::joined() {
+  if (const auto store = existingStore()) store->joinedAgain();
+}
+
 void MeetingRealtime::tearDownTopics() {
   if (const auto topics = existingPubsub()) topics->teardown();
 }

@@ -24,7 +24,9 @@ public:
 
   void pubsubMessageReceived(const Dictionary& data);
   void handleRealtimeStoreValueChanged(const Dictionary& data);
-  /// The meeting ends, or moves: topics and where they were served are forgotten.
+  /// The meeting has been joined, for the first time or again, or another one has.
+  void joined();
+  /// The meeting ends: topics and where they were served are forgotten.
   void forgetTopics();
   /// The topics go, and are served again where they were.
   void tearDownTopics();

@@ -184,6 +184,7 @@ Task<std::optional<std::vector<std::string>>> JoinSequence::join(CameraPosition 
       for (const auto& codec : *codecs)
         if (codec.is_string()) unsupportedCodecs.emplace_back(codec.get_string());
   }
+  _context->pubSubEndpointStore.joinAnswered();
   co_return unsupportedCodecs;
 }
 

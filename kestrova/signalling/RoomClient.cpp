@@ -181,7 +181,10 @@ void RoomClient::socketError(const std::string& message) {
 void RoomClient::meetingStateChanged(MeetingState state, Connection connection) {
   // Now, so that what the next connection builds is never taken for what this one left.
   Transports::Lost lost;
-  if (state == MeetingState::RECONNECTING) lost = _transports->takeLost();
+  if (state == MeetingState::RECONNECTING) {
+    lost = _transports->takeLost();
+    _context->pubSubEndpointStore.awaitJoin();
+  }
   MainQueue::shared().async([weak = weak_from_this(), state, connection,
                              lost = std::move(lost)]() mutable {
     const auto self = weak.lock();

@@ -33,6 +33,9 @@ Task<void> RoomSwitch::switchTo(std::optional<std::string> token, std::string me
 
 void RoomSwitch::softClose(const std::string& nextMeetingId) {
   takeOver(nextMeetingId);
+  _context->pubSubEndpointStore.awaitJoin();
+  if (const auto files = _context->fileUpload())
+    _context->setFileUpload(files->forMeeting(nextMeetingId));
   _consuming->closeAllConsumers();
   trace("Cleaned up media streams successfully");
   onMain(_context, [](RoomContext&, RoomClientDelegate& meeting) {

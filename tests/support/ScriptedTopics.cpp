@@ -74,6 +74,7 @@ std::shared_ptr<WebSocketTask> ScriptedTopics::make(const std::string& url,
                                                     WebSocketTask::Events events) {
   urls.push_back(url);
   if (!url.starts_with("ws")) return nullptr;
+  _events.push_back(events);
   auto task = std::make_shared<Task>(*this, std::move(queue), std::move(events));
   _tasks.push_back(task);
   return task;

@@ -28,6 +28,11 @@ public:
   /// The network fails.
   void lose(const std::string& error = "connection reset");
 
+  /// What a connection would say, also one that the client has replaced.
+  const WebSocketTask::Events& events(std::size_t connection) const {
+    return _events.at(connection);
+  }
+
   // ---- What the client did
   std::vector<std::string> urls;  ///< of every attempt
   std::vector<ClientFrame> sent;  ///< on all connections
@@ -43,6 +48,7 @@ private:
   std::shared_ptr<Task> current() const;
   void oblige(const ClientFrame& frame);
   std::vector<std::weak_ptr<Task>> _tasks;
+  std::vector<WebSocketTask::Events> _events;
 };
 
 }  // namespace kestrova::test

@@ -27,7 +27,9 @@ public:
   EventCategories subscribedCategories() const override;
   bool canAccessSensitiveData() const override { return true; }
   bool respectsLogLevel() const override { return false; }
-  int outputBit() const override { return outputBits::inspector | outputBits::console; }
+  int outputBit() const override {
+    return outputBits::inspector | outputBits::console | outputBits::backendLog;
+  }
   void onSpanStarted(const SpanStart& span) override { keep(span.name, span.attributes); }
   void onSpanEnded(const SpanEnd&) override {}
   void onEvent(const TraceEvent& event) override { keep(event.name, event.attributes); }

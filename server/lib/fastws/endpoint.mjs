@@ -4,7 +4,8 @@ import { WebSocketServer } from 'ws';
 import { Connection } from './connection.mjs';
 
 export const FASTWS_PATH = '/fastws';
-const LARGEST_FRAME = 16 * 1024 * 1024;
+// A message grows by its ids and numbers on its way, and clients take 16 MiB.
+const LARGEST_FRAME = 16 * 1024 * 1024 - 64 * 1024;
 const LEFT = 'the participant has left the meeting';
 
 /** Answers an upgrade with an HTTP status instead. */

@@ -55,6 +55,17 @@ TEST_F(FileUploadTest, aFileGoesUpAndComesBack) {
   EXPECT_EQ(fetch("https://files.test/1"), "aGVsbG8=");
   EXPECT_EQ(request().method, "GET");
   EXPECT_THAT(request().headers, ElementsAre(Pair("Authorization", "file-token")));
+
+  EXPECT_EQ(fetch("https://files.test/1?secret=5"), "aGVsbG8=");
+  EXPECT_EQ(request().url, "https://files.test/1?secret=5");
+  EXPECT_EQ(platform.traces.attribute("Fetching Base64 File", "fileURL"), "https://files.test/1");
+
+  test.notify("entryResponded", {{"sessionId", "session"},
+                                 {"id", "me"},
+                                 {"decision", "allowed"},
+                                 {"switchingRoomId", "elsewhere"}});
+  upload("aGVsbG8=");
+  EXPECT_EQ(request().url, "https://signal.test/base64-upload?roomId=elsewhere");
 }
 
 TEST_F(FileUploadTest, whatMakesNoSenseIsNotSent) {
@@ -99,6 +110,7 @@ TEST_F(FileUploadTest, isRefusedOutsideOfTheMeeting) {
   test.meeting->leave();
   EXPECT_EQ(upload("eA=="), "nothing");
   EXPECT_EQ(fetch("https://files.test/1"), "nothing");
+  test.meeting->uploadBase64File("eA==", "t", "a", nullptr);  // whom nobody waits for
   EXPECT_EQ(platform.session->requests.size(), before);
   EXPECT_FALSE(platform.traces.has("Uploading Base64 File"));
 }

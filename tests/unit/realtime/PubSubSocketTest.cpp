@@ -152,7 +152,37 @@ TEST_F(PubSubSocketTest, aForcedReconnectIsALossAndNothingWhileDown) {
   EXPECT_EQ(reconnects(), 1);
 }
 
-TEST_F(PubSubSocketTest, whatALateCallbackOrALetGoSocketSaysGoesNowhere) {
+TEST_F(PubSubSocketTest, attemptsThatWereAskedForBeginNoSeriesOfTheirOwn) {
+  for (int i = 0; i < 10; ++i) {
+    connect();
+    topics.lose();
+    platform.pump();
+  }
+  const auto before = topics.urls.size();
+  for (int i = 0; i < 4; ++i) {
+    platform.advance(37'500ms);
+    topics.lose();
+    platform.pump();
+  }
+  EXPECT_LE(topics.urls.size() - before, 8U);
+}
+
+TEST_F(PubSubSocketTest, anEarlierConnectionSpeaksForItselfOnly) {
+  connect();
+  topics.lose();
+  platform.advance(1250ms);
+  take();
+  topics.events(0).didOpen();
+  topics.events(0).didClose(1000);
+  topics.events(0).didComplete(std::nullopt);
+  EXPECT_THAT(take(), IsEmpty());
+  EXPECT_TRUE(platform.traces.has("[PubSubV2] Socket: open ignored (superseded generation)"));
+  EXPECT_TRUE(topics.isConnected());
+  topics.open();
+  EXPECT_THAT(take(), ElementsAre("open"));
+}
+
+TEST_F(PubSubSocketTest, whatALetGoSocketHasStillToSayGoesNowhere) {
   openAndForget();
   topics.deliver(Bytes{'x'});
   topics.lose();

@@ -346,6 +346,44 @@ TEST_F(PubSubAgreedTest, subscriptionsOutliveTheirConnectionButNotTheMeetings) {
   EXPECT_EQ(topics.urls.back(), "wss://other.test");
 }
 
+TEST_F(PubSubAgreedTest, untilTheMeetingIsJoinedAgainNothingIsAskedOfTheOldPlace) {
+  const char* reconnecting = "The meeting is reconnecting. Please try again once it reconnects.";
+  subscribe(listener);
+  const auto connections = topics.urls.size();
+  test.socket().drop();
+  platform.pump();
+  platform.service->withholdOnce("join");
+  comeBack();
+  EXPECT_EQ(test.meeting->meetingState(), MeetingState::CONNECTED);
+  EXPECT_EQ(*subscribe(listener), reconnecting);
+  platform.service->answerLate("join", ScriptedService::ok({{"pubSubUrl", "wss://second.test"}}));
+  platform.pump();
+  EXPECT_EQ(*subscribe(listener), "ok");
+
+  platform.service->withholdOnce("join");
+  test.notify("entryResponded", {{"sessionId", "session"},
+                                 {"id", "me"},
+                                 {"decision", "allowed"},
+                                 {"switchingRoomId", "elsewhere"}});
+  EXPECT_FALSE(topics.isConnected());
+  EXPECT_EQ(run(pubsub->publish("CHAT", "x")), reconnecting);
+  platform.service->answerLate("join", ScriptedService::ok({{"pubSubUrl", "wss://third.test"}}));
+  platform.pump();
+  EXPECT_EQ(*subscribe(listener), "ok");
+  EXPECT_EQ(topics.urls.size(), connections + 2);
+  EXPECT_EQ(topics.urls.back(), "wss://third.test");
+}
+
+TEST_F(PubSubAgreedTest, subscriptionsOfListenersThatAreGoneAreNotMadeAgain) {
+  const auto other = std::make_shared<TopicListener>();
+  subscribe(listener);
+  listener.reset();
+  subscribe(other);
+  topics.lose();
+  platform.advance(1250ms);
+  EXPECT_EQ(topics.count(ClientFrame::subscribe), 3);
+}
+
 TEST_F(PubSubTest, aDropOfTheMeetingEndsASubscribeInItsMiddle) {
   const auto waiting = subscribe(listener);
   test.socket().drop();

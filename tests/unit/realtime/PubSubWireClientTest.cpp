@@ -141,8 +141,11 @@ TEST_F(PubSubWireClientTest, theFirstOperationOpensTheTransportAndWaits) {
   frame(ackFrame("s1"));
   EXPECT_EQ(*published, "their-id");
   EXPECT_EQ(*subscribed, "ok");
-  // 30 s for the socket and another 30 s for the answer.
+  // 30 s for the connection and another 30 s for the answer.
+  lose();
   const auto late = publish("p2");
+  platform.advance(29s);
+  open();
   platform.advance(29s);
   frame(ackFrame("p2"));
   EXPECT_EQ(*late, "");  // a server that names no id has given none
@@ -369,6 +372,32 @@ TEST_F(PubSubWireClientTest, aNewConnectionOrSubscriptionCountsAfresh) {
   EXPECT_THAT(take(), ElementsAre("live t: #5", "live t: #100", "live t: #200"));
 }
 
+TEST_F(PubSubWireClientTest, whatCameWhileUnsubscribingIsForgottenWithTheTopic) {
+  open();
+  live({5});
+  const auto leaving = unsubscribe("u1");
+  live({6});
+  history("s1", false);
+  frame(ackFrame("u1"));
+  EXPECT_EQ(*leaving, "ok");
+  take();
+  live({100});
+  history("", true);
+  EXPECT_THAT(take(), ElementsAre("live t: #100"));
+}
+
+TEST_F(PubSubWireClientTest, aMessageThatIsTooLargeFailsAlone) {
+  open();
+  const auto other = publish("p1");
+  const auto large =
+      start(client->publish({.topic = "t",
+                             .message = std::string(PubSubWireClient::mostFrameBytes, 'x'),
+                             .requestId = "p2"}));
+  EXPECT_EQ(*large, "the message is too large");
+  EXPECT_EQ(*other, "waiting");
+  EXPECT_THAT(frames(), ElementsAre("publish p1"));
+}
+
 TEST_F(PubSubWireClientTest, historyHasNoPartInTheNumbers) {
   live({5});
   frame(batchFrame({"t", {{.message = "old", .seqNum = 50}}, true, true, "s1"}));
@@ -410,6 +439,7 @@ TEST_F(PubSubWireClientTest, twoMissingPingsAreALoss) {
   EXPECT_EQ(platform.traces.attribute(
                 "[PubSubV2] Wire: server-ping watchdog fired — forcing reconnect", "timeoutSec"),
             "20");
+  EXPECT_TRUE(platform.traces.has("No server ping for 20s (interval=10s, last seq=7)"));
   platform.advance(300s);
   EXPECT_EQ(transport->reconnects, 1);
 }

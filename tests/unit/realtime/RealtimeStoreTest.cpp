@@ -152,8 +152,8 @@ TEST_F(RealtimeStoreTest, whatTheServiceRefusesIsTheFirstObserversFailure) {
   change({{"key", "k"}, {"value", "1"}, {"updatedBy", "bob"}});
   EXPECT_THAT(heard, ElementsAre("two k=1 by bob"));
   EXPECT_EQ(run(store->observe("", one)), "Invalid key parameter");
-  EXPECT_TRUE(platform.traces.has("Error in observe() - Invalid key") ||
-              !SdkTracer::shared().wantsRouted(targetMasks::backendLog));
+  EXPECT_TRUE(platform.traces.has("Error in observe() - Invalid key"));
+  EXPECT_EQ(run(store->observe("k2", nullptr)), "No listener was given");
 }
 
 TEST_F(RealtimeStoreTest, theLastObserverToGoTellsTheService) {
@@ -186,6 +186,49 @@ TEST_F(RealtimeStoreTest, whoIsBeingAddedKeepsTheKeyObserved) {
   platform.pump();
   change({{"key", "k"}, {"value", "1"}, {"updatedBy", "bob"}});
   EXPECT_THAT(heard, ElementsAre("one k=1 by bob"));
+}
+
+TEST_F(RealtimeStoreTest, whoStopsMeanwhileIsNotAdded) {
+  const auto one = listener("one");
+  service().withhold("realtimeStoreObserve");
+  const auto first = start(store->observe("k", one));
+  EXPECT_EQ(run(store->stopObserving("k", one)), "ok");
+  service().answerLate("realtimeStoreObserve", ScriptedService::ok());
+  platform.pump();
+  EXPECT_EQ(*first, "ok");
+  EXPECT_EQ(service().count("realtimeStoreStopObserve"), 1);
+  change({{"key", "k"}, {"value", "1"}, {"updatedBy", "bob"}});
+  EXPECT_THAT(heard, IsEmpty());
+}
+
+TEST_F(RealtimeStoreTest, aChangeRightBehindTheAgreementIsHeard) {
+  const auto one = listener("one");
+  service().withhold("realtimeStoreObserve");
+  const auto first = start(store->observe("k", one));
+  service().answerLate("realtimeStoreObserve", ScriptedService::ok());
+  change({{"key", "k"}, {"value", "1"}, {"updatedBy", "bob"}});
+  EXPECT_THAT(heard, ElementsAre("one k=1 by bob"));
+}
+
+TEST_F(RealtimeStoreTest, observersStayThroughAReturnAndAMove) {
+  const auto one = listener("one");
+  run(store->observe("k", one));
+  auto gone = listener("gone");
+  run(store->observe("other", gone));
+  gone.reset();
+  service().forgetRequests();
+  test.socket().drop();
+  platform.pump();
+  test.socket().open();
+  platform.advance(100ms);
+  test.decide("allowed");
+  EXPECT_EQ(service().count("realtimeStoreObserve"), 1);
+  EXPECT_EQ(service().last("realtimeStoreObserve"), (Dictionary{{"key", "k"}}));
+  test.notify("entryResponded", {{"sessionId", "session"},
+                                 {"id", "me"},
+                                 {"decision", "allowed"},
+                                 {"switchingRoomId", "elsewhere"}});
+  EXPECT_EQ(service().count("realtimeStoreObserve"), 2);
 }
 
 }  // namespace

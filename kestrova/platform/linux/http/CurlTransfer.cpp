@@ -63,7 +63,14 @@ std::string CurlTransfer::prepare() {
   curl_easy_setopt(_handle, CURLOPT_QUICK_EXIT, 1L);
   curl_easy_setopt(_handle, CURLOPT_URL, _request.url.c_str());
   curl_easy_setopt(_handle, CURLOPT_PROTOCOLS_STR, "http,https");
-  curl_easy_setopt(_handle, CURLOPT_TIMEOUT_MS, static_cast<long>(timeout));
+  if (_request.stallTimeout) {
+    curl_easy_setopt(_handle, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(timeout));
+    curl_easy_setopt(_handle, CURLOPT_LOW_SPEED_LIMIT, 1L);
+    curl_easy_setopt(_handle, CURLOPT_LOW_SPEED_TIME,
+                     static_cast<long>(_request.stallTimeout->count()));
+  } else {
+    curl_easy_setopt(_handle, CURLOPT_TIMEOUT_MS, static_cast<long>(timeout));
+  }
   curl_easy_setopt(_handle, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS));
   curl_easy_setopt(_handle, CURLOPT_ACCEPT_ENCODING, "");
   curl_easy_setopt(_handle, CURLOPT_USERAGENT, "KestrovaRTC");

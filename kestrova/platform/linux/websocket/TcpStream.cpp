@@ -11,27 +11,28 @@ namespace asio = boost::asio;
 using asio::ip::tcp;
 using boost::system::error_code;
 
-void connectSocket(tcp::resolver& resolver, tcp::socket& socket, const WebSocketEndpoint& endpoint,
-                   ByteStream::Opened done) {
-  resolver.async_resolve(endpoint.host, endpoint.port,
-                         [&socket, done = std::move(done)](
-                             error_code error, const tcp::resolver::results_type& found) {
-                           if (error) return done(error, "name look-up");
-                           asio::async_connect(
-                               socket, found,
-                               [&socket, done](error_code failure, const tcp::endpoint&) {
-                                 error_code ignored;
-                                 if (!failure) socket.set_option(tcp::no_delay(true), ignored);
-                                 done(failure, "connection");
-                               });
-                         });
+void SocketOpener::open(const WebSocketEndpoint& endpoint, ByteStream::Opened done) {
+  auto connected = [this, done](error_code error, const tcp::endpoint&) {
+    if (_closed) error = asio::error::operation_aborted;
+    error_code ignored;
+    if (!error) _socket.set_option(tcp::no_delay(true), ignored);
+    done(error, "connection");
+  };
+  _resolver.async_resolve(
+      endpoint.host, endpoint.port,
+      [this, done, connected](error_code error, const tcp::resolver::results_type& found) {
+        if (_closed) error = asio::error::operation_aborted;
+        if (error) return done(error, "name look-up");
+        asio::async_connect(_socket, found, connected);
+      });
 }
 
-void closeSocket(tcp::resolver& resolver, tcp::socket& socket, bool reset) {
+void SocketOpener::close(bool reset) {
+  _closed = true;
   error_code ignored;
-  resolver.cancel();
-  if (reset) socket.set_option(asio::socket_base::linger(true, 0), ignored);
-  socket.close(ignored);
+  _resolver.cancel();
+  if (reset) _socket.set_option(asio::socket_base::linger(true, 0), ignored);
+  _socket.close(ignored);
 }
 
 std::string explainSocket(const error_code& error) {
@@ -61,10 +62,10 @@ namespace {
 
 class TcpStream final : public ByteStream {
 public:
-  explicit TcpStream(const WebSocketStrand& strand) : _resolver(strand), _socket(strand) {}
+  explicit TcpStream(const WebSocketStrand& strand) : _socket(strand), _opener(strand, _socket) {}
 
   void open(const WebSocketEndpoint& endpoint, Opened done) override {
-    connectSocket(_resolver, _socket, endpoint, std::move(done));
+    _opener.open(endpoint, std::move(done));
   }
   void read(asio::mutable_buffer into, Transferred done) override {
     _socket.async_read_some(into, std::move(done));
@@ -72,12 +73,12 @@ public:
   void write(asio::const_buffer from, std::function<void()> progress, Transferred done) override {
     asio::async_write(_socket, from, untilAllIsWritten(std::move(progress)), std::move(done));
   }
-  void close(bool reset) override { closeSocket(_resolver, _socket, reset); }
+  void close(bool reset) override { _opener.close(reset); }
   std::string explain(const error_code& error) const override { return explainSocket(error); }
 
 private:
-  tcp::resolver _resolver;
   tcp::socket _socket;
+  SocketOpener _opener;
 };
 
 }  // namespace

@@ -6,11 +6,22 @@
 
 namespace kestrova {
 
-/// Looks up `endpoint` and connects `socket`. All three must live until `done` is called.
-void connectSocket(boost::asio::ip::tcp::resolver& resolver, boost::asio::ip::tcp::socket& socket,
-                   const WebSocketEndpoint& endpoint, ByteStream::Opened done);
-void closeSocket(boost::asio::ip::tcp::resolver& resolver, boost::asio::ip::tcp::socket& socket,
-                 bool reset);
+/// Connects one socket, which lives at least as long. For the strand.
+class SocketOpener {
+public:
+  SocketOpener(const WebSocketStrand& strand, boost::asio::ip::tcp::socket& socket)
+      : _resolver(strand), _socket(socket) {}
+
+  /// Looks up `endpoint` and connects. This object must live until `done` is called.
+  void open(const WebSocketEndpoint& endpoint, ByteStream::Opened done);
+  /// Closes the socket, for good: a look-up that can't be stopped any more connects nothing.
+  void close(bool reset);
+
+private:
+  boost::asio::ip::tcp::resolver _resolver;
+  boost::asio::ip::tcp::socket& _socket;
+  bool _closed = false;
+};
 
 /// A failure of the look-up, the connection or a transfer, as people read it.
 std::string explainSocket(const boost::system::error_code& error);

@@ -50,7 +50,9 @@ bool expectHost(SSL* ssl, const WebSocketEndpoint& endpoint) {
 class TlsStream final : public ByteStream {
 public:
   TlsStream(const WebSocketStrand& strand, std::shared_ptr<TlsTrust> trust)
-      : _trust(std::move(trust)), _resolver(strand), _tls(strand, _trust->context) {}
+      : _trust(std::move(trust)),
+        _tls(strand, _trust->context),
+        _opener(strand, _tls.next_layer()) {}
 
   void open(const WebSocketEndpoint& endpoint, Opened done) override {
     if (!expectHost(_tls.native_handle(), endpoint)) {
@@ -59,13 +61,12 @@ public:
       });
       return;
     }
-    connectSocket(_resolver, _tls.next_layer(), endpoint,
-                  [this, done = std::move(done)](const error_code& error, const char* step) {
-                    if (error) return done(error, step);
-                    _tls.async_handshake(
-                        asio::ssl::stream_base::client,
-                        [done](error_code failure) { done(failure, "TLS handshake"); });
-                  });
+    _opener.open(
+        endpoint, [this, done = std::move(done)](const error_code& error, const char* step) {
+          if (error) return done(error, step);
+          _tls.async_handshake(asio::ssl::stream_base::client,
+                               [done](error_code failure) { done(failure, "TLS handshake"); });
+        });
   }
   void read(asio::mutable_buffer into, Transferred done) override {
     _tls.async_read_some(into, std::move(done));
@@ -73,7 +74,7 @@ public:
   void write(asio::const_buffer from, std::function<void()> progress, Transferred done) override {
     asio::async_write(_tls, from, untilAllIsWritten(std::move(progress)), std::move(done));
   }
-  void close(bool reset) override { closeSocket(_resolver, _tls.next_layer(), reset); }
+  void close(bool reset) override { _opener.close(reset); }
 
   std::string explain(const error_code& error) const override {
     // const_cast: OpenSSL's reader takes const, the stream hands out its handle unconst only.
@@ -86,8 +87,8 @@ public:
 
 private:
   const std::shared_ptr<TlsTrust> _trust;
-  tcp::resolver _resolver;
   asio::ssl::stream<tcp::socket> _tls;
+  SocketOpener _opener;
 };
 
 }  // namespace

@@ -179,7 +179,7 @@ void TaskCore::keep(Message message) {
 void TaskCore::webSocketClosed(const std::string& reason, std::optional<std::uint16_t> code) {
   {
     std::scoped_lock held(_lock);
-    _end = End{reason, code};
+    _end = End{code ? reason + " (code " + std::to_string(*code) + ')' : reason, code};
   }
   schedule();
 }

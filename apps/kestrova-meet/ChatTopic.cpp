@@ -101,8 +101,7 @@ void ChatTopic::onOldMessagesReceived(const std::vector<PubSubMessage>& messages
 }
 
 void ChatTopic::tellHistoryEnd() {
-  _watcher.note("historyEnd", {{"count", _old}},
-                _old > 0 ? "so much for what was said before" : "");
+  _watcher.note("historyEnd", {{"count", _old}}, _old > 0 ? "(end of what was said before)" : "");
 }
 
 void ChatTopic::onMessageReceived(const PubSubMessage& message) {
@@ -153,7 +152,12 @@ Task<void> ChatTopic::say(std::string message, Dictionary payload) {
   const auto pubsub = _meeting.pubsub();
   auto publishing =
       pubsub->publish(topic, std::move(message), {{"persist", true}}, std::move(payload));
-  co_await std::move(publishing);
+  try {
+    co_await std::move(publishing);
+  } catch (...) {
+    _onTheirWay.erase(number);
+    throw;
+  }
 }
 
 void ChatTopic::clockIn(const PubSubMessage& message) {

@@ -1,10 +1,10 @@
 import * as assert from 'node:assert/strict';
-import { once } from 'node:events';
 import * as fs from 'node:fs';
 import * as path from 'node:path';
 import { after, before, test } from 'node:test';
 import { openService, temporaryFolder } from '../../../server/test/support.mjs';
-import { join, joinAs, start } from './support.mjs';
+import { join } from './support.mjs';
+import { TerminalRun } from './terminal.mjs';
 
 let service;
 let folder;
@@ -17,59 +17,12 @@ after(async () => {
   fs.rmSync(folder, { recursive: true });
 });
 
-const quoted = (words) => words.map((word) => `'${word}'`).join(' ');
-
-/** kestrova-meet on a terminal of its own, whose mode is printed once the program has ended. */
-class TerminalRun {
-  output = '';
-
-  constructor(meeting, name, ...more) {
-    this.pidFile = path.join(folder, `${name}.pid`);
-    const { args, env } = joinAs(service, meeting, name);
-    const program = quoted([process.env.KESTROVA_MEET, ...args, ...more]);
-    const line = `sh -c 'echo $$ > "$PID_FILE"; exec "$@"' sh ${program}; echo "ended $?"; stty -a`;
-    this.child = start('script', ['-qefc', line, '/dev/null'], {
-      env: { ...process.env, ...env, PID_FILE: this.pidFile, SHELL: '/bin/sh', TERM: 'xterm' },
-      stdio: ['pipe', 'pipe', 'inherit'],
-    });
-    this.child.stdout.on('data', (data) => (this.output += data));
-    this.ended = once(this.child, 'close');
-  }
-
-  press(keys) {
-    this.child.stdin.write(keys);
-  }
-
-  kill(signal) {
-    process.kill(Number(fs.readFileSync(this.pidFile, 'utf8')), signal);
-  }
-
-  /** Waits until the program has written something that matches. */
-  async shows(pattern) {
-    while (!pattern.test(this.output)) {
-      const gone = this.ended.then(() => true);
-      const more = once(this.child.stdout, 'data').then(() => false);
-      if (await Promise.race([gone, more])) assert.match(this.output, pattern);
-    }
-  }
-
-  /** Its exit status, after a look at how it left the terminal. */
-  async finish() {
-    await this.shows(/ended \d+/);
-    this.child.stdin.end();
-    await this.ended;
-    assert.match(this.output, /[^-]icanon/, 'lines are edited again');
-    assert.match(this.output, /[^-]echo\b/, 'what is typed is seen again');
-    return Number(/ended (\d+)/.exec(this.output)[1]);
-  }
-}
-
 const joining = (...args) => join(service, ...args);
 
 test('keys turn microphone and camera off and on, and leave', async () => {
   const witness = joining('keys', 'Witness');
   await witness.event('joined');
-  const ada = new TerminalRun('keys', 'Ada');
+  const ada = new TerminalRun(service, folder, 'keys', 'Ada');
   const count = (event, kind) =>
     witness.events.filter((entry) => entry.event === event && entry.kind === kind).length;
   const nth = (event, kind, n) =>
@@ -108,7 +61,7 @@ test('the terminal gets its mode back whatever ends the program', async () => {
     ['SIGQUIT', 131],
     ['SIGSEGV', 139],
   ]) {
-    const run = new TerminalRun('signals', signal);
+    const run = new TerminalRun(service, folder, 'signals', signal);
     await run.shows(/microphone/);
     run.kill(signal);
     assert.equal(await run.finish(), status, signal);

@@ -29,6 +29,10 @@ export function join(service, meeting, name, ...more) {
   return new Run([...args, '--json', ...more], env);
 }
 
+/** Joins to talk: a `Run` that takes lines. */
+export const talk = (service, meeting, name, ...more) =>
+  join(service, meeting, name, '--camera', 'none', '--mic', 'none', '--chat', ...more);
+
 /** One run of kestrova-meet. `events` are the JSON lines that it wrote, in order. */
 export class Run {
   events = [];
@@ -40,8 +44,9 @@ export class Run {
     delete inherited.KESTROVA_TOKEN;
     this.child = start(program, args, {
       env: { ...inherited, ...env },
-      stdio: ['ignore', 'pipe', 'pipe'],
+      stdio: [args.includes('--chat') ? 'pipe' : 'ignore', 'pipe', 'pipe'],
     });
+    this.child.stdin?.on('error', () => {}); // it may have ended
     this.stdout = '';
     this.child.stdout.on('data', (data) => (this.stdout += data));
     this.child.stderr.on('data', (data) => (this.stderr += data));
@@ -69,6 +74,15 @@ export class Run {
       this.#waiters.add(look);
       look();
     });
+  }
+
+  say(...lines) {
+    for (const line of lines) this.child.stdin.write(`${line}\n`);
+  }
+
+  /** What these events carry under `key`, in order. */
+  all(name, key) {
+    return this.events.filter(({ event }) => event === name).map((entry) => entry[key]);
   }
 
   /** Ends it by a signal; gives its exit code. */

@@ -95,11 +95,12 @@ function join(person, ready, state, onSample) {
   ).trim();
   const args = ['--service', ready.service, '--meeting', 'demo', '--name', person.name];
   args.push('--camera', 'pattern', '--mic', 'tone', '--tone-hz', String(person.tone));
-  args.push('--duration', `${SECONDS}s`, '--expect', '1', '--snapshot', folder, '--json');
+  args.push('--duration', `${SECONDS}s`, '--expect', '1', '--snapshot', folder, '--json', '--chat');
   const child = start(program, args, {
     env: { ...process.env, SSL_CERT_FILE: ready.ca, KESTROVA_TOKEN: token },
-    stdio: ['ignore', 'pipe', 'pipe'],
+    stdio: ['pipe', 'pipe', 'pipe'],
   });
+  child.stdin.on('error', () => {}); // it has ended
   const record = fs.createWriteStream(path.join(folder, `${person.name}.ndjson`));
   child.stdout.pipe(record);
   child.stderr.on('data', (data) => {
@@ -109,6 +110,7 @@ function join(person, ready, state, onSample) {
     const event = JSON.parse(line);
     if (event.event === 'sample') {
       person.sample = event;
+      if (event.state === 'JOINED') child.stdin.write(`${person.name} is here for ${event.ms} ms\n`);
       onSample(person);
     }
     if (event.event === 'summary') person.summary = event;
@@ -132,6 +134,8 @@ function report(person, other) {
     );
     const pitch = remote.hertz ? ` at ${remote.hertz.toFixed(1)} Hz` : '';
     console.log(`  heard ${other.name}: ${remote.soundHeard ? `yes${pitch}` : 'no'}`);
+    const { messageRoundTripMs: ms, messagesBack } = person.summary;
+    console.log(`  messages there and back: ${ms ? `${ms.toFixed(1)} ms, median of ${messagesBack}` : 'none'}`);
     if (remote.snapshot) console.log(`  ${path.relative(process.cwd(), remote.snapshot)}`);
   } else {
     console.log(`  never met ${other.name}`);

@@ -6,7 +6,7 @@ import * as path from 'node:path';
 import { createInterface } from 'node:readline';
 import { after, before, test } from 'node:test';
 import { openService } from '../../../server/test/support.mjs';
-import { join, start } from '../meet/support.mjs';
+import { join, start, talk } from '../meet/support.mjs';
 
 const root = path.join(import.meta.dirname, '../../..');
 const build = process.env.KESTROVA_BUILD;
@@ -145,6 +145,36 @@ test('slides are shown here and, after the move, there', async () => {
   assert.equal(await slides.stop(), 0, slides.stderr);
   await there.event('participantLeft', named('Slides'));
   await Promise.all([here.stop('SIGINT'), there.stop('SIGINT')]);
+});
+
+test('chat-bot knows what was said before it came, and says it again', async () => {
+  const ada = talk(service, 'archive', 'Ada');
+  ada.say('first', 'second');
+  await ada.event('message', (entry) => entry.message === 'second');
+  const bot = inMeeting('chat-bot', 'archive');
+  const said = (message) => ada.event('message', (entry) => entry.message === message);
+  assert.equal((await said('I know 2 messages')).senderName, 'Chat bot');
+  ada.say('third', '!history 2');
+  const { senderId } = await said('Ada: third');
+  await service.control('dropSocket', { roomId: 'archive', peerId: senderId });
+  await said('I know 3 messages');
+  ada.say('!history 99', '!history none', '!history -1', 'fourth', '!history 1');
+  await said('Ada: fourth');
+  const answers = ada.all('message', 'message').filter((line) => line.startsWith('Ada: '));
+  const all = ['Ada: first', 'Ada: second', 'Ada: third'];
+  assert.deepEqual(answers, [...all.slice(1), ...all, ...all, 'Ada: fourth']);
+  assert.equal(await bot.stop(), 0, bot.stderr);
+  await ada.stop('SIGINT');
+});
+
+test('shared-counter is raised by everybody, and everybody sees it', async () => {
+  const first = inMeeting('shared-counter', 'counting', '2');
+  await first.says(/^2 by /);
+  const second = inMeeting('shared-counter', 'counting');
+  await first.says(/^3 by /);
+  await second.says(/^3 by /);
+  assert.deepEqual(second.lines.length, 1);
+  for (const run of [first, second]) assert.equal(await run.stop(), 0, run.stderr);
 });
 
 test("README's trial works when it is pasted as one block", async () => {

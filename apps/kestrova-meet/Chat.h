@@ -28,6 +28,8 @@ public:
 
   /// The meeting was joined, or joined again after a lost connection.
   void joined();
+  /// The connection was lost: what is typed waits for the next join.
+  void away() { _ready = false; }
   /// Gives the terminal back.
   void release() { _keyboard.reset(); }
   /// How many lines of a script were not done.

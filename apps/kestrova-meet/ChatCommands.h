@@ -19,7 +19,7 @@ public:
   enum class Outcome {
     done,
     failed,  ///< the user was told
-    later    ///< the connection is away, and nothing was sent: try again once it is back
+    later    ///< the connection was just lost, and nothing was sent: try again once it is back
   };
 
   /// \param meeting \param watcher \param topic must outlive the commands

@@ -121,6 +121,7 @@ void Session::joined() {
 }
 
 void Session::stateChanged(MeetingState state) {
+  if (_chat && state == MeetingState::RECONNECTING) _chat->away();
   // From here on the library has a time-out for every answer, and a moderator may take their time.
   if (state == MeetingState::CONNECTED && !_joined && !_ending) _deadline.cancel();
   if (state == MeetingState::FAILED)

@@ -135,10 +135,13 @@ test('a lost connection loses no line and shows nothing twice', async () => {
   await service.control('dropSocket', { roomId: 'lossy', peerId: 'ada', downMs: 3000 });
   await ada.event('state', ({ state }) => state === 'RECONNECTING');
   await publish('lossy', 'missed');
-  ada.say('meanwhile');
+  const file = path.join(folder, 'meanwhile.txt');
+  fs.writeFileSync(file, 'x');
+  ada.say(`/file ${file}`, 'meanwhile');
   await ada.event('message', saying('meanwhile'));
   assert.deepEqual(ada.all('history', 'message'), ['missed']);
-  assert.deepEqual(ada.all('message', 'message'), ['before', 'meanwhile']);
+  const { url } = await ada.event('uploaded');
+  assert.deepEqual(ada.all('message', 'message'), ['before', url, 'meanwhile']);
   assert.deepEqual(ada.all('historyEnd', 'count'), [0, 1]);
   await service.control('setStoreValue', { roomId: 'lossy', key: 'key', value: 'v' });
   await ada.event('store', ({ value }) => value === 'v');

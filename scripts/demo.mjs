@@ -110,7 +110,8 @@ function join(person, ready, state, onSample) {
     const event = JSON.parse(line);
     if (event.event === 'sample') {
       person.sample = event;
-      if (event.state === 'JOINED') child.stdin.write(`${person.name} is here for ${event.ms} ms\n`);
+      if (event.state === 'JOINED')
+        child.stdin.write(`${person.name} is here for ${event.ms} ms\n`);
       onSample(person);
     }
     if (event.event === 'summary') person.summary = event;
@@ -135,7 +136,8 @@ function report(person, other) {
     const pitch = remote.hertz ? ` at ${remote.hertz.toFixed(1)} Hz` : '';
     console.log(`  heard ${other.name}: ${remote.soundHeard ? `yes${pitch}` : 'no'}`);
     const { messageRoundTripMs: ms, messagesBack } = person.summary;
-    console.log(`  messages there and back: ${ms ? `${ms.toFixed(1)} ms, median of ${messagesBack}` : 'none'}`);
+    const back = ms ? `${ms.toFixed(1)} ms, median of ${messagesBack}` : 'none';
+    console.log(`  messages there and back: ${back}`);
     if (remote.snapshot) console.log(`  ${path.relative(process.cwd(), remote.snapshot)}`);
   } else {
     console.log(`  never met ${other.name}`);

@@ -1,5 +1,6 @@
 #include <kestrova/platform/Queue.h>
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include "ExitCode.h"
@@ -38,6 +39,8 @@ int run(const Options& options) {
 }
 
 int main(int argc, char** argv) {
+  // A standard input that is closed is an empty one: nothing else shall get its number.
+  if (fcntl(STDIN_FILENO, F_GETFD) < 0) ::open("/dev/null", O_RDONLY);
   Options options;
   try {
     options = parseOptions({argv + 1, argv + argc}, std::getenv("KESTROVA_TOKEN"));

@@ -6,7 +6,7 @@ import * as path from 'node:path';
 import { text } from 'node:stream/consumers';
 import { after, before, test } from 'node:test';
 import { openService, temporaryFolder, until } from '../../../server/test/support.mjs';
-import { talk } from './support.mjs';
+import { joinAs, start, talk } from './support.mjs';
 import { TerminalRun } from './terminal.mjs';
 
 let service;
@@ -119,6 +119,13 @@ test('a script that ends leaves when all it said is acknowledged, or after --dur
   await witness.event('message', saying('4'));
   assert.deepEqual(witness.all('message', 'message'), lines);
 
+  const { args, env } = joinAs(service, 'script', 'Closed');
+  const closed = start('sh', ['-c', 'exec "$@" <&-', 'sh', process.env.KESTROVA_MEET, ...args, '--chat'], {
+    env: { ...process.env, ...env },
+    stdio: 'ignore',
+  });
+  assert.deepEqual(await once(closed, 'close'), [0, null], 'a closed input is an empty one');
+
   const stays = talking('script', 'Stays', '--duration', '4s');
   stays.child.stdin.end();
   await listens(stays);
@@ -190,7 +197,10 @@ test('on a terminal lines are edited, and nothing that others send controls it',
 
   ada.press('half a li');
   await ada.shows(/> half a li/);
-  await publish('tty', '\u001b[2Jgot\u009b31m\r\nyou', { senderName: 'E\u001b]0;ve\u0007', timestamp: '\u001b[5m' });
+  await publish('tty', '\u001b[2Jgot\u009b31m\r\nyou', {
+    senderName: 'E\u001b]0;ve\u0007',
+    timestamp: '\u001b[5m',
+  });
   await ada.shows(/--:--:-- E\?]0;ve\?: \?\[2Jgot\?31m\?\?you\r?\n> half a li/);
   for (const sequence of ['\u001b[2J', '\u001b[5m', '\u001b]0;', '\u009b'])
     assert.ok(!ada.output.includes(sequence), JSON.stringify(sequence));

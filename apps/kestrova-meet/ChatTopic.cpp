@@ -117,6 +117,23 @@ void ChatTopic::onMessageDrop(const PubSubMessageDropInfo& info) {
                 std::to_string(info.droppedCount) + " messages are missing here");
 }
 
+void ChatTopic::onReconnected() {
+  spawnOn(MainQueue::shared(), listenAnew());
+}
+
+Task<void> ChatTopic::listenAnew() {
+  const auto self = shared_from_this();
+  const std::shared_ptr<PubSubMessageListener> listener = self;
+  try {
+    const auto pubsub = _meeting.pubsub();
+    auto unsubscribing = pubsub->unsubscribe(topic, listener);
+    co_await std::move(unsubscribing);
+  } catch (const std::exception&) {  // then there is nothing to unsubscribe from
+  }
+  auto listening = listen();
+  co_await std::move(listening);
+}
+
 /// A message without an id can't be told from another one.
 bool ChatTopic::isNew(const std::string& id) {
   if (id.empty()) return true;

@@ -44,11 +44,14 @@ public:
   void onOldMessagesReceived(const std::vector<PubSubMessage>& messages,
                              const PubSubHistoryInfo& info) override;
   void onMessageDrop(const PubSubMessageDropInfo& info) override;
+  /// Fetches what was missed.
+  void onReconnected() override;
 
 private:
   Task<std::string> subscribe();
   Task<void> untilHistoryIsTold(std::uint64_t listening);
   Task<void> listenLater(std::uint64_t listening);
+  Task<void> listenAnew();
   void tellHistoryEnd();
   void clockIn(const PubSubMessage& message);
   bool isNew(const std::string& id);

@@ -25,9 +25,9 @@ struct PubSubRouting;
 ///
 /// Any thread. What fails throws; `spawn` of platform/Queue.h starts an operation whose outcome
 /// doesn't matter. A connection to the topic server that is lost is made anew, and the
-/// subscriptions go on: messages of the meantime are missing. When the meeting itself reconnects,
-/// moves to another or ends, all subscriptions are over: `onMeetingJoined` is the time to subscribe
-/// again, and until then operations are refused.
+/// subscriptions go on: messages of the meantime are missing, which `onReconnected` says. When the
+/// meeting itself reconnects, moves to another or ends, all subscriptions are over:
+/// `onMeetingJoined` is the time to subscribe again, and until then operations are refused.
 class PubSub {
 public:
   using Listener = std::shared_ptr<PubSubMessageListener>;

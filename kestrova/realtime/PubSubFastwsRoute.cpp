@@ -141,6 +141,9 @@ std::shared_ptr<PubSubWireClient> PubSubFastwsRoute::makeWireClient(const std::s
   client->onMessageDrop = [weak](std::string_view topic, std::uint64_t droppedCount) {
     if (const auto self = weak.lock()) self->handleFastwsDrop(topic, droppedCount);
   };
+  client->onReplayed = [weak](std::string_view requestId, std::string_view topic) {
+    if (const auto self = weak.lock()) self->handleFastwsReplayed(requestId, topic);
+  };
   return client;
 }
 
@@ -349,6 +352,12 @@ void PubSubFastwsRoute::handleFastwsHistory(std::string_view requestId, std::str
                         if (const auto listener = routing->subscribers.listenerOf(stream))
                           listener->onOldMessagesReceived(arrived, {isLast});
                       });
+}
+
+void PubSubFastwsRoute::handleFastwsReplayed(std::string_view requestId, std::string_view topic) {
+  _deliveries.deliver(std::string(topic), 0, [routing = _routing, id = std::string(requestId)] {
+    if (const auto listener = routing->subscribers.listenerOf(id)) listener->onReconnected();
+  });
 }
 
 void PubSubFastwsRoute::handleFastwsDrop(std::string_view topic, std::uint64_t droppedCount) {

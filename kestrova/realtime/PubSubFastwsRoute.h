@@ -46,6 +46,7 @@ private:
   void handleFastwsLive(std::string_view topic, const PubSubWireClient::Messages& messages);
   void handleFastwsHistory(std::string_view requestId, std::string_view topic,
                            const PubSubWireClient::Messages& messages, bool isLast);
+  void handleFastwsReplayed(std::string_view requestId, std::string_view topic);
   void handleFastwsDrop(std::string_view topic, std::uint64_t droppedCount);
 
   const std::shared_ptr<PubSubRouting> _routing;

@@ -22,6 +22,9 @@ public:
   void onMessageDrop(const PubSubMessageDropInfo& info) override {
     if (_events.onMessageDrop) _events.onMessageDrop(info);
   }
+  void onReconnected() override {
+    if (_events.onReconnected) _events.onReconnected();
+  }
 
 private:
   const PubSubMessageEvents _events;

@@ -24,6 +24,10 @@ public:
   virtual void onBatchReceived(const std::vector<PubSubMessage>& /*messages*/) {}
   /// Messages are missing here: the service or this process dropped them. Told before the next one.
   virtual void onMessageDrop(const PubSubMessageDropInfo& /*info*/) {}
+  /// The connection to the topic server was lost, and this subscription stands again: what was said
+  /// meanwhile is missing here, however much that is. Whoever needs it subscribes anew, with
+  /// history.
+  virtual void onReconnected() {}
 };
 
 /// The same as functions. The listener that `makeListener` makes of them is the program's to keep:
@@ -34,6 +38,7 @@ struct PubSubMessageEvents {
       onOldMessagesReceived = {};
   std::function<void(const std::vector<PubSubMessage>&)> onBatchReceived = {};
   std::function<void(const PubSubMessageDropInfo&)> onMessageDrop = {};
+  std::function<void()> onReconnected = {};
 };
 
 [[nodiscard("it is held weakly: keep it")]] std::shared_ptr<PubSubMessageListener> makeListener(

@@ -276,7 +276,10 @@ void PubSubWireClient::replay(const std::vector<std::string>& requestIds) {
     traceRealtime("Wire: replay subscribe", {{"topic", params.topic}, {"requestId", requestId}});
     registerPending(requestId, {.kind = PendingRequest::Kind::subscribeReplay,
                                 .topic = params.topic,
-                                .onSettle = [](const Resolution&) {}});
+                                .onSettle = [this, requestId,
+                                             topic = params.topic](const Resolution& resolution) {
+                                  if (!resolution.error && onReplayed) onReplayed(requestId, topic);
+                                }});
     auto subscribe = params.makeSubscribe();
     subscribe.oldMessageLimit = 0;
     sendMessage({subscribe});

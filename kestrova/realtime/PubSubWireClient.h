@@ -53,6 +53,8 @@ public:
                      bool isLast)>
       onHistoryMessages;
   std::function<void(std::string_view topic, std::uint64_t droppedCount)> onMessageDrop;
+  /// The server has agreed to a subscription that was made again after a loss.
+  std::function<void(std::string_view requestId, std::string_view topic)> onReplayed;
 
   /// Completes when the server has agreed, or with the history: its first batch, or its last when
   /// it is to be waited for. The agreement is enough in any case. \throws PubSubWireError

@@ -3,7 +3,7 @@ import * as fs from 'node:fs';
 import { after, before, test } from 'node:test';
 import { setTimeout as delay } from 'node:timers/promises';
 import { openService, temporaryFolder, until } from '../../../server/test/support.mjs';
-import { readPng, Run } from '../meet/support.mjs';
+import { readPng, Run, talk } from '../meet/support.mjs';
 import { openBrowser } from './browser.mjs';
 import { readMark } from './mark.mjs';
 
@@ -160,6 +160,36 @@ async function meetEachOther(t, roomId, { camera, check }) {
   await until(async () => (await service.control('rooms', { roomId })).rooms.length === 0);
   await page.close();
 }
+
+test('a page and kestrova-meet --chat read each other', async (t) => {
+  const page = await browser.page();
+  const [roomId, token] = ['words', service.token()];
+  const options = { service: service.ready.service, roomId, peerId: 'page', token };
+  await page.evaluate((given) => globalThis.joinMeeting(given), options);
+  const say = (text, payload) =>
+    page.evaluate((given) => globalThis.participant.topics.publish('CHAT', ...given), [text, payload]);
+  await page.evaluate(() => globalThis.participant.topics.subscribe('CHAT'));
+  await say('before', {});
+
+  const run = talk(service, roomId, 'Meet', '--participant', 'meet');
+  t.after(() => run.stop('SIGKILL'));
+  const heard = (event, text) => within(run.event(event, (entry) => entry.message === text), () => run.events);
+  assert.equal((await heard('history', 'before')).senderId, 'page');
+  await within(run.event('historyEnd'), () => run.events);
+  await say('Grüße \u{1F600}', { deep: [1, { er: 'ü' }] });
+  const { senderName, payload } = await heard('message', 'Grüße \u{1F600}');
+  assert.deepEqual([senderName, payload], ['page', { deep: [1, { er: 'ü' }] }]);
+  run.say('zurück');
+  await page.waitForFunction(
+    () => globalThis.participant.topics.heard.some((line) => line.startsWith('meet: zurück {')),
+    undefined,
+    { timeout: PATIENCE_MS },
+  );
+  assert.equal(await within(run.stop('SIGTERM'), () => run.events), 143);
+  assert.deepEqual(page.trouble, []);
+  await page.evaluate(() => globalThis.participant.leave());
+  await page.close();
+});
 
 test('a page and kestrova-meet see and hear each other in VP8 layers', async (t) => {
   const camera = { mimeType: 'video/VP8', simulcast: true, width: 960, height: 540 };

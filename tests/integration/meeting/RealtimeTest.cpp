@@ -92,6 +92,7 @@ TEST_F(RealtimeTest, theTopicServerMayDieFallSilentOrTalkRubbishWhileTheMeetingG
   const Dictionary atBob{{"roomId", room}, {"peerId", "bob"}};
   service.control("dropPubSub", atBob);
   goesOn("after a drop");
+  EXPECT_EQ(ear->count("reconnected"), 1);
   auto closing = atBob;
   closing["how"] = "close";
   closing["code"] = 1011;

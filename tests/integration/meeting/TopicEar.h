@@ -36,6 +36,7 @@ public:
   void onMessageDrop(const PubSubMessageDropInfo& info) override {
     note("lost " + std::to_string(info.droppedCount));
   }
+  void onReconnected() override { note("reconnected"); }
   void onValueChanged(const std::string& key, const std::optional<std::string>& value,
                       const std::string& updatedBy) override {
     note(key + " = " + value.value_or("nothing") + " by " + updatedBy);

@@ -30,6 +30,7 @@ public:
   void onMessageDrop(const PubSubMessageDropInfo& info) override {
     hear("drop " + std::to_string(info.droppedCount));
   }
+  void onReconnected() override { hear("reconnected"); }
 
 private:
   static std::string all(const std::vector<PubSubMessage>& messages) {
@@ -333,7 +334,15 @@ TEST_F(PubSubAgreedTest, subscriptionsOutliveTheirConnectionButNotTheMeetings) {
   platform.advance(1250ms);
   EXPECT_EQ(topics.last(ClientFrame::subscribe).number(3), 0) << "replayed without history";
   deliverLive({{.message = "a"}});
-  EXPECT_TRUE(listener->has("message a"));
+  EXPECT_THAT(listener->take(), ElementsAre("reconnected", "batch a", "message a"));
+  topics.obliging = false;
+  topics.lose();
+  platform.advance(1250ms);
+  topics.open();
+  platform.pump();
+  deliver(ackFrame(requestIdOf(ClientFrame::subscribe), false, "busy"));
+  EXPECT_THAT(listener->take(), IsEmpty()) << "it isn't";
+  topics.obliging = true;
 
   test.socket().drop();
   platform.pump();
@@ -403,7 +412,7 @@ TEST_F(PubSubTest, everyEndOfTheMeetingClosesTheConnection) {
       {"let go", [](TestMeeting& one) { one.meeting.reset(); }},
       {"lost for good", [](TestMeeting& one) { one.socket().fail(); }},
       {"closed by the service", [](TestMeeting& one) {
-         one.notify("meetingClosed", {{"reason", {{"code", 1003}}}});
+         one.notify("close", {{"reason", {{"code", 1010}}}});
        }}};
   topics.obliging = true;
   for (const auto& [name, act] : ends) {

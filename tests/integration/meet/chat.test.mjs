@@ -5,7 +5,7 @@ import * as https from 'node:https';
 import * as path from 'node:path';
 import { text } from 'node:stream/consumers';
 import { after, before, test } from 'node:test';
-import { openService, temporaryFolder, until } from '../../../server/test/support.mjs';
+import { openService, temporaryFolder } from '../../../server/test/support.mjs';
 import { joinAs, start, talk } from './support.mjs';
 import { TerminalRun } from './terminal.mjs';
 

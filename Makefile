@@ -48,6 +48,14 @@ asan tsan: bootstrap ## unit, socket, media and racing tests under a sanitizer
 	@set -e; for program in $(sanitized); do echo "== $$program"; case $$program in \
 	  *meeting_tests) build/$@/$$program --gtest_filter='RacesTest.*';; *) build/$@/$$program;; esac; done
 
+SECONDS_EACH ?= 60
+.PHONY: fuzz
+fuzz: bootstrap ## the fuzzers, each for SECONDS_EACH (60); needs clang
+	cmake --preset fuzz && cmake --build build/fuzz -j $(JOBS) --target fuzz_fastws_decoder fuzz_wire_client
+	@set -e; for name in fastws_decoder wire_client; do mkdir -p build/fuzz/corpus/$$name; \
+	  build/fuzz/fuzz/fuzz_$$name -entropic=0 -max_len=256 -max_total_time=$(SECONDS_EACH) -artifact_prefix=build/fuzz/ \
+	  build/fuzz/corpus/$$name fuzz/seeds/$$name; done
+
 .PHONY: format
 format: ## clang-format over everything
 	$(sources) | grep -v ErrorCatalogue.inc | xargs clang-format -i

@@ -21,6 +21,9 @@ if(KESTROVA_SANITIZE)
   target_compile_options(kestrova_options INTERFACE
     -fsanitize=${KESTROVA_SANITIZE} -fno-omit-frame-pointer)
   target_link_options(kestrova_options INTERFACE -fsanitize=${KESTROVA_SANITIZE})
+  # What it puts before a function doesn't survive the cutting up of a coroutine.
+  target_compile_options(kestrova_options INTERFACE
+    $<$<CXX_COMPILER_ID:Clang>:-fno-sanitize=function>)
   if(KESTROVA_SANITIZE STREQUAL "thread" AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     # Asio has fences, which this sanitizer does not follow, and says so in every file.
     target_compile_options(kestrova_options INTERFACE -Wno-tsan)

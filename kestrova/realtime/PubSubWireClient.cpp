@@ -315,18 +315,19 @@ void PubSubWireClient::closeLocked() {
 }
 
 void PubSubWireClient::forgetTopic(const std::string& topic) {
-  _activeReplayByTopic.erase(topic);
-  _lastSeqByTopic.erase(topic);
+  _replays.forget(topic);
+  _sequences.forget(topic);
 }
 
 void PubSubWireClient::forgetTopics() {
-  _activeReplayByTopic.clear();
-  _lastSeqByTopic.clear();
+  _replays.clear();
+  _sequences.clear();
 }
 
 // ---- What the server says ----------------------------------------------------------------------
 
 void PubSubWireClient::handleFrame(ByteView frame) {
+  if (_hasClosed) return;  // it was on its way
   try {
     const FastwsServerEnvelope envelope(frame);
     std::visit([this](const auto& message) { handle(message); }, envelope.kind);
@@ -384,7 +385,7 @@ void PubSubWireClient::handle(const FastwsPing& ping) {
 
 void PubSubWireClient::handleHistoryBatch(const FastwsServerBatch& batch) {
   const auto messages = batch.decodedMessages();
-  const auto owner = ownerOf(batch);
+  const auto owner = _replays.ownerOf(batch.topic, batch.requestId);
   if (!owner)
     return traceRealtime("Wire: history batch dropped — no owner",
                          {{"topic", batch.topic}, {"count", messages.size()}});
@@ -397,32 +398,7 @@ void PubSubWireClient::handleHistoryBatch(const FastwsServerBatch& batch) {
   if (pending != _pendings.end() && pending->second.kind == PendingRequest::Kind::subscribe &&
       (batch.isLast || !pending->second.waitForHistoryComplete))
     takePending(*owner)->onSettle({});
-  if (batch.isLast) endReplay(batch.topic, *owner);
-}
-
-/// Whose replay it is: as it says, or else the one that is under way on its topic.
-std::optional<std::string> PubSubWireClient::ownerOf(const FastwsServerBatch& batch) {
-  auto active = _activeReplayByTopic.find(batch.topic);
-  if (batch.requestId.empty()) {
-    if (active == _activeReplayByTopic.end()) return std::nullopt;
-    return active->second.front();
-  }
-  std::string owner(batch.requestId);
-  if (active == _activeReplayByTopic.end()) {
-    if (_activeReplayByTopic.size() >= mostTracked) return owner;
-    active = _activeReplayByTopic.try_emplace(std::string(batch.topic)).first;
-  }
-  auto& owners = active->second;
-  if (owners.size() < mostOwners && std::find(owners.begin(), owners.end(), owner) == owners.end())
-    owners.push_back(owner);
-  return owner;
-}
-
-void PubSubWireClient::endReplay(std::string_view topic, const std::string& owner) {
-  const auto active = _activeReplayByTopic.find(topic);
-  if (active == _activeReplayByTopic.end()) return;
-  std::erase(active->second, owner);
-  if (active->second.empty()) _activeReplayByTopic.erase(active);
+  if (batch.isLast) _replays.end(batch.topic, *owner);
 }
 
 // ---- Live messages -----------------------------------------------------------------------------
@@ -434,7 +410,7 @@ void PubSubWireClient::handleLiveBatch(const FastwsServerBatch& batch) {
   for (const auto& payload : batch.payloads) {
     try {
       kept.emplace_back(payload);
-      dropped += noteSequence(batch.topic, kept.back().seqNum);
+      dropped += _sequences.note(batch.topic, kept.back().seqNum);
     } catch (const ProtoDecodeError& error) {
       traceRealtime(std::string("PubSub v2 undecodable payload dropped: ") + error.what());
     }
@@ -449,20 +425,6 @@ void PubSubWireClient::handleLiveBatch(const FastwsServerBatch& batch) {
     if (onMessageDrop) onMessageDrop(batch.topic, dropped);
   }
   if (!kept.empty() && onLiveMessages) onLiveMessages(batch.topic, kept);
-}
-
-/// How many messages are missing before this one. What comes late or twice counts nothing, nor does
-/// the first one of a connection.
-std::uint64_t PubSubWireClient::noteSequence(std::string_view topic, std::uint64_t seqNum) {
-  if (seqNum == 0) return 0;
-  const auto found = _lastSeqByTopic.find(topic);
-  if (found == _lastSeqByTopic.end()) {
-    if (_lastSeqByTopic.size() < mostTracked) _lastSeqByTopic.emplace(topic, seqNum);
-    return 0;
-  }
-  auto& last = found->second;
-  if (seqNum <= last) return 0;
-  return seqNum - std::exchange(last, seqNum) - 1;
 }
 
 // ---- Silence -----------------------------------------------------------------------------------

@@ -7,6 +7,7 @@
 #include <kestrova/realtime/FastwsMessages.h>
 #include <kestrova/realtime/PubSubTransport.h>
 #include <kestrova/realtime/PubSubWireTypes.h>
+#include <kestrova/realtime/TopicTracking.h>
 
 #include <chrono>
 #include <cstdint>
@@ -31,11 +32,6 @@ class PubSubWireClient : public std::enable_shared_from_this<PubSubWireClient> {
 public:
   static constexpr std::chrono::milliseconds operationTimeout{30'000};
   static constexpr std::uint32_t defaultPingIntervalMs = 30'000;
-  /// Topics whose numbers are watched, and replays that are under way: more than anybody has, so
-  /// that a server's mistake can't fill the memory.
-  static constexpr std::size_t mostTracked = 10'000;
-  /// Of one topic's replays that are under way.
-  static constexpr std::size_t mostOwners = 100;
   /// A longer frame is refused before it is sent, since it would end the connection for everything
   /// else, too. The service adds some bytes as it passes a message on, and its limit is 16 MiB.
   static constexpr std::size_t mostFrameBytes = 16 * 1024 * 1024 - 64 * 1024;
@@ -124,10 +120,7 @@ private:
   void handle(const FastwsWelcome& welcome);
   void handle(const FastwsPing& ping);
   void handleHistoryBatch(const FastwsServerBatch& batch);
-  std::optional<std::string> ownerOf(const FastwsServerBatch& batch);
-  void endReplay(std::string_view topic, const std::string& owner);
   void handleLiveBatch(const FastwsServerBatch& batch);
-  std::uint64_t noteSequence(std::string_view topic, std::uint64_t seqNum);
   void restartServerPingWatchdog();
   void serverPingTimedOut();
   void handleClose(bool unexpected);
@@ -144,8 +137,8 @@ private:
 
   std::map<std::string, SubscriptionEntry, std::less<>> _subscriptions;  // by request id
   std::map<std::string, PendingRequest, std::less<>> _pendings;          // by request id
-  std::map<std::string, std::vector<std::string>, std::less<>> _activeReplayByTopic;
-  std::map<std::string, std::uint64_t, std::less<>> _lastSeqByTopic;
+  TopicReplays _replays;
+  TopicSequences _sequences;
   std::deque<QueuedOp> _queuedOps;
   std::uint64_t _lastQueuedId = 0;
   bool _isOpen = false;

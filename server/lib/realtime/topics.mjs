@@ -9,6 +9,8 @@ const LONGEST_TOPIC = 1024;
 const STORED_BYTES = 64 * 1024 * 1024;
 // What is collected goes out early when there is this much of it.
 const MOST_COLLECTED = 1000;
+// Of stored messages in an answer over signalling.
+const LARGEST_ANSWER = 512 * 1024;
 
 function payloadOf(bytes) {
   if (bytes.length === 0) return {};
@@ -108,8 +110,12 @@ export class Topic {
     return limit === 0 ? [] : list.slice(-limit);
   }
 
+  /** The newest that fit into one answer: clients take 4 MiB, and JSON may be several times longer. */
   signalledHistory(peerId) {
-    return this.history(peerId, -1).map(({ bytes }) => signalled(this.name, bytes));
+    let room = LARGEST_ANSWER;
+    const list = this.history(peerId, -1);
+    const fitting = list.findLastIndex(({ bytes }) => (room -= bytes.length) < 0);
+    return list.slice(fitting + 1).map(({ bytes }) => signalled(this.name, bytes));
   }
 }
 

@@ -32,9 +32,10 @@ TEST(WebSocketTaskEnd, givesTheServersCloseCodeAfterItsMessages) {
     probe->send(std::string("!close ") + code);
     ASSERT_TRUE(probe->log.waitFor("sent"));  // before it hears anything
     probe->receiveAll();
-    EXPECT_EQ(linesOf(probe),
-              (Lines{"open", "sent", "text bye", "failed the server closed the connection",
-                     std::string("close ") + (*code ? code : "1005"), "complete"}));
+    const std::string told = *code ? code : "1005";
+    EXPECT_EQ(linesOf(probe), (Lines{"open", "sent", "text bye",
+                                     "failed the server closed the connection (code " + told + ")",
+                                     "close " + told, "complete"}));
     // All that follows fails, and not from within.
     probe->receive();
     probe->receive();
@@ -77,7 +78,7 @@ TEST(WebSocketTaskEnd, toldToTheReceiverFirstEvenIfItAsksAgain) {
     probe->receive();
   });
   ASSERT_TRUE(probe->log.waitFor("failed", 4));
-  const std::string failed = "failed the server closed the connection";
+  const std::string failed = "failed the server closed the connection (code 1000)";
   EXPECT_EQ(probe->log.lines(),
             (Lines{"open", failed, "close 1000", "complete", failed, failed, failed}));
 }

@@ -232,8 +232,8 @@ TEST(WebSocketTaskBackpressure, theServerWaitsAndNothingIsLost) {
   EXPECT_EQ(server.probe->log.count("data 16384"), server.frames);
   auto lines = server.probe->log.lines();
   lines.erase(lines.begin(), lines.end() - 4);
-  EXPECT_EQ(lines, (Lines{"text last", "failed the server closed the connection", "close 1000",
-                          "complete"}));
+  EXPECT_EQ(lines, (Lines{"text last", "failed the server closed the connection (code 1000)",
+                          "close 1000", "complete"}));
 }
 
 TEST(WebSocketTaskBackpressure, aTaskThatReadsNothingStillClosesProperly) {

@@ -127,6 +127,8 @@ TEST_F(LogHandlerTest, isReplacedWhileOthersSpeak) {
   auto console = makeConsole(LogLevel::info);
   std::atomic<int> taken{0};
   constexpr int lines = 2000;
+  // Before anybody speaks: the fixture's handler is for one thread.
+  Kestrova::setLogHandler([&taken](const LogLine&) { ++taken; });
   std::vector<std::thread> speakers;
   for (int i = 0; i < 3; ++i)
     speakers.emplace_back([&] {

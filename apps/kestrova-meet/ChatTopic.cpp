@@ -124,12 +124,15 @@ void ChatTopic::onReconnected() {
 Task<void> ChatTopic::listenAnew() {
   const auto self = shared_from_this();
   const std::shared_ptr<PubSubMessageListener> listener = self;
+  const auto before = _listening;
   try {
     const auto pubsub = _meeting.pubsub();
     auto unsubscribing = pubsub->unsubscribe(topic, listener);
     co_await std::move(unsubscribing);
-  } catch (const std::exception&) {  // then there is nothing to unsubscribe from
+  } catch (const std::exception&) {  // the subscription is gone all the same
   }
+  // The next join listens by itself, and after the end nobody does.
+  if (before != _listening || _meeting.meetingState() != MeetingState::CONNECTED) co_return;
   auto listening = listen();
   co_await std::move(listening);
 }

@@ -21,9 +21,12 @@ struct Outcome {
 /// A transfer takes what time it takes, as long as something moves.
 constexpr std::chrono::seconds stillFor{60};
 
-/// The query may be a secret.
-std::string withoutQuery(const std::string& url) {
-  return url.substr(0, url.find('?'));
+/// Scheme, host and path: anything else may be a secret.
+std::string publicPartOf(const std::string& text) {
+  const auto url = boost::urls::parse_uri(text);
+  if (!url) return "no URL";
+  return std::string(url->scheme()) + "://" + std::string(url->encoded_host_and_port()) +
+         std::string(url->encoded_path());
 }
 
 constexpr const char* uploadFailed = "Error while uploading Base64 File";
@@ -95,7 +98,7 @@ void FileUpload::uploadBase64File(std::string base64Data, const std::string& tok
 void FileUpload::fetchBase64File(const std::string& url, const std::string& token,
                                  Completion completion) const {
   auto span = openSpan("Fetching Base64 File",
-                       {{"fileURL", url.empty() ? "FileURL not provided" : withoutQuery(url)}});
+                       {{"fileURL", url.empty() ? "FileURL not provided" : publicPartOf(url)}});
   if (token.empty() || !boost::urls::parse_uri(url)) {
     trace("Please provide a valid URL and token");
     return completion(std::nullopt);

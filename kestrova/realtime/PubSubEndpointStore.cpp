@@ -43,12 +43,18 @@ void PubSubEndpointStore::clear() {
 
 void PubSubEndpointStore::awaitJoin() {
   std::scoped_lock held(_lock);
+  ++_awaitedJoin;
   _awaitsJoin = true;
 }
 
-void PubSubEndpointStore::joinAnswered() {
+std::uint64_t PubSubEndpointStore::awaitedJoin() const {
   std::scoped_lock held(_lock);
-  _awaitsJoin = false;
+  return _awaitedJoin;
+}
+
+void PubSubEndpointStore::joinAnswered(std::uint64_t awaited) {
+  std::scoped_lock held(_lock);
+  if (awaited == _awaitedJoin) _awaitsJoin = false;
 }
 
 bool PubSubEndpointStore::awaitsJoin() const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -18,12 +19,17 @@ public:
   /// From a lost connection, or the beginning of a move to another meeting, until the join that
   /// follows: where topics will be served is not known, and the old place may know nobody any more.
   void awaitJoin();
-  void joinAnswered();
+  /// Which join is awaited: for the one that begins now.
+  std::uint64_t awaitedJoin() const;
+  /// \param awaited as it was when this join began; one that something has overtaken ends no
+  /// waiting
+  void joinAnswered(std::uint64_t awaited);
   bool awaitsJoin() const;
 
 private:
   mutable std::mutex _lock;
   std::optional<std::string> _pubSubUrl;
+  std::uint64_t _awaitedJoin = 0;
   bool _awaitsJoin = false;
 };
 

@@ -105,7 +105,19 @@ PubSubFastwsRoute::PubSubFastwsRoute(std::shared_ptr<PubSubRouting> routing)
 
 // ---- The wire client ---------------------------------------------------------------------------
 
+/// An operation that began just before a move may have made a client for where topics were served.
+void PubSubFastwsRoute::leaveOldPlace() {
+  const auto url = _routing->roomClient->pubSubEndpointStore().pubSubUrl();
+  bool isOld = false;
+  {
+    std::scoped_lock held(_lock);
+    isOld = _wireClient && url && _url != *url;
+  }
+  if (isOld) teardown();
+}
+
 std::shared_ptr<PubSubWireClient> PubSubFastwsRoute::ensureWireClient() {
+  leaveOldPlace();
   std::scoped_lock held(_lock);
   if (_wireClient) {
     traceRealtime("Router: reusing existing wire client");
@@ -116,7 +128,8 @@ std::shared_ptr<PubSubWireClient> PubSubFastwsRoute::ensureWireClient() {
     traceRealtime("Router: ensureWireClient — no fastws endpoint");
     return nullptr;
   }
-  return _wireClient = makeWireClient(*url);
+  _url = *url;
+  return _wireClient = makeWireClient(_url);
 }
 
 /// Not connected yet: the first operation does that.

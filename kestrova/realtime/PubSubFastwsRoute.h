@@ -34,6 +34,7 @@ private:
   static const Operation unsubscribing;
 
   std::shared_ptr<PubSubWireClient> ensureWireClient();
+  void leaveOldPlace();
   std::shared_ptr<PubSubWireClient> makeWireClient(const std::string& url);
   FastwsSubscribeParams makeSubscribeParams(std::string topic, std::string requestId,
                                             const PubSubSubscribeOptions& validated) const;
@@ -54,6 +55,7 @@ private:
   std::mutex _lock;  // for the fields below
   std::shared_ptr<SerialQueue> _pubsubQueue;
   std::shared_ptr<PubSubWireClient> _wireClient;
+  std::string _url;  ///< for which it was made
 
   PubSubDeliveries _deliveries;  // on the queue
 };

@@ -65,7 +65,10 @@ Task<void> PubSubLegacyRoute::subscribe(std::string topic, Listener listener) {
     const std::weak_ptr<PubSubMessageListener> weak = listener;
     listener.reset();  // it is the application's to keep
     const auto twice = std::make_shared<std::atomic<bool>>(false);
-    auto onArrival = [self, topic, weak, twice](const Dictionary& response) {
+    auto onArrival = [self, topic, weak, twice,
+                      clearings = _routing->subscribers.clearings()](const Dictionary& response) {
+      // Of the meeting that was left meanwhile, or of a connection that is gone.
+      if (self->_routing->subscribers.clearings() != clearings) return;
       *twice = !self->subscribed(topic, weak.lock(), response);
     };
     auto asking = _routing->roomClient->requests()->prepareAndSendRequest(

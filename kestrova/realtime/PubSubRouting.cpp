@@ -8,9 +8,7 @@ void PubSubRouting::assertMeetingActive(std::string_view methodName) const {
   using Kind = PubSubError::Kind;
   const auto owner = meeting.lock();
   auto failure = owner ? owner->meetingActionState() : std::optional(Failure::meetingNotJoined);
-  // Connected again, but not in the meeting again yet.
-  if (!failure && roomClient->pubSubEndpointStore().awaitsJoin())
-    failure = Failure::meetingReconnecting;
+  if (!failure && roomClient->awaitsJoin()) failure = Failure::meetingReconnecting;
   if (!failure) return;
   if (owner) owner->emitMeetingActionValidationFailure(*failure, methodName);
   switch (*failure) {

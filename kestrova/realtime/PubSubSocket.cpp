@@ -139,6 +139,8 @@ void PubSubSocket::markOpenLocked(std::uint64_t generation) {
   _isConnecting = false;
   _isOpen = true;
   _reconnectAttempt = 0;
+  _isReconnectPending = false;
+  ++_reconnectStep;
   traceRealtime("Socket: open", {{"generation", generation}});
   if (onOpen) onOpen();
 }
@@ -180,15 +182,18 @@ void PubSubSocket::teardownConnectionLocked(bool notifyUnexpected) {
 }
 
 void PubSubSocket::scheduleReconnectLocked() {
-  if (_intentionalClose) return;
+  // An attempt that somebody asked for in between neither begins a series of its own nor puts off
+  // the one that is due.
+  if (_intentionalClose || std::exchange(_isReconnectPending, true)) return;
   const auto delay = reconnectDelay(_reconnectAttempt, randomFraction());
   ++_reconnectAttempt;
   traceRealtime("Socket: reconnect scheduled",
                 {{"attempt", _reconnectAttempt}, {"delayMs", delay.count()}});
-  // Attempts that were asked for in between fail, too: each must not begin a series of its own.
   _queue->after(delay, [weak = weak_from_this(), step = ++_reconnectStep] {
     const auto self = weak.lock();
-    if (self && self->_reconnectStep == step) self->connectLocked();
+    if (!self || self->_reconnectStep != step) return;
+    self->_isReconnectPending = false;
+    self->connectLocked();
   });
 }
 

@@ -61,8 +61,9 @@ private:
   bool _isConnecting = false;
   bool _isOpen = false;
   int _reconnectAttempt = 0;
-  /// The step that is to come; those before it do nothing any more.
+  /// Of the attempt that is to come; the step of any other number does nothing any more.
   std::uint64_t _reconnectStep = 0;
+  bool _isReconnectPending = false;
 };
 
 }  // namespace kestrova

@@ -75,11 +75,17 @@ PubSubSubscribers::Listener PubSubSubscribers::listenerOf(std::string_view reque
   return found == _fastwsByRequestId.end() ? nullptr : found->second.listener.lock();
 }
 
+std::uint64_t PubSubSubscribers::clearings() const {
+  std::scoped_lock held(_lock);
+  return _clearings;
+}
+
 void PubSubSubscribers::clear() {
   Topics topics;
   {
     std::scoped_lock held(_lock);
     topics.swap(_subscribers);
+    ++_clearings;
     _fastwsByRequestId.clear();
   }
   for (const auto& [topic, delegate] : topics) delegate->removeAll();

@@ -3,6 +3,7 @@
 #include <kestrova/model/MulticastDelegate.h>
 #include <kestrova/realtime/PubSubMessageListener.h>
 
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -42,6 +43,8 @@ public:
   Listener listenerOf(std::string_view requestId) const;
   /// Nobody hears anything any more, nor what is on its way.
   void clear();
+  /// How often that has been: what was asked for before is not for after.
+  std::uint64_t clearings() const;
 
 private:
   struct FastwsSubscription {
@@ -53,6 +56,7 @@ private:
 
   mutable std::mutex _lock;
   Topics _subscribers;
+  std::uint64_t _clearings = 0;
   std::map<std::string, FastwsSubscription, std::less<>> _fastwsByRequestId;
 };
 

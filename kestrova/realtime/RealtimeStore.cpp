@@ -51,12 +51,16 @@ struct RealtimeStore::State {
   /// The answer came. \returns whether nobody wants it any more
   bool observed(const std::string& key, bool agreed);
   bool isLastToGo(const std::string& key, const Listener& listener);
+  /// Whether nobody observes the key; the service is about to be told then.
+  bool isUnwanted(const std::string& key);
+  bool takeUnwanted(const std::string& key);  // under the lock
 
   static Task<void> set(std::shared_ptr<State> self, std::string key,
                         std::optional<std::string> value);
   static Task<std::optional<std::string>> get(std::shared_ptr<State> self, std::string key);
   static Task<void> observe(std::shared_ptr<State> self, std::string key, Listener listener);
   static Task<void> stopObserving(std::shared_ptr<State> self, std::string key, Listener listener);
+  static void stopLater(std::shared_ptr<State> self, std::string key);
   static Task<void> observeAgain(std::shared_ptr<State> self, std::string key);
   /// \returns the failure; empty when there was none
   static Task<std::string> tellStop(std::shared_ptr<State> self, std::string key);
@@ -155,7 +159,10 @@ RealtimeStoreError::RealtimeStoreError(Kind kind, const std::string& carried)
 void RealtimeStore::State::check(std::string_view methodName, const std::string& key) {
   const auto validator = meetingActionValidator.lock();
   if (!validator) throw RealtimeStoreError(StoreKind::meetingNotJoined);
-  if (const auto failure = validator->meetingActionState()) {
+  auto failure = validator->meetingActionState();
+  if (!failure && roomClient->awaitsJoin())
+    failure = MeetingActionValidationFailure::meetingReconnecting;
+  if (failure) {
     validator->emitMeetingActionValidationFailure(*failure, methodName);
     throw RealtimeStoreError(kindOf(*failure));
   }
@@ -214,9 +221,26 @@ bool RealtimeStore::State::observed(const std::string& key, bool agreed) {
   if (!pending || !agreed) return false;
   listener = pending.mapped().listener.lock();
   if (listener && !pending.mapped().stopped) add(key, listener);
+  return takeUnwanted(key);
+}
+
+bool RealtimeStore::State::isUnwanted(const std::string& key) {
+  std::scoped_lock held(lock);
+  return !pendingObserveKeys.contains(key) && takeUnwanted(key);
+}
+
+bool RealtimeStore::State::takeUnwanted(const std::string& key) {
   const auto found = listeners.find(key);
   if (found != listeners.end() && !found->second->isEmpty()) return false;
   return pendingStopKeys.insert(key).second;
+}
+
+void RealtimeStore::State::stopLater(std::shared_ptr<State> self, std::string key) {
+  auto stop = [](std::shared_ptr<State> state, std::string unwanted) -> Task<void> {
+    auto telling = tellStop(std::move(state), std::move(unwanted));
+    co_await std::move(telling);
+  };
+  spawn(stop(std::move(self), std::move(key)));
 }
 
 Task<void> RealtimeStore::State::observe(std::shared_ptr<State> self, std::string key,
@@ -227,11 +251,7 @@ Task<void> RealtimeStore::State::observe(std::shared_ptr<State> self, std::strin
   listener.reset();  // it is the application's to keep
   // Before anything that the service says next, so that no change is missed.
   auto onArrival = [self, key](const Dictionary& response) {
-    auto stop = [](std::shared_ptr<State> state, std::string unwanted) -> Task<void> {
-      auto telling = tellStop(std::move(state), std::move(unwanted));
-      co_await std::move(telling);
-    };
-    if (self->observed(key, isStatusOK(response).ok)) spawn(stop(self, key));
+    if (self->observed(key, isStatusOK(response).ok)) stopLater(self, key);
   };
   auto asking = self->ask(LocalEvent::realtimeStoreObserve, key, std::move(onArrival));
   const Dictionary response = co_await std::move(asking);
@@ -243,7 +263,10 @@ Task<void> RealtimeStore::State::observe(std::shared_ptr<State> self, std::strin
 
 /// A service that has forgotten this participant, or is another one, has forgotten the key.
 Task<void> RealtimeStore::State::observeAgain(std::shared_ptr<State> self, std::string key) {
-  auto asking = self->ask(LocalEvent::realtimeStoreObserve, key);
+  auto onArrival = [self, key](const Dictionary& answer) {
+    if (isStatusOK(answer).ok && self->isUnwanted(key)) stopLater(self, key);
+  };
+  auto asking = self->ask(LocalEvent::realtimeStoreObserve, key, std::move(onArrival));
   const Dictionary response = co_await std::move(asking);
   const auto status = isStatusOK(response);
   if (!status.ok) report("Error in observe() for key '" + key + "', Error: " + status.failure);
@@ -271,12 +294,12 @@ bool RealtimeStore::State::isLastToGo(const std::string& key, const Listener& li
 }
 
 Task<std::string> RealtimeStore::State::tellStop(std::shared_ptr<State> self, std::string key) {
-  auto asking = self->ask(LocalEvent::realtimeStoreStopObserve, key);
-  const Dictionary response = co_await std::move(asking);
-  {
+  auto onArrival = [self, key](const Dictionary&) {
     std::scoped_lock held(self->lock);
     self->pendingStopKeys.erase(key);
-  }
+  };
+  auto asking = self->ask(LocalEvent::realtimeStoreStopObserve, key, std::move(onArrival));
+  const Dictionary response = co_await std::move(asking);
   auto failure = isStatusOK(response).failure;
   if (!failure.empty()) report("Error in stopObserving() for key '" + key + "' \n " + failure);
   co_return failure;

@@ -68,8 +68,8 @@ public:
   /// Leaves the meeting; the others stay. Works while reconnecting, too. Refused before the join is
   /// done: to give up a join, let go of the meeting.
   void leave();
-  /// Asks the service to end the meeting for everybody. Topic messages end at once, also when the
-  /// service then refuses.
+  /// Asks the service to end the meeting for everybody. Subscriptions to topics end at once, also
+  /// when the service then refuses.
   void end();
 
   /// The end of this meeting for this participant, which comes once and in every case: left, ended,

@@ -273,10 +273,10 @@ void MeetingLifecycle::emitJoined(const std::optional<SpanScope>& joinSpan, Conn
     self->_context->localParticipant->setDelegate(client);
     client->setJoined(true);
     self->_wasJoined = true;
-    self->_realtime->joined();
     // A move to another meeting that a drop interrupted ends here.
     if (const auto moved = client->takeInterruptedSwitch(connection))
       return self->meetingMoved(*moved);
+    self->_realtime->joined();
     self->_context->listeners.invoke(
         [](MeetingEventListener& listener) { listener.onMeetingJoined(std::nullopt); });
   });

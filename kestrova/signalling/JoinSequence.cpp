@@ -167,6 +167,7 @@ Task<std::optional<std::vector<std::string>>> JoinSequence::join(CameraPosition 
   if (!_context->sending->customVideoMediaStream() && cameraPosition == CameraPosition::front)
     _capturer->setCameraPosition(CameraPosition::front);
 
+  const auto awaited = _context->pubSubEndpointStore.awaitedJoin();
   auto onArrival = [weak = weak_from_this(), connection](const Dictionary& answer) {
     const auto joining = weak.lock();
     if (joining && connection.isCurrent()) joining->takeParticipants(answer);
@@ -184,7 +185,7 @@ Task<std::optional<std::vector<std::string>>> JoinSequence::join(CameraPosition 
       for (const auto& codec : *codecs)
         if (codec.is_string()) unsupportedCodecs.emplace_back(codec.get_string());
   }
-  _context->pubSubEndpointStore.joinAnswered();
+  _context->pubSubEndpointStore.joinAnswered(awaited);
   co_return unsupportedCodecs;
 }
 

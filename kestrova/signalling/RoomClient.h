@@ -77,6 +77,10 @@ public:
   const std::shared_ptr<SocketRequestHandler>& requests() const {
     return _context->socketRequestHandler;
   }
+  /// Connected again, or on the way to another meeting, but not in a meeting yet.
+  bool awaitsJoin() const {
+    return !_context->connections->isOver() && _context->pubSubEndpointStore.awaitsJoin();
+  }
   /// See `FileUpload`; nothing happens before the join knows the service.
   void uploadBase64File(std::string base64Data, const std::string& token,
                         const std::string& fileName, FileUpload::Completion completion);

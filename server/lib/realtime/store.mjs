@@ -6,7 +6,7 @@ const LONGEST_VALUE = 1024;
 
 /**
  * Texts under keys, for a meeting. Who observes a key is told of every change until it leaves the
- * meeting, also over a connection that it comes back with: its client does not ask again.
+ * meeting, also over a connection that it comes back with.
  */
 export class Store {
   #values = new Map();

@@ -11,6 +11,7 @@ const STORED_BYTES = 64 * 1024 * 1024;
 const MOST_COLLECTED = 1000;
 // Of stored messages in an answer over signalling.
 const LARGEST_ANSWER = 512 * 1024;
+const KEYS_OF_AN_ANSWER = 128;
 
 function payloadOf(bytes) {
   if (bytes.length === 0) return {};
@@ -114,7 +115,8 @@ export class Topic {
   signalledHistory(peerId) {
     let room = LARGEST_ANSWER;
     const list = this.history(peerId, -1);
-    const fitting = list.findLastIndex(({ bytes }) => (room -= bytes.length) < 0);
+    const frills = Buffer.byteLength(this.name) + KEYS_OF_AN_ANSWER;
+    const fitting = list.findLastIndex(({ bytes }) => (room -= bytes.length + frills) < 0);
     return list.slice(fitting + 1).map(({ bytes }) => signalled(this.name, bytes));
   }
 }

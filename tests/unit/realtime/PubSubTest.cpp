@@ -383,6 +383,29 @@ TEST_F(PubSubAgreedTest, untilTheMeetingIsJoinedAgainNothingIsAskedOfTheOldPlace
   EXPECT_EQ(topics.urls.back(), "wss://third.test");
 }
 
+TEST_F(PubSubAgreedTest, aJoinThatAMoveHasOvertakenEndsNoWaiting) {
+  test.socket().drop();
+  platform.pump();
+  platform.service->withholdOnce("join");
+  comeBack();
+  const auto move = [&] {
+    test.notify("entryResponded", {{"sessionId", "session"},
+                                   {"id", "me"},
+                                   {"decision", "allowed"},
+                                   {"switchingRoomId", "elsewhere"}});
+  };
+  move();
+  platform.service->withholdOnce("join");
+  platform.service->answerLate("join", ScriptedService::ok({{"pubSubUrl", "wss://old.test"}}));
+  platform.pump();
+  EXPECT_EQ(*subscribe(listener),
+            "The meeting is reconnecting. Please try again once it reconnects.");
+  platform.service->answerLate("join", ScriptedService::ok({{"pubSubUrl", "wss://new.test"}}));
+  platform.pump();
+  EXPECT_EQ(*subscribe(listener), "ok");
+  EXPECT_EQ(topics.urls.back(), "wss://new.test");
+}
+
 TEST_F(PubSubAgreedTest, subscriptionsOfListenersThatAreGoneAreNotMadeAgain) {
   const auto other = std::make_shared<TopicListener>();
   subscribe(listener);

@@ -71,9 +71,13 @@ TEST_F(RealtimeStoreTest, isRefusedOutsideOfTheMeeting) {
   test.socket().drop();
   platform.pump();
   all(store, "The meeting is reconnecting. Please try again once it reconnects.");
+  service().withholdOnce("join");
   test.socket().open();
   platform.advance(100ms);
   test.decide("allowed");
+  all(store, "The meeting is reconnecting. Please try again once it reconnects.");
+  service().answerLate("join", ScriptedService::ok());
+  platform.pump();
   test.meeting->leave();
   all(store, "You have already left the meeting.");
 }

@@ -335,12 +335,13 @@ void MeetingLifecycle::abandon() {
   _context->listeners.removeAll();
   _realtime->forgetTopics();
   over->releaseLoop();
+  // Before the connection can report that it was closed.
+  over->decide({.kind = MeetingEnd::Kind::letGo});
   // Where a goodbye is under way already, that one says why.
   if (auto client = _tearingDown.exchange(true) ? nullptr : _context->existingRoomClient())
     disconnectLater(std::move(client),
                     _wasJoined ? LeaveReason::manualLeaveCalled : LeaveReason::unknown,
                     std::move(goodbye));
-  over->decide({.kind = MeetingEnd::Kind::letGo});
   over->heard();  // nobody is told any more
 }
 

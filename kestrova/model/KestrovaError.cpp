@@ -1,4 +1,5 @@
 #include <kestrova/model/KestrovaError.h>
+#include <kestrova/model/Secrets.h>
 
 #include <algorithm>
 #include <array>
@@ -39,23 +40,6 @@ constexpr std::size_t longestCause = 300;
 bool separates(char c) {
   constexpr std::string_view marks = " \"'<>()[]{},;";
   return static_cast<unsigned char>(c) < 0x20 || c == 0x7f || marks.find(c) != marks.npos;
-}
-
-/// The three parts of a JSON Web Token, of which the first is JSON and so begins alike.
-bool looksLikeToken(std::string_view word) {
-  const auto start = word.find("eyJ");
-  return start != word.npos && word.find('.', start) != word.npos;
-}
-
-std::string withoutSecrets(std::string_view word) {
-  if (looksLikeToken(word)) return "[REDACTED]";
-  const auto scheme = word.find("://");
-  if (scheme == word.npos) return std::string(word);
-  const auto host = scheme + 3;
-  word = word.substr(0, word.find_first_of("?#", host));
-  const auto user = word.substr(0, word.find('/', host)).rfind('@');
-  if (user == word.npos || user < host) return std::string(word);
-  return std::string(word.substr(0, host)).append(word.substr(user + 1));
 }
 
 /// Cuts between characters, not within one.

@@ -1,3 +1,4 @@
+#include <kestrova/model/Secrets.h>
 #include <kestrova/platform/Platform.h>
 #include <kestrova/platform/Values.h>
 #include <kestrova/realtime/Base64.h>
@@ -20,14 +21,6 @@ struct Outcome {
 
 /// A transfer takes what time it takes, as long as something moves.
 constexpr std::chrono::seconds stillFor{60};
-
-/// Scheme, host and path: anything else may be a secret.
-std::string publicPartOf(const std::string& text) {
-  const auto url = boost::urls::parse_uri(text);
-  if (!url) return "no URL";
-  return std::string(url->scheme()) + "://" + std::string(url->encoded_host_and_port()) +
-         std::string(url->encoded_path());
-}
 
 constexpr const char* uploadFailed = "Error while uploading Base64 File";
 constexpr const char* fetchFailed = "Error while fetching Base64 file!";
@@ -98,7 +91,7 @@ void FileUpload::uploadBase64File(std::string base64Data, const std::string& tok
 void FileUpload::fetchBase64File(const std::string& url, const std::string& token,
                                  Completion completion) const {
   auto span = openSpan("Fetching Base64 File",
-                       {{"fileURL", url.empty() ? "FileURL not provided" : publicPartOf(url)}});
+                       {{"fileURL", url.empty() ? "FileURL not provided" : withoutSecrets(url)}});
   if (token.empty() || !boost::urls::parse_uri(url)) {
     trace("Please provide a valid URL and token");
     return completion(std::nullopt);

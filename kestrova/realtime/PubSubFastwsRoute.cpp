@@ -105,31 +105,26 @@ PubSubFastwsRoute::PubSubFastwsRoute(std::shared_ptr<PubSubRouting> routing)
 
 // ---- The wire client ---------------------------------------------------------------------------
 
-/// An operation that began just before a move may have made a client for where topics were served.
-void PubSubFastwsRoute::leaveOldPlace() {
-  const auto url = _routing->roomClient->pubSubEndpointStore().pubSubUrl();
-  bool isOld = false;
-  {
-    std::scoped_lock held(_lock);
-    isOld = _wireClient && url && _url != *url;
-  }
-  if (isOld) teardown();
-}
-
 std::shared_ptr<PubSubWireClient> PubSubFastwsRoute::ensureWireClient() {
-  leaveOldPlace();
+  const auto url = _routing->roomClient->pubSubEndpointStore().pubSubUrl();
+  // An operation that began just before a move may have made one for where topics were served.
+  if (url && isMadeForAnother(*url)) teardown();
   std::scoped_lock held(_lock);
   if (_wireClient) {
     traceRealtime("Router: reusing existing wire client");
     return _wireClient;
   }
-  const auto url = _routing->roomClient->pubSubEndpointStore().pubSubUrl();
   if (!url || !boost::urls::parse_uri(*url)) {
     traceRealtime("Router: ensureWireClient — no fastws endpoint");
     return nullptr;
   }
   _url = *url;
   return _wireClient = makeWireClient(_url);
+}
+
+bool PubSubFastwsRoute::isMadeForAnother(const std::string& url) {
+  std::scoped_lock held(_lock);
+  return _wireClient && _url != url;
 }
 
 /// Not connected yet: the first operation does that.

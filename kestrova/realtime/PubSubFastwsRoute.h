@@ -34,7 +34,7 @@ private:
   static const Operation unsubscribing;
 
   std::shared_ptr<PubSubWireClient> ensureWireClient();
-  void leaveOldPlace();
+  bool isMadeForAnother(const std::string& url);
   std::shared_ptr<PubSubWireClient> makeWireClient(const std::string& url);
   FastwsSubscribeParams makeSubscribeParams(std::string topic, std::string requestId,
                                             const PubSubSubscribeOptions& validated) const;

@@ -7,8 +7,8 @@ void PubSubRouting::assertMeetingActive(std::string_view methodName) const {
   using Failure = MeetingActionValidationFailure;
   using Kind = PubSubError::Kind;
   const auto owner = meeting.lock();
-  auto failure = owner ? owner->meetingActionState() : std::optional(Failure::meetingNotJoined);
-  if (!failure && roomClient->awaitsJoin()) failure = Failure::meetingReconnecting;
+  const auto failure =
+      owner ? realtimeActionState(*owner, *roomClient) : std::optional(Failure::meetingNotJoined);
   if (!failure) return;
   if (owner) owner->emitMeetingActionValidationFailure(*failure, methodName);
   switch (*failure) {

@@ -143,15 +143,16 @@ void PubSubWireClient::publishLocked(FastwsPublishParams params, Settle settle) 
                                   {"persist", params.persist},
                                   {"sendOnlyCount", params.sendOnly.size()},
                                   {"payloadBytes", params.payload.size()}});
-  const auto frame = FastwsClientMessage{params.makePublish()}.encoded();
+  auto frame = FastwsClientMessage{params.makePublish()}.encoded();
   if (frame.size() > mostFrameBytes) return settle({PubSubWireError::tooLarge, {}});
   auto fail = [settle](const char* error) { settle({error, {}}); };
   enqueueOrRun(
-      [this, requestId = std::move(params.requestId), topic = std::move(params.topic), frame,
-       settle = std::move(settle)] {
-        registerPending(
-            requestId, {.kind = PendingRequest::Kind::publish, .topic = topic, .onSettle = settle});
-        _transport->send(frame, {});
+      [this, requestId = std::move(params.requestId), topic = std::move(params.topic),
+       frame = std::move(frame), settle = std::move(settle)]() mutable {
+        registerPending(requestId, {.kind = PendingRequest::Kind::publish,
+                                    .topic = std::move(topic),
+                                    .onSettle = std::move(settle)});
+        _transport->send(std::move(frame), {});
       },
       std::move(fail));
 }
@@ -183,8 +184,7 @@ void PubSubWireClient::unsubscribeLocked(const std::string& topic, std::string r
 // ---- What waits --------------------------------------------------------------------------------
 
 /// The first operation is what opens the transport.
-void PubSubWireClient::enqueueOrRun(std::function<void()> send,
-                                    std::function<void(const char* error)> fail) {
+void PubSubWireClient::enqueueOrRun(Work send, std::function<void(const char* error)> fail) {
   if (_isOpen) return send();
   const auto id = ++_lastQueuedId;
   const auto timeout = _deadlines->add([weak = weak_from_this(), id] {
@@ -261,7 +261,7 @@ void PubSubWireClient::handleOpen() {
   if (!firstOpen)
     for (const auto& [requestId, entry] : _subscriptions)
       if (entry.established) established.push_back(requestId);
-  for (const auto& queued : std::exchange(_queuedOps, {})) {
+  for (auto& queued : std::exchange(_queuedOps, {})) {
     _deadlines->cancel(queued.timeout);
     queued.send();
   }

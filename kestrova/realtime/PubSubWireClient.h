@@ -88,7 +88,7 @@ private:
   };
   struct QueuedOp {
     std::uint64_t id;
-    std::function<void()> send;
+    Work send;
     std::function<void(const char* error)> fail;
     Deadlines::Id timeout;
   };
@@ -105,7 +105,7 @@ private:
   void publishLocked(FastwsPublishParams params, Settle settle);
   void unsubscribeLocked(const std::string& topic, std::string requestId,
                          const std::function<bool()>& isWanted, const Settle& settle);
-  void enqueueOrRun(std::function<void()> send, std::function<void(const char* error)> fail);
+  void enqueueOrRun(Work send, std::function<void(const char* error)> fail);
   void queuedTimedOut(std::uint64_t id);
   void registerPending(const std::string& requestId, PendingRequest pending);
   void timedOut(const std::string& requestId);

@@ -1,6 +1,6 @@
-#include <kestrova/model/MeetingAction.h>
 #include <kestrova/model/MulticastDelegate.h>
 #include <kestrova/platform/Queue.h>
+#include <kestrova/realtime/RealtimeMeeting.h>
 #include <kestrova/realtime/RealtimeStore.h>
 #include <kestrova/signalling/Response.h>
 #include <kestrova/signalling/RoomClient.h>
@@ -159,10 +159,7 @@ RealtimeStoreError::RealtimeStoreError(Kind kind, const std::string& carried)
 void RealtimeStore::State::check(std::string_view methodName, const std::string& key) {
   const auto validator = meetingActionValidator.lock();
   if (!validator) throw RealtimeStoreError(StoreKind::meetingNotJoined);
-  auto failure = validator->meetingActionState();
-  if (!failure && roomClient->awaitsJoin())
-    failure = MeetingActionValidationFailure::meetingReconnecting;
-  if (failure) {
+  if (const auto failure = realtimeActionState(*validator, *roomClient)) {
     validator->emitMeetingActionValidationFailure(*failure, methodName);
     throw RealtimeStoreError(kindOf(*failure));
   }

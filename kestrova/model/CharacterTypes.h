@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace kestrova {
 
@@ -26,6 +27,31 @@ inline constexpr EnumTexts<CharacterState, 3> characterStateTexts{
 constexpr std::string_view text(CharacterState state) {
   return characterStateTexts(state);
 }
+
+/// How a character takes part. The text of each mode is its name.
+enum class CharacterMode { text, coPilot, autoPilot, visionPilot };
+inline constexpr EnumTexts<CharacterMode, 4> characterModeTexts{
+    {"text", "coPilot", "autoPilot", "visionPilot"}};
+constexpr std::string_view text(CharacterMode mode) {
+  return characterModeTexts(mode);
+}
+
+/// What a character is made from. `characterId` names it; the service fills in what is left out.
+struct CharacterConfig {
+  std::optional<std::string> interactionId = {};  ///< goes on with an earlier conversation
+  std::string characterId;
+  std::optional<std::string> displayName = {};
+  std::optional<std::string> characterMode = {};  ///< the text of a `CharacterMode`
+  std::optional<std::string> characterRole = {};
+  std::optional<std::vector<std::string>> knowledgeBases = {};
+  std::optional<std::vector<std::string>> metaData = {};
+
+  /// What the service is told; without what is not given.
+  Dictionary toJson() const;
+  /// Takes over what `json` has of these, each by itself; of another type or missing changes
+  /// nothing.
+  void update(const Dictionary& json);
+};
 
 /// Something that an AI character said or was told.
 struct CharacterMessage {

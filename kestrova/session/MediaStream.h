@@ -79,6 +79,8 @@ public:
   bool operator==(const MediaStream& other) const { return _id == other._id; }
 
 private:
+  friend class AICharacter;
+  friend class CharacterRegistry;
   friend class Participant;
   friend class ParticipantRegistry;
 

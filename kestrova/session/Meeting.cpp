@@ -31,6 +31,9 @@ std::map<std::string, std::shared_ptr<Participant>> Meeting::participants() cons
 std::shared_ptr<Participant> Meeting::getParticipant(const std::string& forStream) const {
   return _core->registry->participantForStream(forStream);
 }
+std::map<std::string, std::shared_ptr<AICharacter>> Meeting::characters() const {
+  return _core->characters->characters();
+}
 std::map<std::string, ParticipantPinState> Meeting::pinnedParticipants() const {
   return _core->registry->pinnedParticipants();
 }
@@ -48,6 +51,9 @@ PreferredProtocol Meeting::preferredProtocol() const {
 }
 std::optional<std::string> Meeting::signalingBaseUrl() const {
   return _core->context->settings.signalingBaseUrl;
+}
+bool Meeting::e2eeEnabled() const {
+  return _core->context->e2eeEnabled();
 }
 std::optional<HLSUrl> Meeting::hlsUrls() const {
   return _core->services.hlsUrls();
@@ -186,40 +192,79 @@ void Meeting::changeMode(Mode mode) {
   if (_core->allows("changeMode")) _core->modeChange->changeMode(mode);
 }
 
-// ---- What is received --------------------------------------------------------------------------
+// ---- The service -------------------------------------------------------------------------------
 
-void Meeting::askConsumers(const char* methodName, Task<void> (ConsumerControls::*request)()) {
-  if (!_core->allows(methodName)) return;
-  const auto& controls = _core->context->roomClient()->consumerControls();
-  spawn(controls, ((*controls).*request)());
-}
-void Meeting::askConsumers(const char* methodName, const char* verb,
-                           Task<void> (ConsumerControls::*request)(std::string),
-                           const std::optional<std::string>& kind) {
-  if (!_core->allows(methodName)) return;
-  const auto all = kind.value_or("all");
-  trace([&] { return std::string(verb) + " All " + all + " Stream Requested."; });
-  const auto& controls = _core->context->roomClient()->consumerControls();
-  spawn(controls, ((*controls).*request)(all));
-}
 void Meeting::pauseAllStreams(const std::optional<std::string>& kind) {
-  askConsumers("pauseAllStreams", "Pause", &ConsumerControls::pauseAllStreams, kind);
+  _core->controls->pauseAllStreams(kind);
 }
 void Meeting::resumeAllStreams(const std::optional<std::string>& kind) {
-  askConsumers("resumeAllStreams", "Resume", &ConsumerControls::resumeAllStreams, kind);
+  _core->controls->resumeAllStreams(kind);
 }
 void Meeting::enableAdaptiveSubscription() {
-  askConsumers("enableAdaptiveSubscription", &ConsumerControls::enableAdaptiveSubscription);
+  _core->controls->ask(ServiceOperation::enableAdaptiveSubscription);
 }
 void Meeting::disableAdaptiveSubscription() {
-  askConsumers("disableAdaptiveSubscription", &ConsumerControls::disableAdaptiveSubscription);
+  _core->controls->ask(ServiceOperation::disableAdaptiveSubscription);
 }
-
 void Meeting::switchTo(const std::string& meetingId, const std::optional<std::string>& token,
                        std::optional<Mode> mode) {
-  if (!_core->allows("switchTo")) return;
-  const auto client = _core->context->roomClient();
-  spawn(client, client->switchTo(token, meetingId, mode.value_or(_core->context->sending->mode())));
+  _core->controls->switchTo(meetingId, token, mode);
+}
+
+void Meeting::startRecording(const RecordingOptions& options) {
+  _core->controls->startRecording(options);
+}
+void Meeting::stopRecording() {
+  _core->controls->ask(ServiceOperation::stopRecording);
+}
+void Meeting::startLivestream(const std::vector<LivestreamOutput>& outputs,
+                              const std::optional<LivestreamConfig>& config) {
+  _core->controls->startLivestream(outputs, config);
+}
+void Meeting::stopLivestream() {
+  _core->controls->ask(ServiceOperation::stopLivestream);
+}
+void Meeting::startHLS(const std::optional<HLSConfig>& config,
+                       const std::optional<PostTranscriptionConfig>& transcription) {
+  _core->controls->startHLS(config, transcription);
+}
+void Meeting::stopHLS() {
+  _core->controls->ask(ServiceOperation::stopHLS);
+}
+void Meeting::startTranscription(const std::optional<TranscriptionConfig>& config) {
+  _core->controls->startTranscription(config);
+}
+void Meeting::stopTranscription() {
+  _core->controls->ask(ServiceOperation::stopTranscription);
+}
+void Meeting::startWhiteboard() {
+  _core->controls->startWhiteboard();
+}
+void Meeting::stopWhiteboard() {
+  _core->controls->ask(ServiceOperation::stopWhiteboard);
+}
+
+void Meeting::requestMediaRelay(const std::string& meetingId,
+                                const std::optional<std::string>& token,
+                                const std::optional<std::vector<std::string>>& kinds) {
+  _core->controls->requestMediaRelay(meetingId, token, kinds);
+}
+void Meeting::handleRelayRequestResponse(const std::string& decision, const std::string& peerId,
+                                         const std::string& meetingId) {
+  _core->controls->handleRelayRequestResponse(decision, peerId, meetingId);
+}
+void Meeting::stopMediaRelay(const std::string& meetingId) {
+  _core->controls->stopMediaRelay(meetingId);
+}
+void Meeting::enableRelayMedia(const std::string& meetingId, const std::string& kind) {
+  _core->controls->switchRelayMedia(ServiceOperation::enableRelayMedia, meetingId, kind);
+}
+void Meeting::disableRelayMedia(const std::string& meetingId, const std::string& kind) {
+  _core->controls->switchRelayMedia(ServiceOperation::disableRelayMedia, meetingId, kind);
+}
+
+std::shared_ptr<AICharacter> Meeting::createCharacter(CharacterConfig config) {
+  return _core->characters->createCharacter(std::move(config));
 }
 
 // ---- Realtime data -----------------------------------------------------------------------------

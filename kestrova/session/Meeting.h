@@ -1,9 +1,11 @@
 #pragma once
 
+#include <kestrova/model/CharacterTypes.h>
 #include <kestrova/model/ListenerHandle.h>
 #include <kestrova/model/MeetingEnd.h>
 #include <kestrova/model/MeetingTypes.h>
 #include <kestrova/model/PinState.h>
+#include <kestrova/model/ServiceConfigs.h>
 #include <kestrova/model/ServiceStates.h>
 #include <kestrova/platform/TaskFwd.h>
 #include <kestrova/session/MeetingEventListener.h>
@@ -17,10 +19,11 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace kestrova {
 
-class ConsumerControls;
+class AICharacter;
 class CustomRTCMediaStream;
 class MeetingCore;
 class PubSub;
@@ -46,12 +49,16 @@ public:
   std::map<std::string, std::shared_ptr<Participant>> participants() const;
   /// Whose stream it is, by the stream's id; nothing when none of the others has it.
   std::shared_ptr<Participant> getParticipant(const std::string& forStream) const;
+  /// The AI characters who are in the meeting, by their id; a copy.
+  std::map<std::string, std::shared_ptr<AICharacter>> characters() const;
   std::map<std::string, ParticipantPinState> pinnedParticipants() const;
   MeetingState meetingState() const;
   std::optional<std::string> activePresenterId() const;
   std::optional<Mode> meetingMode() const;
   PreferredProtocol preferredProtocol() const;
   std::optional<std::string> signalingBaseUrl() const;
+  /// Whether what is sent and received is encrypted end to end.
+  bool e2eeEnabled() const;
   std::optional<HLSUrl> hlsUrls() const;
   HLSState hlsState() const;
   LiveStreamState liveStreamState() const;
@@ -125,6 +132,53 @@ public:
                 const std::optional<std::string>& token = std::nullopt,
                 std::optional<Mode> mode = std::nullopt);
 
+  // The services of the meeting run at the service. Each of these asks for a change and returns;
+  // the states change when the service's events arrive (`onRecordingStateChanged` and the like),
+  // and a refusal comes through `onError`, with the service's own reason as its cause.
+
+  /// Records the meeting. Does nothing, but for a line in the trace, in a meeting that is encrypted
+  /// end to end.
+  void startRecording(const RecordingOptions& options = {});
+  void stopRecording();
+  /// Sends the meeting to these RTMP servers.
+  void startLivestream(const std::vector<LivestreamOutput>& outputs,
+                       const std::optional<LivestreamConfig>& config = std::nullopt);
+  void stopLivestream();
+  /// Offers the meeting as an HLS stream; `onHlsStateChanged` brings its addresses, and
+  /// HLS_PLAYABLE says when it can be watched.
+  void startHLS(const std::optional<HLSConfig>& config = std::nullopt,
+                const std::optional<PostTranscriptionConfig>& transcription = std::nullopt);
+  void stopHLS();
+  /// Writes down what is said; `onTranscriptionText` brings it. Does nothing, but for a line in the
+  /// trace, in a meeting that is encrypted end to end.
+  void startTranscription(const std::optional<TranscriptionConfig>& config = std::nullopt);
+  void stopTranscription();
+  /// Opens a whiteboard for everybody; `onWhiteboardStarted` brings its address.
+  void startWhiteboard();
+  void stopWhiteboard();
+
+  /// Asks another meeting to show and play the people of this one. Its hosts decide;
+  /// `onMediaRelayRequestResponse` tells how, and `onMediaRelayStarted` when it runs.
+  /// \param token access to that meeting, where this one's doesn't give it
+  /// \param kinds of "audio", "video" and "share"; all of them without it
+  void requestMediaRelay(const std::string& meetingId,
+                         const std::optional<std::string>& token = std::nullopt,
+                         const std::optional<std::vector<std::string>>& kinds = std::nullopt);
+  /// A host's answer to such a request. The actions of `onMediaRelayRequestReceived` do the same.
+  /// \param decision "accepted" or "rejected"
+  /// \param peerId who asked \param meetingId from where
+  void handleRelayRequestResponse(const std::string& decision, const std::string& peerId,
+                                  const std::string& meetingId);
+  /// Takes a request back, or ends a relay that runs.
+  void stopMediaRelay(const std::string& meetingId);
+  /// Withholds one kind of media from a relay that runs, or sends it again: "audio", "video" or
+  /// "share". A refusal is only traced.
+  void enableRelayMedia(const std::string& meetingId, const std::string& kind);
+  void disableRelayMedia(const std::string& meetingId, const std::string& kind);
+
+  /// A character for this meeting, which is not there until its `AICharacter::join`.
+  std::shared_ptr<AICharacter> createCharacter(CharacterConfig config);
+
   /// Topic messages and the shared store of this meeting; see their headers in realtime/. Both are
   /// this meeting's from the join to the end, and their operations are refused outside of it.
   std::shared_ptr<PubSub> pubsub() const;
@@ -164,11 +218,6 @@ public:
   void removeAllEventListeners();
 
 private:
-  void askConsumers(const char* methodName, Task<void> (ConsumerControls::*request)());
-  void askConsumers(const char* methodName, const char* verb,
-                    Task<void> (ConsumerControls::*request)(std::string),
-                    const std::optional<std::string>& kind);
-
   const std::shared_ptr<MeetingCore> _core;
 };
 

@@ -8,6 +8,7 @@
 #include <kestrova/session/Participant.h>
 #include <kestrova/signalling/RoomClient.h>
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -49,6 +50,10 @@ public:
   /// Lets a join and a change of mode, which both build transports, have their turns.
   AsyncLock roads;
 
+  /// Whether the frames of this meeting are encrypted end to end: the service can't look into them.
+  bool e2eeEnabled() const { return _e2eeEnabled; }
+  void setE2eeEnabled(bool enabled) { _e2eeEnabled = enabled; }
+
   /// The service has taken the join on this connection: transports are there, and the mode may
   /// change.
   void setJoinedOn(const Connection& connection);
@@ -85,6 +90,7 @@ private:
   mutable std::mutex _idLock;
   std::string _id;
   std::optional<Connection> _joinedOn;
+  std::atomic<bool> _e2eeEnabled = false;
 };
 
 }  // namespace kestrova

@@ -9,6 +9,8 @@ std::shared_ptr<MeetingCore> MeetingCore::make(std::shared_ptr<MeetingContext> c
   core->context->setRoomClientDelegate(core);
   core->context->localParticipant->setMeetingActionValidator(core);
   core->requests->setMeetingActionValidator(core);
+  core->controls->setMeetingActionValidator(core);
+  core->characters->setMeetingActionValidator(core);
   core->realtime->setMeeting(core);
   core->observeExternalCalls();
   return core;
@@ -17,11 +19,13 @@ std::shared_ptr<MeetingCore> MeetingCore::make(std::shared_ptr<MeetingContext> c
 MeetingCore::MeetingCore(std::shared_ptr<MeetingContext> meetingContext)
     : context(std::move(meetingContext)),
       registry(std::make_shared<ParticipantRegistry>(context)),
+      characters(std::make_shared<CharacterRegistry>(context)),
       media(std::make_shared<MediaControls>(context, registry)),
       realtime(std::make_shared<MeetingRealtime>(context)),
-      lifecycle(std::make_shared<MeetingLifecycle>(context, registry, media, realtime)),
+      lifecycle(std::make_shared<MeetingLifecycle>(context, registry, characters, media, realtime)),
       modeChange(std::make_shared<ModeChange>(context, media)),
-      requests(std::make_shared<RequestsFromOthers>(context, media)),
+      controls(std::make_shared<ServiceControls>(context)),
+      requests(std::make_shared<RequestsFromOthers>(context, media, controls)),
       services(context) {}
 
 void MeetingCore::observeExternalCalls() {
@@ -84,6 +88,7 @@ void MeetingCore::socketConnectionError(const std::string& message) {
 
 void MeetingCore::handleOnRemoveCurrentMeetingParticipant() {
   registry->removeAll(LeaveReason::switchRoom);
+  characters->removeAll();
 }
 
 // ---- Participants and streams ------------------------------------------------------------------
@@ -98,7 +103,12 @@ void MeetingCore::removeParticipant(const std::string& id, LeaveReason leaveReas
 
 void MeetingCore::addStream(const std::shared_ptr<Consumer>& consumer, bool isShare,
                             const std::string& participantId) {
-  registry->addStream(std::make_shared<MediaStream>(consumer, isShare), participantId);
+  const auto stream = std::make_shared<MediaStream>(consumer, isShare);
+  if (!registry->addStream(stream, participantId)) characters->addStream(stream, participantId);
+}
+
+void MeetingCore::removeStream(const std::string& id) {
+  if (!registry->removeStream(id)) characters->removeStream(id);
 }
 
 void MeetingCore::handleStreamStateChange(StreamState state, const std::string& peerId,
@@ -190,6 +200,44 @@ void MeetingCore::whiteboardStarted(const std::string& url) {
 }
 void MeetingCore::whiteboardStopped() {
   context->emit([](auto& listener) { listener.onWhiteboardStopped(); });
+}
+
+// ---- Media relay -------------------------------------------------------------------------------
+
+void MeetingCore::onMediaRelayRequestReceived(const std::string& participantId,
+                                              const std::string& meetingId,
+                                              const std::string& displayName) {
+  requests->mediaRelayRequestReceived(participantId, meetingId, displayName);
+}
+void MeetingCore::onMediaRelayRequestResponse(const std::string& decision,
+                                              const std::string& decidedBy,
+                                              const std::string& meetingId) {
+  context->emit([decision, decidedBy, meetingId](auto& listener) {
+    listener.onMediaRelayRequestResponse(decision, decidedBy, meetingId);
+  });
+}
+void MeetingCore::onMediaRelayStarted(const std::string& meetingId) {
+  context->emit([meetingId](auto& listener) { listener.onMediaRelayStarted(meetingId); });
+}
+void MeetingCore::onMediaRelayStopped(const std::string& meetingId) {
+  context->emit([meetingId](auto& listener) { listener.onMediaRelayStopped(meetingId); });
+}
+void MeetingCore::onMediaRelayError(const std::string& meetingId, const std::string& error) {
+  context->emit(
+      [meetingId, error](auto& listener) { listener.onMediaRelayError(meetingId, error); });
+}
+
+// ---- Agents ------------------------------------------------------------------------------------
+
+void MeetingCore::agentStateChanged(const std::string& peerId, AgentState state) {
+  registry->agentStateChanged(peerId, state);
+}
+void MeetingCore::agentTranscriptReceived(const std::string& peerId, const std::string& text,
+                                          std::int64_t timestamp) {
+  registry->agentTranscriptReceived(peerId, {text, timestamp});
+}
+void MeetingCore::agentMetricsReceived(const std::string& peerId, const Dictionary& metrics) {
+  registry->agentMetricsReceived(peerId, metrics);
 }
 
 // ---- Codecs ------------------------------------------------------------------------------------

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <kestrova/platform/NotificationCenter.h>
+#include <kestrova/session/CharacterRegistry.h>
 #include <kestrova/session/MediaControls.h>
 #include <kestrova/session/MeetingContext.h>
 #include <kestrova/session/MeetingLifecycle.h>
@@ -8,6 +9,7 @@
 #include <kestrova/session/ModeChange.h>
 #include <kestrova/session/ParticipantRegistry.h>
 #include <kestrova/session/RequestsFromOthers.h>
+#include <kestrova/session/ServiceControls.h>
 #include <kestrova/session/ServiceStatus.h>
 #include <kestrova/signalling/RoomClientDelegate.h>
 
@@ -25,10 +27,12 @@ public:
 
   const std::shared_ptr<MeetingContext> context;
   const std::shared_ptr<ParticipantRegistry> registry;
+  const std::shared_ptr<CharacterRegistry> characters;
   const std::shared_ptr<MediaControls> media;
   const std::shared_ptr<MeetingRealtime> realtime;
   const std::shared_ptr<MeetingLifecycle> lifecycle;
   const std::shared_ptr<ModeChange> modeChange;
+  const std::shared_ptr<ServiceControls> controls;
   const std::shared_ptr<RequestsFromOthers> requests;
   ServiceStatus services;
 
@@ -55,7 +59,7 @@ public:
   void keepOnly(const std::set<std::string>& ids) override { registry->keepOnly(ids); }
   void addStream(const std::shared_ptr<Consumer>& consumer, bool isShare,
                  const std::string& participantId) override;
-  void removeStream(const std::string& id) override { registry->removeStream(id); }
+  void removeStream(const std::string& id) override;
   void handleStreamStateChange(StreamState state, const std::string& peerId,
                                const std::string& trackId) override;
   void participantMediaStatusChanged(const std::string& peerId, const std::string& kind,
@@ -86,6 +90,13 @@ public:
   void transcriptionText(const TranscriptionText& text) override;
   void whiteboardStarted(const std::string& url) override;
   void whiteboardStopped() override;
+  void onMediaRelayRequestReceived(const std::string& participantId, const std::string& meetingId,
+                                   const std::string& displayName) override;
+  void onMediaRelayRequestResponse(const std::string& decision, const std::string& decidedBy,
+                                   const std::string& meetingId) override;
+  void onMediaRelayStarted(const std::string& meetingId) override;
+  void onMediaRelayStopped(const std::string& meetingId) override;
+  void onMediaRelayError(const std::string& meetingId, const std::string& error) override;
 
   void handleRealtimeStoreValueChanged(const Dictionary& data) override {
     realtime->handleRealtimeStoreValueChanged(data);
@@ -93,6 +104,21 @@ public:
   void pubsubMessageReceived(const Dictionary& data) override {
     realtime->pubsubMessageReceived(data);
   }
+
+  void addCharacter(const Peer& peer) override { characters->addCharacter(peer); }
+  void removedCharacter(const std::string& characterId) override {
+    characters->removedCharacter(characterId);
+  }
+  void characterMessageReceived(const CharacterMessage& message) override {
+    characters->characterMessageReceived(message);
+  }
+  void characterStateChanged(const CharacterStateChange& change) override {
+    characters->characterStateChanged(change);
+  }
+  void agentStateChanged(const std::string& peerId, AgentState state) override;
+  void agentTranscriptReceived(const std::string& peerId, const std::string& text,
+                               std::int64_t timestamp) override;
+  void agentMetricsReceived(const std::string& peerId, const Dictionary& metrics) override;
 
   void performVP8CodecFallback(VideoCodec unsupportedCodec, const std::string& kind,
                                const std::optional<std::string>& causedByPeerId) override;

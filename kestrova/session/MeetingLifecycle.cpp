@@ -55,10 +55,12 @@ private:
 
 MeetingLifecycle::MeetingLifecycle(std::shared_ptr<MeetingContext> context,
                                    std::shared_ptr<ParticipantRegistry> registry,
+                                   std::shared_ptr<CharacterRegistry> characters,
                                    std::shared_ptr<MediaControls> media,
                                    std::shared_ptr<MeetingRealtime> realtime)
     : _context(std::move(context)),
       _registry(std::move(registry)),
+      _characters(std::move(characters)),
       _media(std::move(media)),
       _realtime(std::move(realtime)) {}
 
@@ -419,6 +421,7 @@ Task<void> MeetingLifecycle::disconnected(std::optional<LeaveReason> leaveReason
     self->_media->releaseCustomStreams();
     client->setJoined(false);
     self->_registry->clear();
+    self->_characters->clear();
     client->cleanUpTracing();
     if (first) self->emitLeft(leaveReason.value_or(LeaveReason::unknown));
   });

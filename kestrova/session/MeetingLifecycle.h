@@ -1,6 +1,7 @@
 #pragma once
 
 #include <kestrova/model/MeetingAction.h>
+#include <kestrova/session/CharacterRegistry.h>
 #include <kestrova/session/MediaControls.h>
 #include <kestrova/session/MeetingContext.h>
 #include <kestrova/session/MeetingOver.h>
@@ -28,6 +29,7 @@ public:
 
   MeetingLifecycle(std::shared_ptr<MeetingContext> context,
                    std::shared_ptr<ParticipantRegistry> registry,
+                   std::shared_ptr<CharacterRegistry> characters,
                    std::shared_ptr<MediaControls> media, std::shared_ptr<MeetingRealtime> realtime);
 
   /// The one end, whichever way it comes.
@@ -85,6 +87,7 @@ private:
 
   const std::shared_ptr<MeetingContext> _context;
   const std::shared_ptr<ParticipantRegistry> _registry;
+  const std::shared_ptr<CharacterRegistry> _characters;
   const std::shared_ptr<MediaControls> _media;
   const std::shared_ptr<MeetingRealtime> _realtime;
 

@@ -1,8 +1,9 @@
+#include <kestrova/model/MulticastDelegate.h>
 #include <kestrova/model/Peer.h>
 #include <kestrova/platform/Queue.h>
 #include <kestrova/platform/Values.h>
-#include <kestrova/model/MulticastDelegate.h>
 #include <kestrova/session/Participant.h>
+#include <kestrova/session/StreamMap.h>
 #include <kestrova/signalling/ParticipantDelegate.h>
 #include <kestrova/tracing/Trace.h>
 
@@ -14,8 +15,7 @@ namespace kestrova {
 struct Participant::State {
   explicit State(Mode firstMode) : mode(firstMode) {}
 
-  std::mutex streamsLock;
-  std::map<std::string, std::shared_ptr<MediaStream>> streams;  // under streamsLock
+  StreamMap streams;
 
   std::mutex stateLock;  // for all below but the listeners
   VideoQuality videoQuality = VideoQuality::high;
@@ -45,8 +45,7 @@ Participant::Participant(const Peer& peer)
 Participant::~Participant() = default;
 
 std::map<std::string, std::shared_ptr<MediaStream>> Participant::streams() const {
-  std::scoped_lock held(_state->streamsLock);
-  return _state->streams;
+  return _state->streams.all();
 }
 
 VideoQuality Participant::videoQuality() const {
@@ -205,34 +204,20 @@ void Participant::emit(Event event) {
 
 void Participant::addStream(std::shared_ptr<MediaStream> stream) {
   stream->setMeetingActionValidatorSource(weak_from_this());
-  auto replaced = stream;
-  {
-    std::scoped_lock held(_state->streamsLock);
-    _state->streams[stream->id()].swap(replaced);
-  }
+  _state->streams.add(stream);
   emit([stream](auto& listener, auto& self) { listener.onStreamEnabled(stream, self); });
 }
 
 std::shared_ptr<MediaStream> Participant::removeStream(const std::string& id) {
-  std::shared_ptr<MediaStream> stream;
-  {
-    std::scoped_lock held(_state->streamsLock);
-    auto node = _state->streams.extract(id);
-    if (node.empty()) return nullptr;
-    stream = std::move(node.mapped());
-  }
-  emit([stream](auto& listener, auto& self) { listener.onStreamDisabled(stream, self); });
+  auto stream = _state->streams.take(id);
+  if (stream)
+    emit([stream](auto& listener, auto& self) { listener.onStreamDisabled(stream, self); });
   return stream;
 }
 
 void Participant::removeAllStreams() {
-  std::map<std::string, std::shared_ptr<MediaStream>> removed;
-  {
-    std::scoped_lock held(_state->streamsLock);
-    removed.swap(_state->streams);
-  }
-  for (auto& [id, stream] : removed)
-    emit([stream](auto& listener, auto& self) { listener.onStreamDisabled(stream, self); });
+  for (auto& [id, gone] : _state->streams.takeAll())
+    emit([stream = gone](auto& listener, auto& self) { listener.onStreamDisabled(stream, self); });
 }
 
 void Participant::setMode(Mode mode) {
@@ -293,6 +278,32 @@ void Participant::notePause(const Dictionary& data, std::optional<std::string> r
     traceDebug([&] { return notFound + consumerId + ")."; });
 }
 
+void Participant::handleTranscriptionReceived(const TranscriptionSegment& segment,
+                                              const std::shared_ptr<Participant>& participant) {
+  emit([segment, participant](auto& listener, auto&) {
+    listener.onAgentTranscriptionReceived(segment, participant);
+  });
+}
+
+// ---- Agents ------------------------------------------------------------------------------------
+
 AgentParticipant::AgentParticipant(const Peer& peer) : Participant(peer), _agentId(peer.agentId) {}
+
+AgentState AgentParticipant::agentState() const {
+  std::scoped_lock held(_agentStateLock);
+  return _agentState;
+}
+
+void AgentParticipant::handleAgentStateChanged(AgentState state) {
+  {
+    std::scoped_lock held(_agentStateLock);
+    _agentState = state;
+  }
+  emit([state](auto& listener, auto& self) { listener.onAgentStateChanged(state, self); });
+}
+
+void AgentParticipant::handleAgentMetrics(const Dictionary& metrics) {
+  emit([metrics](auto& listener, auto& self) { listener.onAgentMetrics(metrics, self); });
+}
 
 }  // namespace kestrova

@@ -1,12 +1,12 @@
 #pragma once
 
 #include <kestrova/media/EncodingTypes.h>
+#include <kestrova/model/ListenerHandle.h>
+#include <kestrova/model/MeetingAction.h>
 #include <kestrova/model/MeetingTypes.h>
 #include <kestrova/model/MetaData.h>
 #include <kestrova/model/PinState.h>
-#include <kestrova/model/ListenerHandle.h>
 #include <kestrova/session/MediaStream.h>
-#include <kestrova/model/MeetingAction.h>
 #include <kestrova/session/ParticipantEventListener.h>
 #include <kestrova/session/ParticipantEvents.h>
 
@@ -106,6 +106,7 @@ public:
 
 private:
   // The meeting's side of it, for those who keep participants and streams in step with the service.
+  friend class AgentParticipant;
   friend class LocalMedium;
   friend class MediaControls;
   friend class MeetingCore;
@@ -135,6 +136,9 @@ private:
   void emit(Event event);
   void askOf(const char* methodName, LocalEvent request);
   void changePin(const char* methodName, PinType type, bool pinned);
+  /// \param participant the agent who said it, or was told
+  void handleTranscriptionReceived(const TranscriptionSegment& segment,
+                                   const std::shared_ptr<Participant>& participant);
   void notePause(const Dictionary& data, std::optional<std::string> reason, const char* notFound);
   /// The participant has left.
   void releaseKeptListeners();
@@ -150,11 +154,15 @@ private:
   const std::unique_ptr<State> _state;
 };
 
-/// A participant behind whom a server-side agent stands.
+/// A participant behind whom a server-side agent stands. What it does, says and measures is told to
+/// its listeners by `onAgentStateChanged`, `onAgentTranscriptionReceived` and `onAgentMetrics`;
+/// what can't be asked of an agent throws `AgentParticipantError`.
 class AgentParticipant final : public Participant {
 public:
   explicit AgentParticipant(const Peer& peer);
   const std::optional<std::string>& agentId() const { return _agentId; }
+  /// What it is doing; IDLE before the service has said anything.
+  AgentState agentState() const;
 
   void enableMic() override { refuse("enableMic"); }
   void disableMic() override { refuse("disableMic"); }
@@ -166,7 +174,13 @@ private:
   [[noreturn]] static void refuse(const char* method) {
     throw AgentParticipantError::unsupportedMethod(method);
   }
+  friend class ParticipantRegistry;
+  void handleAgentStateChanged(AgentState state);
+  void handleAgentMetrics(const Dictionary& metrics);
+
   const std::optional<std::string> _agentId;
+  mutable std::mutex _agentStateLock;
+  AgentState _agentState = AgentState::IDLE;
 };
 
 }  // namespace kestrova

@@ -110,16 +110,17 @@ void ParticipantRegistry::forgetPins() {
 
 // ---- Streams -----------------------------------------------------------------------------------
 
-void ParticipantRegistry::addStream(const std::shared_ptr<MediaStream>& stream,
+bool ParticipantRegistry::addStream(const std::shared_ptr<MediaStream>& stream,
                                     const std::string& participantId) {
   const auto owner = participant(participantId);
-  if (!owner) return;
+  if (!owner) return false;
   stream->setDelegate(_context->existingRoomClient());
   if (stream->kind() == MediaType::share) setPresenter(participantId);
   owner->addStream(stream);
+  return true;
 }
 
-void ParticipantRegistry::removeStream(const std::string& id) {
+bool ParticipantRegistry::removeStream(const std::string& id) {
   for (const auto& [participantId, owner] : participants()) {
     const auto stream = owner->removeStream(id);
     if (!stream) continue;
@@ -128,8 +129,9 @@ void ParticipantRegistry::removeStream(const std::string& id) {
       return each.second->kind() == MediaType::share;
     });
     if (stream->kind() == MediaType::share && !stillShares) endPresenting(participantId);
-    return;
+    return true;
   }
+  return false;
 }
 
 std::shared_ptr<Participant> ParticipantRegistry::participantForStream(
@@ -210,6 +212,27 @@ void ParticipantRegistry::handleParticipantPausedBySubManager(const Dictionary& 
 
 void ParticipantRegistry::handleParticipantResumeBySubManager(const Dictionary& data) {
   if (const auto who = participant(text(data, "peerId", ""))) who->handleParticipantResume(data);
+}
+
+std::shared_ptr<AgentParticipant> ParticipantRegistry::agent(const std::string& id) const {
+  return std::dynamic_pointer_cast<AgentParticipant>(participant(id));
+}
+
+void ParticipantRegistry::agentStateChanged(const std::string& peerId, AgentState state) {
+  if (const auto who = agent(peerId)) who->handleAgentStateChanged(state);
+}
+
+void ParticipantRegistry::agentTranscriptReceived(const std::string& peerId,
+                                                  const TranscriptionSegment& segment) {
+  const auto who = agent(peerId);
+  if (!who) return;
+  who->handleTranscriptionReceived(segment, who);
+  _context->localParticipant->handleTranscriptionReceived(segment, who);
+}
+
+void ParticipantRegistry::agentMetricsReceived(const std::string& peerId,
+                                               const Dictionary& metrics) {
+  if (const auto who = agent(peerId)) who->handleAgentMetrics(metrics);
 }
 
 void ParticipantRegistry::speakerChanged(const std::optional<std::string>& participantId) {

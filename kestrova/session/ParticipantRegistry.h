@@ -36,8 +36,10 @@ public:
   /// Everybody leaves: the local participant moves to another meeting.
   void removeAll(LeaveReason leaveReason);
   void removeParticipant(const std::string& id, LeaveReason leaveReason);
-  void addStream(const std::shared_ptr<MediaStream>& stream, const std::string& participantId);
-  void removeStream(const std::string& id);
+  /// \returns whether such a participant is here
+  bool addStream(const std::shared_ptr<MediaStream>& stream, const std::string& participantId);
+  /// \returns whether somebody had it
+  bool removeStream(const std::string& id);
   /// The meeting is over: everybody goes without an event.
   void clear();
 
@@ -50,11 +52,16 @@ public:
   void forgetPins();
   void handleParticipantPausedBySubManager(const Dictionary& data);
   void handleParticipantResumeBySubManager(const Dictionary& data);
+  /// Of an agent; for anybody else these are dropped.
+  void agentStateChanged(const std::string& peerId, AgentState state);
+  void agentTranscriptReceived(const std::string& peerId, const TranscriptionSegment& segment);
+  void agentMetricsReceived(const std::string& peerId, const Dictionary& metrics);
   void speakerChanged(const std::optional<std::string>& participantId);
 
 private:
   /// Also finds the local participant.
   std::shared_ptr<Participant> anybody(const std::string& id) const;
+  std::shared_ptr<AgentParticipant> agent(const std::string& id) const;
   void setPresenter(const std::string& participantId);
   /// Nobody presents any more, if it was this one.
   void endPresenting(const std::string& participantId);

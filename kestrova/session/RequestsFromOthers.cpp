@@ -55,6 +55,22 @@ void RequestsFromOthers::entryRequested(const Dictionary& data) {
   });
 }
 
+void RequestsFromOthers::mediaRelayRequestReceived(const std::string& participantId,
+                                                   const std::string& meetingId,
+                                                   const std::string& displayName) {
+  const auto respond = [services = std::weak_ptr(_services), participantId,
+                        meetingId](const char* decision) {
+    return [services, participantId, meetingId, decision] {
+      if (const auto controls = services.lock())
+        controls->handleRelayRequestResponse(decision, participantId, meetingId);
+    };
+  };
+  _context->emit([participantId, meetingId, displayName, accept = respond("accepted"),
+                  reject = respond("rejected")](auto& listener) {
+    listener.onMediaRelayRequestReceived(participantId, meetingId, displayName, accept, reject);
+  });
+}
+
 void RequestsFromOthers::respondEntry(const std::string& peerId, const std::string& decision) {
   if (!allows("respondEntry")) return;
   const auto client = _context->roomClient();

@@ -1,8 +1,9 @@
 #pragma once
 
-#include <kestrova/session/MediaControls.h>
 #include <kestrova/model/MeetingAction.h>
+#include <kestrova/session/MediaControls.h>
 #include <kestrova/session/MeetingContext.h>
+#include <kestrova/session/ServiceControls.h>
 
 #include <memory>
 #include <optional>
@@ -10,13 +11,14 @@
 
 namespace kestrova {
 
-/// What others ask of the local participant: microphone, camera, entry. What needs consent goes to
-/// the listeners with the actions that answer it; the actions may be called at any time, from any
-/// thread, and do nothing once the meeting is gone.
+/// What others ask of the local participant: microphone, camera, entry, a relay. What needs consent
+/// goes to the listeners with the actions that answer it; the actions may be called at any time,
+/// from any thread, and do nothing once the meeting is gone.
 class RequestsFromOthers : public std::enable_shared_from_this<RequestsFromOthers> {
 public:
-  RequestsFromOthers(std::shared_ptr<MeetingContext> context, std::shared_ptr<MediaControls> media)
-      : _context(std::move(context)), _media(std::move(media)) {}
+  RequestsFromOthers(std::shared_ptr<MeetingContext> context, std::shared_ptr<MediaControls> media,
+                     std::shared_ptr<ServiceControls> services)
+      : _context(std::move(context)), _media(std::move(media)), _services(std::move(services)) {}
 
   void setMeetingActionValidator(std::weak_ptr<MeetingActionValidating> validator) {
     _validator = std::move(validator);
@@ -29,6 +31,9 @@ public:
   void disableMicRequested();
   void disableWebcamRequested();
   void entryRequested(const Dictionary& data);
+  /// Another meeting asks to be seen and heard here.
+  void mediaRelayRequestReceived(const std::string& participantId, const std::string& meetingId,
+                                 const std::string& displayName);
 
 private:
   bool allows(const char* methodName);
@@ -36,6 +41,7 @@ private:
 
   const std::shared_ptr<MeetingContext> _context;
   const std::shared_ptr<MediaControls> _media;
+  const std::shared_ptr<ServiceControls> _services;
   std::weak_ptr<MeetingActionValidating> _validator;  // set once, before the meeting is used
 };
 

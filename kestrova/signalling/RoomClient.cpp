@@ -22,10 +22,12 @@ RoomClient::RoomClient(RoomClientOptions options)
       _publishing(std::make_shared<Publishing>(_context, _registry, _transports, _capturer)),
       _consuming(std::make_shared<Consuming>(_context, _registry, _transports)),
       _consumerControls(std::make_shared<ConsumerControls>(_context)),
+      _serviceRequests(std::make_shared<ServiceRequests>(_context)),
       _joinSequence(std::make_shared<JoinSequence>(_context, _transports, _capturer)),
       _teardown(
           std::make_shared<Teardown>(_context, _registry, _transports, _publishing, _capturer)),
-      _roomSwitch(std::make_shared<RoomSwitch>(_context, _consuming, _joinSequence, _teardown)),
+      _roomSwitch(std::make_shared<RoomSwitch>(_context, _consuming, _joinSequence, _teardown,
+                                               _serviceRequests)),
       _modeChanging(std::make_shared<ModeChanging>(_context, _transports, _consuming)),
       _peerRequests(std::make_shared<PeerRequests>(_context)),
       _dispatcher(_context, _consuming, _transports) {}

@@ -14,6 +14,7 @@
 #include <kestrova/signalling/RemoteEventDispatcher.h>
 #include <kestrova/signalling/RoomContext.h>
 #include <kestrova/signalling/RoomSwitch.h>
+#include <kestrova/signalling/ServiceRequests.h>
 #include <kestrova/signalling/Teardown.h>
 
 #include <memory>
@@ -91,6 +92,7 @@ public:
   const std::shared_ptr<Publishing>& publishing() const { return _publishing; }
   const std::shared_ptr<Consuming>& consuming() const { return _consuming; }
   const std::shared_ptr<ConsumerControls>& consumerControls() const { return _consumerControls; }
+  const std::shared_ptr<ServiceRequests>& serviceRequests() const { return _serviceRequests; }
   const std::shared_ptr<MediaCapturer>& capturer() const { return _capturer; }
 
   void handleRemoteEvent(RemoteEvent event, const Dictionary& response) override;
@@ -121,6 +123,7 @@ private:
   const std::shared_ptr<Publishing> _publishing;
   const std::shared_ptr<Consuming> _consuming;
   const std::shared_ptr<ConsumerControls> _consumerControls;
+  const std::shared_ptr<ServiceRequests> _serviceRequests;
   const std::shared_ptr<JoinSequence> _joinSequence;
   const std::shared_ptr<Teardown> _teardown;
   const std::shared_ptr<RoomSwitch> _roomSwitch;

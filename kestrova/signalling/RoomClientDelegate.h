@@ -24,8 +24,7 @@
 namespace kestrova {
 
 /// The only way from `RoomClient` to the meeting. Called on the main queue, in the order in which
-/// the service said things, unless an operation says otherwise; none of them blocks. What a meeting
-/// has no owner for is noted in the trace.
+/// the service said things, unless an operation says otherwise; none of them blocks.
 class RoomClientDelegate {
 public:
   virtual ~RoomClientDelegate() = default;
@@ -93,25 +92,15 @@ public:
   virtual void transcriptionText(const TranscriptionText& text) = 0;
   virtual void whiteboardStarted(const std::string& url) = 0;
   virtual void whiteboardStopped() = 0;
-  virtual void onMediaRelayRequestReceived(const std::string& /*participantId*/,
-                                           const std::string& /*meetingId*/,
-                                           const std::string& /*displayName*/) {
-    unowned("onMediaRelayRequestReceived");
-  }
-  virtual void onMediaRelayRequestResponse(const std::string& /*decision*/,
-                                           const std::string& /*decidedBy*/,
-                                           const std::string& /*meetingId*/) {
-    unowned("onMediaRelayRequestResponse");
-  }
-  virtual void onMediaRelayStarted(const std::string& /*meetingId*/) {
-    unowned("onMediaRelayStarted");
-  }
-  virtual void onMediaRelayStopped(const std::string& /*meetingId*/) {
-    unowned("onMediaRelayStopped");
-  }
-  virtual void onMediaRelayError(const std::string& /*meetingId*/, const std::string& /*error*/) {
-    unowned("onMediaRelayError");
-  }
+  virtual void onMediaRelayRequestReceived(const std::string& participantId,
+                                           const std::string& meetingId,
+                                           const std::string& displayName) = 0;
+  virtual void onMediaRelayRequestResponse(const std::string& decision,
+                                           const std::string& decidedBy,
+                                           const std::string& meetingId) = 0;
+  virtual void onMediaRelayStarted(const std::string& meetingId) = 0;
+  virtual void onMediaRelayStopped(const std::string& meetingId) = 0;
+  virtual void onMediaRelayError(const std::string& meetingId, const std::string& error) = 0;
   virtual void handleRealtimeStoreValueChanged(const Dictionary& data) = 0;
   virtual void pubsubMessageReceived(const Dictionary& data) = 0;
 
@@ -126,29 +115,14 @@ public:
   virtual void switchRoomUnsupportedCodecs(const std::vector<std::string>& codecs) = 0;
 
   // Characters and agents
-  virtual void addCharacter(const Peer& /*peer*/) { unowned("addCharacter"); }
-  virtual void removedCharacter(const std::string& /*characterId*/) { unowned("removedCharacter"); }
-  virtual void characterMessageReceived(const CharacterMessage& /*message*/) {
-    unowned("characterMessageReceived");
-  }
-  virtual void characterStateChanged(const CharacterStateChange& /*change*/) {
-    unowned("characterStateChanged");
-  }
-  virtual void agentStateChanged(const std::string& /*peerId*/, AgentState /*state*/) {
-    unowned("agentStateChanged");
-  }
-  virtual void agentTranscriptReceived(const std::string& /*peerId*/, const std::string& /*text*/,
-                                       std::int64_t /*timestamp*/) {
-    unowned("agentTranscriptReceived");
-  }
-  virtual void agentMetricsReceived(const std::string& /*peerId*/, const Dictionary& /*metrics*/) {
-    unowned("agentMetricsReceived");
-  }
-
-private:
-  static void unowned(const char* event) {
-    traceDebug([&] { return std::string("Nobody takes this event yet: ") + event; });
-  }
+  virtual void addCharacter(const Peer& peer) = 0;
+  virtual void removedCharacter(const std::string& characterId) = 0;
+  virtual void characterMessageReceived(const CharacterMessage& message) = 0;
+  virtual void characterStateChanged(const CharacterStateChange& change) = 0;
+  virtual void agentStateChanged(const std::string& peerId, AgentState state) = 0;
+  virtual void agentTranscriptReceived(const std::string& peerId, const std::string& text,
+                                       std::int64_t timestamp) = 0;
+  virtual void agentMetricsReceived(const std::string& peerId, const Dictionary& metrics) = 0;
 };
 
 }  // namespace kestrova

@@ -1,4 +1,3 @@
-#include <kestrova/signalling/Response.h>
 #include <kestrova/signalling/RoomSwitch.h>
 #include <kestrova/tracing/Trace.h>
 
@@ -10,8 +9,6 @@ Task<void> RoomSwitch::switchTo(std::optional<std::string> token, std::string me
                                 Mode mode) {
   const auto self = shared_from_this();
   const auto& participantId = _context->options.meeting.localParticipantId;
-  ScopedSpan span("Requesting to switch meeting",
-                  {{"peer.id", participantId}, {"meetingId", meetingId}});
   {
     std::scoped_lock held(_lock);
     _asked = Asked{meetingId, token};
@@ -20,15 +17,12 @@ Task<void> RoomSwitch::switchTo(std::optional<std::string> token, std::string me
                   {"secret", token.value_or("")},
                   {"participantId", participantId},
                   {"mode", wireText(mode)}};
-  const Dictionary reply = co_await _context->socketRequestHandler->prepareAndSendRequest(
-      LocalEvent::switchToMeeting, std::move(data));
-  if (const auto status = isStatusOK(reply); !status.ok) {
-    forgetAsked(meetingId);
-    span.fail("Error in switchTo() -> " + status.failure);
-    reportFailure(*_context, KestrovaError::SWITCH_MEETING_FAILED.withCause(status.cause));
-    co_return;
-  }
-  span.event("Meeting switch request sent successfully");
+  auto asking =
+      _serviceRequests->ask(ServiceOperation::switchTo, std::move(data),
+                            {.attributes = {{"peer.id", participantId}, {"meetingId", meetingId}},
+                             .secrets = {token.value_or("")}});
+  const bool taken = co_await std::move(asking);
+  if (!taken) forgetAsked(meetingId);
 }
 
 void RoomSwitch::softClose(const std::string& nextMeetingId) {

@@ -3,6 +3,7 @@
 #include <kestrova/media/Consuming.h>
 #include <kestrova/signalling/JoinSequence.h>
 #include <kestrova/signalling/RoomContext.h>
+#include <kestrova/signalling/ServiceRequests.h>
 #include <kestrova/signalling/Teardown.h>
 
 #include <memory>
@@ -17,11 +18,13 @@ namespace kestrova {
 class RoomSwitch : public std::enable_shared_from_this<RoomSwitch> {
 public:
   RoomSwitch(std::shared_ptr<RoomContext> context, std::shared_ptr<Consuming> consuming,
-             std::shared_ptr<JoinSequence> joinSequence, std::shared_ptr<Teardown> teardown)
+             std::shared_ptr<JoinSequence> joinSequence, std::shared_ptr<Teardown> teardown,
+             std::shared_ptr<ServiceRequests> serviceRequests)
       : _context(std::move(context)),
         _consuming(std::move(consuming)),
         _joinSequence(std::move(joinSequence)),
-        _teardown(std::move(teardown)) {}
+        _teardown(std::move(teardown)),
+        _serviceRequests(std::move(serviceRequests)) {}
 
   /// Asks the service for the move.
   Task<void> switchTo(std::optional<std::string> token, std::string meetingId, Mode mode);
@@ -54,6 +57,7 @@ private:
   const std::shared_ptr<Consuming> _consuming;
   const std::shared_ptr<JoinSequence> _joinSequence;
   const std::shared_ptr<Teardown> _teardown;
+  const std::shared_ptr<ServiceRequests> _serviceRequests;
 
   std::mutex _lock;
   Asked _asked;

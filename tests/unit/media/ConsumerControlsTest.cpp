@@ -26,6 +26,7 @@ protected:
   TestPlatform platform;
   const TestRoom room{platform};
   const std::shared_ptr<ConsumerControls> controls = room.client->consumerControls();
+  const std::shared_ptr<ServiceRequests> services = room.client->serviceRequests();
   const std::shared_ptr<RecordingListener> listener = std::make_shared<RecordingListener>();
 };
 
@@ -43,22 +44,6 @@ TEST_F(ConsumerControlsTest, eachRequestSaysHowItWent) {
       {"resumeConsumer", consumer, [&] { return controls->resumeConsumer("c1"); }, 4075},
       {"setConsumerPreferredLayers", layers,
        [&] { return controls->setQuality(VideoQuality::low, "c1", "bob", [] {}); }, 4073},
-      {"pauseAllConsumers",
-       {{"kind", "all"}},
-       [&] { return controls->pauseAllStreams("all"); },
-       4057},
-      {"resumeAllConsumers",
-       {{"kind", "share"}},
-       [&] { return controls->resumeAllStreams("share"); },
-       4058},
-      {"enableAdaptiveSubscription",
-       {},
-       [&] { return controls->enableAdaptiveSubscription(); },
-       4048},
-      {"disableAdaptiveSubscription",
-       {},
-       [&] { return controls->disableAdaptiveSubscription(); },
-       4049},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.request);
@@ -98,7 +83,7 @@ TEST_F(ConsumerControlsTest, consumersThatWereMissedGetOneMoreRequestAndNoThird)
       if (!data.contains("status")) data["status"] = "ok";
       return Value(Dictionary{{"data", data}});
     });
-    platform.run(controls->pauseAllStreams("video"));
+    platform.run(services->pauseAllStreams("video"));
     EXPECT_EQ(platform.service->count("pauseAllConsumers"), row.requests);
     EXPECT_EQ(platform.traces.attribute("Emitting PAUSED_ALL_STREAM Event", "kind"),
               row.paused ? "video" : "");

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <kestrova/session/AICharacter.h>
+#include <kestrova/session/MeetingContext.h>
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+
+namespace kestrova {
+
+/// The AI characters of a meeting: those who are there, and those who were made and may come.
+///
+/// Events of characters that are not known are dropped. What the service tells is called on the
+/// main queue; the rest on any thread.
+class CharacterRegistry : public std::enable_shared_from_this<CharacterRegistry> {
+public:
+  using Characters = std::map<std::string, std::shared_ptr<AICharacter>>;
+
+  explicit CharacterRegistry(std::shared_ptr<MeetingContext> context)
+      : _context(std::move(context)) {}
+  /// Set once, before the meeting is used.
+  void setMeetingActionValidator(std::weak_ptr<MeetingActionValidating> validator) {
+    _validator = std::move(validator);
+  }
+
+  /// Who is in the meeting.
+  Characters characters() const;
+  /// A character that is not in the meeting yet.
+  std::shared_ptr<AICharacter> createCharacter(CharacterConfig config);
+
+  // For the characters, behind the guard
+  void join(const std::shared_ptr<AICharacter>& character);
+  void ask(ServiceOperation operation, const AICharacter& character, Dictionary more = {});
+
+  // What the service tells
+  void addCharacter(const Peer& peer);
+  void removedCharacter(const std::string& characterId);
+  void characterMessageReceived(const CharacterMessage& message);
+  void characterStateChanged(const CharacterStateChange& change);
+  /// \returns whether such a character is here
+  bool addStream(const std::shared_ptr<MediaStream>& stream, const std::string& characterId);
+  void removeStream(const std::string& id);
+  /// The local participant moves to another meeting.
+  void removeAll();
+  /// The meeting is over: everybody goes without an event.
+  void clear();
+
+private:
+  std::shared_ptr<AICharacter> character(const std::string& id) const;
+  /// The one that is here, that was here, or that the application made, by that id.
+  std::shared_ptr<AICharacter> knownCharacter(const std::string& id) const;
+  void remember(const std::shared_ptr<AICharacter>& character);
+  void joinAnswered(const std::shared_ptr<AICharacter>& character, const Dictionary& reply);
+  void addInternalCharacter(const std::shared_ptr<AICharacter>& character);
+
+  const std::shared_ptr<MeetingContext> _context;
+  std::weak_ptr<MeetingActionValidating> _validator;
+
+  mutable std::mutex _characterLock;
+  Characters _characters;  // under the lock, like the next
+  std::map<std::string, std::weak_ptr<AICharacter>> _known;
+};
+
+}  // namespace kestrova

@@ -1,5 +1,7 @@
 #include "RecordingListeners.h"
 
+#include <kestrova/platform/Values.h>
+#include <kestrova/session/AICharacter.h>
 #include <kestrova/session/Participant.h>
 
 #include <algorithm>
@@ -9,6 +11,14 @@ namespace {
 
 std::string orNobody(const std::optional<std::string>& id) {
   return id.value_or("nobody");
+}
+
+std::string described(const CharacterMessage& message) {
+  return "onCharacterMessage " + message.characterId + " " + message.text;
+}
+
+std::string described(const CharacterStateChange& change) {
+  return "onCharacterStateChanged " + change.id + " " + std::string(text(change.status));
 }
 
 }  // namespace
@@ -100,6 +110,31 @@ void RecordingListener::onEntryRequested(const std::string& id, const std::strin
   deny[id] = std::move(denyThem);
   hear("onEntryRequested " + id + " " + name);
 }
+void RecordingListener::onMediaRelayRequestReceived(const std::string& participantId,
+                                                    const std::string& meetingId,
+                                                    const std::string& displayName, Action acceptIt,
+                                                    Action rejectIt) {
+  relayAnswers = {std::move(acceptIt), std::move(rejectIt)};
+  hear("onMediaRelayRequestReceived " + participantId + " " + meetingId + " " + displayName);
+}
+void RecordingListener::onMediaRelayRequestResponse(const std::string& decision,
+                                                    const std::string& decidedBy,
+                                                    const std::string& meetingId) {
+  hear("onMediaRelayRequestResponse " + decision + " " + decidedBy + " " + meetingId);
+}
+void RecordingListener::onCharacterJoined(const std::shared_ptr<AICharacter>& character) {
+  characters.push_back(character);
+  hear("onCharacterJoined " + character->characterId());
+}
+void RecordingListener::onCharacterLeft(const std::shared_ptr<AICharacter>& character) {
+  hear("onCharacterLeft " + character->characterId());
+}
+void RecordingListener::onCharacterMessage(const CharacterMessage& message) {
+  hear(described(message));
+}
+void RecordingListener::onCharacterStateChanged(const CharacterStateChange& change) {
+  hear(described(change));
+}
 void RecordingListener::onPresenterChanged(const std::optional<std::string>& activePresenterId) {
   hear("onPresenterChanged " + orNobody(activePresenterId));
 }
@@ -122,6 +157,41 @@ void RecordingParticipantListener::onMediaStatusChanged(const std::string& peerI
                                                         bool newStatus) {
   hear("onMediaStatusChanged " + peerId + " " + std::string(text(kind)) +
        (newStatus ? " on" : " off"));
+}
+
+void RecordingParticipantListener::onAgentStateChanged(
+    AgentState state, const std::shared_ptr<Participant>& participant) {
+  hear("onAgentStateChanged " + participant->id() + " " + std::string(text(state)));
+}
+void RecordingParticipantListener::onAgentTranscriptionReceived(
+    const TranscriptionSegment& segment, const std::shared_ptr<Participant>& participant) {
+  hear("onAgentTranscriptionReceived " + participant->id() + " " + segment.text + " " +
+       std::to_string(segment.timestamp));
+}
+void RecordingParticipantListener::onAgentMetrics(const Dictionary& metrics,
+                                                  const std::shared_ptr<Participant>& participant) {
+  hear("onAgentMetrics " + participant->id() + " " + jsonText(metrics).value_or(""));
+}
+
+void RecordingCharacterListener::onStreamEnabled(const std::shared_ptr<MediaStream>& stream,
+                                                 const std::shared_ptr<AICharacter>& character) {
+  hear("onStreamEnabled " + stream->id() + " of " + character->characterId());
+}
+void RecordingCharacterListener::onStreamDisabled(const std::shared_ptr<MediaStream>& stream,
+                                                  const std::shared_ptr<AICharacter>& character) {
+  hear("onStreamDisabled " + stream->id() + " of " + character->characterId());
+}
+void RecordingCharacterListener::onCharacterJoined(const std::shared_ptr<AICharacter>& character) {
+  hear("onCharacterJoined " + character->characterId());
+}
+void RecordingCharacterListener::onCharacterLeft(const std::shared_ptr<AICharacter>& character) {
+  hear("onCharacterLeft " + character->characterId());
+}
+void RecordingCharacterListener::onCharacterMessage(const CharacterMessage& message) {
+  hear(described(message));
+}
+void RecordingCharacterListener::onCharacterStateChanged(const CharacterStateChange& change) {
+  hear(described(change));
 }
 
 }  // namespace kestrova::test

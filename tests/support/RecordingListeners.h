@@ -1,5 +1,6 @@
 #pragma once
 
+#include <kestrova/session/CharacterEventListener.h>
 #include <kestrova/session/MeetingEventListener.h>
 #include <kestrova/session/ParticipantEventListener.h>
 
@@ -37,6 +38,8 @@ class RecordingListener final : public MeetingEventListener, public Heard {
 public:
   std::map<std::string, Action> allow;  ///< by the id of who wants to enter
   std::map<std::string, Action> deny;
+  std::vector<Action> relayAnswers;  ///< to the newest request: to accept it, to reject it
+  std::vector<std::shared_ptr<AICharacter>> characters;  ///< as they joined
   std::vector<AcceptMediaRequest> accept;  ///< of the requests for microphone or camera, in order
   std::vector<std::shared_ptr<Participant>> joined;
   std::vector<KestrovaError> errors;
@@ -79,6 +82,20 @@ public:
   void onEntryResponded(const std::string& id, const std::string& decision) override;
   void onEntryRequested(const std::string& id, const std::string& name, Action allowThem,
                         Action denyThem) override;
+  void onMediaRelayRequestReceived(const std::string& participantId, const std::string& meetingId,
+                                   const std::string& displayName, Action acceptIt,
+                                   Action rejectIt) override;
+  void onMediaRelayRequestResponse(const std::string& decision, const std::string& decidedBy,
+                                   const std::string& meetingId) override;
+  void onMediaRelayStarted(const std::string& id) override { hear("onMediaRelayStarted " + id); }
+  void onMediaRelayStopped(const std::string& id) override { hear("onMediaRelayStopped " + id); }
+  void onMediaRelayError(const std::string& id, const std::string& error) override {
+    hear("onMediaRelayError " + id + " " + error);
+  }
+  void onCharacterJoined(const std::shared_ptr<AICharacter>& character) override;
+  void onCharacterLeft(const std::shared_ptr<AICharacter>& character) override;
+  void onCharacterMessage(const CharacterMessage& message) override;
+  void onCharacterStateChanged(const CharacterStateChange& change) override;
   void onPresenterChanged(const std::optional<std::string>& activePresenterId) override;
   void onCodecChanged(const CodecChangeInfo& info) override;
 };
@@ -96,6 +113,24 @@ public:
   void onStreamResumed(const std::string& kind, const std::string& reason) override {
     hear("onStreamResumed " + kind + " " + reason);
   }
+  void onAgentStateChanged(AgentState state,
+                           const std::shared_ptr<Participant>& participant) override;
+  void onAgentTranscriptionReceived(const TranscriptionSegment& segment,
+                                    const std::shared_ptr<Participant>& participant) override;
+  void onAgentMetrics(const Dictionary& metrics,
+                      const std::shared_ptr<Participant>& participant) override;
+};
+
+class RecordingCharacterListener final : public CharacterEventListener, public Heard {
+public:
+  void onStreamEnabled(const std::shared_ptr<MediaStream>& stream,
+                       const std::shared_ptr<AICharacter>& character) override;
+  void onStreamDisabled(const std::shared_ptr<MediaStream>& stream,
+                        const std::shared_ptr<AICharacter>& character) override;
+  void onCharacterJoined(const std::shared_ptr<AICharacter>& character) override;
+  void onCharacterLeft(const std::shared_ptr<AICharacter>& character) override;
+  void onCharacterMessage(const CharacterMessage& message) override;
+  void onCharacterStateChanged(const CharacterStateChange& change) override;
 };
 
 }  // namespace kestrova::test

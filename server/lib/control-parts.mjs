@@ -22,12 +22,14 @@ export function checkCount(count, key = 'count') {
 export const fault =
   (kind, ...keys) =>
   ({ faults }, body) => {
-    const { roomId, peerId, method, direction, op, topic, forMs } = body;
+    const { roomId, peerId, method, direction, op, topic, service, at, forMs } = body;
     if (forMs !== undefined) checkMs(forMs, 'forMs');
     const { count = forMs === undefined ? 1 : Infinity } = body;
     if (count !== Infinity) checkCount(count);
     const effect = Object.fromEntries(keys.map((key) => [key, body[key]]));
     const match =
-      kind === 'answerConfig' ? { roomId } : { roomId, peerId, method, direction, op, topic };
+      kind === 'answerConfig'
+        ? { roomId }
+        : { roomId, peerId, method, direction, op, topic, service, at };
     faults.add(kind, match, effect, { count, ms: forMs ?? Infinity });
   };

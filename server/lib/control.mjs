@@ -1,6 +1,7 @@
 import { timingSafeEqual } from 'node:crypto';
 import { checkMs, fault, need } from './control-parts.mjs';
 import { realtimeActions } from './control-realtime.mjs';
+import { serviceActions } from './control-services.mjs';
 import { drop, DROPS } from './drop.mjs';
 import { dumpRooms } from './dump.mjs';
 import { HttpError, readJson, sendJson } from './http.mjs';
@@ -155,6 +156,7 @@ const ACTIONS = {
     room().close(code);
   },
   ...realtimeActions,
+  ...serviceActions,
 };
 
 function authorised(key, header = '') {

@@ -68,6 +68,7 @@ async function dumpRoom(room, { fastws, files }) {
     peers,
     pubsub: { topics: room.topics.all().map(dumpTopic), connections: here.map(dumpConnection) },
     store: room.store.dump(),
+    services: room.services.dump(),
     files: files.dump(room),
   };
 }

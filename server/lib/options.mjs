@@ -31,6 +31,16 @@ const NUMBERS = {
     help: 'ms between pings on the WebSocket for topics',
   },
   'pubsub-stored': { fallback: 20000, min: 1, help: 'stored messages of a topic; the oldest go' },
+  'service-delay': {
+    fallback: 500,
+    max: 600_000,
+    help: 'ms between the states of a service (recording and the like)',
+  },
+  'transcription-pace': {
+    fallback: 2000,
+    max: 600_000,
+    help: 'ms between texts of a transcription; 0: none by itself',
+  },
   'file-size': { fallback: 16 * MIB, min: 1, max: 256 * MIB, help: 'bytes of a file, at most' },
   'files-total': { fallback: 256 * MIB, min: 1, help: 'bytes of all files together, at most' },
 };

@@ -4,11 +4,18 @@ import { entryRequests } from './requests/entry.mjs';
 import { mediaRequests } from './requests/media.mjs';
 import { meetingRequests } from './requests/meeting.mjs';
 import { realtimeRequests } from './requests/realtime.mjs';
+import { serviceRequests } from './requests/services.mjs';
 
 // method -> { needs: 'entry' | 'join', moderator, run(context) }. What `run` gives goes into the
 // answer; what it passes to `after` runs once the answer is on its way.
 const METHODS = new Map(
-  Object.entries({ ...entryRequests, ...mediaRequests, ...meetingRequests, ...realtimeRequests }),
+  Object.entries({
+    ...entryRequests,
+    ...mediaRequests,
+    ...meetingRequests,
+    ...realtimeRequests,
+    ...serviceRequests,
+  }),
 );
 
 function check(peer, row) {
@@ -40,6 +47,15 @@ export async function runRequest(envelope, { room, peer, service }) {
     if (!isObject(data)) throw new RequestError(400, '"data" must be an object');
     check(peer, row);
     const { secret, faults, rooms, fastws, options } = service;
+    const direction = peer.media.directionOf(data);
+    const refused = faults.take('refuseRequest', {
+      roomId: room.id,
+      peerId: peer.id,
+      method,
+      direction,
+    });
+    if (refused)
+      throw new RequestError(refused.errorCode ?? 403, refused.message ?? 'refused on demand');
     const extra = await row.run({
       room,
       peer,

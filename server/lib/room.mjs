@@ -5,6 +5,7 @@ import { Store } from './realtime/store.mjs';
 import { Topics } from './realtime/topics.mjs';
 import { Refusal } from './refusal.mjs';
 import { reach, RoomMedia, VIDEO_CODECS } from './room-media.mjs';
+import { MeetingServices } from './services/meeting-services.mjs';
 
 export const LEFT = {
   dropped: 1001,
@@ -27,6 +28,7 @@ export class Room {
   constructor(id, { workers, settings, faults, onEmpty, onLeft }) {
     Object.assign(this, { id, workers, settings, faults, onEmpty, onLeft });
     this.topics = new Topics(settings.topics);
+    this.services = new MeetingServices(this);
   }
 
   /** The router, made when the first participant needs it. */
@@ -167,6 +169,7 @@ export class Room {
   /** The end without a word to the participants. */
   end() {
     this.closed = true;
+    this.services.end();
     this.onEmpty(this);
     for (const peer of this.peers.values()) {
       clearTimeout(peer.graceTimer);

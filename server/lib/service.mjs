@@ -10,6 +10,8 @@ import { createLog } from './log.mjs';
 import { serviceOptions } from './options.mjs';
 import { Files, FILES_PATH, UPLOAD_PATH } from './realtime/files.mjs';
 import { Rooms } from './rooms.mjs';
+import { pagesHandler, PAGES_PATH } from './services/pages.mjs';
+import { Tempo } from './services/tempo.mjs';
 import { openSignalling, SIGNALLING_PATH } from './signalling.mjs';
 import { controlKey, tokenSecret } from './state.mjs';
 import { Workers } from './workers.mjs';
@@ -33,6 +35,7 @@ function serve(server, service) {
     ['POST', '/control/', controlHandler(service)],
     ['POST', UPLOAD_PATH, (...args) => files.upload(...args)],
     ['GET', FILES_PATH, (...args) => files.fetch(...args)],
+    ['GET', PAGES_PATH, pagesHandler(service)],
   ];
   server.on('request', router(routes, log));
   server.on('tlsClientError', (error) =>
@@ -61,11 +64,15 @@ export async function startService(given = {}, { onFatal = () => {}, log } = {})
   const { batch: batchMs, ackTimeout, grace, linger } = options;
   const media = { ip: options.mediaAddress, announcedAddress: options.announcedAddress };
   const topics = { stored: options.pubsubStored, batchMs: options.pubsubBatch };
-  const settings = { batchMs, ackTimeout, grace, linger, media, topics, log };
+  const tempo = {
+    delays: new Tempo(options.serviceDelay),
+    pace: new Tempo(options.transcriptionPace),
+  };
 
   const { cert, key } = authority;
   const server = https.createServer({ cert, key, requestTimeout: SLOWEST_REQUEST_MS });
   const address = () => `${ADDRESS}:${server.address().port}`;
+  const settings = { batchMs, ackTimeout, grace, linger, media, topics, tempo, address, log };
   const fastws = new Fastws({ pingMs: options.pubsubPingInterval, faults, log, address });
   const rooms = new Rooms({
     workers,
@@ -86,6 +93,7 @@ export async function startService(given = {}, { onFatal = () => {}, log } = {})
     secret: token.text,
     controlKey: control.text,
     faults,
+    tempo,
     workers,
     rooms,
     fastws,

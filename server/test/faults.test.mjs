@@ -15,7 +15,7 @@ const RUBBISH = [
   { method: 'constructor', roomId: 'room', data: {} },
   { method: 'join', roomId: 'other', data: {} },
   { method: 'join', roomId: 'room', data: 'x' },
-  { method: 'startRecording', roomId: 'room', data: {} },
+  { method: 'startSinging', roomId: 'room', data: {} },
 ];
 
 const ODD_OBJECTS = [{}, { codecs: 5 }, { fingerprints: [{}] }];

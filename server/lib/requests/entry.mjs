@@ -63,6 +63,7 @@ function join(context) {
   if (!peer.announced) room.broadcast('newPeer', peer.describe(), peer);
   peer.announced = true;
   after(async () => {
+    room.services.tell(peer);
     if (peer.moderator) {
       for (const [id, { name }] of room.entryRequests) peer.notify('entryRequested', { id, name });
     }

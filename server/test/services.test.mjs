@@ -256,7 +256,13 @@ describe('who comes, goes and moves', () => {
 
     const bob = service.client('bob', { roomId: here.roomId });
     await bob.enter();
-    await bob.request('join', bob.joinData());
+    const item = { method: 'join', roomId: here.roomId, data: bob.joinData() };
+    await new Promise((resolve) => {
+      bob.socket.emit('request', item, ({ data }) => {
+        assert.deepEqual([data.status, told(bob)], ['ok', []]);
+        resolve();
+      });
+    });
     await settled(here, bob);
     assert.deepEqual(told(bob), standing);
     assert.deepEqual(await bob.next('whiteboardStarted'), { url });
@@ -297,7 +303,7 @@ describe('who comes, goes and moves', () => {
     await ada.ok('closeRoom');
     await ada.next('close');
     await until(async () => (await own.control('rooms')).rooms.length === 0);
-    assert.ok(timers() <= running - Object.keys(SERVICES).length, `${timers()} of ${running}`);
+    await until(() => timers() <= running - Object.keys(SERVICES).length);
     const bob = own.client('bob');
     await bob.join();
     await own.control('notify', { roomId: 'room', peerId: 'bob', method: 'marker', data: {} });

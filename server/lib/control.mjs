@@ -1,4 +1,5 @@
 import { timingSafeEqual } from 'node:crypto';
+import { characterActions } from './control-characters.mjs';
 import { checkMs, fault, need } from './control-parts.mjs';
 import { realtimeActions } from './control-realtime.mjs';
 import { serviceActions } from './control-services.mjs';
@@ -155,6 +156,7 @@ const ACTIONS = {
   closeRoom(service, { code = LEFT.roomClosed }, { room }) {
     room().close(code);
   },
+  ...characterActions,
   ...realtimeActions,
   ...serviceActions,
 };

@@ -1,3 +1,4 @@
+import { dumpCharacter } from './characters/dump.mjs';
 import { dumpConnection, dumpTopic } from './dump-realtime.mjs';
 
 const stats = async (object) => object.getStats().catch(() => []);
@@ -66,6 +67,7 @@ async function dumpRoom(room, { fastws, files }) {
     id: room.id,
     sessionId: room.sessionId,
     peers,
+    characters: room.characters.all().map(dumpCharacter),
     pubsub: { topics: room.topics.all().map(dumpTopic), connections: here.map(dumpConnection) },
     store: room.store.dump(),
     services: room.services.dump(),

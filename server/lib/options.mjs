@@ -41,6 +41,7 @@ const NUMBERS = {
     max: 600_000,
     help: 'ms between texts of a transcription; 0: none by itself',
   },
+  'character-think': { fallback: 300, help: 'ms that a character thinks about what it is told' },
   'file-size': { fallback: 16 * MIB, min: 1, max: 256 * MIB, help: 'bytes of a file, at most' },
   'files-total': { fallback: 256 * MIB, min: 1, help: 'bytes of all files together, at most' },
 };

@@ -23,7 +23,7 @@ export const streamKind = ({ kind, appData }) =>
 export class PeerMedia {
   #transports = new Map();
   #routers = new WeakMap();
-  #taken = new Set();
+  #taken = new Map(); // producer id -> the media that it was offered with
   // consumer id -> who holds it back: "offer" until it is acknowledged, "peer", "manager"
   #holds = new Map();
   producers = new Map();
@@ -84,6 +84,10 @@ export class PeerMedia {
     return this.#routers.get(producer);
   }
 
+  reach(producer, router) {
+    return reach(producer, this.routerOf(producer), router);
+  }
+
   closeTransport(direction) {
     this.#transports.get(direction)?.close();
   }
@@ -115,41 +119,53 @@ export class PeerMedia {
     return consumer;
   }
 
-  /** Offers `producer` of `owner` to the participant. False when it cannot decode it. */
+  /**
+   * Offers `producer` to the participant, as one of `owner`: the media of another participant, or
+   * what stands for it. False when it cannot decode it.
+   */
   async consume(producer, owner) {
     const transport = this.#transports.get('receive');
-    if (!transport || !this.rtpCapabilities || producer.closed || this.#taken.has(producer.id))
+    if (!transport || !this.rtpCapabilities || producer.closed || this.#takes(producer, owner))
       return true;
     const { rtpCapabilities } = this;
     const [from, to] = [owner.routerOf(producer), this.#routers.get(transport)];
     if (!from.canConsume({ producerId: producer.id, rtpCapabilities })) return false;
-    this.#taken.add(producer.id);
+    this.#taken.set(producer.id, owner);
     try {
-      await reach(producer, from, to);
+      await owner.reach(producer, to);
       const consumer = await transport.consume({
         producerId: producer.id,
         rtpCapabilities,
         paused: true,
-        appData: { ...producer.appData },
+        appData: { ...producer.appData, peerId: owner.peerId },
       });
-      this.#watch(consumer);
-      this.#announce(consumer);
+      this.#watch(consumer, owner);
+      if (owner.producers.has(producer.id)) this.#announce(consumer);
+      else consumer.close(); // taken back while this was on its way
     } catch (error) {
       // The producer or the transport went away in the meantime.
-      this.#taken.delete(producer.id);
+      this.#giveUp(producer.id, owner);
       this.log.debug('a consumer was not made', { peerId: this.peerId, error: error.message });
     }
     return true;
   }
 
-  #watch(consumer) {
+  #takes(producer, owner) {
+    return this.#taken.get(producer.id) === owner;
+  }
+
+  #giveUp(producerId, owner) {
+    if (this.#taken.get(producerId) === owner) this.#taken.delete(producerId);
+  }
+
+  #watch(consumer, owner) {
     const { id: consumerId } = consumer;
     this.consumers.set(consumerId, consumer);
     this.#holds.set(consumerId, new Set(['offer']));
     consumer.observer.once('close', () => {
       this.consumers.delete(consumerId);
       this.#holds.delete(consumerId);
-      this.#taken.delete(consumer.producerId);
+      this.#giveUp(consumer.producerId, owner);
     });
     consumer.on('producerclose', () => this.notify('consumerClosed', { consumerId }));
     consumer.on('producerpause', () => this.notify('consumerPaused', { consumerId }));

@@ -21,6 +21,15 @@ export function text(data, key, longest = LONGEST_TEXT) {
   return value;
 }
 
+/** A list of texts. */
+export function texts(data, key, most) {
+  const list = data[key];
+  const fits = (one) => typeof one === 'string' && one.length <= LONGEST_TEXT;
+  if (!Array.isArray(list) || list.length > most || !list.every(fits))
+    throw wrong(key, `a list of at most ${most} texts`);
+  return list;
+}
+
 export function id(data, key) {
   if (!isId(data[key])) throw wrong(key, 'an id');
   return data[key];

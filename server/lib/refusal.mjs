@@ -23,5 +23,6 @@ export class RequestError extends Error {
   constructor(code, text) {
     super(text);
     this.code = code;
+    this.status = code;
   }
 }

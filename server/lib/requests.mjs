@@ -1,5 +1,6 @@
 import { isObject } from './read.mjs';
 import { Refusal, RequestError } from './refusal.mjs';
+import { characterRequests } from './requests/characters.mjs';
 import { entryRequests } from './requests/entry.mjs';
 import { mediaRequests } from './requests/media.mjs';
 import { meetingRequests } from './requests/meeting.mjs';
@@ -10,6 +11,7 @@ import { serviceRequests } from './requests/services.mjs';
 // answer; what it passes to `after` runs once the answer is on its way.
 const METHODS = new Map(
   Object.entries({
+    ...characterRequests,
     ...entryRequests,
     ...mediaRequests,
     ...meetingRequests,

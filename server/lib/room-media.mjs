@@ -76,12 +76,13 @@ export class RoomMedia {
   }
 
   #speaker = null;
+  #names = new Map(); // producer id -> who is heard in it here
 
   constructor(router, levels, onSpeaker) {
     this.router = router;
     this.levels = levels;
     this.onSpeaker = onSpeaker;
-    levels.on('volumes', ([loudest]) => this.#speaks(loudest.producer.appData.peerId));
+    levels.on('volumes', ([loudest]) => this.#speaks(this.#names.get(loudest.producer.id) ?? null));
     levels.on('silence', () => this.#speaks(null));
   }
 
@@ -91,7 +92,8 @@ export class RoomMedia {
     this.onSpeaker(peerId);
   }
 
-  async listen(producer) {
+  async listen(producer, peerId) {
+    this.#names.set(producer.id, peerId);
     producer.observer.once('close', () => this.#silent(producer));
     await this.levels.addProducer({ producerId: producer.id });
   }
@@ -103,7 +105,9 @@ export class RoomMedia {
   }
 
   #silent(producer) {
-    if (producer.appData.peerId === this.#speaker) this.#speaks(null);
+    const peerId = this.#names.get(producer.id);
+    this.#names.delete(producer.id);
+    if (peerId !== undefined && peerId === this.#speaker) this.#speaks(null);
   }
 
   /** Calls `fn` when the worker is gone, unless this is closed first. */

@@ -1,10 +1,11 @@
 import { randomUUID } from 'node:crypto';
+import { Characters } from './characters/characters.mjs';
 import { Peer } from './peer.mjs';
 import { streamKind } from './peer-media.mjs';
 import { Store } from './realtime/store.mjs';
 import { Topics } from './realtime/topics.mjs';
 import { Refusal } from './refusal.mjs';
-import { reach, RoomMedia, VIDEO_CODECS } from './room-media.mjs';
+import { RoomMedia, VIDEO_CODECS } from './room-media.mjs';
 import { MeetingServices } from './services/meeting-services.mjs';
 
 export const LEFT = {
@@ -29,6 +30,7 @@ export class Room {
     Object.assign(this, { id, workers, settings, faults, onEmpty, onLeft });
     this.topics = new Topics(settings.topics);
     this.services = new MeetingServices(this);
+    this.characters = new Characters(this);
   }
 
   /** The router, made when the first participant needs it. */
@@ -52,6 +54,16 @@ export class Room {
 
   joined(except) {
     return [...this.peers.values()].filter((peer) => peer.joined && peer !== except);
+  }
+
+  /** Whether somebody has this id already. */
+  isTaken(id) {
+    return this.peers.has(id) || this.characters.has(id);
+  }
+
+  // Everybody whose streams are offered here.
+  #owners(except) {
+    return [...this.joined(except), ...this.characters.voices()];
   }
 
   broadcast(method, data, except) {
@@ -177,6 +189,7 @@ export class Room {
       peer.media?.close();
     }
     this.peers.clear();
+    this.characters.close();
     this.topics.close();
     this.#media?.then(
       (media) => media.close(),
@@ -235,7 +248,7 @@ export class Room {
     for (const codec of VIDEO_CODECS) {
       if (!decodes(peer, codec)) this.broadcast(...unsupported(peer, codec), peer);
     }
-    for (const owner of this.joined(peer)) {
+    for (const owner of this.#owners(peer)) {
       for (const producer of owner.media.producers.values())
         await peer.media.consume(producer, owner.media);
     }
@@ -246,15 +259,20 @@ export class Room {
     for (const producer of owner.media.producers.values()) await this.publish(owner, producer);
   }
 
-  /** Offers a producer of `owner` to everybody else. */
+  /** Offers a producer of the participant `owner` to everybody else. */
   async publish(owner, producer) {
-    if (producer.kind === 'audio') {
-      const media = await this.media();
-      await reach(producer, owner.media.routerOf(producer), media.router);
-      await media.listen(producer);
-    }
     const state = { peerId: owner.id, kind: streamKind(producer), newState: true };
     this.broadcast('participantMediaStateChanged', state, owner);
+    await this.offer(owner, producer);
+  }
+
+  /** Offers a producer of `owner`, who need not be a participant, to all but itself. */
+  async offer(owner, producer) {
+    if (producer.kind === 'audio') {
+      const media = await this.media();
+      await owner.media.reach(producer, media.router);
+      await media.listen(producer, owner.id);
+    }
     await Promise.all(this.joined(owner).map((peer) => this.#offer(peer, producer, owner)));
   }
 

@@ -61,7 +61,7 @@ export async function startService(given = {}, { onFatal = () => {}, log } = {})
   const control = controlKey(options.state);
   const faults = new Faults();
   const workers = new Workers({ count: options.workers, log, onFatal });
-  const { batch: batchMs, ackTimeout, grace, linger } = options;
+  const { batch: batchMs, ackTimeout, grace, linger, characterThink } = options;
   const media = { ip: options.mediaAddress, announcedAddress: options.announcedAddress };
   const topics = { stored: options.pubsubStored, batchMs: options.pubsubBatch };
   const tempo = {
@@ -72,7 +72,8 @@ export async function startService(given = {}, { onFatal = () => {}, log } = {})
   const { cert, key } = authority;
   const server = https.createServer({ cert, key, requestTimeout: SLOWEST_REQUEST_MS });
   const address = () => `${ADDRESS}:${server.address().port}`;
-  const settings = { batchMs, ackTimeout, grace, linger, media, topics, tempo, address, log };
+  const timing = { batchMs, ackTimeout, grace, linger, characterThink, tempo };
+  const settings = { ...timing, media, topics, address, log };
   const fastws = new Fastws({ pingMs: options.pubsubPingInterval, faults, log, address });
   const rooms = new Rooms({
     workers,

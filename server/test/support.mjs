@@ -39,6 +39,16 @@ export function within(what, run) {
   });
 }
 
+/** The pitch of a clean tone in Hz, by the moments at which it rises through zero. */
+export function pitchOf(samples, rate = 48000) {
+  const rises = [];
+  for (let i = 1; i < samples.length; i += 1) {
+    if (samples[i - 1] < 0 && samples[i] >= 0)
+      rises.push(i - samples[i] / (samples[i] - samples[i - 1]));
+  }
+  return ((rises.length - 1) * rate) / (rises.at(-1) - rises[0]);
+}
+
 export const temporaryFolder = () => fs.mkdtempSync(path.join(os.tmpdir(), 'kestrova-service-'));
 
 /** POST over TLS checked against `ca`; gives the status and the parsed body. */

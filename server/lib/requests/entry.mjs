@@ -41,6 +41,7 @@ function join(context) {
   const switching = read.flag(data, 'switchingRoom');
   if (switching !== peer.switching)
     throw new RequestError(409, `${switching ? 'no' : 'a'} switch to this meeting is under way`);
+  if (room.characters.has(peer.id)) throw new RequestError(409, 'a character has this id');
   const displayName = read.text(data, 'displayName');
   const device = read.text(data, 'device');
   const mode = read.oneOf(data, 'mode', read.MODES);
@@ -67,6 +68,7 @@ function join(context) {
     if (peer.moderator) {
       for (const [id, { name }] of room.entryRequests) peer.notify('entryRequested', { id, name });
     }
+    room.characters.welcome(peer);
     await room.receive(peer);
     if (switching) await room.publishAll(peer);
   });

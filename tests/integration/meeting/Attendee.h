@@ -99,6 +99,35 @@ public:
     if (letsPeopleIn) (*letsPeopleIn ? allow : deny)();
     note("asked " + id);
   }
+  void onRecordingStateChanged(RecordingState state) override { note(std::string(text(state))); }
+  void onLivestreamStateChanged(LiveStreamState state) override { note(std::string(text(state))); }
+  void onHlsStateChanged(HLSState state, const std::optional<HLSUrl>& urls) override {
+    note(words(text(state), urls ? urls->playbackHlsUrl.value_or("") : ""));
+  }
+  void onTranscriptionStateChanged(TranscriptionState state) override {
+    note(std::string(text(state)));
+  }
+  void onTranscriptionText(const TranscriptionText& said) override {
+    note(words("transcribed", said.participantId, said.text));
+  }
+  void onWhiteboardStarted(const std::string& url) override { note("whiteboard " + url); }
+  void onWhiteboardStopped() override { note("no whiteboard"); }
+  void onMediaRelayRequestReceived(const std::string& participantId, const std::string& meetingId,
+                                   const std::string&, Action accept, Action reject) override {
+    if (takesRelays) (*takesRelays ? accept : reject)();
+    note(words("relay asked by", participantId, "of", meetingId));
+  }
+  void onMediaRelayRequestResponse(const std::string& decision, const std::string& decidedBy,
+                                   const std::string& meetingId) override {
+    note(words("relay", decision, "by", decidedBy, "of", meetingId));
+  }
+  void onMediaRelayStarted(const std::string& meetingId) override { note("relay on " + meetingId); }
+  void onMediaRelayStopped(const std::string& meetingId) override {
+    note("relay off " + meetingId);
+  }
+  void onMediaRelayError(const std::string& meetingId, const std::string& error) override {
+    note(words("relay error", meetingId, error));
+  }
   void onError(const KestrovaError& error) override {
     note(words("error", std::to_string(error.rawValue()), error.name()));
   }
@@ -116,8 +145,12 @@ public:
   /// Whether a request for the microphone or camera is granted.
   bool grantsRequests = true;
 
-private:
+  /// What to do with relays that are asked for; nothing leaves them waiting.
+  std::optional<bool> takesRelays;
+
   void note(const std::string& line);
+
+private:
   template <class... Words>
   static std::string words(const Words&... each) {
     std::string line;

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cmath>
 #include <cstdint>
 #include <mutex>
@@ -39,7 +40,10 @@ class Sound final : public AudioSink {
 public:
   void onData(const AudioData& data) override {
     const auto* end = data.samples + data.frames * data.channels;
-    if (std::any_of(data.samples, end, [](int sample) { return sample > 1000; })) ++loudBlocks;
+    if (std::any_of(data.samples, end, [](int sample) { return sample > 1000; })) {
+      ++loudBlocks;
+      lastLoud = std::chrono::steady_clock::now();
+    }
     std::scoped_lock held(_lock);
     _sampleRate = data.sampleRate;
     for (int i = 0; i < data.frames; ++i) _samples.push_back(data.samples[i * data.channels]);
@@ -53,6 +57,7 @@ public:
   }
 
   std::atomic<int> loudBlocks{0};
+  std::atomic<std::chrono::steady_clock::time_point> lastLoud{};
 
   /// The share of the last second's power that lies at `hz`: 1 for the pure tone, 0 for silence.
   double purity(double hz) const {

@@ -2,6 +2,7 @@ import { timingSafeEqual } from 'node:crypto';
 import { characterActions } from './control-characters.mjs';
 import { checkMs, fault, need } from './control-parts.mjs';
 import { realtimeActions } from './control-realtime.mjs';
+import { relayActions } from './control-relay.mjs';
 import { serviceActions } from './control-services.mjs';
 import { drop, DROPS } from './drop.mjs';
 import { dumpRooms } from './dump.mjs';
@@ -158,6 +159,7 @@ const ACTIONS = {
   },
   ...characterActions,
   ...realtimeActions,
+  ...relayActions,
   ...serviceActions,
 };
 

@@ -1,5 +1,6 @@
 import { dumpCharacter } from './characters/dump.mjs';
 import { dumpConnection, dumpTopic } from './dump-realtime.mjs';
+import { dumpRelays } from './relay/dump.mjs';
 
 const stats = async (object) => object.getStats().catch(() => []);
 
@@ -68,6 +69,7 @@ async function dumpRoom(room, { fastws, files }) {
     sessionId: room.sessionId,
     peers,
     characters: room.characters.all().map(dumpCharacter),
+    relays: dumpRelays(room.relays),
     pubsub: { topics: room.topics.all().map(dumpTopic), connections: here.map(dumpConnection) },
     store: room.store.dump(),
     services: room.services.dump(),

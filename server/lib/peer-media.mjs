@@ -1,5 +1,5 @@
+import { reach } from './pipes.mjs';
 import { RequestError } from './refusal.mjs';
-import { reach } from './room-media.mjs';
 
 const PROTOCOLS = {
   UDP_OVER_TCP: ['udp', 'tcp'],
@@ -125,8 +125,8 @@ export class PeerMedia {
    */
   async consume(producer, owner) {
     const transport = this.#transports.get('receive');
-    if (!transport || !this.rtpCapabilities || producer.closed || this.#takes(producer, owner))
-      return true;
+    const wanted = owner.producers.has(producer.id) && !this.#takes(producer, owner);
+    if (!transport || !this.rtpCapabilities || !wanted) return true;
     const { rtpCapabilities } = this;
     const [from, to] = [owner.routerOf(producer), this.#routers.get(transport)];
     if (!from.canConsume({ producerId: producer.id, rtpCapabilities })) return false;
@@ -251,10 +251,10 @@ export class PeerMedia {
     return [...(this.#holds.get(consumer.id) ?? [])];
   }
 
-  /** Takes back what is consumed of `peerId`, who leaves without closing it. */
-  dropConsumersOf(peerId) {
+  /** Takes back what is consumed of `peerId` and `fits`, and goes without being closed. */
+  dropConsumersOf(peerId, fits = () => true) {
     for (const consumer of [...this.consumers.values()]) {
-      if (consumer.appData.peerId !== peerId) continue;
+      if (consumer.appData.peerId !== peerId || !fits(consumer)) continue;
       consumer.close();
       this.notify('consumerClosed', { consumerId: consumer.id });
     }

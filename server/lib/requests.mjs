@@ -5,6 +5,7 @@ import { entryRequests } from './requests/entry.mjs';
 import { mediaRequests } from './requests/media.mjs';
 import { meetingRequests } from './requests/meeting.mjs';
 import { realtimeRequests } from './requests/realtime.mjs';
+import { relayRequests } from './requests/relay.mjs';
 import { serviceRequests } from './requests/services.mjs';
 
 // method -> { needs: 'entry' | 'join', moderator, run(context) }. What `run` gives goes into the
@@ -16,6 +17,7 @@ const METHODS = new Map(
     ...mediaRequests,
     ...meetingRequests,
     ...realtimeRequests,
+    ...relayRequests,
     ...serviceRequests,
   }),
 );

@@ -42,8 +42,6 @@ export const VIDEO_CODECS = [
 // One voice is announced at a time; quieter than this, in dBov, counts as silence.
 const SPEAKER = { maxEntries: 1, threshold: -60, interval: 500 };
 
-const PIPE = { listenInfo: { protocol: 'udp', ip: '127.0.0.1' } };
-
 // All meetings of a worker share its router, so that a participant who moves keeps its transports.
 function routerOf(worker) {
   worker.appData.router ??= worker.createRouter({ mediaCodecs: CODECS }).then((router) => {
@@ -51,20 +49,6 @@ function routerOf(worker) {
     return router;
   });
   return worker.appData.router;
-}
-
-/** Makes `producer`, which is on router `from`, known on router `to` of another worker. */
-export async function reach(producer, from, to) {
-  if (from === to) return;
-  to.appData.piped ??= new Map();
-  const { piped } = to.appData;
-  if (!piped.has(producer.id)) {
-    producer.observer.once('close', () => piped.delete(producer.id));
-    const pipe = from.pipeToRouter({ producerId: producer.id, router: to, ...PIPE });
-    piped.set(producer.id, pipe);
-    pipe.catch(() => piped.delete(producer.id));
-  }
-  await piped.get(producer.id);
 }
 
 /** Where a meeting's media runs, and the observer that tells who speaks. */

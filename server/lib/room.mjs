@@ -1,4 +1,5 @@
 import { randomUUID } from 'node:crypto';
+import { EventEmitter } from 'node:events';
 import { Characters } from './characters/characters.mjs';
 import { Peer } from './peer.mjs';
 import { streamKind } from './peer-media.mjs';
@@ -11,6 +12,7 @@ import { MeetingServices } from './services/meeting-services.mjs';
 export const LEFT = {
   dropped: 1001,
   removed: 1002,
+  relayStopped: 1004,
   switched: 1005,
   roomClosed: 1006,
   unknown: 1007,
@@ -24,6 +26,11 @@ export class Room {
   sessionId = randomUUID();
   store = new Store();
   closed = false;
+  // For relays: "joined" (peer), "left" (peer, code), "published" (peer, producer), "mode" (peer,
+  // mode), "lost" when its worker is, "ended".
+  events = new EventEmitter().setMaxListeners(0);
+  // The relays by the other meeting's id, and whom they show here by the id that it has here.
+  relays = { sent: new Map(), received: new Map(), guests: new Map() };
   #media = undefined;
 
   constructor(id, { workers, settings, faults, onEmpty, onLeft }) {
@@ -47,7 +54,10 @@ export class Room {
     const media = await RoomMedia.open(worker, (peerId) =>
       this.broadcast('activeSpeaker', { peerId }),
     );
-    media.onLost(() => this.close(LEFT.unknown));
+    media.onLost(() => {
+      this.events.emit('lost');
+      this.close(LEFT.unknown);
+    });
     if (this.closed) media.close();
     return media;
   }
@@ -58,12 +68,13 @@ export class Room {
 
   /** Whether somebody has this id already. */
   isTaken(id) {
-    return this.peers.has(id) || this.characters.has(id);
+    return this.peers.has(id) || this.characters.has(id) || this.relays.guests.has(id);
   }
 
   // Everybody whose streams are offered here.
   #owners(except) {
-    return [...this.joined(except), ...this.characters.voices()];
+    const { guests } = this.relays;
+    return [...this.joined(except), ...this.characters.voices(), ...guests.values()];
   }
 
   broadcast(method, data, except) {
@@ -75,6 +86,7 @@ export class Room {
     if (this.peers.get(peerId)?.socket) this.#sendAway(peerId);
     const peer = this.peers.get(peerId) ?? new Peer(this, peerId, this.settings);
     this.peers.set(peerId, peer);
+    this.relays.guests.get(peerId)?.giveWay();
     peer.attach(socket, identity);
     return peer;
   }
@@ -97,6 +109,7 @@ export class Room {
       from.#release(peer);
       peer.move(this, { mode, moderator, secret });
       this.peers.set(peer.id, peer);
+      this.relays.guests.get(peer.id)?.giveWay();
       peer.asks?.forget(peer);
     }
     const { sessionId, id: switchingRoomId } = this;
@@ -114,9 +127,8 @@ export class Room {
       other.notify('peerClosed', { peerId: peer.id, reason: { code: LEFT.switched } });
     }
     peer.media.closeConsumers();
-    for (const producer of peer.media.producers.values()) {
-      if (producer.kind === 'audio') this.#ignore(producer);
-    }
+    for (const producer of peer.media.producers.values()) this.ignore(producer);
+    if (peer.announced) this.events.emit('left', peer, LEFT.switched);
     this.#endIfEmpty(LEFT.switched);
   }
 
@@ -127,7 +139,9 @@ export class Room {
     this.store.forget(peer);
   }
 
-  async #ignore(producer) {
+  /** Listens no more to what a participant says who is not here any longer. */
+  async ignore(producer) {
+    if (producer.kind !== 'audio') return;
     try {
       await (await this.#media)?.ignore(producer);
     } catch {
@@ -143,6 +157,7 @@ export class Room {
   changeMode(peer, mode) {
     peer.setMode(mode);
     this.broadcast('peerModeChanged', { peerId: peer.id, mode });
+    this.events.emit('mode', peer, mode);
   }
 
   /** A connection ended. One that only dropped keeps its participant for the grace time. */
@@ -168,7 +183,10 @@ export class Room {
     peer.joined = false;
     if (told) peer.dismiss(code);
     peer.media?.close();
-    if (peer.announced) this.broadcast('peerClosed', { peerId: peer.id, reason: { code } });
+    if (peer.announced) {
+      this.broadcast('peerClosed', { peerId: peer.id, reason: { code } });
+      this.events.emit('left', peer, code);
+    }
     if (!keepRoom) this.#endIfEmpty(code);
   }
 
@@ -191,6 +209,7 @@ export class Room {
     this.peers.clear();
     this.characters.close();
     this.topics.close();
+    this.events.emit('ended');
     this.#media?.then(
       (media) => media.close(),
       () => {},
@@ -246,7 +265,9 @@ export class Room {
   async receive(peer) {
     if (!peer.media.receives) return;
     for (const codec of VIDEO_CODECS) {
-      if (!decodes(peer, codec)) this.broadcast(...unsupported(peer, codec), peer);
+      if (decodes(peer, codec)) continue;
+      this.broadcast(...unsupported(peer, codec), peer);
+      for (const guest of this.relays.guests.values()) guest.notify(...unsupported(peer, codec));
     }
     for (const owner of this.#owners(peer)) {
       for (const producer of owner.media.producers.values())
@@ -263,6 +284,7 @@ export class Room {
   async publish(owner, producer) {
     const state = { peerId: owner.id, kind: streamKind(producer), newState: true };
     this.broadcast('participantMediaStateChanged', state, owner);
+    this.events.emit('published', owner, producer);
     await this.offer(owner, producer);
   }
 
@@ -271,6 +293,7 @@ export class Room {
     if (producer.kind === 'audio') {
       const media = await this.media();
       await owner.media.reach(producer, media.router);
+      if (!owner.media.producers.has(producer.id)) return;
       await media.listen(producer, owner.id);
     }
     await Promise.all(this.joined(owner).map((peer) => this.#offer(peer, producer, owner)));

@@ -1,4 +1,4 @@
-import { reach } from '../room-media.mjs';
+import { reach } from '../pipes.mjs';
 import { pacer } from './pacer.mjs';
 import { FRAME, RATE, Tone } from './tone.mjs';
 

@@ -57,7 +57,8 @@ function join(context) {
   peer.outbox.batching = batching;
   const unsupportedCodecs = room.unsupportedCodecs();
   // One who is just coming back is in the meeting all the time.
-  const others = [...room.peers.values()].filter((other) => other.announced && other !== peer);
+  const present = [...room.peers.values()].filter((other) => other.announced && other !== peer);
+  const others = [...present, ...room.relays.guests.values()];
   peer.joined = true;
   room.topics.forget(peer);
   // One who comes back within the grace time never left for the others.
@@ -68,6 +69,7 @@ function join(context) {
     if (peer.moderator) {
       for (const [id, { name }] of room.entryRequests) peer.notify('entryRequested', { id, name });
     }
+    room.events.emit('joined', peer);
     room.characters.welcome(peer);
     await room.receive(peer);
     if (switching) await room.publishAll(peer);
@@ -110,7 +112,10 @@ function closeRoom({ room, after }) {
 }
 
 function removePeer({ room, data, after }) {
-  const gone = room.peers.get(read.id(data, 'peerId'));
+  const id = read.id(data, 'peerId');
+  const guest = room.relays.guests.get(id);
+  if (guest) return after(() => guest.hide());
+  const gone = room.peers.get(id);
   if (!gone) throw new RequestError(404, 'no such participant');
   after(() => room.remove(gone, LEFT.removed, { told: true }));
 }

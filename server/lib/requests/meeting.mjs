@@ -16,7 +16,7 @@ const ask =
   };
 
 function pinStateChanged({ room, peer, data, after }) {
-  const pinned = other(room, data);
+  const pinned = room.relays.guests.get(data.peerId) ?? other(room, data);
   const state = read.object(data, 'state');
   const pin = { cam: read.flag(state, 'cam'), share: read.flag(state, 'share') };
   after(() =>

@@ -5,49 +5,23 @@
 #include <kestrova/session/Kestrova.h>
 
 #include "LocalService.h"
+#include "Times.h"
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
-#include <map>
-#include <mutex>
 #include <string>
 #include <vector>
 
 namespace kestrova {
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using bench::Clock;
+using bench::ms;
+using bench::Times;
 constexpr double settleMs = 100;
 constexpr int drops = 8;
-
-/// When each thing first happened since the last `restart`.
-class Times {
-public:
-  void restart() {
-    std::scoped_lock held(_lock);
-    _first.clear();
-  }
-  void mark(const std::string& what) {
-    std::scoped_lock held(_lock);
-    _first.emplace(what, Clock::now());
-    _changed.notify_all();
-  }
-  Clock::time_point await(const std::string& what) {
-    std::unique_lock held(_lock);
-    const auto there = [&] { return _first.contains(what); };
-    if (_changed.wait_for(held, std::chrono::seconds(30), there)) return _first.at(what);
-    std::fprintf(stderr, "no %s within 30 s\n", what.c_str());
-    std::exit(1);
-  }
-
-private:
-  std::mutex _lock;
-  std::condition_variable _changed;
-  std::map<std::string, Clock::time_point> _first;
-};
 
 class Eye final : public VideoSink {
 public:
@@ -103,10 +77,6 @@ std::shared_ptr<Meeting> enter(const test::LocalService& service, const std::str
   meeting->addEventListener(person);
   meeting->join();
   return meeting;
-}
-
-double ms(Clock::time_point from, Clock::time_point to) {
-  return std::chrono::duration<double, std::milli>(to - from).count();
 }
 
 void show(const char* what, std::vector<double> values) {

@@ -95,6 +95,21 @@ describe('what is transcribed', () => {
     await here.control('failService', { service: 'recording' });
     await reaches('transcription', 'TRANSCRIPTION_STOPPED');
   });
+
+  it('goes on while nobody can connect', async (t) => {
+    const own = await openService({ serviceDelay: 0, grace: 60_000 });
+    t.after(() => own.close());
+    const here = await meetingOf(own, 'ada');
+    const [ada] = here.clients;
+    await ada.ok('startTranscription');
+    await here.reaches('transcription', 'TRANSCRIPTION_STARTED');
+    await here.control('setServiceDelay', { service: 'transcription', ms: 200 });
+    await ada.ok('stopTranscription');
+    await ada.ok('startRecording', { transcription: { enabled: true } });
+    await own.control('restart', { downMs: 600, keepRooms: true });
+    await ada.join();
+    await here.reaches('transcription', 'TRANSCRIPTION_STARTED');
+  });
 });
 
 describe('failures and odd events on demand', () => {

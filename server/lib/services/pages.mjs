@@ -24,12 +24,15 @@ const PAGES = {
   whiteboard: (roomId) => [board(roomId), 'text/html; charset=utf-8'],
 };
 
-/** Where the pages of this run of a service are, under the keys with which events name them. */
-export function pageUrls({ name, row, run, room }) {
+/** Where the pages of a run of a service are, under the keys with which events name them. */
+export function pageUrls({ name, row: { pages }, room }, run) {
+  // The service has no address while it is down, and a transcription may start again then.
+  if (!pages) return {};
   const base = `https://${room.settings.address()}${PAGES_PATH}${name}`;
   const folder = `${base}/${encodeURIComponent(room.id.toWellFormed())}/${run}`;
-  const entries = Object.entries(row.pages ?? {});
-  return Object.fromEntries(entries.map(([key, page]) => [key, `${folder}/${page}`]));
+  return Object.fromEntries(
+    Object.entries(pages).map(([key, page]) => [key, `${folder}/${page}`]),
+  );
 }
 
 function roomOf(rooms, part) {

@@ -28,9 +28,9 @@ export class PlayedService {
   /** Accepts a start, or throws a RequestError. What it gives is to run after the answer. */
   start(asked) {
     checkMoment(this, 'start');
-    Object.assign(this, { status: 'STARTING', asked, ran: true });
-    this.run = randomUUID();
-    this.urls = pageUrls(this);
+    const run = randomUUID();
+    const urls = pageUrls(this, run);
+    Object.assign(this, { status: 'STARTING', asked, ran: true, run, urls });
     return () => this.#begin('STARTING', () => this.#started());
   }
 

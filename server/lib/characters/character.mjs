@@ -25,6 +25,7 @@ function replyTo(text, { knowledgeBases, metaData }) {
  */
 export class Character {
   status = LISTENING;
+  ready = false; // has its voice, if it is to have one
   announced = false;
   closed = false;
   voice = undefined;
@@ -45,10 +46,12 @@ export class Character {
   }
 
   async open(router) {
-    if (!this.speaks) return;
-    const voice = await Voice.open(router, { peerId: this.id, hz: this.hz });
-    if (this.closed) voice.close();
-    else this.voice = voice;
+    if (this.speaks) {
+      const voice = await Voice.open(router, { peerId: this.id, hz: this.hz });
+      if (this.closed) return voice.close();
+      this.voice = voice;
+    }
+    this.ready = true;
   }
 
   /** As it is announced: like a participant, and what characters have besides. */

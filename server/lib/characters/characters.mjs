@@ -28,7 +28,7 @@ export class Characters {
 
   get(id) {
     const character = this.#all.get(id);
-    if (!character) throw new RequestError(404, 'no such character');
+    if (!character?.ready) throw new RequestError(404, 'no such character');
     return character;
   }
 

@@ -7,6 +7,7 @@ import { createInterface } from 'node:readline';
 import { after, before, test } from 'node:test';
 import { openService } from '../../../server/test/support.mjs';
 import { join, start, talk } from '../meet/support.mjs';
+import { TerminalRun } from '../meet/terminal.mjs';
 
 const root = path.join(import.meta.dirname, '../../..');
 const build = process.env.KESTROVA_BUILD;
@@ -175,6 +176,110 @@ test('shared-counter is raised by everybody, and everybody sees it', async () =>
   await second.says(/^3 by /);
   assert.deepEqual(second.lines.length, 1);
   for (const run of [first, second]) assert.equal(await run.stop(), 0, run.stderr);
+});
+
+/** Writes a .wav file of so many ms of a tone, and silence behind it. */
+function wavOfSpeech(file, speakMs, quietMs) {
+  const rate = 16000;
+  const samples = Buffer.alloc(((speakMs + quietMs) * rate * 2) / 1000);
+  for (let n = 0; n < (speakMs * rate) / 1000; n++)
+    samples.writeInt16LE(Math.round(8000 * Math.sin((n * 2 * Math.PI * 300) / rate)), 2 * n);
+  const header = Buffer.alloc(44);
+  header.write('RIFF');
+  header.writeUInt32LE(36 + samples.length, 4);
+  header.write('WAVEfmt ', 8);
+  header.writeUInt32LE(16, 16);
+  header.writeUInt16LE(1, 20);
+  header.writeUInt16LE(1, 22);
+  header.writeUInt32LE(rate, 24);
+  header.writeUInt32LE(rate * 2, 28);
+  header.writeUInt16LE(2, 32);
+  header.writeUInt16LE(16, 34);
+  header.write('data', 36);
+  header.writeUInt32LE(samples.length, 40);
+  fs.writeFileSync(file, Buffer.concat([header, samples]));
+  return file;
+}
+
+/** How many ms of a .wav file are not silent. */
+function msOfSound(file) {
+  const wav = fs.readFileSync(file);
+  const channels = wav.readUInt16LE(22);
+  const block = (wav.readUInt32LE(24) / 100) * channels * 2;
+  let loud = 0;
+  for (let at = 44; at + block <= wav.length; at += block) {
+    const samples = new Int16Array(wav.buffer.slice(wav.byteOffset + at, wav.byteOffset + at + block));
+    if (samples.some((sample) => Math.abs(sample) > 500)) loud += 10;
+  }
+  return loud;
+}
+
+const answerTo = (name) => (entry) => entry.senderName === 'Agent' && entry.message.startsWith(`${name} spoke for `);
+const msSpoken = ({ message }) => Number(/(\d+) ms$/.exec(message)[1]);
+/** Resolves when `run` has told of its participants, which it does every second, so many times more. */
+async function samples(run, count) {
+  const before = run.all('sample', 'ms').length;
+  await run.event('sample', () => run.all('sample', 'ms').length >= before + count);
+}
+/** The first event of those that are still to come. */
+const next = (run, name, matches) => {
+  const known = new Set(run.events);
+  return run.event(name, (entry) => !known.has(entry) && matches(entry));
+};
+
+test('agent answers who has spoken by a message and by sound, also after a drop, and no agents', async () => {
+  const grace = talk(service, 'interview', 'Grace');
+  await grace.event('joined');
+  const agent = inMeeting('agent', 'interview');
+  const { id } = await grace.event('participantJoined', named('Agent'));
+  const other = inMeeting('agent', 'interview');
+  await grace.event('participantJoined', (entry) => named('Agent')(entry) && entry.id !== id);
+  const speech = wavOfSpeech(path.join(service.state, 'speech.wav'), 1500, 3000);
+  const ada = join(service, 'interview', 'Ada', '--camera', 'none', '--mic', speech);
+  const answer = await grace.event('message', answerTo('Ada'));
+  assert.ok(Math.abs(msSpoken(answer) - 1500) < 300, answer.message);
+  await grace.event('firstSound', named('Agent'));
+
+  const back = next(grace, 'streamEnabled', (entry) => entry.id === id);
+  await service.control('dropSocket', { roomId: 'interview', peerId: id });
+  await back;
+  const hank = join(service, 'interview', 'Hank', '--camera', 'none', '--mic', 'none');
+  await hank.event('firstSound', (entry) => entry.id === id);
+  await next(grace, 'message', (entry) => entry.senderId === id);
+  for (const run of [agent, other]) {
+    assert.equal(await run.stop(), 0, run.stderr);
+    for (const line of run.lines) assert.match(line, /^Ada spoke for /, 'and nobody else');
+  }
+  await Promise.all([ada, grace, hank].map((run) => run.stop('SIGINT')));
+});
+
+test('agent falls silent when somebody speaks, and hears out who leaves', async () => {
+  const folder = path.join(service.state, 'interrupted');
+  const listener = talk(service, 'debate', 'Listener', '--record', folder);
+  const grace = talk(service, 'debate', 'Grace');
+  await Promise.all([listener.event('joined'), grace.event('joined')]);
+  const agent = inMeeting('agent', 'debate');
+  await listener.event('participantJoined', named('Agent'));
+  const ada = new TerminalRun(service, service.state, 'debate', 'Ada', '--camera', 'none');
+  await listener.event('firstSound', named('Ada'));
+  await samples(listener, 6);
+  ada.press('m');
+  const answer = await grace.event('message', answerTo('Ada'));
+  await listener.event('firstSound', named('Agent'));
+  ada.press('m');
+  await next(listener, 'streamEnabled', named('Ada'));
+  await samples(listener, 5);
+  await listener.stop('SIGINT');
+  const whole = (1 + Math.floor(msSpoken(answer) / 500)) * 300;
+  const heard = msOfSound(path.join(folder, 'Agent.wav'));
+  assert.ok(heard > 200 && heard < (whole * 2) / 3, `${heard} ms of ${whole}`);
+
+  const last = next(grace, 'message', answerTo('Ada'));
+  ada.press('l');
+  assert.ok(msSpoken(await last) > 2000, 'what was said before leaving');
+  assert.equal(await ada.finish(), 0);
+  assert.equal(await agent.stop(), 0, agent.stderr);
+  await grace.stop('SIGINT');
 });
 
 test("README's trial works when it is pasted as one block", async () => {

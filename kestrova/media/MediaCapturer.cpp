@@ -207,7 +207,10 @@ Task<std::optional<CameraPosition>> MediaCapturer::flipCamera() {
     isOn = _videoTrack != nullptr;
   }
   if (isOn) {
-    if (!co_await startSession(*device, fps)) co_return std::nullopt;
+    if (!co_await startSession(*device, fps)) {
+      co_await goBack(source, fps);
+      co_return std::nullopt;
+    }
     if (videoSource() != source) {
       // The track was removed meanwhile: what nobody sees is not captured either.
       videoCapturer()->stopCapture([] {});
@@ -216,6 +219,21 @@ Task<std::optional<CameraPosition>> MediaCapturer::flipCamera() {
   }
   trace([&] { return std::string("Camera Switched to: ") + name; });
   co_return wanted;
+}
+
+/// The other camera can't be had: the one before goes on. Without that one, too, the track has
+/// ended.
+Task<void> MediaCapturer::goBack(std::shared_ptr<RTCVideoSource> source, int fps) {
+  auto before = CameraPosition::front;
+  {
+    std::scoped_lock held(_mediaLock);
+    if (_cameraPosition == CameraPosition::front) before = CameraPosition::back;
+    _cameraPosition = before;
+    if (_videoSource != source) co_return;
+  }
+  const auto device = getCameraDevice(*_platform->captureDevices, before);
+  if (device && co_await startSession(*device, fps)) co_return;
+  tellCaptureFailed(MediaKind::video, endCameraTrack(), "no camera could be opened");
 }
 
 Task<void> MediaCapturer::stopUnusedCamera() {

@@ -105,6 +105,7 @@ private:
   Task<std::shared_ptr<RTCVideoTrack>> capture(CaptureFormat output, CameraPosition position,
                                                const char* replaced);
   Task<std::optional<CameraPosition>> flipCamera();
+  Task<void> goBack(std::shared_ptr<RTCVideoSource> source, int fps);
   Task<bool> stopSession();
   void setStartFailure(MediaKind kind, std::string cause);
   Task<bool> startSession(AVCaptureDevice device, int fps);

@@ -36,12 +36,6 @@ const Row* findRow(int code) {
 
 constexpr std::size_t longestCause = 300;
 
-/// Words are split at what surrounds a token or a URL in a sentence.
-bool separates(char c) {
-  constexpr std::string_view marks = " \"'<>()[]{},;";
-  return static_cast<unsigned char>(c) < 0x20 || c == 0x7f || marks.find(c) != marks.npos;
-}
-
 /// Cuts between characters, not within one.
 void shorten(std::string& line) {
   if (line.size() <= longestCause) return;
@@ -55,7 +49,7 @@ void shorten(std::string& line) {
 std::string causeLine(std::string_view cause) {
   std::string line;
   while (!cause.empty()) {
-    const auto end = std::find_if(cause.begin(), cause.end(), separates) - cause.begin();
+    const auto end = std::find_if(cause.begin(), cause.end(), separatesWords) - cause.begin();
     const auto length = static_cast<std::size_t>(end);
     line += withoutSecrets(cause.substr(0, length));
     if (length == cause.size()) break;

@@ -9,4 +9,13 @@ namespace kestrova {
 /// the fragment and the user are left out.
 std::string withoutSecrets(std::string_view word);
 
+/// The same for an address, which may lack its scheme.
+std::string addressWithoutSecrets(std::string_view address);
+
+/// The same for each word of a text, which stays as it is otherwise.
+std::string textWithoutSecrets(std::string_view text);
+
+/// Whether `c` stands between words: what surrounds a token or a URL in a sentence or in JSON.
+bool separatesWords(char c);
+
 }  // namespace kestrova

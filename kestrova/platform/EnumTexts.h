@@ -7,13 +7,15 @@
 
 namespace kestrova {
 
-/// The texts of an enumeration whose cases count from 0, in their order.
+/// The texts of an enumeration whose cases count from 0, in their order. A value that is none of
+/// them has the empty text.
 template <class Enum, std::size_t size>
 struct EnumTexts {
   std::array<std::string_view, size> texts;
 
   constexpr std::string_view operator()(Enum value) const {
-    return texts.at(static_cast<std::size_t>(value));
+    const auto at = static_cast<std::size_t>(value);
+    return at < size ? texts[at] : std::string_view();
   }
   /// An exact comparison; nothing for an unknown text.
   constexpr std::optional<Enum> parse(std::string_view text) const {

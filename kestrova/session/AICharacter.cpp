@@ -16,7 +16,8 @@ struct AICharacter::State {
   CharacterConfig characterConfig;
   std::optional<Mode> mode;
   bool isJoined = false;
-  bool awaitsJoin = false;
+  int joins = 0;
+  std::optional<int> awaitedJoin;
   std::weak_ptr<CharacterRegistry> registry;
   std::weak_ptr<MeetingActionValidating> meetingActionValidator;
 
@@ -34,11 +35,8 @@ AICharacter::AICharacter(CharacterConfig config) : _state(std::make_unique<State
   _state->characterConfig = std::move(config);
 }
 
-AICharacter::AICharacter(const Peer& peer)
-    : AICharacter(CharacterConfig{.interactionId = peer.interactionId,
-                                  .characterId = peer.id,
-                                  .displayName = peer.displayName}) {
-  _state->mode = modeFromText(peer.mode);
+AICharacter::AICharacter(const Peer& peer) : AICharacter(CharacterConfig{.characterId = peer.id}) {
+  describe(peer);
 }
 
 AICharacter::~AICharacter() = default;
@@ -95,6 +93,10 @@ void AICharacter::removeAllEventListeners() {
 void AICharacter::releaseKeptListeners() {
   _state->charListeners.releaseKept();
 }
+void AICharacter::dismissListeners() {
+  _state->charListeners.removeAll();
+  _state->charListeners.releaseKept();
+}
 
 // ---- What is asked of it -----------------------------------------------------------------------
 
@@ -143,35 +145,56 @@ void AICharacter::emit(Event event) {
 void AICharacter::update(const Dictionary& json) {
   std::scoped_lock held(_state->stateLock);
   _state->characterConfig.update(json);
+  if (const auto mode = modeFromText(text(json, "mode", ""))) _state->mode = mode;
 }
 
-void AICharacter::setJoined(bool joined) {
+int AICharacter::beginJoin() {
   std::scoped_lock held(_state->stateLock);
-  _state->isJoined = joined;
+  _state->awaitedJoin = ++_state->joins;
+  return _state->joins;
 }
 
 bool AICharacter::awaitsJoin() const {
-  return _state->read([](const State& state) { return state.awaitsJoin; });
+  return _state->read([](const State& state) { return state.awaitedJoin.has_value(); });
 }
 
-void AICharacter::setAwaitsJoin(bool awaits) {
+bool AICharacter::endJoin(int number) {
   std::scoped_lock held(_state->stateLock);
-  _state->awaitsJoin = awaits;
+  if (_state->awaitedJoin != number) return false;
+  _state->awaitedJoin.reset();
+  return true;
+}
+
+void AICharacter::forgetJoin() {
+  std::scoped_lock held(_state->stateLock);
+  _state->isJoined = false;
+  _state->awaitedJoin.reset();
+}
+
+void AICharacter::describe(const Peer& peer) {
+  std::scoped_lock held(_state->stateLock);
+  auto& config = _state->characterConfig;
+  if (!peer.displayName.empty()) config.displayName = peer.displayName;
+  if (peer.interactionId) config.interactionId = peer.interactionId;
+  if (const auto mode = modeFromText(peer.mode)) _state->mode = mode;
 }
 
 void AICharacter::joinFromMeeting() {
-  setJoined(true);
+  {
+    std::scoped_lock held(_state->stateLock);
+    _state->isJoined = true;
+  }
   emit([](auto& listener, auto& self) { listener.onCharacterJoined(self); });
 }
 
 void AICharacter::leaveFromMeeting() {
-  {
-    std::scoped_lock held(_state->stateLock);
-    _state->isJoined = false;
-    _state->awaitsJoin = false;
-  }
-  removeAllStreams();
+  forgetJoin();
   emit([](auto& listener, auto& self) { listener.onCharacterLeft(self); });
+}
+
+void AICharacter::handleStreamStateChanged(StreamState state, const std::string& streamId) {
+  const auto stream = _state->streams.find(streamId);
+  if (stream) emit([stream, state](auto&, auto&) { stream->notifyState(state); });
 }
 
 void AICharacter::characterMessageFromMeeting(const CharacterMessage& message) {

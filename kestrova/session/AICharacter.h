@@ -91,13 +91,20 @@ private:
   void setMeeting(std::weak_ptr<CharacterRegistry> registry,
                   std::weak_ptr<MeetingActionValidating> validator);
   void update(const Dictionary& json);
-  void setJoined(bool joined);
-  /// Whether this `join` waits for its answer still: one that has left meanwhile does not.
+  /// Notes that it asks to join. \returns the number of this time
+  int beginJoin();
+  /// Whether its newest `join` has no answer yet, and the character hasn't left since.
   bool awaitsJoin() const;
-  void setAwaitsJoin(bool awaits);
+  /// \returns whether it was that one that was awaited
+  bool endJoin(int number);
+  /// It left, or its meeting did.
+  void forgetJoin();
+  /// What the service says of it beside its id.
+  void describe(const Peer& peer);
   /// The meeting has announced it, or said that it left.
   void joinFromMeeting();
   void leaveFromMeeting();
+  void handleStreamStateChanged(StreamState state, const std::string& streamId);
   void characterMessageFromMeeting(const CharacterMessage& message);
   void characterStateFromMeeting(const CharacterStateChange& change);
   /// Replaces a stream of the same id.
@@ -106,6 +113,8 @@ private:
   std::shared_ptr<MediaStream> removeStream(const std::string& id);
   void removeAllStreams();
   void releaseKeptListeners();
+  /// The meeting was let go of: nobody hears anything any more.
+  void dismissListeners();
 
   /// Who carries it out, if the guard lets it through.
   std::shared_ptr<CharacterRegistry> mayAct(const char* methodName) const;

@@ -7,6 +7,13 @@
 #include <vector>
 
 namespace kestrova {
+namespace {
+
+bool isSame(const std::weak_ptr<AICharacter>& one, const std::shared_ptr<AICharacter>& other) {
+  return !one.owner_before(other) && !other.owner_before(one);
+}
+
+}  // namespace
 
 CharacterRegistry::Characters CharacterRegistry::characters() const {
   std::scoped_lock held(_characterLock);
@@ -27,16 +34,31 @@ std::shared_ptr<AICharacter> CharacterRegistry::knownCharacter(const std::string
 }
 
 void CharacterRegistry::remember(const std::shared_ptr<AICharacter>& character) {
+  const auto id = character->characterId();
+  if (id.empty()) return;
   std::scoped_lock held(_characterLock);
-  std::erase_if(_known, [](const auto& entry) { return entry.second.expired(); });
-  _known[character->characterId()] = character;
+  std::erase_if(_known, [&](const auto& entry) {
+    // By another id, too, where the service has given it a new one.
+    return entry.second.expired() || isSame(entry.second, character);
+  });
+  _known[id] = character;
 }
 
 std::shared_ptr<AICharacter> CharacterRegistry::createCharacter(CharacterConfig config) {
   auto made = std::make_shared<AICharacter>(std::move(config));
   made->setMeeting(weak_from_this(), _validator);
-  remember(made);
+  const auto earlier = knownCharacter(made->characterId());
+  // One that is on its way in is the one that will be announced.
+  if (!earlier || !earlier->awaitsJoin()) remember(made);
   return made;
+}
+
+std::vector<std::shared_ptr<AICharacter>> CharacterRegistry::everyCharacter() const {
+  std::vector<std::shared_ptr<AICharacter>> all;
+  std::scoped_lock held(_characterLock);
+  for (const auto& [id, weak] : _known)
+    if (auto alive = weak.lock()) all.push_back(std::move(alive));
+  return all;
 }
 
 // ---- What is asked of the service --------------------------------------------------------------
@@ -50,13 +72,16 @@ void CharacterRegistry::ask(ServiceOperation operation, const AICharacter& chara
 }
 
 void CharacterRegistry::join(const std::shared_ptr<AICharacter>& character) {
-  remember(character);
-  character->setAwaitsJoin(true);
   const auto config = character->characterConfig();
+  if (config.characterId.empty())
+    return _context->onError(
+        KestrovaError::CHARACTER_JOIN_FAILED.withCause("a character needs an id"));
+  remember(character);
+  const int number = character->beginJoin();
   // In the order of arrival among the events that announce it, and that it left.
-  auto onArrival = [weak = weak_from_this(), character](const Dictionary& reply) {
-    MainQueue::shared().async([weak, character, reply] {
-      if (const auto self = weak.lock()) self->joinAnswered(character, reply);
+  auto onArrival = [weak = weak_from_this(), character, number](const Dictionary& reply) {
+    MainQueue::shared().async([weak, character, number, reply] {
+      if (const auto self = weak.lock()) self->joinAnswered(character, number, reply);
     });
   };
   _context->roomClient()->serviceRequests()->send(
@@ -64,30 +89,30 @@ void CharacterRegistry::join(const std::shared_ptr<AICharacter>& character) {
       {.attributes = {{"characterId", config.characterId}}, .onArrival = std::move(onArrival)});
 }
 
-void CharacterRegistry::joinAnswered(const std::shared_ptr<AICharacter>& character,
+void CharacterRegistry::joinAnswered(const std::shared_ptr<AICharacter>& character, int number,
                                      const Dictionary& reply) {
-  if (!character->awaitsJoin()) return;  // it has left again
-  character->setAwaitsJoin(false);
+  const bool isAwaited = character->endJoin(number);  // or it has left again
   const auto* data = dictionary(reply, "data");
-  if (!data || !isStatusOK(reply).ok) return;
+  if (!isAwaited || !data || !isStatusOK(reply).ok) return;
   character->update(*data);
   addInternalCharacter(character);
 }
 
 void CharacterRegistry::addInternalCharacter(const std::shared_ptr<AICharacter>& character) {
   remember(character);
-  std::shared_ptr<AICharacter> replaced = character;
+  const auto id = character->characterId();
+  const auto announced = this->character(id);
+  const bool wasAnnounced = announced && announced != character && announced->isJoined();
+  // Announced by an id that the service has only now told: what came of it is this one's.
+  const auto streams = wasAnnounced ? announced->streams() : Streams();
+  if (announced && announced != character) removedCharacter(id);
   {
     std::scoped_lock held(_characterLock);
-    _characters[character->characterId()].swap(replaced);
+    std::erase_if(_characters, [&](const auto& entry) { return entry.second == character; });
+    _characters[id] = character;
   }
-  // Announced by an id that the service has only now told: what came of it is this one's.
-  if (!replaced || replaced == character) return;
-  if (replaced->isJoined()) character->joinFromMeeting();
-  for (const auto& [id, stream] : replaced->streams()) {
-    replaced->removeStream(id);
-    character->addStream(stream);
-  }
+  if (wasAnnounced) tellJoined(character);
+  for (const auto& [streamId, stream] : streams) character->addStream(stream);
 }
 
 // ---- What the service tells --------------------------------------------------------------------
@@ -100,10 +125,15 @@ void CharacterRegistry::addCharacter(const Peer& peer) {
     joined->setMeeting(weak_from_this(), _validator);
     remember(joined);
   }
+  joined->describe(peer);
   {
     std::scoped_lock held(_characterLock);
     _characters[peer.id] = joined;
   }
+  tellJoined(joined);
+}
+
+void CharacterRegistry::tellJoined(const std::shared_ptr<AICharacter>& joined) {
   joined->joinFromMeeting();
   _context->emit([joined](auto& listener) { listener.onCharacterJoined(joined); });
 }
@@ -116,8 +146,9 @@ void CharacterRegistry::removedCharacter(const std::string& characterId) {
     if (node.empty()) return;
     left = std::move(node.mapped());
   }
-  left->leaveFromMeeting();
+  left->removeAllStreams();
   _context->emit([left](auto& listener) { listener.onCharacterLeft(left); });
+  left->leaveFromMeeting();
 }
 
 void CharacterRegistry::characterMessageReceived(const CharacterMessage& message) {
@@ -148,21 +179,29 @@ void CharacterRegistry::removeStream(const std::string& id) {
     if (owner->removeStream(id)) return;
 }
 
+void CharacterRegistry::handleStreamStateChange(StreamState state, const std::string& characterId,
+                                                const std::string& trackId) {
+  if (const auto owner = character(characterId)) owner->handleStreamStateChanged(state, trackId);
+}
+
 void CharacterRegistry::removeAll() {
   for (const auto& [id, gone] : characters()) removedCharacter(id);
+  // An answer that comes now is about the meeting before.
+  for (const auto& each : everyCharacter()) each->forgetJoin();
+}
+
+void CharacterRegistry::dismissListeners() {
+  for (const auto& each : everyCharacter()) each->dismissListeners();
 }
 
 void CharacterRegistry::clear() {
   Characters gone;
-  std::vector<std::shared_ptr<AICharacter>> known;
   {
     std::scoped_lock held(_characterLock);
     gone.swap(_characters);
-    for (const auto& [id, weak] : _known)
-      if (auto alive = weak.lock()) known.push_back(std::move(alive));
   }
-  for (const auto& each : known) {
-    each->setJoined(false);
+  for (const auto& each : everyCharacter()) {
+    each->forgetJoin();
     each->releaseKeptListeners();
   }
 }

@@ -7,6 +7,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 namespace kestrova {
 
@@ -42,17 +43,26 @@ public:
   /// \returns whether such a character is here
   bool addStream(const std::shared_ptr<MediaStream>& stream, const std::string& characterId);
   void removeStream(const std::string& id);
+  void handleStreamStateChange(StreamState state, const std::string& characterId,
+                               const std::string& trackId);
   /// The local participant moves to another meeting.
   void removeAll();
+  /// The meeting was let go of: nobody hears anything any more.
+  void dismissListeners();
   /// The meeting is over: everybody goes without an event.
   void clear();
 
 private:
+  using Streams = std::map<std::string, std::shared_ptr<MediaStream>>;
   std::shared_ptr<AICharacter> character(const std::string& id) const;
   /// The one that is here, that was here, or that the application made, by that id.
   std::shared_ptr<AICharacter> knownCharacter(const std::string& id) const;
   void remember(const std::shared_ptr<AICharacter>& character);
-  void joinAnswered(const std::shared_ptr<AICharacter>& character, const Dictionary& reply);
+  void joinAnswered(const std::shared_ptr<AICharacter>& character, int number,
+                    const Dictionary& reply);
+  void tellJoined(const std::shared_ptr<AICharacter>& joined);
+  /// Those who are here, and those who may come.
+  std::vector<std::shared_ptr<AICharacter>> everyCharacter() const;
   void addInternalCharacter(const std::shared_ptr<AICharacter>& character);
 
   const std::shared_ptr<MeetingContext> _context;

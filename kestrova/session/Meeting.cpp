@@ -56,19 +56,19 @@ bool Meeting::e2eeEnabled() const {
   return _core->context->e2eeEnabled();
 }
 std::optional<HLSUrl> Meeting::hlsUrls() const {
-  return _core->services.hlsUrls();
+  return _core->services->hlsUrls();
 }
 HLSState Meeting::hlsState() const {
-  return _core->services.hlsState();
+  return _core->services->hlsState();
 }
 LiveStreamState Meeting::liveStreamState() const {
-  return _core->services.liveStreamState();
+  return _core->services->liveStreamState();
 }
 RecordingState Meeting::recordingState() const {
-  return _core->services.recordingState();
+  return _core->services->recordingState();
 }
 TranscriptionState Meeting::transcriptionState() const {
-  return _core->services.transcriptionState();
+  return _core->services->transcriptionState();
 }
 std::shared_ptr<CustomRTCMediaStream> Meeting::customVideoMediaStream() const {
   return _core->context->sending->customVideoMediaStream();

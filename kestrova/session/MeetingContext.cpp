@@ -4,6 +4,7 @@
 #include <boost/algorithm/string/replace.hpp>
 
 #include <utility>
+#include <vector>
 
 namespace kestrova {
 
@@ -45,7 +46,7 @@ std::shared_ptr<RoomClient> MeetingContext::roomClient() {
   return fresh;
 }
 
-std::shared_ptr<RoomClient> MeetingContext::existingRoomClient() {
+std::shared_ptr<RoomClient> MeetingContext::existingRoomClient() const {
   std::scoped_lock held(_roomClientLock);
   return _roomClient;
 }
@@ -90,8 +91,11 @@ void MeetingContext::emit(std::function<void()> before, Event event) {
 }
 
 std::string MeetingContext::withoutToken(std::string text) const {
-  if (!settings.accessToken.empty())
-    boost::algorithm::replace_all(text, settings.accessToken, "[REDACTED]");
+  std::vector<std::string> tokens{settings.accessToken};
+  // Another one, since a move.
+  if (const auto client = existingRoomClient()) tokens.push_back(client->requests()->accessToken());
+  for (const auto& token : tokens)
+    if (!token.empty()) boost::algorithm::replace_all(text, token, "[REDACTED]");
   return text;
 }
 

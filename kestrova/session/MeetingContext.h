@@ -62,7 +62,7 @@ public:
   /// Made on first use. \throws std::exception when the media engine can't be made
   std::shared_ptr<RoomClient> roomClient();
   /// Nothing when none was made yet.
-  std::shared_ptr<RoomClient> existingRoomClient();
+  std::shared_ptr<RoomClient> existingRoomClient() const;
   /// Whom the room client will report to.
   void setRoomClientDelegate(std::weak_ptr<RoomClientDelegate> delegate);
   bool joined();
@@ -82,8 +82,8 @@ public:
   void onError(const KestrovaError& error);
 
 private:
-  std::mutex _roomClientLock;      // for the read
-  std::mutex _roomClientInitLock;  // for the making
+  mutable std::mutex _roomClientLock;  // for the read
+  std::mutex _roomClientInitLock;      // for the making
   std::shared_ptr<RoomClient> _roomClient;
   std::weak_ptr<RoomClientDelegate> _roomClientDelegate;
 

@@ -22,11 +22,12 @@ MeetingCore::MeetingCore(std::shared_ptr<MeetingContext> meetingContext)
       characters(std::make_shared<CharacterRegistry>(context)),
       media(std::make_shared<MediaControls>(context, registry)),
       realtime(std::make_shared<MeetingRealtime>(context)),
-      lifecycle(std::make_shared<MeetingLifecycle>(context, registry, characters, media, realtime)),
+      services(std::make_shared<ServiceStatus>(context)),
+      lifecycle(std::make_shared<MeetingLifecycle>(context, registry, characters, media, realtime,
+                                                   services)),
       modeChange(std::make_shared<ModeChange>(context, media)),
       controls(std::make_shared<ServiceControls>(context)),
-      requests(std::make_shared<RequestsFromOthers>(context, media, controls)),
-      services(context) {}
+      requests(std::make_shared<RequestsFromOthers>(context, media, controls)) {}
 
 void MeetingCore::observeExternalCalls() {
   auto handler = [weak = std::weak_ptr(context)](const Dictionary& userInfo) {
@@ -89,6 +90,7 @@ void MeetingCore::socketConnectionError(const std::string& message) {
 void MeetingCore::handleOnRemoveCurrentMeetingParticipant() {
   registry->removeAll(LeaveReason::switchRoom);
   characters->removeAll();
+  services->stopAll();
 }
 
 // ---- Participants and streams ------------------------------------------------------------------
@@ -114,6 +116,7 @@ void MeetingCore::removeStream(const std::string& id) {
 void MeetingCore::handleStreamStateChange(StreamState state, const std::string& peerId,
                                           const std::string& trackId) {
   registry->handleStreamStateChange(state, peerId, trackId);
+  characters->handleStreamStateChange(state, peerId, trackId);
 }
 
 void MeetingCore::participantMediaStatusChanged(const std::string& peerId, const std::string& kind,
@@ -181,25 +184,25 @@ void MeetingCore::livestreamStopped() {
   context->emit([](auto& listener) { listener.onLivestreamStopped(); });
 }
 void MeetingCore::onHlsStateChanged(HLSState state, const HLSUrl& hlsUrls) {
-  services.onHlsStateChanged(state, hlsUrls);
+  services->onHlsStateChanged(state, hlsUrls);
 }
 void MeetingCore::onRecordingStateChanged(RecordingState state) {
-  services.onRecordingStateChanged(state);
+  services->onRecordingStateChanged(state);
 }
 void MeetingCore::onLivestreamStateChanged(LiveStreamState state) {
-  services.onLivestreamStateChanged(state);
+  services->onLivestreamStateChanged(state);
 }
 void MeetingCore::onTranscriptionStateChanged(TranscriptionState state) {
-  services.onTranscriptionStateChanged(state);
+  services->onTranscriptionStateChanged(state);
 }
 void MeetingCore::transcriptionText(const TranscriptionText& text) {
   context->emit([text](auto& listener) { listener.onTranscriptionText(text); });
 }
 void MeetingCore::whiteboardStarted(const std::string& url) {
-  context->emit([url](auto& listener) { listener.onWhiteboardStarted(url); });
+  services->whiteboardStarted(url);
 }
 void MeetingCore::whiteboardStopped() {
-  context->emit([](auto& listener) { listener.onWhiteboardStopped(); });
+  services->whiteboardStopped();
 }
 
 // ---- Media relay -------------------------------------------------------------------------------

@@ -30,11 +30,11 @@ public:
   const std::shared_ptr<CharacterRegistry> characters;
   const std::shared_ptr<MediaControls> media;
   const std::shared_ptr<MeetingRealtime> realtime;
+  const std::shared_ptr<ServiceStatus> services;
   const std::shared_ptr<MeetingLifecycle> lifecycle;
   const std::shared_ptr<ModeChange> modeChange;
   const std::shared_ptr<ServiceControls> controls;
   const std::shared_ptr<RequestsFromOthers> requests;
-  ServiceStatus services;
 
   std::optional<MeetingActionValidationFailure> meetingActionState() const override;
   void emitMeetingActionValidationFailure(MeetingActionValidationFailure failure,

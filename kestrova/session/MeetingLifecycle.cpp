@@ -57,10 +57,12 @@ MeetingLifecycle::MeetingLifecycle(std::shared_ptr<MeetingContext> context,
                                    std::shared_ptr<ParticipantRegistry> registry,
                                    std::shared_ptr<CharacterRegistry> characters,
                                    std::shared_ptr<MediaControls> media,
-                                   std::shared_ptr<MeetingRealtime> realtime)
+                                   std::shared_ptr<MeetingRealtime> realtime,
+                                   std::shared_ptr<ServiceStatus> services)
     : _context(std::move(context)),
       _registry(std::move(registry)),
       _characters(std::move(characters)),
+      _services(std::move(services)),
       _media(std::move(media)),
       _realtime(std::move(realtime)) {}
 
@@ -72,7 +74,8 @@ MeetingState MeetingLifecycle::meetingState() const {
 std::optional<MeetingActionValidationFailure> MeetingLifecycle::meetingActionState() const {
   const bool joined = _context->joined();
   const auto state = meetingState();
-  if (state == MeetingState::DISCONNECTED)
+  // A meeting that was joined and is over will answer nothing more, whatever its state is called.
+  if (state == MeetingState::DISCONNECTED || (joined && _context->connections->isOver()))
     return MeetingActionValidationFailure::meetingAlreadyLeft;
   if (!joined) return MeetingActionValidationFailure::meetingNotJoined;
   if (state == MeetingState::RECONNECTING)
@@ -179,11 +182,15 @@ void MeetingLifecycle::entryResponded(const Dictionary& payload) {
     trace("Entry denied", {}, entrySpan);
     trace("Join Request Denied", {}, entrySpan);
   }
+  bool isNewSession = false;
   {
     std::scoped_lock held(_identityLock);
+    isNewSession = _sessionId && _sessionId != sessionId;
     _sessionId = sessionId;
     _peerId = id;
   }
+  // The meeting ended while this participant was away, and began anew.
+  if (isNewSession) _services->stopAll();
   const auto traceIt = [id = *id, decision = *decision] {
     trace("Emitting ENTRY_RESPONDED Event", {{"peerId", id}, {"decision", decision}});
   };
@@ -201,7 +208,7 @@ void MeetingLifecycle::entryResponded(const Dictionary& payload) {
 }
 
 void MeetingLifecycle::switchRoom(const std::string& meetingId, ScopedSpan& span) {
-  if (meetingId == _context->id()) {
+  if (meetingId == _context->id() || _context->roomClient()->isMovingTo(meetingId)) {
     traceDebug("You have entered same meeting ID. Nothing to do.");
     return;
   }
@@ -281,6 +288,9 @@ void MeetingLifecycle::emitJoined(const std::optional<SpanScope>& joinSpan, Conn
     self->_realtime->joined();
     self->_context->listeners.invoke(
         [](MeetingEventListener& listener) { listener.onMeetingJoined(std::nullopt); });
+    if (client->takeForgottenSwitch(connection))
+      self->_context->onError(KestrovaError::SWITCH_MEETING_FAILED.withCause(
+          "the connection was lost before the service decided"));
   });
 }
 
@@ -335,6 +345,9 @@ void MeetingLifecycle::abandon() {
   // A step of the join that still waits for the service must begin nothing more.
   _context->connections->end();
   _context->listeners.removeAll();
+  _context->localParticipant->dismissListeners();
+  _registry->dismissListeners();
+  _characters->dismissListeners();
   _realtime->forgetTopics();
   over->releaseLoop();
   // Before the connection can report that it was closed.
@@ -371,6 +384,8 @@ void MeetingLifecycle::endFailed() {
   over->decide(
       {.kind = _wasJoined ? MeetingEnd::Kind::connectionLost : MeetingEnd::Kind::joinFailed});
   _context->connections->end();
+  _registry->clear();
+  _characters->clear();
   releaseListeners();
   over->heard();
 }

@@ -7,6 +7,7 @@
 #include <kestrova/session/MeetingOver.h>
 #include <kestrova/session/MeetingRealtime.h>
 #include <kestrova/session/ParticipantRegistry.h>
+#include <kestrova/session/ServiceStatus.h>
 #include <kestrova/tracing/Trace.h>
 
 #include <atomic>
@@ -30,7 +31,8 @@ public:
   MeetingLifecycle(std::shared_ptr<MeetingContext> context,
                    std::shared_ptr<ParticipantRegistry> registry,
                    std::shared_ptr<CharacterRegistry> characters,
-                   std::shared_ptr<MediaControls> media, std::shared_ptr<MeetingRealtime> realtime);
+                   std::shared_ptr<MediaControls> media, std::shared_ptr<MeetingRealtime> realtime,
+                   std::shared_ptr<ServiceStatus> services);
 
   /// The one end, whichever way it comes.
   const std::shared_ptr<MeetingOver> over = std::make_shared<MeetingOver>();
@@ -88,6 +90,7 @@ private:
   const std::shared_ptr<MeetingContext> _context;
   const std::shared_ptr<ParticipantRegistry> _registry;
   const std::shared_ptr<CharacterRegistry> _characters;
+  const std::shared_ptr<ServiceStatus> _services;
   const std::shared_ptr<MediaControls> _media;
   const std::shared_ptr<MeetingRealtime> _realtime;
 

@@ -40,6 +40,10 @@ Task<void> ModeChange::change(Mode mode) {
     span.fail(failure.what());
     cause = failure.cause();
     refused = true;
+  } catch (const std::exception& error) {
+    span.fail(error.what());
+    cause = error.what();
+    refused = true;
   }
   if (_context->connections->isOver()) co_return;
   if (refused) {

@@ -23,6 +23,7 @@ struct Participant::State {
   ParticipantPinState pinState{false, false};
   std::optional<ParticipantPinState> askedPins;  // until the service says the same
   Mode mode;
+  AgentState agentState = AgentState::IDLE;
   std::weak_ptr<MeetingActionValidating> meetingActionValidator;
   std::weak_ptr<ParticipantDelegate> delegate;
 
@@ -80,6 +81,11 @@ void Participant::removeAllEventListeners() {
 }
 
 void Participant::releaseKeptListeners() {
+  _state->listeners.releaseKept();
+}
+
+void Participant::dismissListeners() {
+  _state->listeners.removeAll();
   _state->listeners.releaseKept();
 }
 
@@ -234,9 +240,7 @@ void Participant::setPinState(ParticipantPinState pinState) {
 }
 
 void Participant::handleStreamStateChanged(StreamState state, const std::string& streamId) {
-  std::shared_ptr<MediaStream> stream;
-  for (const auto& [id, candidate] : streams())
-    if (id == streamId || candidate->track()->id() == streamId) stream = candidate;
+  const auto stream = _state->streams.find(streamId);
   if (!stream) return;
   MainQueue::shared().async([self = shared_from_this(), stream, state] {
     stream->notifyState(state);
@@ -285,20 +289,26 @@ void Participant::handleTranscriptionReceived(const TranscriptionSegment& segmen
   });
 }
 
+AgentState Participant::keptAgentState() const {
+  std::scoped_lock held(_state->stateLock);
+  return _state->agentState;
+}
+
+void Participant::keepAgentState(AgentState state) {
+  std::scoped_lock held(_state->stateLock);
+  _state->agentState = state;
+}
+
 // ---- Agents ------------------------------------------------------------------------------------
 
 AgentParticipant::AgentParticipant(const Peer& peer) : Participant(peer), _agentId(peer.agentId) {}
 
 AgentState AgentParticipant::agentState() const {
-  std::scoped_lock held(_agentStateLock);
-  return _agentState;
+  return keptAgentState();
 }
 
 void AgentParticipant::handleAgentStateChanged(AgentState state) {
-  {
-    std::scoped_lock held(_agentStateLock);
-    _agentState = state;
-  }
+  keepAgentState(state);
   emit([state](auto& listener, auto& self) { listener.onAgentStateChanged(state, self); });
 }
 

@@ -142,6 +142,10 @@ private:
   void notePause(const Dictionary& data, std::optional<std::string> reason, const char* notFound);
   /// The participant has left.
   void releaseKeptListeners();
+  /// The meeting was let go of: nobody hears anything any more.
+  void dismissListeners();
+  AgentState keptAgentState() const;
+  void keepAgentState(AgentState state);
   void forgetAskedPins();
   void forgetQuality();
 
@@ -179,8 +183,6 @@ private:
   void handleAgentMetrics(const Dictionary& metrics);
 
   const std::optional<std::string> _agentId;
-  mutable std::mutex _agentStateLock;
-  AgentState _agentState = AgentState::IDLE;
 };
 
 }  // namespace kestrova

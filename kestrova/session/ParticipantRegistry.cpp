@@ -56,6 +56,9 @@ void ParticipantRegistry::addParticipant(const Peer& peer,
   fresh->setDelegate(_context->existingRoomClient());
   const auto participant = _participantQueue->sync(
       [&] { return _participants.emplace(fresh->id(), fresh).first->second; });
+  // What changed while the connection was lost.
+  if (participant != fresh && modeFromText(peer.mode) && participant->mode() != fresh->mode())
+    participantModeChanged(peer.id, fresh->mode());
   // Also told when the id was known already, with the participant that is listed.
   _context->emit([participant](auto& listener) { listener.onParticipantJoined(participant); });
 }
@@ -84,6 +87,10 @@ void ParticipantRegistry::keepOnly(const std::set<std::string>& ids) {
   for (const auto& [id, participant] : participants()) {
     if (ids.contains(id)) {
       participant->forgetAskedPins();
+      // What it says while this participant was away was not heard.
+      const auto who = std::dynamic_pointer_cast<AgentParticipant>(participant);
+      if (who && who->agentState() != AgentState::IDLE)
+        who->handleAgentStateChanged(AgentState::IDLE);
       continue;
     }
     ++gone;
@@ -101,6 +108,10 @@ void ParticipantRegistry::clear() {
   const auto gone = _participantQueue->sync([this] { return std::exchange(_participants, {}); });
   for (const auto& [id, participant] : gone) participant->releaseKeptListeners();
   forgetPins();
+}
+
+void ParticipantRegistry::dismissListeners() {
+  for (const auto& [id, participant] : participants()) participant->dismissListeners();
 }
 
 void ParticipantRegistry::forgetPins() {

@@ -34,11 +34,11 @@ void RequestsFromOthers::enableWebcamRequested(const std::optional<std::string>&
 }
 
 void RequestsFromOthers::disableMicRequested() {
-  if (allows("muteMic")) _media->microphone->turnOff();
+  if (!_context->connections->isOver()) _media->microphone->turnOff();
 }
 
 void RequestsFromOthers::disableWebcamRequested() {
-  if (allows("disableWebcam")) _media->camera->turnOff();
+  if (!_context->connections->isOver()) _media->camera->turnOff();
 }
 
 void RequestsFromOthers::entryRequested(const Dictionary& data) {
@@ -74,7 +74,7 @@ void RequestsFromOthers::mediaRelayRequestReceived(const std::string& participan
 void RequestsFromOthers::respondEntry(const std::string& peerId, const std::string& decision) {
   if (!allows("respondEntry")) return;
   const auto client = _context->roomClient();
-  spawn(client, client->respondEntry(peerId, decision));
+  client->inOrder(client->respondEntry(peerId, decision));
 }
 
 }  // namespace kestrova

@@ -27,7 +27,8 @@ public:
   void enableMicRequested(const std::optional<std::string>& participantId);
   void enableWebcamRequested(const std::optional<std::string>& participantId,
                              std::optional<CameraPosition> cameraPosition);
-  /// Needs no consent; the guard of the application's own toggles holds all the same.
+  /// Needs no consent, and holds from the moment that the service has taken the join, though the
+  /// application may not have heard of it yet.
   void disableMicRequested();
   void disableWebcamRequested();
   void entryRequested(const Dictionary& data);

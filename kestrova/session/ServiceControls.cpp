@@ -3,6 +3,7 @@
 #include <kestrova/tracing/Trace.h>
 
 #include <boost/algorithm/string/join.hpp>
+#include <boost/algorithm/string/replace.hpp>
 
 #include <utility>
 
@@ -29,14 +30,19 @@ std::string described(const std::optional<Record>& record, const char* otherwise
 
 /// As it may be traced: the address of a web hook may hold credentials.
 std::string described(std::optional<TranscriptionConfig> config) {
-  if (config) config->webHookUrl = withoutSecrets(config->webHookUrl);
+  if (config) config->webHookUrl = addressWithoutSecrets(config->webHookUrl);
   return described(config, noTranscription);
 }
 
 /// Never the stream keys.
 std::string described(const std::vector<LivestreamOutput>& outputs) {
   std::string text;
-  for (const auto& output : outputs) text += "{ URL: " + withoutSecrets(output.url) + " }, ";
+  for (const auto& output : outputs) {
+    auto url = addressWithoutSecrets(output.url);
+    if (!output.streamKey.empty())
+      boost::algorithm::replace_all(url, output.streamKey, "[REDACTED]");
+    text += "{ URL: " + url + " }, ";
+  }
   return text.empty() ? "Outputs not specified" : text;
 }
 
@@ -46,7 +52,7 @@ std::string described(const std::optional<std::vector<std::string>>& kinds) {
 
 /// What a refusal must not quote: the address, if there is more to it than may be traced.
 std::vector<std::string> secretsOf(const std::string& url) {
-  if (withoutSecrets(url) == url) return {};
+  if (addressWithoutSecrets(url) == url) return {};
   return {url};
 }
 
@@ -77,13 +83,12 @@ void ServiceControls::startRecording(const RecordingOptions& options) const {
   addIfGiven(data, "config", options.config);
   addIfGiven(data, "transcription", options.transcription);
   send(Operation::startRecording, std::move(data),
-       {.attributes = {{"webhookUrl", options.webhookUrl ? withoutSecrets(*options.webhookUrl)
-                                                         : "webhookUrl Not Specify"},
-                       {"awsDirPath",
-                        options.awsDirPath.value_or("AWS directory path not specified")},
-                       {"config",
-                        described(options.config, "Recording configuration not specified")},
-                       {"transcription", described(options.transcription, noTranscription)}},
+       {.attributes =
+            {{"webhookUrl", options.webhookUrl ? addressWithoutSecrets(*options.webhookUrl)
+                                               : "webhookUrl Not Specify"},
+             {"awsDirPath", options.awsDirPath.value_or("AWS directory path not specified")},
+             {"config", described(options.config, "Recording configuration not specified")},
+             {"transcription", described(options.transcription, noTranscription)}},
         .secrets = secretsOf(options.webhookUrl.value_or(""))});
 }
 
@@ -145,8 +150,8 @@ void ServiceControls::askForAllStreams(ServiceOperation operation,
   if (!allows(operation)) return;
   const auto all = kind.value_or("all");
   trace([&] { return serviceRow(operation).span + all + " Stream Requested."; });
-  const auto& requests = _context->roomClient()->serviceRequests();
-  spawn(requests, ((*requests).*request)(all));
+  const auto client = _context->roomClient();
+  client->inOrder(((*client->serviceRequests()).*request)(all));
 }
 
 void ServiceControls::switchTo(const std::string& meetingId,
@@ -154,7 +159,7 @@ void ServiceControls::switchTo(const std::string& meetingId,
                                std::optional<Mode> mode) const {
   if (!allows(Operation::switchTo)) return;
   const auto client = _context->roomClient();
-  spawn(client, client->switchTo(token, meetingId, mode.value_or(_context->sending->mode())));
+  client->inOrder(client->switchTo(token, meetingId, mode.value_or(_context->sending->mode())));
 }
 
 // ---- Media relay -------------------------------------------------------------------------------

@@ -3,8 +3,11 @@
 namespace kestrova {
 
 void ServiceStatus::onHlsStateChanged(HLSState state, const HLSUrl& hlsUrls) {
-  write(_hlsState, state);
-  write(_hlsUrls, std::optional(hlsUrls));
+  {
+    std::scoped_lock held(_statusLock);
+    _hlsState = state;
+    _hlsUrls = hlsUrls;
+  }
   _context->emit([state, hlsUrls](auto& listener) { listener.onHlsStateChanged(state, hlsUrls); });
 }
 
@@ -21,6 +24,27 @@ void ServiceStatus::onRecordingStateChanged(RecordingState state) {
 void ServiceStatus::onTranscriptionStateChanged(TranscriptionState state) {
   write(_transcriptionState, state);
   _context->emit([state](auto& listener) { listener.onTranscriptionStateChanged(state); });
+}
+
+void ServiceStatus::whiteboardStarted(const std::string& url) {
+  write(_hasWhiteboard, true);
+  _context->emit([url](auto& listener) { listener.onWhiteboardStarted(url); });
+}
+
+void ServiceStatus::whiteboardStopped() {
+  write(_hasWhiteboard, false);
+  _context->emit([](auto& listener) { listener.onWhiteboardStopped(); });
+}
+
+void ServiceStatus::stopAll() {
+  if (recordingState() != RecordingState::RECORDING_STOPPED)
+    onRecordingStateChanged(RecordingState::RECORDING_STOPPED);
+  if (liveStreamState() != LiveStreamState::LIVESTREAM_STOPPED)
+    onLivestreamStateChanged(LiveStreamState::LIVESTREAM_STOPPED);
+  if (hlsState() != HLSState::HLS_STOPPED) onHlsStateChanged(HLSState::HLS_STOPPED, {});
+  if (transcriptionState() != TranscriptionState::TRANSCRIPTION_STOPPED)
+    onTranscriptionStateChanged(TranscriptionState::TRANSCRIPTION_STOPPED);
+  if (read(_hasWhiteboard)) whiteboardStopped();
 }
 
 }  // namespace kestrova

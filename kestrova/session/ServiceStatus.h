@@ -4,6 +4,7 @@
 
 #include <mutex>
 #include <optional>
+#include <string>
 
 namespace kestrova {
 
@@ -22,6 +23,10 @@ public:
   void onLivestreamStateChanged(LiveStreamState state);
   void onRecordingStateChanged(RecordingState state);
   void onTranscriptionStateChanged(TranscriptionState state);
+  void whiteboardStarted(const std::string& url);
+  void whiteboardStopped();
+  /// Another meeting: whatever ran in the one before does not run here.
+  void stopAll();
 
 private:
   template <class T>
@@ -42,6 +47,7 @@ private:
   LiveStreamState _liveStreamState = LiveStreamState::LIVESTREAM_STOPPED;
   RecordingState _recordingState = RecordingState::RECORDING_STOPPED;
   TranscriptionState _transcriptionState = TranscriptionState::TRANSCRIPTION_STOPPED;
+  bool _hasWhiteboard = false;
 };
 
 }  // namespace kestrova

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <kestrova/platform/WebRTC.h>
 #include <kestrova/session/MediaStream.h>
 
 #include <map>
@@ -32,6 +33,12 @@ public:
     std::scoped_lock held(_streamsLock);
     auto node = _streams.extract(id);
     return node.empty() ? nullptr : std::move(node.mapped());
+  }
+  /// By its id, or by that of its track.
+  std::shared_ptr<MediaStream> find(const std::string& idOrTrackId) const {
+    for (const auto& [id, stream] : all())
+      if (id == idOrTrackId || stream->track()->id() == idOrTrackId) return stream;
+    return nullptr;
   }
   Streams takeAll() {
     std::scoped_lock held(_streamsLock);

@@ -164,7 +164,9 @@ Task<std::optional<std::vector<std::string>>> JoinSequence::join(CameraPosition 
     traceError("Error while joining room", {{"error", "the media device is not loaded"}}, joinSpan);
     throw RoomClientFailure(RoomClientError::deviceNotLoaded);
   }
-  if (!_context->sending->customVideoMediaStream() && cameraPosition == CameraPosition::front)
+  // A camera that goes along into another meeting stays the one it is.
+  if (!isSwitchingRoom && !_context->sending->customVideoMediaStream() &&
+      cameraPosition == CameraPosition::front)
     _capturer->setCameraPosition(CameraPosition::front);
 
   const auto awaited = _context->pubSubEndpointStore.awaitedJoin();

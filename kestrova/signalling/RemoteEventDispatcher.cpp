@@ -1,3 +1,4 @@
+#include <kestrova/model/Secrets.h>
 #include <kestrova/platform/Queue.h>
 #include <kestrova/signalling/RemoteEventDispatcher.h>
 #include <kestrova/signalling/Response.h>
@@ -141,7 +142,7 @@ void closeMeeting(const Incoming& event) {
 
 void reportError(const Incoming& event) {
   const auto error = serviceError(integer(event.data, "code", 0));
-  reportFailure(event.context, error.withCause(serviceCause(event.data)));
+  event.meeting.onError(error.withCause(serviceCause(event.data)));
 }
 
 // ---- Services ----------------------------------------------------------------------------------
@@ -174,7 +175,10 @@ bool countsAsTrue(const Value& value) {
 void hlsPlayableStateChanged(const Incoming& event) {
   const auto* playable = event.data.if_contains("isPlayable");
   if (!playable || !countsAsTrue(*playable)) return;
-  trace("HLS State: HLS_PLAYABLE", {{"eventPayload", event.data}});
+  Dictionary payload = event.data;
+  for (const char* key : {"downstreamUrl", "playbackHlsUrl", "livestreamUrl"})
+    if (const auto url = text(payload, key)) payload[key] = addressWithoutSecrets(*url);
+  trace("HLS State: HLS_PLAYABLE", {{"eventPayload", payload}});
   event.meeting.onHlsStateChanged(HLSState::HLS_PLAYABLE, HLSUrl::fromJson(event.data));
 }
 
@@ -267,6 +271,7 @@ bool runsOnArrival(RemoteEvent event) {
     case Event::restartIce:
     case Event::entryResponded:
     case Event::close:
+    case Event::error:  // also where a close comes right behind it
       return true;
     default:
       return false;

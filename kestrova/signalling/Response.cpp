@@ -1,3 +1,4 @@
+#include <kestrova/model/Secrets.h>
 #include <kestrova/signalling/Response.h>
 
 #include <boost/algorithm/string/case_conv.hpp>
@@ -8,9 +9,10 @@ namespace kestrova {
 namespace {
 
 std::string unansweredCause(const Dictionary& response) {
-  if (response.contains("ACK_STATUS")) return "timed out: the service did not answer";
-  return response.empty() ? "the request could not be sent, or its connection ended"
-                          : "the service's answer makes no sense";
+  if (const auto marker = text(response, "ACK_STATUS"))
+    return *marker == "disconnected" ? "the connection was lost before the service answered"
+                                     : "timed out: the service did not answer";
+  return response.empty() ? "the request could not be sent" : "the service's answer makes no sense";
 }
 
 }  // namespace
@@ -18,11 +20,12 @@ std::string unansweredCause(const Dictionary& response) {
 ResponseStatus isStatusOK(const Dictionary& response) {
   const auto* data = dictionary(response, "data");
   if (!data)
-    return {false, "Error response: " + jsonText(response).value_or(""), unansweredCause(response)};
+    return {false, "Error response: " + textWithoutSecrets(jsonText(response).value_or("")),
+            unansweredCause(response)};
   if (boost::algorithm::to_lower_copy(text(*data, "status", "")) == "ok") return {true, "", ""};
   return {false,
           " [ ErrorCode: " + std::to_string(integer(*data, "errorCode", -1)) +
-              ", Message: " + text(*data, "message", "Unknown error") + " ] ",
+              ", Message: " + textWithoutSecrets(text(*data, "message", "Unknown error")) + " ] ",
           text(*data, "message", "the service refused without a reason")};
 }
 

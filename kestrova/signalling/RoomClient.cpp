@@ -105,6 +105,14 @@ Task<std::optional<std::string>> RoomClient::cleanupVideo() {
   co_return co_await _publishing->closeLocalVideo(std::nullopt, std::nullopt);
 }
 
+void RoomClient::inOrder(Task<void> request) {
+  // The coroutines begin later, and don't hold what they belong to until then.
+  auto holding = [](std::shared_ptr<RoomClient>, Task<void> held) -> Task<void> {
+    co_await std::move(held);
+  };
+  _context->inOrder(holding(shared_from_this(), std::move(request)));
+}
+
 void RoomClient::cleanUpTracing() {
   _context->spans.clear();
   SdkTracer::shared().clearSpanHistory();
@@ -128,28 +136,27 @@ void RoomClient::fetchBase64File(const std::string& url, const std::string& toke
 // ---- For participants and streams --------------------------------------------------------------
 
 void RoomClient::askOfPeer(LocalEvent request, const std::string& participantId) {
-  spawn(_peerRequests, _peerRequests->ask(request, participantId));
+  inOrder(_peerRequests->ask(request, participantId));
 }
 
 void RoomClient::participantPinStateChanged(const std::string& participantId,
                                             ParticipantPinState pinState, bool pinning,
                                             std::function<void()> onRefused) {
-  spawn(_peerRequests, _peerRequests->participantPinStateChanged(participantId, pinState, pinning,
-                                                                 std::move(onRefused)));
+  inOrder(_peerRequests->participantPinStateChanged(participantId, pinState, pinning,
+                                                    std::move(onRefused)));
 }
 
 void RoomClient::setQuality(VideoQuality quality, const std::string& consumerId,
                             const std::string& participantId, std::function<void()> onRefused) {
-  spawn(_consumerControls,
-        _consumerControls->setQuality(quality, consumerId, participantId, std::move(onRefused)));
+  inOrder(_consumerControls->setQuality(quality, consumerId, participantId, std::move(onRefused)));
 }
 
 void RoomClient::pauseConsumer(const std::string& consumerId) {
-  spawn(_consumerControls, _consumerControls->pauseConsumer(consumerId));
+  inOrder(_consumerControls->pauseConsumer(consumerId));
 }
 
 void RoomClient::resumeConsumer(const std::string& consumerId) {
-  spawn(_consumerControls, _consumerControls->resumeConsumer(consumerId));
+  inOrder(_consumerControls->resumeConsumer(consumerId));
 }
 
 // ---- The socket's side -------------------------------------------------------------------------

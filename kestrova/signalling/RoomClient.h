@@ -61,12 +61,18 @@ public:
   std::optional<std::string> takeInterruptedSwitch(const Connection& now) {
     return _roomSwitch->takeInterrupted(now);
   }
+  /// See `RoomSwitch`.
+  bool takeForgottenSwitch(const Connection& now) { return _roomSwitch->takeForgotten(now); }
+  bool isMovingTo(const std::string& meetingId) const { return _roomSwitch->isMovingTo(meetingId); }
   /// \throws ModeChangeFailure
   Task<void> changeMode(Mode mode, Connection connection, std::optional<SpanScope> changeModeSpan);
   /// Closes what an earlier connection left of the microphone or camera.
   /// \returns the stream that went, if there was one
   Task<std::optional<std::string>> cleanupAudio();
   Task<std::optional<std::string>> cleanupVideo();
+
+  /// Starts a request of the application's, behind those that it made before.
+  void inOrder(Task<void> request);
 
   bool joined() const { return _context->joined(); }
   void setJoined(bool joined) { _context->setJoined(joined); }

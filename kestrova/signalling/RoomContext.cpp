@@ -10,7 +10,8 @@ RoomContext::RoomContext(RoomClientOptions roomOptions)
       connections(options.connections),
       platform(Platform::current()),
       socketRequestHandler(std::make_shared<SocketRequestHandler>(options.meeting, connections)),
-      stateQueue(SerialQueue::make("com.kestrova.roomclient.state")) {}
+      stateQueue(SerialQueue::make("com.kestrova.roomclient.state")),
+      _requestQueue(SerialQueue::make("com.kestrova.roomclient.requests")) {}
 
 std::shared_ptr<RoomClientDelegate> RoomContext::delegate() const {
   std::scoped_lock held(_lock);

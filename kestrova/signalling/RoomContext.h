@@ -16,6 +16,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kestrova {
@@ -43,6 +44,8 @@ public:
   const std::shared_ptr<SocketRequestHandler> socketRequestHandler;
   /// Serialises `joined`, the producers and the consumers. Never wait for it from within.
   const std::shared_ptr<SerialQueue> stateQueue;
+  /// Starts a request, behind those that were started before. Any thread; returns at once.
+  void inOrder(Task<void> request) const { spawnOn(*_requestQueue, std::move(request)); }
   RoomSpans spans;
   PubSubEndpointStore pubSubEndpointStore;
 
@@ -58,6 +61,7 @@ public:
   void setFileUpload(std::shared_ptr<const FileUpload> fileUpload);
 
 private:
+  const std::shared_ptr<SerialQueue> _requestQueue;
   mutable std::mutex _lock;
   std::weak_ptr<RoomClientDelegate> _delegate;
   std::shared_ptr<const FileUpload> _fileUpload;

@@ -9,10 +9,7 @@ Task<void> RoomSwitch::switchTo(std::optional<std::string> token, std::string me
                                 Mode mode) {
   const auto self = shared_from_this();
   const auto& participantId = _context->options.meeting.localParticipantId;
-  {
-    std::scoped_lock held(_lock);
-    _asked = Asked{meetingId, token};
-  }
+  const int number = noteAsked(meetingId, token);
   Dictionary data{{"meetingId", meetingId},
                   {"secret", token.value_or("")},
                   {"participantId", participantId},
@@ -22,7 +19,7 @@ Task<void> RoomSwitch::switchTo(std::optional<std::string> token, std::string me
                             {.attributes = {{"peer.id", participantId}, {"meetingId", meetingId}},
                              .secrets = {token.value_or("")}});
   const bool taken = co_await std::move(asking);
-  if (!taken) forgetAsked(meetingId);
+  if (!taken) forgetAsked(number);
 }
 
 void RoomSwitch::softClose(const std::string& nextMeetingId) {
@@ -41,20 +38,39 @@ void RoomSwitch::takeOver(const std::string& meetingId) {
   std::optional<std::string> token;
   {
     std::scoped_lock held(_lock);
-    if (_asked.meetingId == meetingId) token = std::exchange(_asked, {}).token;
+    for (auto& asked : _asked)
+      if (asked.meetingId == meetingId) token = std::move(asked.token);
+    _asked.clear();
     _move = Move{meetingId, _context->connections->current()};
   }
   _context->socketRequestHandler->moveTo(meetingId, token);
 }
 
-void RoomSwitch::forgetAsked(const std::string& meetingId) {
+int RoomSwitch::noteAsked(const std::string& meetingId, std::optional<std::string> token) {
   std::scoped_lock held(_lock);
-  if (_asked.meetingId == meetingId) _asked = {};
+  const int number = ++_askedSoFar;
+  _asked.push_back({number, meetingId, std::move(token), _context->connections->current()});
+  return number;
 }
 
-void RoomSwitch::moved() {
+void RoomSwitch::forgetAsked(int number) {
   std::scoped_lock held(_lock);
-  _move.reset();
+  std::erase_if(_asked, [&](const Asked& asked) { return asked.number == number; });
+}
+
+void RoomSwitch::moved(const std::string& meetingId) {
+  std::scoped_lock held(_lock);
+  if (_move && _move->meetingId == meetingId) _move.reset();
+}
+
+bool RoomSwitch::isMovingTo(const std::string& meetingId) const {
+  std::scoped_lock held(_lock);
+  return _move && _move->meetingId == meetingId;
+}
+
+bool RoomSwitch::takeForgotten(const Connection& now) {
+  std::scoped_lock held(_lock);
+  return std::erase_if(_asked, [&](const Asked& asked) { return asked.connection != now; }) > 0;
 }
 
 std::optional<std::string> RoomSwitch::takeInterrupted(const Connection& now) {
@@ -77,7 +93,7 @@ Task<void> RoomSwitch::switchingRoom(std::string meetingId, Mode mode, bool isBa
     const auto unsupportedCodecs = co_await std::move(joining);
     if (!unsupportedCodecs) co_return;
     requesting.event("Requested to join switched room successfully");
-    moved();
+    moved(meetingId);
     const auto delegate = _context->delegate();
     if (!delegate) co_return;
     if (!unsupportedCodecs->empty()) delegate->switchRoomUnsupportedCodecs(*unsupportedCodecs);

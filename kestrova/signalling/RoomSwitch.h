@@ -10,6 +10,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace kestrova {
 
@@ -39,19 +40,27 @@ public:
   /// The meeting to which a drop interrupted the move, once: the join after the return ends it.
   /// \param now the connection that was joined; a move that began on it is still under way
   std::optional<std::string> takeInterrupted(const Connection& now);
+  /// Whether moves that were asked for on an earlier connection were not decided on it, once: the
+  /// service has forgotten them.
+  bool takeForgotten(const Connection& now);
+  /// A move there has been announced and is not over.
+  bool isMovingTo(const std::string& meetingId) const;
 
 private:
   struct Asked {
+    int number;
     std::string meetingId;
     std::optional<std::string> token;
+    Connection connection;
   };
   struct Move {
     std::string meetingId;
     Connection connection;
   };
   void takeOver(const std::string& meetingId);
-  void moved();
-  void forgetAsked(const std::string& meetingId);
+  void moved(const std::string& meetingId);
+  int noteAsked(const std::string& meetingId, std::optional<std::string> token);
+  void forgetAsked(int number);
 
   const std::shared_ptr<RoomContext> _context;
   const std::shared_ptr<Consuming> _consuming;
@@ -59,8 +68,9 @@ private:
   const std::shared_ptr<Teardown> _teardown;
   const std::shared_ptr<ServiceRequests> _serviceRequests;
 
-  std::mutex _lock;
-  Asked _asked;
+  mutable std::mutex _lock;
+  int _askedSoFar = 0;
+  std::vector<Asked> _asked;  // and not decided
   std::optional<Move> _move;  // to a meeting that is not joined yet
 };
 

@@ -4,6 +4,7 @@
 
 #include <boost/algorithm/string/replace.hpp>
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <utility>
@@ -211,9 +212,18 @@ bool hasIssues(const Dictionary& reply) {
   return issues && !issues->empty();
 }
 
-std::string without(const std::vector<std::string>& secrets, std::string text) {
-  for (const auto& secret : secrets)
-    if (!secret.empty()) boost::algorithm::replace_all(text, secret, "[REDACTED]");
+std::string without(std::vector<std::string> secrets, std::string text) {
+  // One may be a part of another.
+  std::sort(secrets.begin(), secrets.end(),
+            [](const auto& left, const auto& right) { return left.size() > right.size(); });
+  for (const auto& secret : secrets) {
+    if (secret.empty()) continue;
+    const auto quoted = jsonText(Value(secret)).value_or("\"\"");
+    boost::algorithm::replace_all(text, secret, "[REDACTED]");
+    const auto inJson = quoted.substr(1, quoted.size() - 2);
+    if (inJson != secret && !inJson.empty())
+      boost::algorithm::replace_all(text, inJson, "[REDACTED]");
+  }
   return text;
 }
 
@@ -235,7 +245,7 @@ void ServiceRequests::send(ServiceOperation operation, Dictionary data, Extras e
     auto asking = self->ask(what, std::move(body), std::move(with));
     co_await std::move(asking);
   };
-  spawn(task(shared_from_this(), operation, std::move(data), std::move(extras)));
+  _context->inOrder(task(shared_from_this(), operation, std::move(data), std::move(extras)));
 }
 
 Task<bool> ServiceRequests::ask(ServiceOperation operation, Dictionary data, Extras extras) {

@@ -52,6 +52,9 @@ public:
   /// \param token access to it; the present one without it
   void moveTo(const std::string& meetingId, const std::optional<std::string>& token);
 
+  /// Access to the meeting that everything names.
+  std::string accessToken() const { return meeting().accessToken; }
+
   /// The answer as the service gave it: empty when the request could not be sent, or with the one
   /// key "ACK_STATUS" when no answer came in time, or when the connection went. Never fails.
   /// \param connection to which the request belongs: it is not sent on any other; the present one

@@ -20,7 +20,9 @@ public:
                     std::function<void(const std::string&)> completion) override {
     _script._journal.add("camera.start " + device.uniqueId + " " + std::to_string(format.width) +
                          "x" + std::to_string(format.height) + "@" + std::to_string(fps));
-    const auto behaviour = _script.cameraStart;
+    const auto behaviour = device.uniqueId == _script.failsToStart
+                               ? ScriptedCapture::Behaviour::fails
+                               : _script.cameraStart;
     _running = behaviour != ScriptedCapture::Behaviour::fails;
     const std::string error = _running ? "" : "the device is busy";
     _script.later(behaviour, [completion = std::move(completion), error] { completion(error); });

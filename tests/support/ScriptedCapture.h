@@ -26,6 +26,7 @@ public:
 
   Behaviour cameraStart = Behaviour::works;
   Behaviour cameraStop = Behaviour::works;
+  std::string failsToStart;  ///< the id of a camera
   Behaviour microphoneStart = Behaviour::works;
   bool hasMicrophone = true;
   AuthorisationStatus cameraStatus = AuthorisationStatus::authorized;

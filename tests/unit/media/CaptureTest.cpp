@@ -102,6 +102,21 @@ TEST_F(CaptureTest, aSwitchNeverTurnsACameraOn) {
   EXPECT_FALSE(capturer->isCameraRunning()) << "the meeting ended meanwhile";
 }
 
+TEST_F(CaptureTest, aCameraThatCannotBeSwitchedToLeavesTheOneBefore) {
+  listen();
+  const auto track = startCamera();
+  platform.capture->failsToStart = "cam-back";
+  EXPECT_EQ(platform.run(capturer->switchCamera()), std::nullopt);
+  EXPECT_TRUE(capturer->isCameraRunning() && track->isEnabled());
+  EXPECT_THAT(failures, IsEmpty());
+  platform.capture->failsToStart.clear();
+  EXPECT_EQ(platform.run(capturer->switchCamera()), CameraPosition::back);
+  platform.capture->cameraStart = ScriptedCapture::Behaviour::fails;
+  EXPECT_EQ(platform.run(capturer->switchCamera()), std::nullopt);
+  EXPECT_THAT(failures, ElementsAre("video no camera could be opened"));
+  EXPECT_FALSE(track->isEnabled());
+}
+
 // ---- Tracks of the application's own -----------------------------------------------------------
 
 class CustomTrackTest : public testing::Test {

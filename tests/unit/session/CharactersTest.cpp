@@ -126,6 +126,87 @@ TEST_F(CharactersTest, oneThatLeavesBeforeItsAnswerIsNotListed) {
   EXPECT_THAT(listed(), ElementsAre("aida")) << "it may come again";
 }
 
+TEST_F(CharactersTest, eachJoinHasItsOwnAnswer) {
+  const auto aida = create();
+  service.withhold("joinCharacter");
+  aida->join();
+  aida->leave();
+  join(*aida);
+  service.answerLate("joinCharacter", ScriptedService::ok({{"interactionId", "first"}}));
+  platform.pump();
+  EXPECT_THAT(listed(), IsEmpty());
+  service.answerLate("joinCharacter", ScriptedService::ok({{"interactionId", "second"}}));
+  platform.pump();
+  EXPECT_THAT(listed(), ElementsAre("aida"));
+  EXPECT_EQ(aida->interactionId(), "second");
+}
+
+TEST_F(CharactersTest, theOneThatJoinsIsTheOneThatIsAnnounced) {
+  const auto first = create();
+  service.withholdOnce("joinCharacter");
+  join(*first);
+  const auto second = create();
+  announce();
+  EXPECT_EQ(test.meeting->characters().at("aida"), first);
+  EXPECT_FALSE(second->isJoined());
+  const auto nameless = create("");
+  join(*nameless);
+  EXPECT_EQ(service.count("joinCharacter"), 1);
+  EXPECT_TRUE(test.listener->has("onError 4033 CHARACTER_JOIN_FAILED"));
+}
+
+TEST_F(CharactersTest, anAnnouncementFillsInWhatItTells) {
+  const auto aida = test.meeting->createCharacter({.characterId = "aida", .characterRole = "host"});
+  test.notify("addCharacter", {{"id", "aida"},
+                               {"displayName", "Aida"},
+                               {"interactionId", "i1"},
+                               {"mode", "SEND_AND_RECV"}});
+  EXPECT_EQ(aida->displayName(), "Aida");
+  EXPECT_EQ(aida->interactionId(), "i1");
+  EXPECT_EQ(aida->mode(), Mode::SEND_AND_RECV);
+  EXPECT_EQ(aida->characterRole(), "host");
+}
+
+TEST_F(CharactersTest, anAnswerOfTheMeetingBeforeBringsNobodyAlong) {
+  const auto aida = create();
+  service.withholdOnce("joinCharacter");
+  join(*aida);
+  test.notify(
+      "entryResponded",
+      {{"sessionId", "s"}, {"id", "me"}, {"decision", "allowed"}, {"switchingRoomId", "hall"}});
+  service.answerLate("joinCharacter", ScriptedService::ok());
+  platform.pump();
+  EXPECT_THAT(listed(), IsEmpty());
+}
+
+TEST_F(CharactersTest, whoLetGoOfTheMeetingHearsNothingMoreAndNothingStays) {
+  announce();
+  auto aida = test.meeting->characters().at("aida");
+  auto bob = test.addPeer("bob");
+  const auto ear = listenTo(*aida);
+  const auto bobsEar = std::make_shared<RecordingParticipantListener>();
+  bob->addEventListener(bobsEar);
+  aida->listen(CharacterEvents{.onCharacterLeft = [aida](const auto&) {}}).detach();
+  bob->listen(ParticipantEvents{.onStreamPaused = [bob](const auto&, const auto&) {}}).detach();
+  ear->when("onCharacterStateChanged", [&] { test.meeting.reset(); });
+  test.socket().notify("characterStateChanged", {{"id", "aida"}, {"status", "characterThinking"}});
+  test.socket().notify("characterStateChanged", {{"id", "aida"}, {"status", "characterSpeaking"}});
+  test.socket().notify("participantMediaStateChanged",
+                       {{"peerId", "bob"}, {"kind", "audio"}, {"newState", true}});
+  platform.pump();
+  EXPECT_EQ(ear->lines().size(), 1u);
+  EXPECT_THAT(bobsEar->lines(), IsEmpty());
+  test.listener->characters.clear();
+  test.listener->joined.clear();
+  const std::weak_ptr<AICharacter> oneLeft = aida;
+  const std::weak_ptr<Participant> otherLeft = bob;
+  aida.reset();
+  bob.reset();
+  platform.pump();
+  EXPECT_TRUE(oneLeft.expired());
+  EXPECT_TRUE(otherLeft.expired());
+}
+
 TEST_F(CharactersTest, anIdThatTheServiceChosesTakesOverWhatCameUnderIt) {
   const auto aida = create();
   const auto ear = listenTo(*aida);
@@ -135,7 +216,11 @@ TEST_F(CharactersTest, anIdThatTheServiceChosesTakesOverWhatCameUnderIt) {
   test.announce("c1", "aida-7", "audio");
   service.answerLate("joinCharacter", ScriptedService::ok({{"characterId", "aida-7"}}));
   platform.pump();
+  EXPECT_THAT(listed(), ElementsAre("aida-7"));
   EXPECT_EQ(test.meeting->characters().at("aida-7"), aida);
+  EXPECT_EQ(test.listener->count("onCharacterLeft aida-7"), 1) << "the one that was announced";
+  announce();
+  EXPECT_NE(test.meeting->characters().at("aida"), aida) << "somebody else's by now";
   EXPECT_THAT(ear->take(), ElementsAre("onCharacterJoined aida-7", "onStreamEnabled c1 of aida-7"));
 }
 
@@ -150,6 +235,11 @@ TEST_F(CharactersTest, itsStreamsAreItsOwn) {
   EXPECT_THAT(ear->take(), ElementsAre("onStreamEnabled c1 of aida", "onStreamEnabled c2 of aida"));
   EXPECT_THAT(bob->streams(), IsEmpty());
   EXPECT_EQ(aida->streams().size(), 2u);
+  std::vector<StreamState> states;
+  aida->streams().at("c2")->on(MediaStreamEventType::state,
+                               [&](StreamState state) { states.push_back(state); });
+  test.notify("consumerResumed", {{"consumerId", "c2"}});
+  EXPECT_THAT(states, ElementsAre(StreamState::ACTIVE));
   aida->streams().at("c1")->pause();
   platform.pump();
   EXPECT_EQ(service.last("pauseConsumer"), (Dictionary{{"consumerId", "c1"}}));

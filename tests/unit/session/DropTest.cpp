@@ -160,6 +160,49 @@ TEST(DropTest, aMoveThatWasOnlyAskedForIsReportedAsFailed) {
   }
 }
 
+TEST(DropTest, aMoveThatTheServiceForgetsIsTold) {
+  Drop asked;
+  asked.join();
+  asked.test.meeting->switchTo("hall");
+  asked.platform.pump();
+  asked.dropAndComeBack(2s);
+  EXPECT_EQ(asked.test.listener->count("onError 4076 SWITCH_MEETING_FAILED"), 1);
+  asked.dropAndComeBack(2s);
+  EXPECT_EQ(asked.test.listener->count("onError 4076 SWITCH_MEETING_FAILED"), 1);
+}
+
+TEST(DropTest, aSecondMoveThatIsRefusedLeavesTheFirstItsToken) {
+  Drop drop;
+  drop.join();
+  drop.test.meeting->switchTo("hall", "hall-token");
+  drop.platform.pump();
+  drop.service().refuse("switchToMeeting");
+  drop.test.meeting->switchTo("hall", "hall-token");
+  drop.test.meeting->switchTo("yard", "yard-token");
+  drop.platform.pump();
+  drop.test.notify(
+      "entryResponded",
+      {{"sessionId", "s"}, {"id", "me"}, {"decision", "allowed"}, {"switchingRoomId", "hall"}});
+  EXPECT_EQ(drop.service().last("join").at("secret"), Value("hall-token"));
+}
+
+TEST(DropTest, whatChangedMeanwhileIsKnownAfterTheReturn) {
+  Drop drop;
+  drop.join();
+  const Dictionary bob{{"id", "bob"}, {"displayName", "bob"}, {"mode", "SEND_AND_RECV"}};
+  const Dictionary bot{{"id", "bot"}, {"metaData", {{"agent_id", "g7"}}}};
+  drop.test.addPeer("bob", bob);
+  const auto agent = std::dynamic_pointer_cast<AgentParticipant>(drop.test.addPeer("bot", bot));
+  drop.test.notify("agentStateChanged", {{"peerId", "bot"}, {"state", "SPEAKING"}});
+  auto changed = bob;
+  changed["mode"] = "VIEWER";
+  drop.service().answer("join", {{"peers", List{changed, bot}}});
+  drop.dropAndComeBack(2s);
+  EXPECT_EQ(drop.test.meeting->participants().at("bob")->mode(), Mode::VIEWER);
+  EXPECT_EQ(drop.test.listener->count("onParticipantModeChanged bob VIEWER"), 1);
+  EXPECT_EQ(agent->agentState(), AgentState::IDLE);
+}
+
 TEST(DropTest, aMoveThatIsInterruptedIsEndedByTheReturn) {
   for (const auto away : {2s, 25s}) {
     Drop moved;

@@ -9,6 +9,16 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
+TEST(DispatchTest, anErrorRightBeforeTheEndIsTold) {
+  TestPlatform platform;
+  auto test = TestMeeting::joined(platform);
+  test.socket().notify("error", {{"code", 4005}});
+  test.socket().notify("close", {{"reason", {{"code", 1011}}}});
+  platform.pump();
+  EXPECT_THAT(test.listener->lines(), testing::Contains("onError 4005 DUPLICATE_PARTICIPANT"));
+  EXPECT_THAT(test.listener->lines(), testing::Contains("onMeetingLeft duplicateParticipant"));
+}
+
 TEST(DispatchTest, everyEventOfTheRoadReadsItsPayload) {
   struct Row {
     const char* method;

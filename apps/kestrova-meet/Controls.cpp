@@ -28,7 +28,11 @@ void Controls::press(char key) {
   static constexpr Row rows[] = {{'m', &Controls::toggleMicrophone},
                                  {'v', &Controls::toggleWebcam},
                                  {'q', &Controls::changeQuality},
-                                 {'p', &Controls::togglePin}};
+                                 {'p', &Controls::togglePin},
+                                 {'R', &Controls::toggle<Service::recording>},
+                                 {'T', &Controls::toggle<Service::transcription>},
+                                 {'H', &Controls::toggle<Service::hls>},
+                                 {'W', &Controls::toggle<Service::whiteboard>}};
   if (key == 'l') return _leave();
   if (key == '?') return tell(help());
   const auto* row = std::find_if(std::begin(rows), std::end(rows),
@@ -39,7 +43,8 @@ void Controls::press(char key) {
 }
 
 std::string Controls::help() {
-  return "keys: m microphone, v webcam, q quality, p pin, l leave, ? help";
+  return "keys: m microphone, v webcam, q quality, p pin, R recording, T transcription, H HLS, "
+         "W whiteboard, l leave, ? help";
 }
 
 void Controls::tell(const std::string& line) {

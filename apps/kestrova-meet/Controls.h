@@ -3,6 +3,7 @@
 #include <kestrova/session/Meeting.h>
 
 #include "MeetingWatcher.h"
+#include "ServiceWatch.h"
 #include <functional>
 #include <memory>
 #include <string>
@@ -12,9 +13,10 @@ namespace kestrova::meet {
 /// What the keys do. Main queue only.
 class Controls {
 public:
-  /// \param meeting \param watcher must outlive the controls
-  Controls(Meeting& meeting, MeetingWatcher& watcher, std::function<void()> leave)
-      : _meeting(meeting), _watcher(watcher), _leave(std::move(leave)) {}
+  /// \param meeting \param watcher \param services must outlive the controls
+  Controls(Meeting& meeting, MeetingWatcher& watcher, ServiceWatch& services,
+           std::function<void()> leave)
+      : _meeting(meeting), _watcher(watcher), _services(services), _leave(std::move(leave)) {}
   void press(char key);
   /// One line.
   static std::string help();
@@ -24,11 +26,16 @@ private:
   void toggleWebcam();
   void changeQuality();
   void togglePin();
+  template <Service service>
+  void toggle() {
+    _services.toggle(service);
+  }
   void tell(const std::string& line);
   bool sends(MediaType kind) const;
 
   Meeting& _meeting;
   MeetingWatcher& _watcher;
+  ServiceWatch& _services;
   const std::function<void()> _leave;
 };
 

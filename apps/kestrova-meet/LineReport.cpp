@@ -41,6 +41,7 @@ public:
                 " s  " + sample.state;
     for (const auto& row : sample.people)
       if (!row.local) line += "  |  " + describe(row);
+    for (const auto& service : sample.services) line += "  |  " + printable(service);
     std::printf("%s\n", line.c_str());
     std::fflush(stdout);
   }

@@ -83,6 +83,18 @@ Mode mode(const std::string& value) {
   return *found;
 }
 
+Service service(const std::string& value) {
+  constexpr std::pair<std::string_view, Service> services[] = {
+      {"recording", Service::recording},
+      {"hls", Service::hls},
+      {"transcription", Service::transcription},
+      {"whiteboard", Service::whiteboard}};
+  for (const auto& [name, known] : services)
+    if (name == value) return known;
+  throw UsageError("--start takes recording, hls, transcription or whiteboard, not \"" + value +
+                   "\"");
+}
+
 struct Row {
   std::string_view flag;
   std::string_view value;  ///< empty for a switch
@@ -125,6 +137,9 @@ constexpr Row rows[] = {
      [](Options& o, const std::string& v) { o.record = v; }},
     {"--expect", "N", "fail unless picture and sound of N participants came",
      [](Options& o, const std::string& v) { o.expect = expectation(v); }},
+    {"--start", "SERVICE",
+     "start recording, hls, transcription or whiteboard after the join; may be repeated",
+     [](Options& o, const std::string& v) { o.start.push_back(service(v)); }},
     {"--chat", "",
      "send the lines of standard input to the topic CHAT, and show what is said there",
      [](Options& o, const std::string&) { o.chat = true; }},
@@ -209,7 +224,9 @@ std::string usageText() {
       "\nOn a terminal, without --json and --chat: m microphone, v webcam, q quality and p pin of "
       "who came "
       "last,\n"
-      "l leave, ? help.\n"
+      "l leave, ? help; capitals start and stop services of the meeting: R recording, T "
+      "transcription,\n"
+      "H HLS, W whiteboard.\n"
       "\nWith --chat a line is a message, or one of /set KEY VALUE (no value clears), /get KEY,\n"
       "/watch KEY, /file PATH; //text says /text. On a terminal Ctrl-D leaves. When the lines of "
       "a\n"

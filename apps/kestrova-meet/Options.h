@@ -12,6 +12,9 @@
 
 namespace kestrova::meet {
 
+/// A service of the meeting that this program starts and stops.
+enum class Service { recording, hls, transcription, whiteboard };
+
 /// What the command line asks for.
 struct Options {
   std::string service;
@@ -26,6 +29,7 @@ struct Options {
   std::optional<std::filesystem::path> snapshot;
   std::optional<std::filesystem::path> record;
   int expect = 0;
+  std::vector<Service> start;  ///< after the join
   bool chat = false;
   bool json = false;
   bool verbose = false;

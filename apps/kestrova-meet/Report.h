@@ -35,7 +35,8 @@ struct PersonRow {
 struct Sample {
   std::chrono::milliseconds elapsed{};  ///< since `join`
   std::string state;
-  std::vector<PersonRow> people;  ///< this participant first
+  std::vector<PersonRow> people;      ///< this participant first
+  std::vector<std::string> services;  ///< lines on those that aren't stopped
 };
 
 /// What was seen and heard of one remote participant in all.

@@ -4,6 +4,7 @@
 #include "Options.h"
 #include "Report.h"
 #include "SoundWatch.h"
+#include "Subtitles.h"
 #include "Text.h"
 #include <algorithm>
 #include <cmath>
@@ -63,7 +64,13 @@ public:
     _colour = (!noColor || !*noColor) && (!term || std::string_view(term) != "dumb");
   }
 
-  void happened(std::string_view event, const Dictionary&, const std::string& line) override {
+  void happened(std::string_view event, const Dictionary& details,
+                const std::string& line) override {
+    if (event == "transcriptionText") {
+      _subtitles.take(text(details, "participantName", ""), text(details, "text", ""),
+                      Subtitles::Clock::now());
+      return;
+    }
     if (line.empty()) return;
     _happenings.push_back((event == "error" ? "! " : "· ") + printable(line));
     if (_happenings.size() > shownHappenings) _happenings.pop_front();
@@ -73,14 +80,19 @@ public:
     winsize size{};
     const bool known = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_row > 0;
     const std::size_t height = known ? size.ws_row : 24;
-    std::vector<std::string> lines{heading(sample), paint("2", titles())};
+    const std::size_t width = known && size.ws_col > 0 ? size.ws_col : 80;
+    const auto spoken = _subtitles.lines(width, Subtitles::Clock::now());
+    std::vector<std::string> lines{heading(sample)};
+    for (const auto& line : sample.services) lines.push_back(paint("36", printable(line)));
+    lines.push_back(paint("2", titles()));
     // Lines that have scrolled away can't be redrawn.
-    const std::size_t frame = lines.size() + shownHappenings + 2;
+    const std::size_t frame = lines.size() + spoken.size() + shownHappenings + 2;
     const std::size_t room = height > frame ? height - frame : 1;
     for (std::size_t i = 0; i < sample.people.size() && i < room; ++i)
       lines.push_back(personLine(sample.people[i]));
     if (sample.people.size() > room)
       lines.push_back("  and " + std::to_string(sample.people.size() - room) + " more");
+    for (const auto& line : spoken) lines.push_back(paint("1", line));
     for (const auto& line : _happenings) lines.push_back(paint(line[0] == '!' ? "31" : "2", line));
     draw(lines);
   }
@@ -148,6 +160,7 @@ private:
   const std::string _title;
   bool _colour = false;
   std::deque<std::string> _happenings;
+  Subtitles _subtitles;
   std::size_t _drawn = 0;
 };
 

@@ -56,6 +56,8 @@ Summary Session::run() {
                                     .signalingBaseUrl = _options.service});
   _meeting->addEventListener(_watcher);
   _watcher->start(*_meeting);
+  _services = std::make_shared<ServiceWatch>(*_meeting, *_watcher);
+  _meeting->addEventListener(_services);
   _deadline.expires_after(longestConnecting);
   _deadline.async_wait([this](const boost::system::error_code& error) {
     if (!error) end(exitNotJoined, _options.service + " doesn't answer");
@@ -93,18 +95,25 @@ void Session::takeInput() {
     return;
   }
   if (_options.json) return;
-  _controls = std::make_unique<Controls>(*_meeting, *_watcher, [this] { end(exitGood, {}); });
+  _controls =
+      std::make_unique<Controls>(*_meeting, *_watcher, *_services, [this] { end(exitGood, {}); });
   _keyboard = Keyboard::open(_loop, [this](char key) { _controls->press(key); });
   if (_keyboard) _watcher->note("key", Controls::help());
 }
 
 void Session::tick() {
   if (_ticks++ % ticksPerMeasure == 0) _watcher->measure();
-  _report.tick(_watcher->sample());
+  _report.tick(sample());
   _ticker.expires_after(tickPeriod);
   _ticker.async_wait([this](const boost::system::error_code& error) {
     if (!error) tick();
   });
+}
+
+Sample Session::sample() const {
+  auto sample = _watcher->sample();
+  sample.services = _services->lines();
+  return sample;
 }
 
 // ---- The course of the meeting -----------------------------------------------------------------
@@ -113,6 +122,7 @@ void Session::joined() {
   if (_chat && !_ending) _chat->joined();
   if (std::exchange(_joined, true) || _ending) return;
   _deadline.cancel();
+  for (const auto service : _options.start) _services->start(service);
   if (!_options.duration) return;
   _deadline.expires_after(*_options.duration);
   _deadline.async_wait([this](const boost::system::error_code& error) {
@@ -191,7 +201,7 @@ void Session::finish() {
   _ticker.cancel();
   _deadline.cancel();
   _signals.cancel();
-  _report.tick(_watcher->sample());
+  _report.tick(sample());
   _loop.stop();
 }
 

@@ -12,6 +12,7 @@
 #include "Keyboard.h"
 #include "MeetingWatcher.h"
 #include "Options.h"
+#include "ServiceWatch.h"
 #include <memory>
 #include <string>
 
@@ -40,6 +41,7 @@ private:
   void awaitSignal();
   void takeInput();
   void tick();
+  Sample sample() const;
   /// The first reason counts. Leaves first where there is something to leave.
   void end(ExitCode code, std::string problem);
   void finish();
@@ -55,6 +57,7 @@ private:
   boost::asio::steady_timer _deadline;  // of the join, the stay or the leaving, in this order
   std::shared_ptr<MeetingWatcher> _watcher;
   std::shared_ptr<Meeting> _meeting;
+  std::shared_ptr<ServiceWatch> _services;
   std::unique_ptr<Controls> _controls;
   std::unique_ptr<Keyboard> _keyboard;
   std::unique_ptr<Chat> _chat;

@@ -11,21 +11,21 @@ bool continues(char c) {
   return (static_cast<unsigned char>(c) & 0xC0) == 0x80;
 }
 
+}  // namespace
+
 std::size_t columnsOf(std::string_view text) {
   std::size_t count = 0;
   for (const char c : text) count += continues(c) ? 0 : 1;
   return count;
 }
 
-std::string cut(std::string_view text, std::size_t columns) {
+std::string shortened(std::string_view text, std::size_t columns) {
   if (columnsOf(text) <= columns) return std::string(text);
   std::size_t end = 0;
   for (std::size_t seen = 0; end < text.size(); ++end)
     if (!continues(text[end]) && ++seen == columns) break;
   return std::string(text.substr(0, end)) + "…";
 }
-
-}  // namespace
 
 std::string printable(std::string_view text) {
   std::string out;
@@ -41,13 +41,13 @@ std::string printable(std::string_view text) {
 }
 
 std::string fitted(std::string_view text, std::size_t columns) {
-  auto out = cut(text, columns);
+  auto out = shortened(text, columns);
   out.append(columns - std::min(columns, columnsOf(out)), ' ');
   return out;
 }
 
 std::string fittedRight(std::string_view text, std::size_t columns) {
-  const auto out = cut(text, columns);
+  const auto out = shortened(text, columns);
   return std::string(columns - std::min(columns, columnsOf(out)), ' ') + out;
 }
 

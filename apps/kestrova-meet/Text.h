@@ -8,6 +8,10 @@ namespace kestrova::meet {
 
 /// Text from outside made harmless for a terminal: control characters become '?'.
 std::string printable(std::string_view text);
+/// How many columns it takes, a character each.
+std::size_t columnsOf(std::string_view text);
+/// The text cut to `columns` characters.
+std::string shortened(std::string_view text, std::size_t columns);
 /// The text cut or filled with blanks to `columns` characters.
 std::string fitted(std::string_view text, std::size_t columns);
 /// The same, aligned to the right.

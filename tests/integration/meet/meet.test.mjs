@@ -36,6 +36,7 @@ test('bad arguments end with 2 and one line that says what is wrong', async () =
     [[...whole, '--mic', '/nowhere.wav'], /--mic .*nowhere/],
     [[...whole, '--record', '/dev/null/x'], /--record/],
     [[...whole, '--mode', 'LOUD'], /--mode/],
+    [[...whole, '--start', 'livestream'], /--start/],
     [[...whole, '--token', 'two words'], /token/],
   ];
   for (const [args, expected] of cases) {

@@ -35,11 +35,29 @@ export class TerminalRun {
   }
 
   /** Waits until the program has written something that matches. */
-  async shows(pattern) {
-    while (!pattern.test(this.output)) {
+  shows(pattern) {
+    return this.#until(() => pattern.test(this.output), pattern);
+  }
+
+  /** The lines of the table as they were drawn last, without their colours. */
+  get table() {
+    const end = this.output.lastIndexOf('\u001b[?7h');
+    const start = this.output.lastIndexOf('\u001b[?7l', end);
+    const drawn = this.output.slice(start, end);
+    return drawn.split('\n').map((line) => line.replace(/\u001b\[[?\d]*[a-zA-Z]|\r/g, ''));
+  }
+
+  /** Waits until one of these lines matches; `gone`: until none does any more. */
+  async draws(pattern, { gone = false } = {}) {
+    await this.#until(() => this.table.some((line) => pattern.test(line)) !== gone, pattern);
+  }
+
+  async #until(fits, what) {
+    while (!fits()) {
       const gone = this.ended.then(() => true);
       const more = once(this.child.stdout, 'data').then(() => false);
-      if (await Promise.race([gone, more])) assert.match(this.output, pattern);
+      if ((await Promise.race([gone, more])) && !fits())
+        assert.fail(`ended without ${what}: ${this.output}`);
     }
   }
 

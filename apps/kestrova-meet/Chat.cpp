@@ -8,12 +8,13 @@
 
 namespace kestrova::meet {
 
-Chat::Chat(boost::asio::io_context& loop, Meeting& meeting, MeetingWatcher& watcher, Report& report,
-           const Options& options, std::function<void()> finished)
+Chat::Chat(boost::asio::io_context& loop, Meeting& meeting, MeetingWatcher& watcher,
+           Characters& characters, Report& report, const Options& options,
+           std::function<void()> finished)
     : _report(report),
       _finished(std::move(finished)),
       _topic(std::make_shared<ChatTopic>(loop, meeting, watcher)),
-      _commands(meeting, watcher, *_topic, options.token) {
+      _commands(meeting, watcher, characters, *_topic, options.token) {
   // A line is typed below what is shown only where both are the terminal.
   if (!options.json && isatty(STDIN_FILENO) && isatty(STDOUT_FILENO)) {
     _keyboard = Keyboard::open(loop, [this](char key) { press(key); });

@@ -21,10 +21,11 @@ namespace kestrova::meet {
 /// and each when the one before is done, and shows what is said. Main queue only.
 class Chat {
 public:
-  /// \param meeting \param watcher \param report must outlive the chat
+  /// \param meeting \param watcher \param characters \param report must outlive the chat
   /// \param finished called when there is no more input and all of it is done
-  Chat(boost::asio::io_context& loop, Meeting& meeting, MeetingWatcher& watcher, Report& report,
-       const Options& options, std::function<void()> finished);
+  Chat(boost::asio::io_context& loop, Meeting& meeting, MeetingWatcher& watcher,
+       Characters& characters, Report& report, const Options& options,
+       std::function<void()> finished);
 
   /// The meeting was joined, or joined again after a lost connection.
   void joined();

@@ -60,8 +60,8 @@ bool isAway(const RealtimeStoreError& error) {
 }  // namespace
 
 std::string ChatCommands::help() {
-  return "commands: /set KEY VALUE (no value clears), /get KEY, /watch KEY, /file PATH; "
-         "//text says /text";
+  return "commands: /set KEY VALUE (no value clears), /get KEY, /watch KEY, /file PATH, "
+         "/say ID TEXT (or @ID TEXT, to a character), /interrupt ID; //text says /text";
 }
 
 Task<ChatCommands::Outcome> ChatCommands::run(std::string line) {
@@ -77,6 +77,8 @@ Task<ChatCommands::Outcome> ChatCommands::run(std::string line) {
   } catch (const RealtimeStoreError& error) {
     if (isAway(error)) co_return Outcome::later;
     failure = error.what();
+  } catch (const CharacterAway&) {
+    co_return Outcome::later;
   } catch (const std::exception& error) {
     failure = error.what();
   }
@@ -95,7 +97,12 @@ Task<void> ChatCommands::start(const std::string& line) {
                                  {"/get", true, &ChatCommands::get},
                                  {"/watch", true, &ChatCommands::watch},
                                  {"/file", true, &ChatCommands::sendFile},
+                                 {"/say", true, &ChatCommands::sayToCharacter},
+                                 {"/interrupt", true, &ChatCommands::interrupt},
                                  {"/help", false, &ChatCommands::sayHelp}};
+  // "@Grace look" is said to everybody.
+  if (line.starts_with('@') && _characters.knows(firstWord(line.substr(1)).first))
+    return sayToCharacter(line.substr(1));
   if (!line.starts_with('/')) return say(line);
   if (line.starts_with("//")) return say(line.substr(1));
   auto [command, rest] = firstWord(line);
@@ -115,6 +122,18 @@ Task<void> ChatCommands::say(std::string message) {
 Task<void> ChatCommands::sayHelp(std::string) {
   _watcher.note("help", {{"message", help()}}, help());
   co_return;
+}
+
+// ---- Characters --------------------------------------------------------------------------------
+
+Task<void> ChatCommands::sayToCharacter(std::string rest) {
+  auto [id, words] = firstWord(rest);
+  if (words.empty()) throw ChatFailure("there is nothing to say to " + id);
+  return _characters.say(std::move(id), std::move(words));
+}
+
+Task<void> ChatCommands::interrupt(std::string id) {
+  return _characters.interrupt(std::move(id));
 }
 
 // ---- The store ---------------------------------------------------------------------------------

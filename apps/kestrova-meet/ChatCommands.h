@@ -3,6 +3,7 @@
 #include <kestrova/realtime/RealtimeStore.h>
 #include <kestrova/session/Meeting.h>
 
+#include "Characters.h"
 #include "ChatTopic.h"
 #include "MeetingWatcher.h"
 #include <filesystem>
@@ -22,10 +23,15 @@ public:
     later    ///< the connection was just lost, and nothing was sent: try again once it is back
   };
 
-  /// \param meeting \param watcher \param topic must outlive the commands
+  /// \param meeting \param watcher \param characters \param topic must outlive the commands
   /// \param token with which files are stored
-  ChatCommands(Meeting& meeting, MeetingWatcher& watcher, ChatTopic& topic, std::string token)
-      : _meeting(meeting), _watcher(watcher), _topic(topic), _token(std::move(token)) {}
+  ChatCommands(Meeting& meeting, MeetingWatcher& watcher, Characters& characters, ChatTopic& topic,
+               std::string token)
+      : _meeting(meeting),
+        _watcher(watcher),
+        _characters(characters),
+        _topic(topic),
+        _token(std::move(token)) {}
 
   Task<Outcome> run(std::string line);
   /// One line.
@@ -39,6 +45,8 @@ private:
   Task<void> get(std::string key);
   Task<void> watch(std::string key);
   Task<void> sendFile(std::string path);
+  Task<void> sayToCharacter(std::string rest);
+  Task<void> interrupt(std::string id);
   Task<void> sayHelp(std::string rest);
   void tellValue(const char* event, Dictionary details, const std::string& key,
                  const std::optional<std::string>& value, const std::string& by) const;
@@ -47,6 +55,7 @@ private:
 
   Meeting& _meeting;
   MeetingWatcher& _watcher;
+  Characters& _characters;
   ChatTopic& _topic;
   const std::string _token;
   std::map<std::string, RealtimeStore::Listener> _watched;

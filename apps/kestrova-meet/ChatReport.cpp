@@ -11,8 +11,9 @@ namespace kestrova::meet {
 namespace {
 
 /// How picture and sound fare is not what one talks for.
-constexpr std::array<std::string_view, 5> untold = {"streamEnabled", "streamDisabled",
-                                                    "firstPicture", "firstShare", "firstSound"};
+constexpr std::array<std::string_view, 6> untold = {"streamEnabled", "streamDisabled",
+                                                    "firstPicture",  "firstShare",
+                                                    "firstSound",    "characterState"};
 
 std::size_t terminalWidth() {
   winsize size{};

@@ -33,7 +33,10 @@ Dictionary toJson(const PersonRow& row) {
           {"kbps", rounded(row.kbps)},
           {"levelDb", rounded(row.levelDb)},
           {"hertz", rounded(row.hertz)},
-          {"roundTripMs", rounded(row.roundTripMs)}};
+          {"roundTripMs", rounded(row.roundTripMs)},
+          {"character", row.character},
+          {"doing", row.doing.empty() ? Value(nullptr) : Value(row.doing)},
+          {"lastMessage", row.lastMessage.empty() ? Value(nullptr) : Value(row.lastMessage)}};
 }
 
 /// An object a line; nothing else goes to standard output.

@@ -13,6 +13,7 @@ std::string describe(const PersonRow& row) {
   const auto add = [&out](const std::string& value, const char* unit) {
     out.append(1, ' ').append(value).append(unit);
   };
+  if (!row.doing.empty()) out += " " + row.doing;
   if (row.width > 0) {
     add(std::to_string(row.width), "x");
     out += std::to_string(row.height);

@@ -21,8 +21,8 @@ void MeetingWatcher::tell(std::string_view event, Dictionary details, const std:
 
 std::shared_ptr<Person> MeetingWatcher::makePerson(
     const std::shared_ptr<Participant>& participant) {
-  Person::Teller teller = [weak = weak_from_this()](std::string_view event, Dictionary details,
-                                                    std::string line) {
+  MediaWatch::Teller teller = [weak = weak_from_this()](std::string_view event, Dictionary details,
+                                                        std::string line) {
     if (const auto self = weak.lock()) self->tell(event, std::move(details), line);
   };
   auto recorded = participant->isLocal() ? nullptr : makeRecording(participant->displayName());
@@ -99,7 +99,7 @@ void MeetingWatcher::onSocketError(const std::string& message) {
 
 void MeetingWatcher::onEntryResponded(const std::string& id, const std::string& decision) {
   tell("entry", {{"id", id}, {"decision", decision}}, "entry " + decision);
-  const bool mine = _local && _local->row().id == id;
+  const bool mine = _local && _local->id() == id;
   if (mine && decision == "denied") _course.entryDenied();
 }
 

@@ -140,6 +140,10 @@ constexpr Row rows[] = {
     {"--start", "SERVICE",
      "start recording, hls, transcription or whiteboard after the join; may be repeated",
      [](Options& o, const std::string& v) { o.start.push_back(service(v)); }},
+    {"--character", "ID", "let an AI character join, too, and leave again at the end",
+     [](Options& o, const std::string& v) { o.character = v; }},
+    {"--character-name", "NAME", "what the others see of it (the service's choice)",
+     [](Options& o, const std::string& v) { o.characterName = v; }},
     {"--chat", "",
      "send the lines of standard input to the topic CHAT, and show what is said there",
      [](Options& o, const std::string&) { o.chat = true; }},
@@ -167,12 +171,13 @@ void require(const Options& options) {
   if (!std::all_of(options.token.begin(), options.token.end(), graphic))
     throw UsageError("the access token holds characters that no token has");
   const std::pair<const char*, const std::string*> texts[] = {
-      {"--service", &options.service},
-      {"--meeting", &options.meeting},
-      {"--participant", &options.participant},
-      {"--name", &options.name}};
+      {"--service", &options.service},         {"--meeting", &options.meeting},
+      {"--participant", &options.participant}, {"--name", &options.name},
+      {"--character", &options.character},     {"--character-name", &options.characterName}};
   for (const auto& [flag, text] : texts)
     if (!isUtf8(*text)) throw UsageError(std::string(flag) + " is not UTF-8");
+  if (!options.characterName.empty() && options.character.empty())
+    throw UsageError("--character-name needs --character ID");
   if (!options.record) return;
   std::error_code error;
   std::filesystem::create_directories(*options.record, error);
@@ -228,7 +233,9 @@ std::string usageText() {
       "transcription,\n"
       "H HLS, W whiteboard.\n"
       "\nWith --chat a line is a message, or one of /set KEY VALUE (no value clears), /get KEY,\n"
-      "/watch KEY, /file PATH; //text says /text. On a terminal Ctrl-D leaves. When the lines of "
+      "/watch KEY, /file PATH, /say ID TEXT or @ID TEXT (to a character), /interrupt ID; //text "
+      "says "
+      "/text. On a terminal Ctrl-D leaves. When the lines of "
       "a\n"
       "script end, the program leaves once all are sent and acknowledged, or after --duration.\n"
       "\nExit status: 0 good, 1 too little picture or sound, 2 bad arguments, 3 not joined,\n"

@@ -30,6 +30,8 @@ struct Options {
   std::optional<std::filesystem::path> record;
   int expect = 0;
   std::vector<Service> start;  ///< after the join
+  std::string character;       ///< the id of one that joins with us; empty: none
+  std::string characterName;
   bool chat = false;
   bool json = false;
   bool verbose = false;

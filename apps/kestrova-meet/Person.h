@@ -3,28 +3,21 @@
 #include <kestrova/session/Participant.h>
 #include <kestrova/session/ParticipantEventListener.h>
 
-#include "PictureWatch.h"
-#include "Report.h"
-#include "SoundWatch.h"
-#include "StreamRates.h"
-#include "support/Recording.h"
-#include <functional>
-#include <map>
+#include "MediaWatch.h"
 #include <memory>
 #include <string>
 
 namespace kestrova::meet {
 
-/// Watches one participant for as long as the program runs: their streams, and for remote ones what
-/// is seen and heard of them. Used on the main queue only.
+/// Watches one participant for as long as the program runs: their streams, and of an agent what it
+/// does and says. Used on the main queue only.
 class Person final : public ParticipantEventListener, public std::enable_shared_from_this<Person> {
 public:
-  using Clock = std::chrono::steady_clock;
-  /// Event name, details for JSON, and a line for people.
-  using Teller = std::function<void(std::string_view, Dictionary, std::string)>;
+  using Clock = MediaWatch::Clock;
 
   /// \param recorded gets the camera and the microphone; may be null
-  static std::shared_ptr<Person> make(const std::shared_ptr<Participant>& participant, Teller tell,
+  static std::shared_ptr<Person> make(const std::shared_ptr<Participant>& participant,
+                                      MediaWatch::Teller tell,
                                       std::shared_ptr<recording::Recording> recorded);
 
   /// A participant may come again, as another object of the same id.
@@ -32,44 +25,36 @@ public:
   void left();
   /// Nothing once they have left.
   std::shared_ptr<Participant> participant() const { return _participant.lock(); }
+  const std::string& id() const { return _media->id(); }
   /// \returns what went wrong with it, or nothing
-  std::string finishRecording();
+  std::string finishRecording() { return _media->finishRecording(); }
 
   /// Once a second: frame rate, and new statistics of every stream.
-  void measure(Clock::time_point now);
+  void measure(Clock::time_point now) { _media->measure(now); }
   PersonRow row() const;
-  RemoteSummary summary(Clock::time_point joinStarted) const;
+  RemoteSummary summary(Clock::time_point joinStarted) const {
+    return _media->summary(joinStarted);
+  }
   /// The last picture, of the camera or else of the shared screen.
-  VideoFrame lastPicture() const;
+  VideoFrame lastPicture() const { return _media->lastPicture(); }
 
   void onStreamEnabled(const std::shared_ptr<MediaStream>& stream,
                        const std::shared_ptr<Participant>& participant) override;
   void onStreamDisabled(const std::shared_ptr<MediaStream>& stream,
                         const std::shared_ptr<Participant>& participant) override;
+  void onAgentStateChanged(AgentState state,
+                           const std::shared_ptr<Participant>& participant) override;
+  void onAgentTranscriptionReceived(const TranscriptionSegment& segment,
+                                    const std::shared_ptr<Participant>& participant) override;
+  void onAgentMetrics(const Dictionary& metrics,
+                      const std::shared_ptr<Participant>& participant) override;
 
 private:
-  struct Watched {
-    std::shared_ptr<MediaStream> stream;
-    StreamRates rates;
-  };
-  Person(std::string id, std::string name, bool local, Teller tell);
-  void prepare();
-  void watch(const std::shared_ptr<MediaStream>& stream);
-  void tell(std::string_view event, Dictionary details, const std::string& line);
-  const std::shared_ptr<PictureWatch>& shownPicture() const;
-  static Task<void> takeStats(std::weak_ptr<Person> weak, std::shared_ptr<MediaStream> stream);
+  explicit Person(std::shared_ptr<MediaWatch> media) : _media(std::move(media)) {}
 
-  const std::string _id;
-  const std::string _name;
-  const bool _local;
-  const Teller _tell;
+  const std::shared_ptr<MediaWatch> _media;
   bool _here = true;
   std::weak_ptr<Participant> _participant;
-  std::map<std::string, Watched> _streams;
-  std::shared_ptr<PictureWatch> _camera;
-  std::shared_ptr<PictureWatch> _share;
-  std::shared_ptr<SoundWatch> _sound;
-  std::shared_ptr<recording::Recording> _recording;
 };
 
 }  // namespace kestrova::meet

@@ -14,7 +14,7 @@ namespace kestrova::meet {
 
 struct Options;
 
-/// One participant as the table shows it.
+/// One participant, or a character, as the table shows it.
 struct PersonRow {
   std::string id;
   std::string name;
@@ -29,17 +29,20 @@ struct PersonRow {
   std::optional<double> levelDb;
   std::optional<double> hertz;
   std::optional<double> roundTripMs;
+  bool character = false;
+  std::string doing;        ///< of an agent or a character: its state in a word
+  std::string lastMessage;  ///< of a character: what it said last
 };
 
 /// Everything the table shows, at one moment.
 struct Sample {
   std::chrono::milliseconds elapsed{};  ///< since `join`
   std::string state;
-  std::vector<PersonRow> people;      ///< this participant first
+  std::vector<PersonRow> people;      ///< this participant first, characters last
   std::vector<std::string> services;  ///< lines on those that aren't stopped
 };
 
-/// What was seen and heard of one remote participant in all.
+/// What was seen and heard of one remote participant or character in all.
 struct RemoteSummary {
   std::string id;
   std::string name;
@@ -63,6 +66,7 @@ struct Summary {
   std::string name;
   std::optional<std::chrono::milliseconds> joined;  ///< from `join` to `onMeetingJoined`
   std::vector<RemoteSummary> remotes;
+  std::vector<RemoteSummary> characters;
   /// How long its own messages took to come back, where it talked: the median.
   std::optional<double> messageRoundTripMs;
   std::size_t messagesBack = 0;

@@ -25,7 +25,7 @@ struct Column {
   bool right;
 };
 constexpr Column columns[] = {
-    {"PARTICIPANT", 18, false}, {"STREAMS", 12, false}, {"PICTURE", 9, true}, {"FPS", 5, true},
+    {"PARTICIPANT", 22, false}, {"STREAMS", 12, false}, {"PICTURE", 9, true}, {"FPS", 5, true},
     {"KBIT/S", 7, true},        {"SOUND", 14, false},   {"HZ", 6, true},      {"RTT MS", 6, true}};
 
 std::string meter(double levelDb) {
@@ -71,7 +71,8 @@ public:
                       Subtitles::Clock::now());
       return;
     }
-    if (line.empty()) return;
+    // The table has a place for these.
+    if (line.empty() || event == "characterState" || event == "characterMessage") return;
     _happenings.push_back((event == "error" ? "! " : "· ") + printable(line));
     if (_happenings.size() > shownHappenings) _happenings.pop_front();
   }
@@ -88,10 +89,7 @@ public:
     // Lines that have scrolled away can't be redrawn.
     const std::size_t frame = lines.size() + spoken.size() + shownHappenings + 2;
     const std::size_t room = height > frame ? height - frame : 1;
-    for (std::size_t i = 0; i < sample.people.size() && i < room; ++i)
-      lines.push_back(personLine(sample.people[i]));
-    if (sample.people.size() > room)
-      lines.push_back("  and " + std::to_string(sample.people.size() - room) + " more");
+    addPeople(lines, sample.people, room);
     for (const auto& line : spoken) lines.push_back(paint("1", line));
     for (const auto& line : _happenings) lines.push_back(paint(line[0] == '!' ? "31" : "2", line));
     draw(lines);
@@ -105,6 +103,27 @@ public:
 private:
   std::string paint(const char* code, const std::string& text) const {
     return _colour ? std::string("\x1b[") + code + "m" + text + "\x1b[0m" : text;
+  }
+
+  /// No more than `room` lines and one that says how many are left out.
+  void addPeople(std::vector<std::string>& lines, const std::vector<PersonRow>& people,
+                 std::size_t room) const {
+    const auto end = lines.size() + room;
+    std::size_t shown = 0;
+    for (; shown < people.size() && lines.size() < end; ++shown) {
+      const auto& row = people[shown];
+      lines.push_back(personLine(row));
+      if (!row.lastMessage.empty() && lines.size() < end)
+        lines.push_back(paint("2", "    \"" + printable(row.lastMessage) + "\""));
+    }
+    if (shown < people.size())
+      lines.push_back("  and " + std::to_string(people.size() - shown) + " more");
+  }
+
+  /// Of a long name there is less, so that what follows it can be seen.
+  static std::string nameCell(const PersonRow& row) {
+    const std::string after = row.local ? " (you)" : row.doing.empty() ? "" : " " + row.doing;
+    return shortened(printable(row.name), columns[0].width - columnsOf(after)) + after;
   }
 
   std::string heading(const Sample& sample) const {
@@ -125,7 +144,7 @@ private:
   std::string personLine(const PersonRow& row) const {
     const auto picture =
         row.width > 0 ? std::to_string(row.width) + "x" + std::to_string(row.height) : "–";
-    const std::string cells[] = {printable(row.name) + (row.local ? " (you)" : ""),
+    const std::string cells[] = {nameCell(row),
                                  row.here ? joined(row.streams) : "left",
                                  picture,
                                  row.width > 0 ? fixed(row.fps, 1) : "–",
@@ -141,7 +160,7 @@ private:
           "  ";
     }
     if (!row.here) return paint("2", "  " + line);
-    const bool flowing = row.fps >= 1;
+    const bool flowing = row.fps >= 1 || (row.character && row.kbps.value_or(0) >= 1);
     return paint(flowing ? "32" : "33", flowing ? "● " : "○ ") + line;
   }
 

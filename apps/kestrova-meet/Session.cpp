@@ -58,6 +58,8 @@ Summary Session::run() {
   _watcher->start(*_meeting);
   _services = std::make_shared<ServiceWatch>(*_meeting, *_watcher);
   _meeting->addEventListener(_services);
+  _characters = std::make_shared<Characters>(_loop, *_meeting, *_watcher);
+  _meeting->addEventListener(_characters);
   _deadline.expires_after(longestConnecting);
   _deadline.async_wait([this](const boost::system::error_code& error) {
     if (!error) end(exitNotJoined, _options.service + " doesn't answer");
@@ -89,9 +91,10 @@ void Session::awaitSignal() {
 
 void Session::takeInput() {
   if (_options.chat) {
-    _chat = std::make_unique<Chat>(_loop, *_meeting, *_watcher, _report, _options, [this] {
-      if (!_options.duration) end(exitGood, {});
-    });
+    _chat = std::make_unique<Chat>(_loop, *_meeting, *_watcher, *_characters, _report, _options,
+                                   [this] {
+                                     if (!_options.duration) end(exitGood, {});
+                                   });
     return;
   }
   if (_options.json) return;
@@ -102,7 +105,10 @@ void Session::takeInput() {
 }
 
 void Session::tick() {
-  if (_ticks++ % ticksPerMeasure == 0) _watcher->measure();
+  if (_ticks++ % ticksPerMeasure == 0) {
+    _watcher->measure();
+    _characters->measure();
+  }
   _report.tick(sample());
   _ticker.expires_after(tickPeriod);
   _ticker.async_wait([this](const boost::system::error_code& error) {
@@ -112,6 +118,7 @@ void Session::tick() {
 
 Sample Session::sample() const {
   auto sample = _watcher->sample();
+  for (auto& row : _characters->rows()) sample.people.push_back(std::move(row));
   sample.services = _services->lines();
   return sample;
 }
@@ -119,15 +126,25 @@ Sample Session::sample() const {
 // ---- The course of the meeting -----------------------------------------------------------------
 
 void Session::joined() {
-  if (_chat && !_ending) _chat->joined();
-  if (std::exchange(_joined, true) || _ending) return;
+  const bool first = !std::exchange(_joined, true);
+  if (_ending) return;
+  if (first) bringWhatIsWished();  // before the chat talks to it
+  if (_chat) _chat->joined();
+  if (!first) return;
   _deadline.cancel();
-  for (const auto service : _options.start) _services->start(service);
   if (!_options.duration) return;
   _deadline.expires_after(*_options.duration);
   _deadline.async_wait([this](const boost::system::error_code& error) {
     if (!error) end(exitGood, {});
   });
+}
+
+void Session::bringWhatIsWished() {
+  for (const auto service : _options.start) _services->start(service);
+  if (_options.character.empty()) return;
+  CharacterConfig config{.characterId = _options.character};
+  if (!_options.characterName.empty()) config.displayName = _options.characterName;
+  _characters->bring(std::move(config));
 }
 
 void Session::stateChanged(MeetingState state) {
@@ -194,7 +211,9 @@ void Session::end(ExitCode code, std::string problem) {
   _deadline.async_wait([this](const boost::system::error_code& error) {
     if (!error) finish();
   });
-  _meeting->leave();
+  _characters->dismiss([this] {
+    if (!_over) _meeting->leave();
+  });
 }
 
 void Session::finish() {
@@ -216,6 +235,7 @@ Summary Session::summarise() {
                   .problem = _problem};
   for (const auto& person : _watcher->remotes())
     summary.remotes.push_back(person->summary(_watcher->started()));
+  summary.characters = _characters->summaries();
   if (_options.snapshot) writeSnapshots(summary);
   if (_chat) summariseChat(summary);
   const auto unwritten = _watcher->finishRecordings();

@@ -6,6 +6,7 @@
 #include <boost/asio/signal_set.hpp>
 #include <boost/asio/steady_timer.hpp>
 
+#include "Characters.h"
 #include "Chat.h"
 #include "Controls.h"
 #include "ExitCode.h"
@@ -40,6 +41,7 @@ public:
 private:
   void awaitSignal();
   void takeInput();
+  void bringWhatIsWished();
   void tick();
   Sample sample() const;
   /// The first reason counts. Leaves first where there is something to leave.
@@ -58,6 +60,7 @@ private:
   std::shared_ptr<MeetingWatcher> _watcher;
   std::shared_ptr<Meeting> _meeting;
   std::shared_ptr<ServiceWatch> _services;
+  std::shared_ptr<Characters> _characters;
   std::unique_ptr<Controls> _controls;
   std::unique_ptr<Keyboard> _keyboard;
   std::unique_ptr<Chat> _chat;

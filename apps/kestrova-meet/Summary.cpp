@@ -22,6 +22,17 @@ Dictionary toJson(const RemoteSummary& remote) {
           {"snapshot", remote.snapshot.empty() ? Value(nullptr) : Value(remote.snapshot)}};
 }
 
+List toJson(const std::vector<RemoteSummary>& all) {
+  List list;
+  for (const auto& each : all) list.push_back(toJson(each));
+  return list;
+}
+
+std::string sound(const RemoteSummary& remote) {
+  if (!remote.soundHeard) return "no sound";
+  return remote.hertz ? "sound heard at " + fixed(*remote.hertz, 1) + " Hz" : "sound heard";
+}
+
 std::string line(const RemoteSummary& remote) {
   std::string out = printable(remote.name) + ": ";
   if (remote.frames == 0) {
@@ -32,9 +43,7 @@ std::string line(const RemoteSummary& remote) {
            " ms, " + std::to_string(remote.frames) + " pictures, last " +
            std::to_string(remote.width) + "x" + std::to_string(remote.height);
   }
-  out += remote.soundHeard ? ", sound heard" : ", no sound";
-  if (remote.soundHeard && remote.hertz) out += " at " + fixed(*remote.hertz, 1) + " Hz";
-  out += "\n";
+  out += ", " + sound(remote) + "\n";
   if (!remote.snapshot.empty()) out += "  last picture: " + remote.snapshot + "\n";
   return out;
 }
@@ -47,14 +56,13 @@ std::size_t Summary::flowing() const {
 }
 
 Dictionary Summary::toJson() const {
-  List list;
-  for (const auto& remote : remotes) list.push_back(meet::toJson(remote));
   return {{"event", "summary"},
           {"meeting", meeting},
           {"id", id},
           {"name", name},
           {"joinedMs", orNull(joined)},
-          {"remotes", std::move(list)},
+          {"remotes", meet::toJson(remotes)},
+          {"characters", meet::toJson(characters)},
           {"messageRoundTripMs", messageRoundTripMs ? Value(*messageRoundTripMs) : Value(nullptr)},
           {"messagesBack", messagesBack},
           {"exitCode", exitCode},
@@ -65,6 +73,8 @@ std::string Summary::text() const {
   std::string out;
   out += joined ? "joined after " + std::to_string(joined->count()) + " ms\n" : "never joined\n";
   for (const auto& remote : remotes) out += line(remote);
+  for (const auto& each : characters)
+    out += printable(each.name) + " (a character): " + sound(each) + "\n";
   if (messageRoundTripMs)
     out += "messages there and back in " + fixed(*messageRoundTripMs, 1) + " ms (median of " +
            std::to_string(messagesBack) + ")\n";

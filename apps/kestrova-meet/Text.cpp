@@ -3,12 +3,29 @@
 #include <algorithm>
 #include <cstdio>
 #include <ctime>
+#include <optional>
 
 namespace kestrova::meet {
 namespace {
 
 bool continues(char c) {
   return (static_cast<unsigned char>(c) & 0xC0) == 0x80;
+}
+
+// Enough for any year that a clock shows.
+constexpr std::size_t mostDigits = 15;
+
+std::optional<std::time_t> timeOf(std::string_view timestamp) {
+  const std::string text(timestamp);
+  if (!text.empty() && text.size() <= mostDigits &&
+      text.find_first_not_of("0123456789") == std::string::npos)
+    return static_cast<std::time_t>(std::stoll(text) / 1000);
+  std::tm utc{};
+  const char* parsed = strptime(text.c_str(), "%Y-%m-%dT%H:%M:%S", &utc);
+  std::string_view zone(parsed ? parsed : "");
+  zone.remove_prefix(std::min(zone.find_first_not_of(".0123456789"), zone.size()));
+  if (zone != "Z") return std::nullopt;
+  return timegm(&utc);
 }
 
 }  // namespace
@@ -68,13 +85,9 @@ std::string fixed(double value, int decimals) {
 }
 
 std::string clockTime(std::string_view timestamp) {
-  std::tm utc{};
-  const std::string text(timestamp);
-  const char* parsed = strptime(text.c_str(), "%Y-%m-%dT%H:%M:%S", &utc);
-  std::string_view zone(parsed ? parsed : "");
-  zone.remove_prefix(std::min(zone.find_first_not_of(".0123456789"), zone.size()));
-  if (zone != "Z") return "--:--:--";
-  const std::time_t then = timegm(&utc);
+  const auto moment = timeOf(timestamp);
+  if (!moment) return "--:--:--";
+  const std::time_t then = *moment;
   const std::time_t now = std::time(nullptr);
   std::tm local{}, today{};
   localtime_r(&then, &local);

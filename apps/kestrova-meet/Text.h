@@ -22,7 +22,8 @@ std::string fittedEnd(std::string_view text, std::size_t columns);
 std::string fixed(double value, int decimals);
 
 /// When something was said, as a clock here shows it: of today the time, of other days the date,
-/// too. \param timestamp ISO 8601 in UTC; of anything else "--:--:--" comes
+/// too. \param timestamp ISO 8601 in UTC, or milliseconds since 1970; of anything else "--:--:--"
+/// comes
 std::string clockTime(std::string_view timestamp);
 
 }  // namespace kestrova::meet

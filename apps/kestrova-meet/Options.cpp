@@ -144,6 +144,13 @@ constexpr Row rows[] = {
      [](Options& o, const std::string& v) { o.character = v; }},
     {"--character-name", "NAME", "what the others see of it (the service's choice)",
      [](Options& o, const std::string& v) { o.characterName = v; }},
+    {"--relay-to", "MEETING", "ask that meeting to show and play the people of this one",
+     [](Options& o, const std::string& v) { o.relayTo = v; }},
+    {"--relay-token", "TOKEN", "access token for that meeting, where ours isn't good there",
+     [](Options& o, const std::string& v) { o.relayToken = v; }},
+    {"--accept-relays", "",
+     "let other meetings that ask be shown here; takes the right to moderate",
+     [](Options& o, const std::string&) { o.acceptRelays = true; }},
     {"--chat", "",
      "send the lines of standard input to the topic CHAT, and show what is said there",
      [](Options& o, const std::string&) { o.chat = true; }},
@@ -167,17 +174,23 @@ void require(const Options& options) {
   if (options.meeting.empty()) throw UsageError("--meeting ID is missing");
   if (options.token.empty())
     throw UsageError("no access token: set KESTROVA_TOKEN, or give --token-file or --token");
-  const auto graphic = [](char c) { return c > ' ' && c < 0x7F; };
-  if (!std::all_of(options.token.begin(), options.token.end(), graphic))
-    throw UsageError("the access token holds characters that no token has");
+  for (const auto& token : {options.token, options.relayToken})
+    if (!std::all_of(token.begin(), token.end(), [](char c) { return c > ' ' && c < 0x7F; }))
+      throw UsageError("the access token holds characters that no token has");
   const std::pair<const char*, const std::string*> texts[] = {
-      {"--service", &options.service},         {"--meeting", &options.meeting},
-      {"--participant", &options.participant}, {"--name", &options.name},
-      {"--character", &options.character},     {"--character-name", &options.characterName}};
+      {"--service", &options.service},
+      {"--meeting", &options.meeting},
+      {"--participant", &options.participant},
+      {"--name", &options.name},
+      {"--relay-to", &options.relayTo},
+      {"--character", &options.character},
+      {"--character-name", &options.characterName}};
   for (const auto& [flag, text] : texts)
     if (!isUtf8(*text)) throw UsageError(std::string(flag) + " is not UTF-8");
   if (!options.characterName.empty() && options.character.empty())
     throw UsageError("--character-name needs --character ID");
+  if (!options.relayToken.empty() && options.relayTo.empty())
+    throw UsageError("--relay-token needs --relay-to MEETING");
   if (!options.record) return;
   std::error_code error;
   std::filesystem::create_directories(*options.record, error);

@@ -32,6 +32,9 @@ struct Options {
   std::vector<Service> start;  ///< after the join
   std::string character;       ///< the id of one that joins with us; empty: none
   std::string characterName;
+  std::string relayTo;     ///< the meeting that is asked to show this one; empty: none
+  std::string relayToken;  ///< for that meeting; empty: this one's is good there
+  bool acceptRelays = false;
   bool chat = false;
   bool json = false;
   bool verbose = false;

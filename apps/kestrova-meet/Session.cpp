@@ -54,12 +54,7 @@ Summary Session::run() {
                                     .webcamEnabled = _options.capture.camera != "none",
                                     .mode = _options.mode,
                                     .signalingBaseUrl = _options.service});
-  _meeting->addEventListener(_watcher);
-  _watcher->start(*_meeting);
-  _services = std::make_shared<ServiceWatch>(*_meeting, *_watcher);
-  _meeting->addEventListener(_services);
-  _characters = std::make_shared<Characters>(_loop, *_meeting, *_watcher);
-  _meeting->addEventListener(_characters);
+  listen();
   _deadline.expires_after(longestConnecting);
   _deadline.async_wait([this](const boost::system::error_code& error) {
     if (!error) end(exitNotJoined, _options.service + " doesn't answer");
@@ -75,6 +70,17 @@ Summary Session::run() {
   _meeting->removeAllEventListeners();
   _meeting.reset();
   return summary;
+}
+
+void Session::listen() {
+  _meeting->addEventListener(_watcher);
+  _watcher->start(*_meeting);
+  _services = std::make_shared<ServiceWatch>(*_meeting, *_watcher);
+  _meeting->addEventListener(_services);
+  _relays = std::make_shared<RelayWatch>(*_watcher, _options.acceptRelays);
+  _meeting->addEventListener(_relays);
+  _characters = std::make_shared<Characters>(_loop, *_meeting, *_watcher);
+  _meeting->addEventListener(_characters);
 }
 
 void Session::awaitSignal() {
@@ -141,6 +147,10 @@ void Session::joined() {
 
 void Session::bringWhatIsWished() {
   for (const auto service : _options.start) _services->start(service);
+  if (!_options.relayTo.empty())
+    _meeting->requestMediaRelay(_options.relayTo, _options.relayToken.empty()
+                                                      ? std::nullopt
+                                                      : std::optional(_options.relayToken));
   if (_options.character.empty()) return;
   CharacterConfig config{.characterId = _options.character};
   if (!_options.characterName.empty()) config.displayName = _options.characterName;

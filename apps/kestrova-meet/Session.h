@@ -13,6 +13,7 @@
 #include "Keyboard.h"
 #include "MeetingWatcher.h"
 #include "Options.h"
+#include "RelayWatch.h"
 #include "ServiceWatch.h"
 #include <memory>
 #include <string>
@@ -39,6 +40,7 @@ public:
   void over(LeaveReason reason) override;
 
 private:
+  void listen();
   void awaitSignal();
   void takeInput();
   void bringWhatIsWished();
@@ -60,6 +62,7 @@ private:
   std::shared_ptr<MeetingWatcher> _watcher;
   std::shared_ptr<Meeting> _meeting;
   std::shared_ptr<ServiceWatch> _services;
+  std::shared_ptr<RelayWatch> _relays;
   std::shared_ptr<Characters> _characters;
   std::unique_ptr<Controls> _controls;
   std::unique_ptr<Keyboard> _keyboard;

@@ -38,6 +38,7 @@ test('bad arguments end with 2 and one line that says what is wrong', async () =
     [[...whole, '--mode', 'LOUD'], /--mode/],
     [[...whole, '--start', 'livestream'], /--start/],
     [[...whole, '--character-name', 'Tutor'], /--character ID/],
+    [[...whole, '--relay-token', 't'], /--relay-to/],
     [[...whole, '--token', 'two words'], /token/],
   ];
   for (const [args, expected] of cases) {

@@ -146,7 +146,8 @@ constexpr Row rows[] = {
      [](Options& o, const std::string& v) { o.characterName = v; }},
     {"--relay-to", "MEETING", "ask that meeting to show and play the people of this one",
      [](Options& o, const std::string& v) { o.relayTo = v; }},
-    {"--relay-token", "TOKEN", "access token for that meeting, where ours isn't good there",
+    {"--relay-token", "TOKEN",
+     "access token for it, where ours isn't good there; can be seen like --token",
      [](Options& o, const std::string& v) { o.relayToken = v; }},
     {"--accept-relays", "",
      "let other meetings that ask be shown here; takes the right to moderate",
@@ -240,17 +241,14 @@ std::string usageText() {
   }
   text +=
       "\nOn a terminal, without --json and --chat: m microphone, v webcam, q quality and p pin of "
-      "who came "
-      "last,\n"
-      "l leave, ? help; capitals start and stop services of the meeting: R recording, T "
-      "transcription,\n"
-      "H HLS, W whiteboard.\n"
+      "who\n"
+      "came last, l leave, ? help. Capitals start and stop services of the meeting: R recording,\n"
+      "T transcription, H HLS, W whiteboard.\n"
       "\nWith --chat a line is a message, or one of /set KEY VALUE (no value clears), /get KEY,\n"
-      "/watch KEY, /file PATH, /say ID TEXT or @ID TEXT (to a character), /interrupt ID; //text "
-      "says "
-      "/text. On a terminal Ctrl-D leaves. When the lines of "
-      "a\n"
-      "script end, the program leaves once all are sent and acknowledged, or after --duration.\n"
+      "/watch KEY, /file PATH, and for an AI character /say ID TEXT or @ID TEXT, /interrupt ID;\n"
+      "//text says /text. On a terminal Ctrl-D leaves. When the lines of a script end, the "
+      "program\n"
+      "leaves once all are sent and acknowledged, or after --duration.\n"
       "\nExit status: 0 good, 1 too little picture or sound, 2 bad arguments, 3 not joined,\n"
       "4 token refused, 5 ended by others, 6 a line of a script could not be done, 130 Ctrl-C, 143 "
       "SIGTERM.\n"

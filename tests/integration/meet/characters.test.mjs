@@ -93,6 +93,12 @@ test('what is typed while the connection is away reaches the character after the
   await ada.event('streamEnabled', ({ id }) => id === 'tutor');
   assert.deepEqual(ada.all('characterJoined', 'id'), ['tutor'], 'it was there all the time');
   assert.deepEqual(ada.all('chatError', 'message'), []);
+
+  // Whether it was heard can't be known; what comes next isn't held up by that.
+  await service.control('loseAnswer', { roomId, method: 'sendCharacterMessage', downMs: 300 });
+  ada.say('@tutor and now?', 'next');
+  await ada.event('message', ({ message }) => message === 'next');
+  assert.match(ada.all('chatError', 'message').join(), /connection was lost; tutor may not/);
   await ada.stop('SIGTERM');
 });
 

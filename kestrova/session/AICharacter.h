@@ -30,12 +30,14 @@ struct Peer;
 class AICharacter : public std::enable_shared_from_this<AICharacter>,
                     public MeetingActionValidatorProviding {
 public:
+  /// For the library: of a character that was not made by a meeting the operations do nothing.
   explicit AICharacter(CharacterConfig config);
-  /// One that the service announces.
+  /// The same, of one that the service announces.
   explicit AICharacter(const Peer& peer);
   ~AICharacter() override;
 
-  /// What it was made from, with what the service filled in.
+  /// What it was made from, with what the service filled in. Of one that others brought the service
+  /// tells the id, the name and the interaction.
   CharacterConfig characterConfig() const;
   std::string characterId() const;
   /// Empty when it has none.
@@ -52,8 +54,10 @@ public:
   /// Streams by their id, as they are now; `onStreamEnabled` of one of them may be still to come.
   std::map<std::string, std::shared_ptr<MediaStream>> streams() const;
 
-  /// Asks the service to let it in. `onCharacterJoined` tells that it is there, and a refusal comes
-  /// through `onError` as CHARACTER_JOIN_FAILED.
+  /// Asks the service to let it in. `onCharacterJoined` tells that it is there, and comes again
+  /// after each return from a lost connection. A refusal comes through `onError` as
+  /// CHARACTER_JOIN_FAILED; where the cause is that no answer came, the character may be announced
+  /// all the same.
   void join();
   /// Asks the service to take it out; `onCharacterLeft` tells when it is. A refusal comes through
   /// `onError` as CHARACTER_LEAVE_FAILED.

@@ -59,7 +59,8 @@ public:
   std::shared_ptr<SinkHandle> addSink(const std::shared_ptr<AudioSink>& sink);
 
   bool isPaused() const;
-  /// Asks the service to send this stream no longer, or again. Nothing changes until it says so:
+  /// Asks the service to send this stream of somebody else's no longer, or again. Does nothing for
+  /// one's own. Nothing changes until it says so:
   /// `isPaused` follows its events.
   void pause();
   void resume();

@@ -98,9 +98,9 @@ public:
 
   // The operations below do nothing before the join, while reconnecting and after the end, but for
   // the error that `onError` reports. A switch to the state that already is, or that is under way,
-  // is refused with a line in the trace. Off counts from the moment it is asked for: nothing is
-  // sent any more, also while the library is only about to start it. What a drop of the connection
-  // interrupts is carried out by the return.
+  // is refused with a line in the trace. Off counts from the moment it is taken: nothing is sent
+  // any more, also while the library is about to start the medium of itself. What a drop of the
+  // connection interrupts of microphone and camera is carried out by the return.
 
   /// Publishes the microphone, or the application's own track.
   void unmuteMic(const std::shared_ptr<CustomRTCMediaStream>& customAudioStream = nullptr);
@@ -112,10 +112,12 @@ public:
   /// With a single camera nothing changes but a line in the trace.
   void switchWebcam();
   /// Changes what this participant sends and receives; `onParticipantModeChanged` tells the others.
-  /// Microphone and camera come back as they were wished when the new mode sends.
+  /// Microphone and camera come back as they were wished when the new mode sends. A mode that
+  /// already is, and a change that a drop interrupts, end in CHANGE_MODE_FAILED.
   void changeMode(Mode mode);
 
-  /// Asks the service to withhold what the others send, or to send it again.
+  /// Asks the service to withhold what the others send, or to send it again. Neither this nor the
+  /// adaptive subscription outlasts a lost connection: ask again after the return.
   /// \param kind "audio", "video", "share", or nothing for all of them
   void pauseAllStreams(const std::optional<std::string>& kind = std::nullopt);
   void resumeAllStreams(const std::optional<std::string>& kind = std::nullopt);
@@ -127,7 +129,8 @@ public:
   /// What this participant publishes goes on and is not announced to it again. Those who stay see
   /// `onParticipantLeft` with the reason `switchRoom` (1005), and so does this participant of them.
   /// \param token access to that meeting, where this one's doesn't give it
-  /// \param mode the mode there; the present one without it
+  /// \param mode what the service is told of this participant's mode; it joins there in the mode
+  ///   that it has, which `changeMode` changes
   void switchTo(const std::string& meetingId,
                 const std::optional<std::string>& token = std::nullopt,
                 std::optional<Mode> mode = std::nullopt);

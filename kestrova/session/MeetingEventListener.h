@@ -73,7 +73,7 @@ public:
   virtual void onLivestreamStarted() {}
   virtual void onLivestreamStopped() {}
 
-  /// Nothing means that nobody speaks.
+  /// Who is heard most: a participant or a character. Nothing means that nobody speaks.
   virtual void onSpeakerChanged(const std::optional<std::string>& participantId) {
     (void)participantId;
   }
@@ -135,17 +135,23 @@ public:
     (void)id, (void)name, (void)allow, (void)deny;
   }
 
+  /// Somebody in another meeting asks to show it in this one, and this participant may decide: by
+  /// one of the actions, or later by `Meeting::handleRelayRequestResponse`. Another host may have
+  /// been faster, which ends in an error. A host who comes, or comes back, is asked then.
+  /// \param meetingId the other meeting, here and below
   virtual void onMediaRelayRequestReceived(const std::string& participantId,
                                            const std::string& meetingId,
                                            const std::string& displayName, Action accept,
                                            Action reject) {
     (void)participantId, (void)meetingId, (void)displayName, (void)accept, (void)reject;
   }
+  /// To the one who asked: "accepted" or "rejected", and by whom over there.
   virtual void onMediaRelayRequestResponse(const std::string& decision,
                                            const std::string& decidedBy,
                                            const std::string& meetingId) {
     (void)decision, (void)decidedBy, (void)meetingId;
   }
+  /// In both meetings. The people of the one that asked join the other as participants.
   virtual void onMediaRelayStarted(const std::string& meetingId) { (void)meetingId; }
   virtual void onMediaRelayStopped(const std::string& meetingId) { (void)meetingId; }
   virtual void onMediaRelayError(const std::string& meetingId, const std::string& error) {

@@ -41,8 +41,7 @@ describe('characters', () => {
       id: 'robin',
       displayName: 'Robin',
       interactionId: answer.interactionId,
-      metaData: { 0: 'calm', 1: 'brief' },
-      mode: 'coPilot',
+      mode: 'SEND_AND_RECV',
       characterMode: 'coPilot',
       characterRole: 'guide',
       knowledgeBases: ['handbook'],
@@ -68,7 +67,7 @@ describe('characters', () => {
     await eve.ok('joinCharacter', { characterId: 'owl' });
     carl.moveTo('next');
     await carl.ok('join', carl.joinData({ switchingRoom: true }));
-    assert.equal((await carl.next('addCharacter', (d) => d.id === 'owl')).mode, 'autoPilot');
+    assert.equal((await carl.next('addCharacter', (d) => d.id === 'owl')).characterMode, 'autoPilot');
     await carl.next('newConsumer', (d) => d.peerId === 'owl');
 
     for (const client of [ada, bob]) client.events.length = 0;

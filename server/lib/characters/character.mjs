@@ -57,8 +57,8 @@ export class Character {
   /** As it is announced: like a participant, and what characters have besides. */
   describe() {
     const { id, displayName, interactionId, characterMode, characterRole, knowledgeBases } = this;
-    const metaData = { ...this.metaData };
-    const asPeer = { id, displayName, interactionId, metaData, mode: characterMode };
+    const mode = this.speaks ? 'SEND_AND_RECV' : 'SIGNALLING_ONLY';
+    const asPeer = { id, displayName, interactionId, mode };
     return { ...asPeer, characterMode, characterRole, knowledgeBases };
   }
 

@@ -24,7 +24,10 @@ export class Relay {
     from.relays.sent.set(to.id, this);
     to.relays.received.set(from.id, this);
     this.#on(from, {
-      joined: (peer) => this.#join(peer),
+      joined: (peer) => {
+        this.#join(peer);
+        this.#welcome(peer, to);
+      },
       left: (peer, code) => this.#leave(peer, code),
       published: (peer, producer) => this.#carry(peer, producer),
       mode: (peer, mode) => this.#changeMode(peer, mode),
@@ -32,7 +35,10 @@ export class Relay {
       ended: () => this.#ended(from),
     });
     this.#on(to, {
-      joined: (peer) => this.#request(peer),
+      joined: (peer) => {
+        this.#request(peer);
+        this.#welcome(peer, from);
+      },
       lost: () => this.fail('a media worker was lost'),
       ended: () => this.#ended(to),
     });
@@ -59,6 +65,11 @@ export class Relay {
     if (this.state !== 'asked' || !peer.moderator) return;
     const { id: peerId, displayName } = this.asker;
     peer.notify('mediaRelayRequestReceived', { peerId, meetingId: this.from.id, displayName });
+  }
+
+  // One who comes, or comes back, while it runs.
+  #welcome(peer, other) {
+    if (this.running) peer.notify('mediaRealyStarted', { meetingId: other.id });
   }
 
   answer(decision, decidedBy) {

@@ -41,8 +41,9 @@ function shownUrl(value, schemes) {
   return url?.hostname ? `${url.protocol}//${url.host}${url.pathname}` : undefined;
 }
 
+// An empty one is none.
 const webUrl = (value, place) =>
-  shownUrl(value, ['http', 'https']) ?? wrong(place, 'an http or https URL');
+  value === '' ? value : shownUrl(value, ['http', 'https']) ?? wrong(place, 'an http or https URL');
 
 /** An object of which each key may be there or not, but for those that are needed. */
 const object =

@@ -119,6 +119,24 @@ TEST_F(ServicesTest, aCharacterIsHeardAtItsPitchInterruptedAndGone) {
   EXPECT_TRUE(ada->sees("error 4034 CHARACTER_LEAVE_FAILED")) << ada->story();
 }
 
+TEST_F(ServicesTest, requestsArriveInTheOrderInWhichTheyWereMade) {
+  const auto ada = join("ada");
+  const auto aida = ada->meeting->createCharacter({.characterId = "aida", .characterMode = "text"});
+  const auto ear = std::make_shared<CharacterEar>(ada);
+  aida->addEventListener(ear);
+  aida->join();
+  ASSERT_TRUE(ada->sees("character aida")) << ada->story();
+  std::vector<std::string> said;
+  for (int i = 0; i < 60; ++i) {
+    // What takes longer to make is not overtaken either.
+    const auto text = std::to_string(i) + " " + std::string(i % 3 == 0 ? 4000 : 1, 'x');
+    said.push_back("ada says " + text);
+    aida->sendMessage(text);
+  }
+  EXPECT_TRUE(ada->seesTimes("ada says", 60)) << ada->story();
+  EXPECT_EQ(linesOf(*ada, "ada says"), said);
+}
+
 TEST_F(ServicesTest, aCharacterOutlastsADropAndIsThereForWhoComesLater) {
   const auto ada = join("ada");
   control("announceCharacterFirst", {});

@@ -232,8 +232,13 @@ Task<void> MediaCapturer::goBack(std::shared_ptr<RTCVideoSource> source, int fps
     if (_videoSource != source) co_return;
   }
   const auto device = getCameraDevice(*_platform->captureDevices, before);
-  if (device && co_await startSession(*device, fps)) co_return;
-  tellCaptureFailed(MediaKind::video, endCameraTrack(), "no camera could be opened");
+  const bool runs = device && co_await startSession(*device, fps);
+  if (videoSource() != source) {
+    if (runs) videoCapturer()->stopCapture([] {});  // the track was removed meanwhile
+  } else if (!runs) {
+    if (const auto ended = endCameraTrack())
+      tellCaptureFailed(MediaKind::video, ended, "no camera could be opened");
+  }
 }
 
 Task<void> MediaCapturer::stopUnusedCamera() {

@@ -1,5 +1,9 @@
 #include <kestrova/model/Secrets.h>
+#include <kestrova/platform/Values.h>
 
+#include <boost/algorithm/string/replace.hpp>
+
+#include <algorithm>
 #include <cstddef>
 
 namespace kestrova {
@@ -11,27 +15,46 @@ bool looksLikeToken(std::string_view word) {
   return start != word.npos && word.find('.', start) != word.npos;
 }
 
+/// Of what an address begins with: its scheme, if it has one.
+std::size_t hostOf(std::string_view address) {
+  const auto scheme = address.find("://");
+  return scheme == address.npos || address.find_first_of("/?#") < scheme ? 0 : scheme + 3;
+}
+
 }  // namespace
+
+std::string addressWithoutSecrets(std::string_view address) {
+  if (looksLikeToken(address)) return "[REDACTED]";
+  const auto host = hostOf(address);
+  address = address.substr(0, address.find_first_of("?#", host));
+  const auto user = address.substr(0, address.find('/', host)).rfind('@');
+  if (user == address.npos || user < host) return std::string(address);
+  return std::string(address.substr(0, host)).append(address.substr(user + 1));
+}
 
 std::string withoutSecrets(std::string_view word) {
   if (looksLikeToken(word)) return "[REDACTED]";
-  const auto scheme = word.find("://");
-  if (scheme == word.npos) return std::string(word);
-  const auto host = scheme + 3;
-  word = word.substr(0, word.find_first_of("?#", host));
-  const auto user = word.substr(0, word.find('/', host)).rfind('@');
-  if (user == word.npos || user < host) return std::string(word);
-  return std::string(word.substr(0, host)).append(word.substr(user + 1));
-}
-
-std::string addressWithoutSecrets(std::string_view address) {
-  if (address.find("://") == address.npos) address = address.substr(0, address.find_first_of("?#"));
-  return withoutSecrets(address);
+  return word.find("://") == word.npos ? std::string(word) : addressWithoutSecrets(word);
 }
 
 bool separatesWords(char c) {
   constexpr std::string_view marks = " \"'<>()[]{},;";
   return static_cast<unsigned char>(c) < 0x20 || c == 0x7f || marks.find(c) != marks.npos;
+}
+
+std::string textWithout(std::vector<std::string> secrets, std::string text) {
+  // One may be a part of another.
+  std::sort(secrets.begin(), secrets.end(),
+            [](const auto& left, const auto& right) { return left.size() > right.size(); });
+  for (const auto& secret : secrets) {
+    if (secret.empty()) continue;
+    boost::algorithm::replace_all(text, secret, "[REDACTED]");
+    const auto quoted = jsonText(Value(secret)).value_or("\"\"");
+    const auto inJson = quoted.substr(1, quoted.size() - 2);
+    if (inJson != secret && !inJson.empty())
+      boost::algorithm::replace_all(text, inJson, "[REDACTED]");
+  }
+  return text;
 }
 
 std::string textWithoutSecrets(std::string_view text) {

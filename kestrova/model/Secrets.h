@@ -2,6 +2,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace kestrova {
 
@@ -12,8 +13,11 @@ std::string withoutSecrets(std::string_view word);
 /// The same for an address, which may lack its scheme.
 std::string addressWithoutSecrets(std::string_view address);
 
-/// The same for each word of a text, which stays as it is otherwise.
+/// `withoutSecrets` of each word of a text, which stays as it is otherwise.
 std::string textWithoutSecrets(std::string_view text);
+
+/// A text without these secrets, plain or as they stand within JSON.
+std::string textWithout(std::vector<std::string> secrets, std::string text);
 
 /// Whether `c` stands between words: what surrounds a token or a URL in a sentence or in JSON.
 bool separatesWords(char c);

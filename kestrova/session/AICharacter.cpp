@@ -7,6 +7,7 @@
 #include <kestrova/session/StreamMap.h>
 
 #include <mutex>
+#include <set>
 #include <utility>
 
 namespace kestrova {
@@ -17,7 +18,8 @@ struct AICharacter::State {
   std::optional<Mode> mode;
   bool isJoined = false;
   int joins = 0;
-  std::optional<int> awaitedJoin;
+  std::set<int> awaitedJoins;
+  std::optional<int> joinsBeforeLeave;  // when the service was last asked to take it out
   std::weak_ptr<CharacterRegistry> registry;
   std::weak_ptr<MeetingActionValidating> meetingActionValidator;
 
@@ -96,6 +98,7 @@ void AICharacter::releaseKeptListeners() {
 void AICharacter::dismissListeners() {
   _state->charListeners.removeAll();
   _state->charListeners.releaseKept();
+  _state->streams.dismissListeners();
 }
 
 // ---- What is asked of it -----------------------------------------------------------------------
@@ -121,7 +124,10 @@ void AICharacter::join() {
   if (const auto registry = mayAct("join")) registry->join(shared_from_this());
 }
 void AICharacter::leave() {
-  if (const auto registry = mayAct("leave")) registry->ask(ServiceOperation::leaveCharacter, *this);
+  const auto registry = mayAct("leave");
+  if (!registry) return;
+  beginLeave();
+  registry->ask(ServiceOperation::leaveCharacter, *this);
 }
 void AICharacter::sendMessage(const std::string& text) {
   if (const auto registry = mayAct("sendMessage"))
@@ -150,25 +156,29 @@ void AICharacter::update(const Dictionary& json) {
 
 int AICharacter::beginJoin() {
   std::scoped_lock held(_state->stateLock);
-  _state->awaitedJoin = ++_state->joins;
+  _state->awaitedJoins.insert(++_state->joins);
   return _state->joins;
 }
 
 bool AICharacter::awaitsJoin() const {
-  return _state->read([](const State& state) { return state.awaitedJoin.has_value(); });
+  return _state->read([](const State& state) { return !state.awaitedJoins.empty(); });
 }
 
 bool AICharacter::endJoin(int number) {
   std::scoped_lock held(_state->stateLock);
-  if (_state->awaitedJoin != number) return false;
-  _state->awaitedJoin.reset();
-  return true;
+  return _state->awaitedJoins.erase(number) == 1;
 }
 
-void AICharacter::forgetJoin() {
+void AICharacter::beginLeave() {
+  std::scoped_lock held(_state->stateLock);
+  _state->joinsBeforeLeave = _state->joins;
+}
+
+void AICharacter::forgetJoins() {
   std::scoped_lock held(_state->stateLock);
   _state->isJoined = false;
-  _state->awaitedJoin.reset();
+  _state->awaitedJoins.clear();
+  _state->joinsBeforeLeave.reset();
 }
 
 void AICharacter::describe(const Peer& peer) {
@@ -188,13 +198,18 @@ void AICharacter::joinFromMeeting() {
 }
 
 void AICharacter::leaveFromMeeting() {
-  forgetJoin();
+  {
+    std::scoped_lock held(_state->stateLock);
+    _state->isJoined = false;
+    // What it was asked to leave does not end a join that was asked for since.
+    const int last = std::exchange(_state->joinsBeforeLeave, {}).value_or(_state->joins);
+    std::erase_if(_state->awaitedJoins, [&](int number) { return number <= last; });
+  }
   emit([](auto& listener, auto& self) { listener.onCharacterLeft(self); });
 }
 
 void AICharacter::handleStreamStateChanged(StreamState state, const std::string& streamId) {
-  const auto stream = _state->streams.find(streamId);
-  if (stream) emit([stream, state](auto&, auto&) { stream->notifyState(state); });
+  _state->streams.tellState(state, streamId, characterId());
 }
 
 void AICharacter::characterMessageFromMeeting(const CharacterMessage& message) {

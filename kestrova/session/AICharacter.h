@@ -97,12 +97,13 @@ private:
   void update(const Dictionary& json);
   /// Notes that it asks to join. \returns the number of this time
   int beginJoin();
-  /// Whether its newest `join` has no answer yet, and the character hasn't left since.
+  /// Whether a `join` has no answer yet, and the character hasn't left since.
   bool awaitsJoin() const;
-  /// \returns whether it was that one that was awaited
+  /// \returns whether that one was awaited
   bool endJoin(int number);
-  /// It left, or its meeting did.
-  void forgetJoin();
+  void beginLeave();
+  /// Its meeting is over, or another one.
+  void forgetJoins();
   /// What the service says of it beside its id.
   void describe(const Peer& peer);
   /// The meeting has announced it, or said that it left.

@@ -45,8 +45,7 @@ void CharacterRegistry::remember(const std::shared_ptr<AICharacter>& character) 
 }
 
 std::shared_ptr<AICharacter> CharacterRegistry::createCharacter(CharacterConfig config) {
-  auto made = std::make_shared<AICharacter>(std::move(config));
-  made->setMeeting(weak_from_this(), _validator);
+  const auto made = adopt(std::make_shared<AICharacter>(std::move(config)));
   const auto earlier = knownCharacter(made->characterId());
   // One that is on its way in is the one that will be announced.
   if (!earlier || !earlier->awaitsJoin()) remember(made);
@@ -56,9 +55,18 @@ std::shared_ptr<AICharacter> CharacterRegistry::createCharacter(CharacterConfig 
 std::vector<std::shared_ptr<AICharacter>> CharacterRegistry::everyCharacter() const {
   std::vector<std::shared_ptr<AICharacter>> all;
   std::scoped_lock held(_characterLock);
-  for (const auto& [id, weak] : _known)
+  for (const auto& weak : _every)
     if (auto alive = weak.lock()) all.push_back(std::move(alive));
   return all;
+}
+
+/// Makes it one of this meeting.
+std::shared_ptr<AICharacter> CharacterRegistry::adopt(std::shared_ptr<AICharacter> character) {
+  character->setMeeting(weak_from_this(), _validator);
+  std::scoped_lock held(_characterLock);
+  std::erase_if(_every, [](const auto& each) { return each.expired(); });
+  _every.push_back(character);
+  return character;
 }
 
 // ---- What is asked of the service --------------------------------------------------------------
@@ -121,8 +129,7 @@ void CharacterRegistry::addCharacter(const Peer& peer) {
   if (peer.id.empty()) return;
   auto joined = knownCharacter(peer.id);
   if (!joined) {
-    joined = std::make_shared<AICharacter>(peer);
-    joined->setMeeting(weak_from_this(), _validator);
+    joined = adopt(std::make_shared<AICharacter>(peer));
     remember(joined);
   }
   joined->describe(peer);
@@ -187,7 +194,7 @@ void CharacterRegistry::handleStreamStateChange(StreamState state, const std::st
 void CharacterRegistry::removeAll() {
   for (const auto& [id, gone] : characters()) removedCharacter(id);
   // An answer that comes now is about the meeting before.
-  for (const auto& each : everyCharacter()) each->forgetJoin();
+  for (const auto& each : everyCharacter()) each->forgetJoins();
 }
 
 void CharacterRegistry::dismissListeners() {
@@ -201,7 +208,7 @@ void CharacterRegistry::clear() {
     gone.swap(_characters);
   }
   for (const auto& each : everyCharacter()) {
-    each->forgetJoin();
+    each->forgetJoins();
     each->releaseKeptListeners();
   }
 }

@@ -57,11 +57,13 @@ private:
   std::shared_ptr<AICharacter> character(const std::string& id) const;
   /// The one that is here, that was here, or that the application made, by that id.
   std::shared_ptr<AICharacter> knownCharacter(const std::string& id) const;
+  std::shared_ptr<AICharacter> adopt(std::shared_ptr<AICharacter> character);
+  /// From now on it is the one that is known by its id.
   void remember(const std::shared_ptr<AICharacter>& character);
   void joinAnswered(const std::shared_ptr<AICharacter>& character, int number,
                     const Dictionary& reply);
   void tellJoined(const std::shared_ptr<AICharacter>& joined);
-  /// Those who are here, and those who may come.
+  /// All that are alive, here or not, also those whose id another one has by now.
   std::vector<std::shared_ptr<AICharacter>> everyCharacter() const;
   void addInternalCharacter(const std::shared_ptr<AICharacter>& character);
 
@@ -69,8 +71,9 @@ private:
   std::weak_ptr<MeetingActionValidating> _validator;
 
   mutable std::mutex _characterLock;
-  Characters _characters;  // under the lock, like the next
+  Characters _characters;  // under the lock, like the next two
   std::map<std::string, std::weak_ptr<AICharacter>> _known;
+  std::vector<std::weak_ptr<AICharacter>> _every;
 };
 
 }  // namespace kestrova

@@ -1,10 +1,10 @@
 #include <kestrova/media/AppData.h>
 #include <kestrova/media/SinkQueue.h>
+#include <kestrova/model/MeetingAction.h>
 #include <kestrova/platform/Escaped.h>
 #include <kestrova/platform/Mediasoup.h>
 #include <kestrova/platform/Task.h>
 #include <kestrova/session/MediaStream.h>
-#include <kestrova/model/MeetingAction.h>
 #include <kestrova/signalling/ParticipantDelegate.h>
 #include <kestrova/tracing/Uuid.h>
 
@@ -160,6 +160,12 @@ void MediaStream::off(MediaStreamEventType, const std::string& listenerId) {
   std::map<std::string, StateListener>::node_type gone;  // goes after the lock
   std::scoped_lock held(_state->lock);
   gone = _state->stateListeners.extract(listenerId);
+}
+
+void MediaStream::dismissListeners() {
+  std::map<std::string, StateListener> gone;  // go after the lock
+  std::scoped_lock held(_state->lock);
+  gone.swap(_state->stateListeners);
 }
 
 void MediaStream::setMeetingActionValidatorSource(

@@ -84,6 +84,7 @@ private:
   friend class CharacterRegistry;
   friend class Participant;
   friend class ParticipantRegistry;
+  friend class StreamMap;
 
   /// For the stream's participant: where the guard is to be found.
   void setMeetingActionValidatorSource(std::weak_ptr<MeetingActionValidatorProviding> source);
@@ -91,8 +92,9 @@ private:
   void setPausedBy(std::optional<std::string> reason);
   /// For the meeting: who carries out `pause` and `resume`.
   void setDelegate(std::weak_ptr<MediaStreamDelegate> delegate);
-  /// For the stream's participant, on the main queue.
+  /// For the stream's owner, on the main queue.
   void notifyState(StreamState state);
+  void dismissListeners();
 
   std::shared_ptr<RtpStream> rtpStream() const;
   void ask(const char* methodName, void (MediaStreamDelegate::*request)(const std::string&));

@@ -75,7 +75,7 @@ std::optional<MeetingActionValidationFailure> MeetingLifecycle::meetingActionSta
   const bool joined = _context->joined();
   const auto state = meetingState();
   // A meeting that was joined and is over will answer nothing more, whatever its state is called.
-  if (state == MeetingState::DISCONNECTED || (joined && _context->connections->isOver()))
+  if (state == MeetingState::DISCONNECTED || (_wasJoined && _context->connections->isOver()))
     return MeetingActionValidationFailure::meetingAlreadyLeft;
   if (!joined) return MeetingActionValidationFailure::meetingNotJoined;
   if (state == MeetingState::RECONNECTING)
@@ -168,11 +168,12 @@ void MeetingLifecycle::entryResponded(const Dictionary& payload) {
                    {"switchingRoomId", switchingRoomId.value_or("N/A")}},
                   entrySpan);
   if (switchingRoomId) {
-    switchRoom(*switchingRoomId, span);
+    switchRoom(*switchingRoomId, *sessionId, span);
     return;
   }
   if (*id == _context->localParticipant->id() && *decision == "allowed") {
     trace("Entry Responded", {}, entrySpan);
+    enterSession(*sessionId);
     auto task = [](std::weak_ptr<MeetingLifecycle> weak, Connection connection) -> Task<void> {
       if (const auto self = weak.lock()) co_await self->connected(std::move(connection));
     };
@@ -182,22 +183,20 @@ void MeetingLifecycle::entryResponded(const Dictionary& payload) {
     trace("Entry denied", {}, entrySpan);
     trace("Join Request Denied", {}, entrySpan);
   }
-  bool isNewSession = false;
   {
     std::scoped_lock held(_identityLock);
-    isNewSession = _sessionId && _sessionId != sessionId;
     _sessionId = sessionId;
     _peerId = id;
   }
-  // The meeting ended while this participant was away, and began anew.
-  if (isNewSession) _services->stopAll();
   const auto traceIt = [id = *id, decision = *decision] {
     trace("Emitting ENTRY_RESPONDED Event", {{"peerId", id}, {"decision", decision}});
   };
   _context->emit(traceIt, [id = *id, decision = *decision](auto& listener) {
     listener.onEntryResponded(id, decision);
   });
-  if (*id == _context->localParticipant->id() && *decision == "denied" && !_wasJoined)
+  const bool isDenied = *id == _context->localParticipant->id() && *decision == "denied";
+  if (isDenied) _context->roomClient()->forgetAskedSwitches();
+  if (isDenied && !_wasJoined)
     MainQueue::shared().async([weak = weak_from_this()] {
       const auto self = weak.lock();
       if (!self) return;
@@ -207,13 +206,37 @@ void MeetingLifecycle::entryResponded(const Dictionary& payload) {
     });
 }
 
-void MeetingLifecycle::switchRoom(const std::string& meetingId, ScopedSpan& span) {
-  if (meetingId == _context->id() || _context->roomClient()->isMovingTo(meetingId)) {
+/// Whatever ran and whoever was there is gone where the meeting ended while this participant was
+/// away, and began anew. On the socket's queue, before the join.
+void MeetingLifecycle::enterSession(const std::string& sessionId) {
+  bool isAnother = false;
+  {
+    std::scoped_lock held(_identityLock);
+    isAnother = _joinedSessionId && _joinedSessionId != sessionId;
+    _joinedSessionId = sessionId;
+  }
+  if (!isAnother) return;
+  MainQueue::shared().async([weak = weak_from_this()] {
+    const auto self = weak.lock();
+    if (!self) return;
+    self->_characters->removeAll();
+    self->_services->stopAll();
+  });
+}
+
+void MeetingLifecycle::switchRoom(const std::string& meetingId, const std::string& sessionId,
+                                  ScopedSpan& span) {
+  const auto client = _context->roomClient();
+  if (meetingId == client->movingTo().value_or(_context->id())) {
+    client->forgetAskedSwitches();
     traceDebug("You have entered same meeting ID. Nothing to do.");
     return;
   }
   span.event("Switching room initiated");
-  const auto client = _context->roomClient();
+  {
+    std::scoped_lock held(_identityLock);
+    _joinedSessionId = sessionId;
+  }
   client->softClose(meetingId);
   _realtime->tearDownTopics();
   spawn(moveTo(shared_from_this(), meetingId, _context->connections->current()));
@@ -283,11 +306,13 @@ void MeetingLifecycle::emitJoined(const std::optional<SpanScope>& joinSpan, Conn
     client->setJoined(true);
     self->_wasJoined = true;
     // A move to another meeting that a drop interrupted ends here.
-    if (const auto moved = client->takeInterruptedSwitch(connection))
-      return self->meetingMoved(*moved);
-    self->_realtime->joined();
-    self->_context->listeners.invoke(
-        [](MeetingEventListener& listener) { listener.onMeetingJoined(std::nullopt); });
+    if (const auto moved = client->takeInterruptedSwitch(connection)) {
+      self->meetingMoved(*moved);
+    } else {
+      self->_realtime->joined();
+      self->_context->listeners.invoke(
+          [](MeetingEventListener& listener) { listener.onMeetingJoined(std::nullopt); });
+    }
     if (client->takeForgottenSwitch(connection))
       self->_context->onError(KestrovaError::SWITCH_MEETING_FAILED.withCause(
           "the connection was lost before the service decided"));
@@ -314,7 +339,6 @@ std::optional<KestrovaError> MeetingLifecycle::refuseLeave() {
     return KestrovaError::ERROR_ACTION_PERFORMED_BEFORE_MEETING_JOINED.withMessage(
         "You must join the meeting before calling the leave() method.");
   _meetingState = MeetingState::DISCONNECTED;
-  _context->connections->end();
   return std::nullopt;
 }
 
@@ -328,7 +352,12 @@ void MeetingLifecycle::leave() {
   _tearingDown = true;
   _realtime->forgetTopics();
   invalidateReconnectTimer();
-  disconnectLater(_context->roomClient(), LeaveReason::manualLeaveCalled, std::move(goodbye));
+  // Behind what the application asked for a moment ago, which is still sent.
+  const auto client = _context->roomClient();
+  client->afterRequests([connections = _context->connections, client, goodbye] {
+    connections->end();
+    disconnectLater(client, LeaveReason::manualLeaveCalled, goodbye);
+  });
 }
 
 void MeetingLifecycle::end() {
@@ -372,11 +401,14 @@ bool MeetingLifecycle::claimLeftEvents(LeaveReason reason) {
 }
 
 void MeetingLifecycle::emitLeft(LeaveReason reason) {
-  auto& listeners = _context->listeners;
-  listeners.invoke([](MeetingEventListener& listener) { listener.onMeetingLeft(); });
-  listeners.invoke([&](MeetingEventListener& listener) { listener.onMeetingLeft(reason); });
-  releaseListeners();
-  over->heard();
+  // Behind what the service said before, which takes as many steps to its listeners.
+  MainQueue::shared().async([self = shared_from_this(), reason] {
+    auto& listeners = self->_context->listeners;
+    listeners.invoke([](MeetingEventListener& listener) { listener.onMeetingLeft(); });
+    listeners.invoke([&](MeetingEventListener& listener) { listener.onMeetingLeft(reason); });
+    self->releaseListeners();
+    self->over->heard();
+  });
 }
 
 /// On the main queue: the listeners have heard FAILED, and the meeting can't be joined any more.

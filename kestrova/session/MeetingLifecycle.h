@@ -73,7 +73,8 @@ private:
   /// \returns the codecs that the room can't decode; nothing when the join came to nothing
   Task<std::optional<std::vector<std::string>>> joinRoom(Connection connection, Mode mode,
                                                          std::optional<SpanScope> joinSpan);
-  void switchRoom(const std::string& meetingId, ScopedSpan& span);
+  void enterSession(const std::string& sessionId);
+  void switchRoom(const std::string& meetingId, const std::string& sessionId, ScopedSpan& span);
   static Task<void> moveTo(std::shared_ptr<MeetingLifecycle> self, std::string meetingId,
                            Connection connection);
   void emitJoined(const std::optional<SpanScope>& joinSpan, Connection connection);
@@ -101,6 +102,7 @@ private:
 
   mutable std::mutex _identityLock;
   std::optional<std::string> _sessionId;
+  std::optional<std::string> _joinedSessionId;  // of the meeting that this participant is in
   std::optional<std::string> _peerId;
   std::atomic<bool> _listenerAttached{false};
   std::atomic<bool> _joining{false};

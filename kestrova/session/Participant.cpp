@@ -87,6 +87,7 @@ void Participant::releaseKeptListeners() {
 void Participant::dismissListeners() {
   _state->listeners.removeAll();
   _state->listeners.releaseKept();
+  _state->streams.dismissListeners();
 }
 
 std::shared_ptr<MeetingActionValidating> Participant::meetingActionValidator() const {
@@ -240,14 +241,7 @@ void Participant::setPinState(ParticipantPinState pinState) {
 }
 
 void Participant::handleStreamStateChanged(StreamState state, const std::string& streamId) {
-  const auto stream = _state->streams.find(streamId);
-  if (!stream) return;
-  MainQueue::shared().async([self = shared_from_this(), stream, state] {
-    stream->notifyState(state);
-    trace("Emitting STREAM_STATE_CHANGED Event", {{"state", streamStateTexts(state)},
-                                                  {"peerId", self->_id},
-                                                  {"kind", text(stream->kind())}});
-  });
+  _state->streams.tellState(state, streamId, _id);
 }
 
 void Participant::handleMediaStatusChanged(const std::string& peerId, MediaType kind,

@@ -3,7 +3,6 @@
 #include <kestrova/tracing/Trace.h>
 
 #include <boost/algorithm/string/join.hpp>
-#include <boost/algorithm/string/replace.hpp>
 
 #include <utility>
 
@@ -38,9 +37,7 @@ std::string described(std::optional<TranscriptionConfig> config) {
 std::string described(const std::vector<LivestreamOutput>& outputs) {
   std::string text;
   for (const auto& output : outputs) {
-    auto url = addressWithoutSecrets(output.url);
-    if (!output.streamKey.empty())
-      boost::algorithm::replace_all(url, output.streamKey, "[REDACTED]");
+    const auto url = addressWithoutSecrets(textWithout({output.streamKey}, output.url));
     text += "{ URL: " + url + " }, ";
   }
   return text.empty() ? "Outputs not specified" : text;

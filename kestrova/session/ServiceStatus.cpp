@@ -37,10 +37,14 @@ void ServiceStatus::whiteboardStopped() {
 }
 
 void ServiceStatus::stopAll() {
-  if (recordingState() != RecordingState::RECORDING_STOPPED)
+  if (recordingState() != RecordingState::RECORDING_STOPPED) {
     onRecordingStateChanged(RecordingState::RECORDING_STOPPED);
-  if (liveStreamState() != LiveStreamState::LIVESTREAM_STOPPED)
+    _context->emit([](auto& listener) { listener.onRecordingStopped(); });
+  }
+  if (liveStreamState() != LiveStreamState::LIVESTREAM_STOPPED) {
     onLivestreamStateChanged(LiveStreamState::LIVESTREAM_STOPPED);
+    _context->emit([](auto& listener) { listener.onLivestreamStopped(); });
+  }
   if (hlsState() != HLSState::HLS_STOPPED) onHlsStateChanged(HLSState::HLS_STOPPED, {});
   if (transcriptionState() != TranscriptionState::TRANSCRIPTION_STOPPED)
     onTranscriptionStateChanged(TranscriptionState::TRANSCRIPTION_STOPPED);

@@ -271,7 +271,6 @@ bool runsOnArrival(RemoteEvent event) {
     case Event::restartIce:
     case Event::entryResponded:
     case Event::close:
-    case Event::error:  // also where a close comes right behind it
       return true;
     default:
       return false;

@@ -4,6 +4,7 @@
 #include <boost/algorithm/string/case_conv.hpp>
 
 #include <limits>
+#include <utility>
 
 namespace kestrova {
 namespace {
@@ -17,16 +18,20 @@ std::string unansweredCause(const Dictionary& response) {
 
 }  // namespace
 
-ResponseStatus isStatusOK(const Dictionary& response) {
+ResponseStatus isStatusOK(const Dictionary& response, const std::vector<std::string>& secrets) {
+  const auto readable = [&](std::string text) {
+    return textWithoutSecrets(textWithout(secrets, std::move(text)));
+  };
   const auto* data = dictionary(response, "data");
   if (!data)
-    return {false, "Error response: " + textWithoutSecrets(jsonText(response).value_or("")),
+    return {false, "Error response: " + readable(jsonText(response).value_or("")),
             unansweredCause(response)};
   if (boost::algorithm::to_lower_copy(text(*data, "status", "")) == "ok") return {true, "", ""};
+  const auto message = text(*data, "message");
   return {false,
           " [ ErrorCode: " + std::to_string(integer(*data, "errorCode", -1)) +
-              ", Message: " + textWithoutSecrets(text(*data, "message", "Unknown error")) + " ] ",
-          text(*data, "message", "the service refused without a reason")};
+              ", Message: " + readable(message.value_or("Unknown error")) + " ] ",
+          readable(message.value_or("the service refused without a reason"))};
 }
 
 std::string serviceCause(const Dictionary& answer) {

@@ -4,6 +4,7 @@
 #include <kestrova/platform/Values.h>
 
 #include <string>
+#include <vector>
 
 namespace kestrova {
 
@@ -17,7 +18,8 @@ struct ResponseStatus {
 };
 
 /// Judges the answer to any request: good is a "data" dictionary whose "status" reads "ok".
-ResponseStatus isStatusOK(const Dictionary& response);
+/// \param secrets of the request, which a refusal may quote and nobody may read
+ResponseStatus isStatusOK(const Dictionary& response, const std::vector<std::string>& secrets = {});
 
 /// The error of a number that the service sent; UNKNOWN_ERROR for one that the catalogue lacks.
 KestrovaError serviceError(std::int64_t code);

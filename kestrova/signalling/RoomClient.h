@@ -63,7 +63,8 @@ public:
   }
   /// See `RoomSwitch`.
   bool takeForgottenSwitch(const Connection& now) { return _roomSwitch->takeForgotten(now); }
-  bool isMovingTo(const std::string& meetingId) const { return _roomSwitch->isMovingTo(meetingId); }
+  void forgetAskedSwitches() { _roomSwitch->forgetAllAsked(); }
+  std::optional<std::string> movingTo() const { return _roomSwitch->movingTo(); }
   /// \throws ModeChangeFailure
   Task<void> changeMode(Mode mode, Connection connection, std::optional<SpanScope> changeModeSpan);
   /// Closes what an earlier connection left of the microphone or camera.
@@ -73,6 +74,8 @@ public:
 
   /// Starts a request of the application's, behind those that it made before.
   void inOrder(Task<void> request);
+  /// Runs `work` once all of them have been handed to the socket, on its queue.
+  void afterRequests(Work work) { _context->afterRequests(std::move(work)); }
 
   bool joined() const { return _context->joined(); }
   void setJoined(bool joined) { _context->setJoined(joined); }

@@ -33,6 +33,12 @@ void RoomContext::setFileUpload(std::shared_ptr<const FileUpload> fileUpload) {
   _fileUpload = std::move(fileUpload);
 }
 
+void RoomContext::afterRequests(Work work) const {
+  _requestQueue->async([handler = socketRequestHandler, work = std::move(work)]() mutable {
+    handler->afterEmits(std::move(work));
+  });
+}
+
 bool RoomContext::joined() const {
   return stateQueue->sync([this] { return _joined; });
 }

@@ -46,6 +46,8 @@ public:
   const std::shared_ptr<SerialQueue> stateQueue;
   /// Starts a request, behind those that were started before. Any thread; returns at once.
   void inOrder(Task<void> request) const { spawnOn(*_requestQueue, std::move(request)); }
+  /// Runs `work` on the socket's queue once those have been handed to it.
+  void afterRequests(Work work) const;
   RoomSpans spans;
   PubSubEndpointStore pubSubEndpointStore;
 

@@ -40,7 +40,7 @@ void RoomSwitch::takeOver(const std::string& meetingId) {
     std::scoped_lock held(_lock);
     for (auto& asked : _asked)
       if (asked.meetingId == meetingId) token = std::move(asked.token);
-    _asked.clear();
+    std::erase_if(_asked, [&](const Asked& asked) { return asked.meetingId == meetingId; });
     _move = Move{meetingId, _context->connections->current()};
   }
   _context->socketRequestHandler->moveTo(meetingId, token);
@@ -63,9 +63,14 @@ void RoomSwitch::moved(const std::string& meetingId) {
   if (_move && _move->meetingId == meetingId) _move.reset();
 }
 
-bool RoomSwitch::isMovingTo(const std::string& meetingId) const {
+std::optional<std::string> RoomSwitch::movingTo() const {
   std::scoped_lock held(_lock);
-  return _move && _move->meetingId == meetingId;
+  return _move ? std::optional(_move->meetingId) : std::nullopt;
+}
+
+void RoomSwitch::forgetAllAsked() {
+  std::scoped_lock held(_lock);
+  _asked.clear();
 }
 
 bool RoomSwitch::takeForgotten(const Connection& now) {
@@ -83,7 +88,8 @@ Task<void> RoomSwitch::switchingRoom(std::string meetingId, Mode mode, bool isBa
                                      Connection connection) {
   const auto self = shared_from_this();
   const auto& displayName = _context->options.meeting.localParticipantName;
-  if (!connection.isCurrent()) co_return;  // the return carries it on
+  // The return carries it on, or another move has followed.
+  if (!connection.isCurrent() || movingTo() != meetingId) co_return;
   ScopedSpan span("Switching room", {{"room.id", meetingId}, {"displayName", displayName}});
   bool failed = false;
   try {
@@ -91,7 +97,7 @@ Task<void> RoomSwitch::switchingRoom(std::string meetingId, Mode mode, bool isBa
     auto joining =
         _joinSequence->join(CameraPosition::front, true, mode, isBatchingEnabled, connection);
     const auto unsupportedCodecs = co_await std::move(joining);
-    if (!unsupportedCodecs) co_return;
+    if (!unsupportedCodecs || movingTo() != meetingId) co_return;
     requesting.event("Requested to join switched room successfully");
     moved(meetingId);
     const auto delegate = _context->delegate();

@@ -43,8 +43,10 @@ public:
   /// Whether moves that were asked for on an earlier connection were not decided on it, once: the
   /// service has forgotten them.
   bool takeForgotten(const Connection& now);
-  /// A move there has been announced and is not over.
-  bool isMovingTo(const std::string& meetingId) const;
+  /// The service has decided about them, one way or the other.
+  void forgetAllAsked();
+  /// To which meeting a move has been announced that is not over.
+  std::optional<std::string> movingTo() const;
 
 private:
   struct Asked {

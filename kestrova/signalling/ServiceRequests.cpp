@@ -2,9 +2,6 @@
 #include <kestrova/signalling/ServiceRequests.h>
 #include <kestrova/tracing/Trace.h>
 
-#include <boost/algorithm/string/replace.hpp>
-
-#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <utility>
@@ -212,21 +209,6 @@ bool hasIssues(const Dictionary& reply) {
   return issues && !issues->empty();
 }
 
-std::string without(std::vector<std::string> secrets, std::string text) {
-  // One may be a part of another.
-  std::sort(secrets.begin(), secrets.end(),
-            [](const auto& left, const auto& right) { return left.size() > right.size(); });
-  for (const auto& secret : secrets) {
-    if (secret.empty()) continue;
-    const auto quoted = jsonText(Value(secret)).value_or("\"\"");
-    boost::algorithm::replace_all(text, secret, "[REDACTED]");
-    const auto inJson = quoted.substr(1, quoted.size() - 2);
-    if (inJson != secret && !inJson.empty())
-      boost::algorithm::replace_all(text, inJson, "[REDACTED]");
-  }
-  return text;
-}
-
 std::vector<TraceAttribute> listed(const TraceAttributes& attributes) {
   std::vector<TraceAttribute> items;
   for (const auto& [key, value] : attributes) items.push_back({key, value});
@@ -262,12 +244,12 @@ Task<bool> ServiceRequests::ask(ServiceOperation operation, Dictionary data, Ext
 
 bool ServiceRequests::judge(const ServiceRow& row, const Dictionary& reply, ScopedSpan& span,
                             const std::vector<std::string>& secrets) {
-  const auto status = isStatusOK(reply);
+  const auto status = isStatusOK(reply, secrets);
   if (status.ok) return true;
-  auto cause = row.cause + without(secrets, status.failure) + row.causeEnd;
+  auto cause = row.cause + status.failure + row.causeEnd;
   if (row.failed) traceError(cause, {}, span.scope());
   span.fail(row.failed ? row.failed : std::move(cause));
-  if (row.error) reportFailure(*_context, row.error->withCause(without(secrets, status.cause)));
+  if (row.error) reportFailure(*_context, row.error->withCause(status.cause));
   return false;
 }
 
@@ -299,11 +281,13 @@ Task<void> ServiceRequests::askForAllStreams(const AllStreams& texts, std::strin
   const auto name = spoken(kind);
   ScopedSpan span([&] { return row.span + name + " Stream Requested."; }, {{"kind", kind}});
   const auto connection = _context->connections->current();
+  const int number = ++_allStreamsAsked;
   Dictionary data{{"kind", kind}};
   Dictionary reply =
       co_await _context->socketRequestHandler->prepareAndSendRequest(row.request, data, connection);
-  // The service may have missed some consumers the first time; it gets one more chance.
-  if (hasIssues(reply))
+  // The service may have missed some consumers the first time; it gets one more chance, unless
+  // something else is wished by now.
+  if (hasIssues(reply) && _allStreamsAsked == number)
     reply = co_await _context->socketRequestHandler->prepareAndSendRequest(
         row.request, std::move(data), connection);
   if (!judge(row, reply, span)) co_return;

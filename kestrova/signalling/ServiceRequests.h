@@ -3,6 +3,7 @@
 #include <kestrova/signalling/Events.h>
 #include <kestrova/signalling/RoomContext.h>
 
+#include <atomic>
 #include <memory>
 #include <optional>
 #include <string>
@@ -88,6 +89,7 @@ private:
              const std::vector<std::string>& secrets = {});
 
   const std::shared_ptr<RoomContext> _context;
+  std::atomic<int> _allStreamsAsked = 0;
 };
 
 }  // namespace kestrova

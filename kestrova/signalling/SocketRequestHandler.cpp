@@ -192,7 +192,10 @@ Task<Dictionary> SocketRequestHandler::prepareAndSendRequest(LocalEvent event, D
                                                              std::optional<Connection> connection,
                                                              AnswerHandler onArrival) {
   auto envelope = makeRequestEnvelope(event, std::move(data));
-  if (!envelope) co_return Dictionary();
+  if (!envelope) {
+    if (onArrival) onArrival(Dictionary());
+    co_return Dictionary();
+  }
 
   auto send = [weak = weak_from_this(), queue = _socketEmitQueue, envelope = std::move(*envelope),
                owner = connection.value_or(_connections->current()),

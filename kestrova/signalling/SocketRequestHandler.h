@@ -59,13 +59,17 @@ public:
   /// key "ACK_STATUS" when no answer came in time, or when the connection went. Never fails.
   /// \param connection to which the request belongs: it is not sent on any other; the present one
   ///   without it
-  /// \param onArrival sees the answer first, on `socketEmitQueue`, before the next event is handled
+  /// \param onArrival sees the answer first, on `socketEmitQueue`, before the next event is
+  /// handled;
+  ///   the empty one of a request that was not sent anywhere
   Task<Dictionary> prepareAndSendRequest(LocalEvent event, Dictionary data = {},
                                          std::optional<Connection> connection = {},
                                          AnswerHandler onArrival = {});
   /// Nothing when the request cannot travel as JSON.
   std::optional<Dictionary> makeRequestEnvelope(LocalEvent event, Dictionary data) const;
 
+  /// Runs `work` on `socketEmitQueue`, behind what was handed to it before.
+  void afterEmits(Work work) { _socketEmitQueue->async(std::move(work)); }
   /// Told without waiting for an answer, and only while the socket is connected.
   void definePeerLeftReason(const std::string& leaveReason);
   /// Asks the service to end the meeting for all.

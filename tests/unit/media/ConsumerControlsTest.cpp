@@ -91,5 +91,16 @@ TEST_F(ConsumerControlsTest, consumersThatWereMissedGetOneMoreRequestAndNoThird)
   }
 }
 
+TEST_F(ConsumerControlsTest, aSecondChanceDoesNotUndoWhatWasAskedSince) {
+  platform.service->withhold("pauseAllConsumers");
+  room.client->inOrder(services->pauseAllStreams("all"));
+  room.client->inOrder(services->resumeAllStreams("all"));
+  platform.pump();
+  EXPECT_TRUE(
+      platform.service->answerLate("pauseAllConsumers", Dictionary{{"data", withIssues("ok")}}));
+  platform.pump();
+  EXPECT_EQ(platform.service->count("pauseAllConsumers"), 1);
+}
+
 }  // namespace
 }  // namespace kestrova::test

@@ -134,6 +134,8 @@ TEST_F(CharactersTest, eachJoinHasItsOwnAnswer) {
   join(*aida);
   service.answerLate("joinCharacter", ScriptedService::ok({{"interactionId", "first"}}));
   platform.pump();
+  EXPECT_EQ(aida->interactionId(), "first");
+  test.notify("removeCharacter", {{"id", "aida"}});
   EXPECT_THAT(listed(), IsEmpty());
   service.answerLate("joinCharacter", ScriptedService::ok({{"interactionId", "second"}}));
   platform.pump();
@@ -149,6 +151,11 @@ TEST_F(CharactersTest, theOneThatJoinsIsTheOneThatIsAnnounced) {
   announce();
   EXPECT_EQ(test.meeting->characters().at("aida"), first);
   EXPECT_FALSE(second->isJoined());
+  const auto broken =
+      test.meeting->createCharacter({.characterId = "broken", .displayName = "\xff"});
+  join(*broken);
+  EXPECT_EQ(test.listener->count("onError 4033 CHARACTER_JOIN_FAILED"), 1);
+  test.listener->take();
   const auto nameless = create("");
   join(*nameless);
   EXPECT_EQ(service.count("joinCharacter"), 1);
@@ -182,6 +189,7 @@ TEST_F(CharactersTest, anAnswerOfTheMeetingBeforeBringsNobodyAlong) {
 TEST_F(CharactersTest, whoLetGoOfTheMeetingHearsNothingMoreAndNothingStays) {
   announce();
   auto aida = test.meeting->characters().at("aida");
+  const auto namesake = create();  // by whose id the service means the other one
   auto bob = test.addPeer("bob");
   const auto ear = listenTo(*aida);
   const auto bobsEar = std::make_shared<RecordingParticipantListener>();
@@ -239,7 +247,11 @@ TEST_F(CharactersTest, itsStreamsAreItsOwn) {
   aida->streams().at("c2")->on(MediaStreamEventType::state,
                                [&](StreamState state) { states.push_back(state); });
   test.notify("consumerResumed", {{"consumerId", "c2"}});
-  EXPECT_THAT(states, ElementsAre(StreamState::ACTIVE));
+  aida->removeAllEventListeners();
+  test.notify("consumerResumed", {{"consumerId", "c2"}});
+  EXPECT_THAT(states, ElementsAre(StreamState::ACTIVE, StreamState::ACTIVE))
+      << "whoever listens to the character";
+  aida->addEventListener(ear);
   aida->streams().at("c1")->pause();
   platform.pump();
   EXPECT_EQ(service.last("pauseConsumer"), (Dictionary{{"consumerId", "c1"}}));

@@ -169,6 +169,32 @@ TEST(DropTest, aMoveThatTheServiceForgetsIsTold) {
   EXPECT_EQ(asked.test.listener->count("onError 4076 SWITCH_MEETING_FAILED"), 1);
   asked.dropAndComeBack(2s);
   EXPECT_EQ(asked.test.listener->count("onError 4076 SWITCH_MEETING_FAILED"), 1);
+  const Dictionary denied{{"sessionId", "hall's"}, {"id", "me"}, {"decision", "denied"}};
+  const Dictionary here{
+      {"sessionId", "s"}, {"id", "me"}, {"decision", "allowed"}, {"switchingRoomId", "room"}};
+  for (const auto& decision : {denied, here}) {
+    asked.test.meeting->switchTo("hall");
+    asked.platform.pump();
+    asked.test.notify("entryResponded", decision);
+    asked.dropAndComeBack(2s);
+    EXPECT_EQ(asked.test.listener->count("onError 4076 SWITCH_MEETING_FAILED"), 1)
+        << "which the service has decided about";
+  }
+}
+
+TEST(DropTest, ofTwoMovesTheLastOneIsJoined) {
+  Drop drop;
+  drop.join();
+  drop.service().withholdOnce("join");
+  for (const char* meeting : {"hall", "yard"})
+    drop.test.notify(
+        "entryResponded",
+        {{"sessionId", "s"}, {"id", "me"}, {"decision", "allowed"}, {"switchingRoomId", meeting}});
+  drop.service().answerLate("join", ScriptedService::ok());
+  drop.platform.pump();
+  EXPECT_EQ(drop.test.listener->count("onMeetingJoined hall"), 0);
+  EXPECT_EQ(drop.test.listener->count("onMeetingJoined yard"), 1);
+  EXPECT_EQ(drop.test.meeting->id(), "yard");
 }
 
 TEST(DropTest, aSecondMoveThatIsRefusedLeavesTheFirstItsToken) {

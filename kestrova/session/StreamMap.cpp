@@ -1,0 +1,51 @@
+#include <kestrova/platform/Queue.h>
+#include <kestrova/platform/WebRTC.h>
+#include <kestrova/session/StreamMap.h>
+#include <kestrova/tracing/Trace.h>
+
+#include <utility>
+
+namespace kestrova {
+
+StreamMap::Streams StreamMap::all() const {
+  std::scoped_lock held(_streamsLock);
+  return _streams;
+}
+
+void StreamMap::add(std::shared_ptr<MediaStream> stream) {
+  const auto& id = stream->id();
+  std::shared_ptr<MediaStream> replaced = stream;
+  std::scoped_lock held(_streamsLock);
+  _streams[id].swap(replaced);
+}
+
+std::shared_ptr<MediaStream> StreamMap::take(const std::string& id) {
+  std::scoped_lock held(_streamsLock);
+  auto node = _streams.extract(id);
+  return node.empty() ? nullptr : std::move(node.mapped());
+}
+
+StreamMap::Streams StreamMap::takeAll() {
+  std::scoped_lock held(_streamsLock);
+  return std::exchange(_streams, {});
+}
+
+void StreamMap::tellState(StreamState state, const std::string& streamOrTrackId,
+                          const std::string& ownerId) const {
+  for (const auto& [id, stream] : all()) {
+    if (id != streamOrTrackId && stream->track()->id() != streamOrTrackId) continue;
+    MainQueue::shared().async([stream = stream, state, ownerId] {
+      stream->notifyState(state);
+      trace("Emitting STREAM_STATE_CHANGED Event", {{"state", streamStateTexts(state)},
+                                                    {"peerId", ownerId},
+                                                    {"kind", text(stream->kind())}});
+    });
+    return;
+  }
+}
+
+void StreamMap::dismissListeners() const {
+  for (const auto& [id, stream] : all()) stream->dismissListeners();
+}
+
+}  // namespace kestrova

@@ -32,7 +32,7 @@ public:
   /// Adds a listener that its place keeps.
   ListenerHandle keep(std::shared_ptr<Listener> listener) {
     if (!listener) return {};
-    _members->add(listener);
+    _members->add(listener, 1);
     return ListenerHandle(std::make_unique<Place>(_members, std::move(listener)));
   }
 
@@ -57,6 +57,8 @@ private:
   struct Member {
     std::weak_ptr<Listener> alive;
     const Listener* address;
+    bool isAdded;  // by itself
+    int places;    // and by how many handles
 
     // Without locking it: whoever locks last destroys the listener, which is not for a lock.
     bool is(const std::shared_ptr<Listener>& listener) const {
@@ -68,13 +70,23 @@ private:
 
   class Members {
   public:
-    void add(const std::shared_ptr<Listener>& listener) {
+    void add(const std::shared_ptr<Listener>& listener, int places = 0) {
       if (!listener) return;
       std::scoped_lock held(_lock);
       std::erase_if(_list, [](const Member& member) { return member.alive.expired(); });
-      const bool isKnown = std::any_of(_list.begin(), _list.end(),
-                                       [&](const Member& member) { return member.is(listener); });
-      if (!isKnown) _list.push_back({listener, listener.get()});
+      auto known = std::find_if(_list.begin(), _list.end(),
+                                [&](const Member& member) { return member.is(listener); });
+      if (known == _list.end()) known = _list.insert(known, {listener, listener.get(), false, 0});
+      known->isAdded |= places == 0;
+      known->places += places;
+    }
+
+    /// A handle goes; another one may still keep the listener here.
+    void leavePlace(const std::shared_ptr<Listener>& listener) {
+      std::scoped_lock held(_lock);
+      std::erase_if(_list, [&](Member& member) {
+        return member.is(listener) && --member.places <= 0 && !member.isAdded;
+      });
     }
 
     void remove(const std::shared_ptr<Listener>& listener) {
@@ -135,7 +147,7 @@ private:
     Place(const std::shared_ptr<Members>& members, std::shared_ptr<Listener> listener)
         : _members(members), _listener(std::move(listener)) {}
     ~Place() override {
-      if (const auto members = _members.lock()) members->remove(_listener);
+      if (const auto members = _members.lock()) members->leavePlace(_listener);
     }
     void stay(std::unique_ptr<ListenerHandle::Place> self) override {
       if (const auto members = _members.lock()) members->keep(std::move(self));

@@ -311,8 +311,8 @@ Dictionary Meeting::getAttributes() const {
   return {{"enabledLogs", configuration.logsEnabled()},
           {"logEndPoint", configuration.logsEndpoint()},
           {"jwtKey", configuration.jwtKey()},
-          {"sessionId", _core->lifecycle->sessionId().value_or("")},
-          {"peerId", _core->lifecycle->peerId().value_or("")}};
+          {"sessionId", _core->lifecycle->identity.sessionId().value_or("")},
+          {"peerId", _core->lifecycle->identity.peerId().value_or("")}};
 }
 
 // ---- Listeners ---------------------------------------------------------------------------------

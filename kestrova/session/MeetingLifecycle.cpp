@@ -83,16 +83,6 @@ std::optional<MeetingActionValidationFailure> MeetingLifecycle::meetingActionSta
   return std::nullopt;
 }
 
-std::optional<std::string> MeetingLifecycle::sessionId() const {
-  std::scoped_lock held(_identityLock);
-  return _sessionId;
-}
-
-std::optional<std::string> MeetingLifecycle::peerId() const {
-  std::scoped_lock held(_identityLock);
-  return _peerId;
-}
-
 void MeetingLifecycle::noteListenerAttached() {
   _listenerAttached = true;
 }
@@ -183,11 +173,7 @@ void MeetingLifecycle::entryResponded(const Dictionary& payload) {
     trace("Entry denied", {}, entrySpan);
     trace("Join Request Denied", {}, entrySpan);
   }
-  {
-    std::scoped_lock held(_identityLock);
-    _sessionId = sessionId;
-    _peerId = id;
-  }
+  identity.note(*sessionId, *id);
   const auto traceIt = [id = *id, decision = *decision] {
     trace("Emitting ENTRY_RESPONDED Event", {{"peerId", id}, {"decision", decision}});
   };
@@ -209,13 +195,7 @@ void MeetingLifecycle::entryResponded(const Dictionary& payload) {
 /// Whatever ran and whoever was there is gone where the meeting ended while this participant was
 /// away, and began anew. On the socket's queue, before the join.
 void MeetingLifecycle::enterSession(const std::string& sessionId) {
-  bool isAnother = false;
-  {
-    std::scoped_lock held(_identityLock);
-    isAnother = _joinedSessionId && _joinedSessionId != sessionId;
-    _joinedSessionId = sessionId;
-  }
-  if (!isAnother) return;
+  if (!identity.enter(sessionId)) return;
   MainQueue::shared().async([weak = weak_from_this()] {
     const auto self = weak.lock();
     if (!self) return;
@@ -233,10 +213,7 @@ void MeetingLifecycle::switchRoom(const std::string& meetingId, const std::strin
     return;
   }
   span.event("Switching room initiated");
-  {
-    std::scoped_lock held(_identityLock);
-    _joinedSessionId = sessionId;
-  }
+  identity.enter(sessionId);
   client->softClose(meetingId);
   _realtime->tearDownTopics();
   spawn(moveTo(shared_from_this(), meetingId, _context->connections->current()));
@@ -351,7 +328,7 @@ void MeetingLifecycle::leave() {
   over->decide(MeetingEnd::by(LeaveReason::manualLeaveCalled, true));
   _tearingDown = true;
   _realtime->forgetTopics();
-  invalidateReconnectTimer();
+  stopHeartbeat();
   // Behind what the application asked for a moment ago, which is still sent.
   const auto client = _context->roomClient();
   client->afterRequests([connections = _context->connections, client, goodbye] {
@@ -362,7 +339,7 @@ void MeetingLifecycle::leave() {
 
 void MeetingLifecycle::end() {
   _realtime->forgetTopics();
-  invalidateReconnectTimer();
+  stopHeartbeat();
   auto task = [](std::shared_ptr<RoomClient> client) -> Task<void> {
     co_await client->closeRoom(LeaveReason::roomClose);
   };
@@ -459,7 +436,7 @@ Task<void> MeetingLifecycle::disconnected(std::optional<LeaveReason> leaveReason
   // on.
   if (first && (leaveReason == LeaveReason::websocketConnectionAttemptsExhausted ||
                 leaveReason == LeaveReason::websocketDisconnected)) {
-    invalidateReconnectTimer();
+    stopHeartbeat();
     _tearingDown = true;
     co_await client->disconnect(*leaveReason, false);
   }
@@ -482,7 +459,7 @@ void MeetingLifecycle::meetingStateChanged(MeetingState state) {
     const auto self = weak.lock();
     if (!self) return;
     self->emitState(state);
-    self->_reconnectTimer.reset();
+    self->_heartbeat.reset();
     if (state == MeetingState::RECONNECTING) {
       self->_realtime->resetForReconnect();
       self->startReconnectHeartbeat();
@@ -492,22 +469,13 @@ void MeetingLifecycle::meetingStateChanged(MeetingState state) {
 }
 
 void MeetingLifecycle::startReconnectHeartbeat() {
-  const auto scheduler = Platform::current()->scheduler;
-  _reconnectTimer = scheduler->after(reconnectHeartbeat, [weak = weak_from_this()] {
-    MainQueue::shared().async([weak] {
-      if (const auto self = weak.lock()) self->beat();
-    });
+  _heartbeat = ReconnectHeartbeat::begin([weak = weak_from_this()] {
+    const auto self = weak.lock();
+    if (!self) return false;
+    const auto state = self->meetingState();
+    self->emitState(state);
+    return state == MeetingState::RECONNECTING;
   });
-}
-
-void MeetingLifecycle::beat() {
-  if (!_reconnectTimer) return;
-  const auto state = meetingState();
-  if (state == MeetingState::RECONNECTING)
-    startReconnectHeartbeat();
-  else
-    _reconnectTimer.reset();
-  emitState(state);
 }
 
 void MeetingLifecycle::emitState(MeetingState state) {
@@ -515,14 +483,11 @@ void MeetingLifecycle::emitState(MeetingState state) {
       [&](MeetingEventListener& listener) { listener.onMeetingStateChanged(state); });
 }
 
-void MeetingLifecycle::invalidateReconnectTimer() {
+void MeetingLifecycle::stopHeartbeat() {
   auto& main = MainQueue::shared();
-  if (main.isCurrent()) {
-    _reconnectTimer.reset();
-    return;
-  }
+  if (main.isCurrent()) return _heartbeat.reset();
   main.async([weak = weak_from_this()] {
-    if (const auto self = weak.lock()) self->_reconnectTimer.reset();
+    if (const auto self = weak.lock()) self->_heartbeat.reset();
   });
 }
 

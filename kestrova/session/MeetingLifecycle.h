@@ -7,7 +7,9 @@
 #include <kestrova/session/MeetingOver.h>
 #include <kestrova/session/MeetingRealtime.h>
 #include <kestrova/session/ParticipantRegistry.h>
+#include <kestrova/session/ReconnectHeartbeat.h>
 #include <kestrova/session/ServiceStatus.h>
+#include <kestrova/session/SessionIdentity.h>
 #include <kestrova/tracing/Trace.h>
 
 #include <atomic>
@@ -25,23 +27,19 @@ namespace kestrova {
 /// Long steps run as detached tasks that hold this object weakly.
 class MeetingLifecycle : public std::enable_shared_from_this<MeetingLifecycle> {
 public:
-  /// How often an application hears that a reconnection lasts.
-  static constexpr std::chrono::milliseconds reconnectHeartbeat{10'000};
-
   MeetingLifecycle(std::shared_ptr<MeetingContext> context,
                    std::shared_ptr<ParticipantRegistry> registry,
                    std::shared_ptr<CharacterRegistry> characters,
                    std::shared_ptr<MediaControls> media, std::shared_ptr<MeetingRealtime> realtime,
                    std::shared_ptr<ServiceStatus> services);
 
+  SessionIdentity identity;
   /// The one end, whichever way it comes.
   const std::shared_ptr<MeetingOver> over = std::make_shared<MeetingOver>();
 
   MeetingState meetingState() const;
   std::mutex& meetingStateLock() const { return _meetingStateLock; }
   std::optional<MeetingActionValidationFailure> meetingActionState() const;
-  std::optional<std::string> sessionId() const;
-  std::optional<std::string> peerId() const;
   /// Remembered until the next join, which traces it.
   void noteListenerAttached();
 
@@ -84,8 +82,7 @@ private:
   void emitState(MeetingState state);
   bool claimLeftEvents(LeaveReason reason);
   void startReconnectHeartbeat();
-  void beat();
-  void invalidateReconnectTimer();
+  void stopHeartbeat();
   std::optional<KestrovaError> refuseLeave();
 
   const std::shared_ptr<MeetingContext> _context;
@@ -100,16 +97,12 @@ private:
   bool _didEmitMeetingLeft = false;
   std::optional<Connection> _entered;
 
-  mutable std::mutex _identityLock;
-  std::optional<std::string> _sessionId;
-  std::optional<std::string> _joinedSessionId;  // of the meeting that this participant is in
-  std::optional<std::string> _peerId;
   std::atomic<bool> _listenerAttached{false};
   std::atomic<bool> _joining{false};
   std::atomic<bool> _wasJoined{false};
   std::atomic<bool> _tearingDown{false};
 
-  std::unique_ptr<Timer> _reconnectTimer;  // on the main queue
+  std::shared_ptr<ReconnectHeartbeat> _heartbeat;  // on the main queue
 };
 
 }  // namespace kestrova

@@ -31,6 +31,21 @@ TEST(ListenTest, aHandleTakesAwayAListenerThatOthersKeep) {
   EXPECT_FALSE(heard->has("onParticipantJoined"));
 }
 
+TEST(ListenTest, whatOneHandleLetsGoOfAnotherKeeps) {
+  TestPlatform platform;
+  auto test = TestMeeting::joined(platform);
+  const auto heard = std::make_shared<RecordingListener>();
+  const auto handle = test.meeting->listen(heard);
+  { const auto other = test.meeting->listen(heard); }
+  test.addPeer("bob");
+  EXPECT_EQ(heard->count("onParticipantJoined"), 1);
+  const auto added = std::make_shared<RecordingListener>();
+  test.meeting->addEventListener(added);
+  { const auto other = test.meeting->listen(added); }
+  test.addPeer("eve");
+  EXPECT_EQ(added->count("onParticipantJoined"), 1);
+}
+
 TEST(ListenTest, functionsHearWhatTheirNamesSayAndMayGoFromInside) {
   TestPlatform platform;
   auto test = TestMeeting::joined(platform);

@@ -78,7 +78,8 @@ public:
     addEventListener(std::as_const(listener));
   }
   /// The same for a listener that is kept, and listens, while the handle lives. One that is
-  /// detached listens for as long as the character is there.
+  /// detached listens until the meeting ends or this object goes: a character that leaves keeps it,
+  /// and may come again.
   ListenerHandle listen(std::shared_ptr<CharacterEventListener> listener);
   /// The same for functions, by the names of `CharacterEventListener`'s operations.
   ListenerHandle listen(CharacterEvents events);

@@ -151,7 +151,9 @@ public:
                                            const std::string& meetingId) {
     (void)decision, (void)decidedBy, (void)meetingId;
   }
-  /// In both meetings. The people of the one that asked join the other as participants.
+  /// In both meetings. The people of the one that asked join the other as participants. Who joins
+  /// while a relay runs, or returns from a lost connection, is told of it then: so it comes again
+  /// for one that was known.
   virtual void onMediaRelayStarted(const std::string& meetingId) { (void)meetingId; }
   virtual void onMediaRelayStopped(const std::string& meetingId) { (void)meetingId; }
   virtual void onMediaRelayError(const std::string& meetingId, const std::string& error) {

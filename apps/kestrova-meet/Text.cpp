@@ -44,19 +44,6 @@ std::string shortened(std::string_view text, std::size_t columns) {
   return std::string(text.substr(0, end)) + "…";
 }
 
-std::string printable(std::string_view text) {
-  std::string out;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const auto c = static_cast<unsigned char>(text[i]);
-    // C1 controls come as 0xC2 and a byte below 0xA0.
-    const bool wideControl =
-        c == 0xC2 && i + 1 < text.size() && static_cast<unsigned char>(text[i + 1]) < 0xA0;
-    if (wideControl) ++i;
-    out += c < 0x20 || c == 0x7F || wideControl ? '?' : text[i];
-  }
-  return out;
-}
-
 std::string fitted(std::string_view text, std::size_t columns) {
   auto out = shortened(text, columns);
   out.append(columns - std::min(columns, columnsOf(out)), ' ');

@@ -1,13 +1,14 @@
 #pragma once
 
+#include "support/Printable.h"
 #include <cstddef>
 #include <string>
 #include <string_view>
 
 namespace kestrova::meet {
 
-/// Text from outside made harmless for a terminal: control characters become '?'.
-std::string printable(std::string_view text);
+using terminal::printable;
+
 /// How many columns it takes, a character each.
 std::size_t columnsOf(std::string_view text);
 /// The text cut to `columns` characters.

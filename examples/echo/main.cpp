@@ -3,6 +3,7 @@
 #include <kestrova/kestrova.h>
 #include <kestrova/platform/Queue.h>
 
+#include "support/Printable.h"
 #include "support/Stay.h"
 #include <cstdlib>
 #include <string>
@@ -25,7 +26,8 @@ struct Echo : MeetingEventListener,
     if (!heard.empty() || !stream->audioTrack()) return;
     heard = stream->id();
     listening = stream->addSink(std::shared_ptr<AudioSink>(shared_from_this()));
-    std::printf("echoing %s\n", person->displayName().c_str()), std::fflush(stdout);
+    std::puts(("echoing " + terminal::printable(person->displayName())).c_str());
+    std::fflush(stdout);
   }
   void onStreamDisabled(const std::shared_ptr<MediaStream>& stream,
                         const std::shared_ptr<Participant>&) override {

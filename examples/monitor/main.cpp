@@ -3,20 +3,16 @@
 #include <kestrova/kestrova.h>
 #include <kestrova/platform/Queue.h>
 
+#include "support/Printable.h"
 #include "support/Stay.h"
-#include <cstdarg>
 #include <cstdlib>
 #include <set>
 #include <string>
 
 using namespace kestrova;
 
-void say(const char* format, ...) {
-  va_list values;
-  va_start(values, format);
-  std::vprintf(format, values);
-  va_end(values);
-  std::puts("");
+void say(const std::string& line) {
+  std::puts(terminal::printable(line).c_str());
   std::fflush(stdout);
 }
 
@@ -26,29 +22,29 @@ struct Monitor : MeetingEventListener,
   std::set<std::string> there;
 
   void onMeetingJoined(const std::optional<std::string>&) override { say("joined"); }
-  void onMeetingLeft(LeaveReason reason) override { say("left: %s", text(reason).data()); }
+  void onMeetingLeft(LeaveReason reason) override { say("left: " + std::string(text(reason))); }
   void onParticipantJoined(const std::shared_ptr<Participant>& person) override {
     if (!there.insert(person->id()).second) return;  // told again after a reconnection
-    say("%s is here", person->displayName().c_str());
+    say(person->displayName() + " is here");
     person->addEventListener(shared_from_this());
   }
   void onParticipantLeft(const std::shared_ptr<Participant>& person, LeaveReason reason) override {
     there.erase(person->id());
-    say("%s left: %s", person->displayName().c_str(), text(reason).data());
+    say(person->displayName() + " left: " + std::string(text(reason)));
   }
   void onStreamEnabled(const std::shared_ptr<MediaStream>& stream,
                        const std::shared_ptr<Participant>& person) override {
-    say("%s sends %s", person->displayName().c_str(), text(stream->kind()).data());
+    say(person->displayName() + " sends " + std::string(text(stream->kind())));
   }
   void onStreamDisabled(const std::shared_ptr<MediaStream>& stream,
                         const std::shared_ptr<Participant>& person) override {
-    say("%s sends no %s", person->displayName().c_str(), text(stream->kind()).data());
+    say(person->displayName() + " sends no " + std::string(text(stream->kind())));
   }
   void onSpeakerChanged(const std::optional<std::string>& id) override {
-    say("speaking: %s", id ? id->c_str() : "nobody");
+    say("speaking: " + id.value_or("nobody"));
   }
-  void onMeetingStateChanged(MeetingState state) override { say("%s", text(state).data()); }
-  void onError(const KestrovaError& error) override { say("%s", text(error).c_str()); }
+  void onMeetingStateChanged(MeetingState state) override { say(std::string(text(state))); }
+  void onError(const KestrovaError& error) override { say(text(error)); }
 };
 
 int main(int argc, char** argv) {

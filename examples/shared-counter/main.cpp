@@ -6,6 +6,7 @@
 #include <kestrova/platform/Queue.h>
 #include <kestrova/realtime/RealtimeStore.h>
 
+#include "support/Printable.h"
 #include "support/Stay.h"
 #include <cstdlib>
 
@@ -23,7 +24,8 @@ struct Counter : MeetingEventListener,
   }
   void onValueChanged(const std::string&, const std::optional<std::string>& value,
                       const std::string& updatedBy) override {
-    std::printf("%s by %s\n", value.value_or("0").c_str(), updatedBy.c_str()), std::fflush(stdout);
+    std::puts(terminal::printable(value.value_or("0") + " by " + updatedBy).c_str());
+    std::fflush(stdout);
   }
   static Task<void> raise(std::shared_ptr<Counter> self) try {
     const auto store = self->store;

@@ -4,6 +4,7 @@
 #include <kestrova/media/AudioFrameSource.h>
 #include <kestrova/platform/Queue.h>
 
+#include "support/Printable.h"
 #include "support/Stay.h"
 #include <cmath>
 #include <cstdio>
@@ -42,7 +43,8 @@ struct Bot : MeetingEventListener, ParticipantEventListener, std::enable_shared_
   void onStreamEnabled(const std::shared_ptr<MediaStream>& stream,
                        const std::shared_ptr<Participant>& person) override {
     const std::shared_ptr<AudioSink> ear = ears[stream->id()] = std::make_shared<Ear>([=, this] {
-      std::printf("%s has spoken\n", person->displayName().c_str()), std::fflush(stdout);
+      std::puts((terminal::printable(person->displayName()) + " has spoken").c_str());
+      std::fflush(stdout);
       answer();
     });
     stream->addSink(ear);  // does nothing for pictures

@@ -2,6 +2,7 @@
 // pictures for ten seconds.
 #include <kestrova/kestrova.h>
 
+#include "support/Printable.h"
 #include <cstdio>
 #include <cstdlib>
 
@@ -15,7 +16,7 @@ struct Guest : MeetingEventListener,
   int pictures = 0;
 
   void onParticipantJoined(const std::shared_ptr<Participant>& participant) override {
-    std::printf("%s is here\n", participant->displayName().c_str());
+    std::puts((terminal::printable(participant->displayName()) + " is here").c_str());
     participant->addEventListener(shared_from_this());
     for (const auto& [id, stream] : participant->streams()) onStreamEnabled(stream, participant);
   }

@@ -110,10 +110,10 @@ test('monitor tells who comes, sends and goes, and says goodbye on Ctrl-C', asyn
   await witness.event('joined');
   const monitor = inMeeting('monitor', 'watched');
   await monitor.says(/^Witness is here$/);
-  const ada = join(service, 'watched', 'Ada', '--camera', 'none', '--mic', 'tone');
-  await monitor.says(/^Ada sends audio$/);
+  const ada = join(service, 'watched', 'Ada\u001b[2J', '--camera', 'none', '--mic', 'tone');
+  await monitor.says(/^Ada\?\[2J sends audio$/);
   await ada.stop('SIGINT');
-  await monitor.says(/^Ada left: /);
+  await monitor.says(/^Ada\?\[2J left: /);
   await witness.event('participantJoined', named('Monitor'));
   assert.equal(await monitor.stop(), 0, monitor.stderr);
   const left = await witness.event('participantLeft', named('Monitor'));

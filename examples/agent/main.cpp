@@ -5,11 +5,11 @@
 #include <kestrova/platform/Values.h>
 #include <kestrova/realtime/PubSub.h>
 
-#include <boost/asio/thread_pool.hpp>
-
 #include "support/EndOfSpeech.h"
 #include "support/Notes.h"
+#include "support/Printable.h"
 #include "support/Stay.h"
+#include "support/Work.h"
 
 using namespace kestrova;
 
@@ -29,10 +29,10 @@ struct Agent : MeetingEventListener, ParticipantEventListener, std::enable_share
       AudioFrameSource::make({.mostQueued = std::chrono::minutes(1)});
   std::shared_ptr<PubSub> topics;
   std::map<std::string, std::shared_ptr<speech::Ear>> ears;  // by stream
-  std::mutex lock;                                           // for who speaks, and for pushing
+  std::mutex lock;                                           // for the next two, and for pushing
   int speakers = 0;
-  std::atomic<unsigned> turn = 0;        // goes up when somebody begins to speak
-  boost::asio::thread_pool thinking{1};  // the last, so that it goes first and waits for a thought
+  unsigned turn = 0;           // goes up when somebody begins to speak
+  work::Backlog thinking{10};  // the last, so that it goes first and waits for a thought
 
   void onParticipantJoined(const std::shared_ptr<Participant>& person) override {
     if (std::dynamic_pointer_cast<AgentParticipant>(person)) return;  // two would never end
@@ -59,20 +59,20 @@ struct Agent : MeetingEventListener, ParticipantEventListener, std::enable_share
     speakers += heard.began - static_cast<int>(heard.ended.size());
     if (heard.began > 0) ++turn, voice->clear();
     for (auto& said : heard.ended)
-      thinking.executor().execute(
-          [this, said = std::move(said), who, asked = turn.load()] { answer(said, who, asked); });
+      if (thinking.add(
+              [this, said = std::move(said), who, asked = turn] { answer(said, who, asked); }))
+        std::fputs("an utterance gets no answer: too much was said meanwhile\n", stderr);
   }
   void answer(const speech::Utterance& said, const std::string& who, unsigned asked) try {
-    if (turn - asked > 10) throw std::runtime_error("too much was said meanwhile");
     const Answer answer = think(said, who);
-    std::puts(answer.text.c_str()), std::fflush(stdout);
-    spawn(topics->publish("CHAT", answer.text, {}, {{"agent", true}}));
+    std::puts(terminal::printable(answer.text).c_str()), std::fflush(stdout);
+    work::attempt(topics->publish("CHAT", answer.text, {}, {{"agent", true}}), "not written");
     const std::scoped_lock held(lock);
     if (turn != asked || speakers > 0) return;  // somebody speaks: written is enough
     for (std::size_t at = 0; at + 480 <= answer.sound.size(); at += 480)
       voice->push({&answer.sound[at], 48'000, 1, 480});
   } catch (const std::exception& error) {
-    std::fprintf(stderr, "no answer for %s: %s\n", who.c_str(), error.what());
+    std::fprintf(stderr, "no answer for %s: %s\n", terminal::printable(who).c_str(), error.what());
   }
 };
 

@@ -5,6 +5,7 @@
 #include <kestrova/realtime/PubSub.h>
 
 #include "support/Stay.h"
+#include "support/Work.h"
 #include <algorithm>
 #include <cstdlib>
 
@@ -16,7 +17,7 @@ struct Bot : MeetingEventListener, PubSubMessageListener, std::enable_shared_fro
 
   void onMeetingJoined(const std::optional<std::string>&) override {
     said.clear();  // a lost connection ended the subscription, and the history has it all
-    spawnOn(MainQueue::shared(), topics->subscribe("CHAT", shared_from_this()));
+    work::attempt(topics->subscribe("CHAT", shared_from_this()), "not subscribed");
   }
   void onOldMessagesReceived(const std::vector<PubSubMessage>& old,
                              const PubSubHistoryInfo& info) override {
@@ -35,7 +36,7 @@ struct Bot : MeetingEventListener, PubSubMessageListener, std::enable_shared_fro
     said.push_back(message.senderName + ": " + message.message);
   }
   void say(const std::string& line) {
-    spawnOn(MainQueue::shared(), topics->publish("CHAT", line, {}, {{"bot", true}}));
+    work::attempt(topics->publish("CHAT", line, {}, {{"bot", true}}), "not said");
   }
 };
 

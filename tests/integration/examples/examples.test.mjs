@@ -282,6 +282,21 @@ test('agent falls silent when somebody speaks, and hears out who leaves', async 
   await grace.stop('SIGINT');
 });
 
+test('agent says what it could not write, as who speaks loses it in the middle', async () => {
+  const grace = talk(service, 'tunnel', 'Grace');
+  await grace.event('joined');
+  const agent = inMeeting('agent', 'tunnel');
+  const { id } = await grace.event('participantJoined', named('Agent'));
+  const ada = join(service, 'tunnel', 'Ada\u001b[2J', '--camera', 'none', '--mic', 'tone');
+  await grace.event('firstSound', named('Ada\u001b[2J'));
+  await samples(grace, 2);
+  await service.control('dropSocket', { roomId: 'tunnel', peerId: id, downMs: 300 });
+  await agent.says(/^Ada\?\[2J spoke for \d+ ms$/);
+  assert.equal(await agent.stop(), 0, agent.stderr);
+  assert.match(agent.stderr, /^not written: [^\n]+\n$/);
+  for (const run of [ada, grace]) await run.stop('SIGINT');
+});
+
 test("README's trial works when it is pasted as one block", async () => {
   const readme = fs.readFileSync(path.join(root, 'README.md'), 'utf8');
   const block = /^ {4}make build[^]*?\n\n/m.exec(readme)[0];

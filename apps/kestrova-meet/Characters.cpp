@@ -15,11 +15,15 @@ using namespace std::chrono_literals;
 
 // A service that refuses to pass a message on says so to nobody.
 constexpr auto longestWait = 10s;
+// A join fails with the connection a moment before that itself is told, or behind it.
+constexpr auto sameMoment = 1s;
+// That of somebody else is told of first, and then our own is refused.
+constexpr auto refusalBehind = 300ms;
 
 }  // namespace
 
 Characters::Characters(boost::asio::io_context& loop, Meeting& meeting, MeetingWatcher& watcher)
-    : _meeting(meeting), _watcher(watcher), _news(loop) {}
+    : _meeting(meeting), _watcher(watcher), _news(loop), _unrefused(loop) {}
 
 std::shared_ptr<CharacterWatch> Characters::find(const std::string& id) const {
   const auto found =
@@ -31,8 +35,12 @@ bool Characters::isOwn(const std::string& id) const {
   return _own && _own->characterId() == id;
 }
 
+bool Characters::isOwnComing() const {
+  return _ownState == OwnState::coming || _ownState == OwnState::cutOff;
+}
+
 bool Characters::isComing(const std::string& id) const {
-  return isOwn(id) && _ownState == OwnState::coming;
+  return isOwn(id) && isOwnComing();
 }
 
 bool Characters::knows(const std::string& id) const {
@@ -65,12 +73,18 @@ void Characters::bring(CharacterConfig config) {
 }
 
 void Characters::dismiss(std::function<void()> done) {
-  if (_ownState != OwnState::brought || !_own->isJoined()) return done();
   _dismissed = std::move(done);
+  // One that is on its way would stay behind.
+  if (!isOwnComing()) askToLeave();
+}
+
+void Characters::askToLeave() {
+  if (_ownState != OwnState::brought || !_own->isJoined()) return finishDismissal();
   _own->leave();
 }
 
 void Characters::finishDismissal() {
+  _unrefused.cancel();
   if (const auto done = std::exchange(_dismissed, nullptr)) done();
 }
 
@@ -84,7 +98,8 @@ Task<void> Characters::until(std::function<bool()> so, std::string otherwise) {
     if (_away) throw CharacterFailure("the connection was lost; " + otherwise);
     boost::system::error_code interrupted;
     co_await _news.async_wait(boost::asio::redirect_error(boost::asio::use_awaitable, interrupted));
-    if (!interrupted) throw CharacterFailure(otherwise);
+    // It may have come true in the very moment in which the time was over.
+    if (!interrupted && !so()) throw CharacterFailure(otherwise);
   }
 }
 
@@ -101,12 +116,12 @@ Task<std::shared_ptr<CharacterWatch>> Characters::present(std::string id) {
 Task<void> Characters::say(std::string id, std::string text) {
   auto finding = present(id);
   const auto watch = co_await std::move(finding);
-  const auto before = _told;
+  _saying = {.id = id, .text = text};
   watch->character()->sendMessage(text);
-  auto hearing = until([this, before, watch] { return _told > before || !watch->isHere(); },
+  auto hearing = until([this, watch] { return _saying.isHeard || !watch->isHere(); },
                        id + " may not have heard it");
   co_await std::move(hearing);
-  if (_told == before) throw CharacterFailure(id + " left before it heard that");
+  if (!_saying.isHeard) throw CharacterFailure(id + " left before it heard that");
 }
 
 Task<void> Characters::interrupt(std::string id) {
@@ -124,19 +139,51 @@ Task<void> Characters::interrupt(std::string id) {
 
 void Characters::onMeetingStateChanged(MeetingState state) {
   if (state == MeetingState::CONNECTED) return;
+  const bool failedWithIt =
+      _ownState == OwnState::refused && Clock::now() - _refusedAt < sameMoment;
+  if (_ownState == OwnState::coming || failedWithIt) ownIsCutOff();
   _away = true;
   _news.cancel();
 }
 
 void Characters::onError(const KestrovaError& error) {
-  // It may be there all the same, brought by somebody else: then it is theirs.
-  if (error == KestrovaError::CHARACTER_JOIN_FAILED) _ownState = OwnState::refused;
-  finishDismissal();
+  if (error == KestrovaError::CHARACTER_JOIN_FAILED) ownJoinFailed();
+  if (endsDismissal(error)) finishDismissal();
   _news.cancel();
 }
 
+/// Whether it says that our own won't be asked to leave, or won't leave.
+bool Characters::endsDismissal(const KestrovaError& error) const {
+  if (error == KestrovaError::CHARACTER_JOIN_FAILED) return _ownState == OwnState::refused;
+  return error == KestrovaError::CHARACTER_LEAVE_FAILED ||
+         error == KestrovaError::ERROR_MEETING_RECONNECTING ||
+         error == KestrovaError::ERROR_ACTION_PERFORMED_BEFORE_MEETING_JOINED;
+}
+
+/// Where it is there all the same, somebody else brought it.
+void Characters::ownJoinFailed() {
+  if (_meeting.meetingState() != MeetingState::CONNECTED) return ownIsCutOff();
+  _ownState = OwnState::refused;
+  _refusedAt = Clock::now();
+}
+
+/// The service may have let it in, and tells that again after the return.
+void Characters::ownIsCutOff() {
+  const auto watch = find(_own->characterId());
+  _ownState = watch && watch->isHere() ? OwnState::brought : OwnState::cutOff;
+}
+
+void Characters::ownIsThere() {
+  if (isOwnComing()) _ownState = OwnState::brought;
+  if (!_dismissed) return;
+  _unrefused.expires_after(refusalBehind);
+  _unrefused.async_wait([this](const boost::system::error_code& error) {
+    if (!error) askToLeave();
+  });
+}
+
 void Characters::onCharacterJoined(const std::shared_ptr<AICharacter>& character) {
-  if (isComing(character->characterId())) _ownState = OwnState::brought;
+  if (isOwn(character->characterId())) ownIsThere();
   if (const auto known = find(character->characterId())) {
     known->came(character);
   } else {
@@ -152,12 +199,18 @@ void Characters::onCharacterJoined(const std::shared_ptr<AICharacter>& character
 void Characters::onCharacterLeft(const std::shared_ptr<AICharacter>& character) {
   const auto id = character->characterId();
   if (const auto watch = find(id); watch && watch->isHere()) watch->left();
-  if (isOwn(id)) finishDismissal();
+  if (isOwn(id)) {
+    if (_ownState == OwnState::brought) _ownState = OwnState::none;  // comes again as another's
+    finishDismissal();
+  }
   _news.cancel();
 }
 
 void Characters::onCharacterMessage(const CharacterMessage& message) {
-  if (message.participantId == _meeting.localParticipant()->id()) ++_told;
+  // Not that of an earlier one, which may come when it is given up.
+  if (message.participantId == _meeting.localParticipant()->id() &&
+      message.characterId == _saying.id && message.text == _saying.text)
+    _saying.isHeard = true;
   if (const auto watch = find(message.characterId)) watch->messageCame(message);
   _news.cancel();
 }

@@ -38,8 +38,8 @@ public:
 
   /// Right after the join: one of our own joins.
   void bring(CharacterConfig config);
-  /// Asks the one that we brought to leave, if it is there. \param done called once it has left,
-  /// or when it can't be asked
+  /// Asks the one that we brought to leave, once it is there. \param done called once it has left,
+  /// or when it can't be asked; not at all where the service is silent
   void dismiss(std::function<void()> done);
 
   /// Whether there is such a character, or one of ours is about to come.
@@ -63,9 +63,15 @@ public:
 private:
   std::shared_ptr<CharacterWatch> find(const std::string& id) const;
   bool isOwn(const std::string& id) const;
+  bool isOwnComing() const;
   bool isComing(const std::string& id) const;
   Task<std::shared_ptr<CharacterWatch>> present(std::string id);
   Task<void> until(std::function<bool()> so, std::string otherwise);
+  void ownJoinFailed();
+  void ownIsCutOff();
+  void ownIsThere();
+  void askToLeave();
+  bool endsDismissal(const KestrovaError& error) const;
   void finishDismissal();
 
   Meeting& _meeting;
@@ -75,9 +81,21 @@ private:
   bool _away = false;                                 ///< since the last message was sent
 
   std::shared_ptr<AICharacter> _own;
-  enum class OwnState { none, coming, brought, refused } _ownState = OwnState::none;
+  enum class OwnState {
+    none,
+    coming,
+    cutOff,   ///< the connection was lost before it was there; it may be there after the return
+    brought,  ///< it is there
+    refused,
+  } _ownState = OwnState::none;
+  Clock::time_point _refusedAt;
   std::function<void()> _dismissed;
-  std::size_t _told = 0;  ///< how many of this participant's messages to characters came back
+  boost::asio::steady_timer _unrefused;  ///< runs while our own may yet turn out to be another's
+  /// What was said last. It is heard when the meeting has been told of it.
+  struct Saying {
+    std::string id, text;
+    bool isHeard = false;
+  } _saying;
 };
 
 }  // namespace kestrova::meet

@@ -1,7 +1,7 @@
 import * as assert from 'node:assert/strict';
 import * as fs from 'node:fs';
 import { after, before, test } from 'node:test';
-import { openService, temporaryFolder } from '../../../server/test/support.mjs';
+import { openService, temporaryFolder, until } from '../../../server/test/support.mjs';
 import { join, talk } from './support.mjs';
 import { TerminalRun } from './terminal.mjs';
 
@@ -81,6 +81,66 @@ test('a script that ends has been heard, and leaves the character of others alon
   await grace.stop('SIGTERM');
 });
 
+/** That everybody has seen the character leave, and then who brought it. */
+async function leftBefore(witness, name) {
+  await witness.event('participantLeft', (entry) => entry.name === name);
+  const told = witness.events.map((entry) => `${entry.event} ${entry.name}`);
+  const [character, person] = ['characterLeft Character tutor', `participantLeft ${name}`];
+  assert.ok(told.includes(character), told.join());
+  assert.ok(told.indexOf(character) < told.indexOf(person), told.join());
+}
+
+test('one whose join went unanswered with the connection is taken out at the end', async () => {
+  for (const [roomId, first] of [['early', true], ['late', false]]) {
+    const grace = joining(roomId, 'Grace');
+    await grace.event('joined');
+    if (first) await service.control('announceCharacterFirst', { roomId });
+    await service.control('loseAnswer', { roomId, method: 'joinCharacter', downMs: 300 });
+    const ada = joining(roomId, 'Ada', '--character', 'tutor');
+    assert.equal((await ada.event('error')).code, 4033);
+    await ada.event('streamEnabled', ({ id }) => id === 'tutor');
+    assert.equal(await ada.stop('SIGTERM'), 143);
+    await leftBefore(grace, 'Ada');
+    await grace.stop('SIGTERM');
+  }
+});
+
+test('one that is still coming when its program ends is waited for, and that of others stays', async () => {
+  const grace = joining('brief', 'Grace');
+  await grace.event('joined');
+  const brief = ['--character', 'tutor', '--duration', '1ms'];
+  assert.equal(await joining('brief', 'Ada', ...brief).ended, 0);
+  await leftBefore(grace, 'Ada');
+  await grace.stop('SIGTERM');
+
+  const hank = joining('taken', 'Hank', '--character', 'tutor');
+  await hank.event('characterJoined');
+  assert.equal(await joining('taken', 'Ada', ...brief).ended, 0);
+  await hank.event('participantLeft');
+  assert.deepEqual(hank.all('characterLeft', 'id'), []);
+  await hank.stop('SIGTERM');
+});
+
+test('only what is about the character ends the wait for its leaving', async () => {
+  const roomId = 'patient';
+  const grace = joining(roomId, 'Grace');
+  const ada = joining(roomId, 'Ada', '--participant', 'ada', '--character', 'tutor');
+  await ada.event('streamEnabled', ({ id }) => id === 'tutor');
+  const asked = { roomId, method: 'leaveCharacter' };
+  await service.control('answerWrong', { ...asked, answer: {} });
+  await service.control('swallowAck', asked);
+  ada.child.kill('SIGTERM');
+  await until(() => service.lines.some((line) => /leaveCharacter/.test(line) && /patient/.test(line)));
+  for (const code of [5001, 5002]) {
+    await service.control('notify', { roomId, peerId: 'ada', method: 'error', data: { code } });
+    await ada.event('error', (entry) => entry.code === code);
+  }
+  await service.control('removeCharacter', { roomId, characterId: 'tutor' });
+  assert.equal(await ada.ended, 143);
+  await leftBefore(grace, 'Ada');
+  await grace.stop('SIGTERM');
+});
+
 test('what is typed while the connection is away reaches the character after the return', async () => {
   const roomId = 'lossy';
   const ada = talk(service, roomId, 'Ada', '--participant', 'ada', '--character', 'tutor');
@@ -99,6 +159,21 @@ test('what is typed while the connection is away reaches the character after the
   ada.say('@tutor and now?', 'next');
   await ada.event('message', ({ message }) => message === 'next');
   assert.match(ada.all('chatError', 'message').join(), /connection was lost; tutor may not/);
+
+  // What comes of an earlier message says nothing of the next.
+  await service.control('answerWrong', { roomId, method: 'sendCharacterMessage', answer: {} });
+  ada.say('@tutor hello', 'behind it');
+  await until(() => service.lines.filter((line) => /sendCharacterMessage/.test(line)).length >= 3);
+  const echo = { roomId, characterId: 'tutor', participantId: 'ada', participantName: 'Ada' };
+  await service.control('characterMessage', { ...echo, text: 'and now?' });
+  await ada.event('characterMessage', ({ text }) => text === 'and now?');
+  for (const code of [5001, 5002, 5003]) {
+    await service.control('notify', { roomId, peerId: 'ada', method: 'error', data: { code } });
+    await ada.event('error', (entry) => entry.code === code);
+  }
+  assert.ok(!ada.all('sent', 'message').includes('behind it'), 'held up by "hello"');
+  await service.control('characterMessage', { ...echo, text: 'hello' });
+  await ada.event('message', ({ message }) => message === 'behind it');
   await ada.stop('SIGTERM');
 });
 

@@ -32,8 +32,8 @@ public:
   /// Adds a listener that its place keeps.
   ListenerHandle keep(std::shared_ptr<Listener> listener) {
     if (!listener) return {};
-    _members->add(listener, 1);
-    return ListenerHandle(std::make_unique<Place>(_members, std::move(listener)));
+    const int member = _members->add(listener, 1);
+    return ListenerHandle(std::make_unique<Place>(_members, member, std::move(listener)));
   }
 
   /// Lets go of the listeners whose handles were detached: nothing more is to be heard.
@@ -57,6 +57,7 @@ private:
   struct Member {
     std::weak_ptr<Listener> alive;
     const Listener* address;
+    int number;
     bool isAdded;  // by itself
     int places;    // and by how many handles
 
@@ -70,22 +71,25 @@ private:
 
   class Members {
   public:
-    void add(const std::shared_ptr<Listener>& listener, int places = 0) {
-      if (!listener) return;
+    /// \returns the member's number
+    int add(const std::shared_ptr<Listener>& listener, int places = 0) {
+      if (!listener) return 0;
       std::scoped_lock held(_lock);
       std::erase_if(_list, [](const Member& member) { return member.alive.expired(); });
       auto known = std::find_if(_list.begin(), _list.end(),
                                 [&](const Member& member) { return member.is(listener); });
-      if (known == _list.end()) known = _list.insert(known, {listener, listener.get(), false, 0});
+      if (known == _list.end())
+        known = _list.insert(known, {listener, listener.get(), ++_members, false, 0});
       known->isAdded |= places == 0;
       known->places += places;
+      return known->number;
     }
 
     /// A handle goes; another one may still keep the listener here.
-    void leavePlace(const std::shared_ptr<Listener>& listener) {
+    void leavePlace(int member) {
       std::scoped_lock held(_lock);
-      std::erase_if(_list, [&](Member& member) {
-        return member.is(listener) && --member.places <= 0 && !member.isAdded;
+      std::erase_if(_list, [&](Member& each) {
+        return each.number == member && --each.places <= 0 && !each.isAdded;
       });
     }
 
@@ -138,16 +142,17 @@ private:
   private:
     mutable std::mutex _lock;
     std::vector<Member> _list;
+    int _members = 0;  // so far
     Places _kept;
     bool _isOver = false;
   };
 
   class Place final : public ListenerHandle::Place {
   public:
-    Place(const std::shared_ptr<Members>& members, std::shared_ptr<Listener> listener)
-        : _members(members), _listener(std::move(listener)) {}
+    Place(const std::shared_ptr<Members>& members, int member, std::shared_ptr<Listener> listener)
+        : _members(members), _member(member), _listener(std::move(listener)) {}
     ~Place() override {
-      if (const auto members = _members.lock()) members->leavePlace(_listener);
+      if (const auto members = _members.lock()) members->leavePlace(_member);
     }
     void stay(std::unique_ptr<ListenerHandle::Place> self) override {
       if (const auto members = _members.lock()) members->keep(std::move(self));
@@ -155,6 +160,7 @@ private:
 
   private:
     const std::weak_ptr<Members> _members;
+    const int _member;
     const std::shared_ptr<Listener> _listener;
   };
 

@@ -21,20 +21,24 @@ std::size_t hostOf(std::string_view address) {
   return scheme == address.npos || address.find_first_of("/?#") < scheme ? 0 : scheme + 3;
 }
 
-}  // namespace
-
-std::string addressWithoutSecrets(std::string_view address) {
-  if (looksLikeToken(address)) return "[REDACTED]";
-  const auto host = hostOf(address);
+/// \param host where the part behind the scheme begins
+std::string cut(std::string_view address, std::size_t host) {
   address = address.substr(0, address.find_first_of("?#", host));
   const auto user = address.substr(0, address.find('/', host)).rfind('@');
   if (user == address.npos || user < host) return std::string(address);
   return std::string(address.substr(0, host)).append(address.substr(user + 1));
 }
 
+}  // namespace
+
+std::string addressWithoutSecrets(std::string_view address) {
+  return looksLikeToken(address) ? "[REDACTED]" : cut(address, hostOf(address));
+}
+
 std::string withoutSecrets(std::string_view word) {
   if (looksLikeToken(word)) return "[REDACTED]";
-  return word.find("://") == word.npos ? std::string(word) : addressWithoutSecrets(word);
+  const auto scheme = word.find("://");
+  return scheme == word.npos ? std::string(word) : cut(word, scheme + 3);
 }
 
 bool separatesWords(char c) {

@@ -207,10 +207,12 @@ void CharacterRegistry::clear() {
     std::scoped_lock held(_characterLock);
     gone.swap(_characters);
   }
-  for (const auto& each : everyCharacter()) {
-    each->forgetJoins();
-    each->releaseKeptListeners();
-  }
+  const auto every = everyCharacter();
+  for (const auto& each : every) each->forgetJoins();
+  // Behind what was told to them before.
+  MainQueue::shared().async([every] {
+    for (const auto& each : every) each->releaseKeptListeners();
+  });
 }
 
 }  // namespace kestrova

@@ -47,8 +47,11 @@ public:
   Task<void> closeMeetingRequested(LeaveReason leaveReason) override;
   void socketConnectionError(const std::string& message) override;
   void onError(const KestrovaError& error) override {
-    lifecycle->over->noteError(error.withCause(context->withoutToken(error.cause())));
+    noteError(error);
     context->onError(error);
+  }
+  void noteError(const KestrovaError& error) override {
+    lifecycle->over->noteError(error.withCause(context->withoutToken(error.cause())));
   }
   void entryRequested(const Dictionary& data) override { requests->entryRequested(data); }
   void entryResponded(const Dictionary& data) override { lifecycle->entryResponded(data); }

@@ -146,7 +146,7 @@ void MeetingLifecycle::entryResponded(const Dictionary& payload) {
   const auto sessionId = text(payload, "sessionId");
   const auto id = text(payload, "id");
   const auto decision = text(payload, "decision");
-  if (!sessionId || !id || !decision) return;
+  if (!sessionId || !id || !decision || _context->connections->isOver()) return;
 
   auto& spans = _context->roomClient()->spans();
   const auto entrySpan = spans.get(Slot::requestEntry);
@@ -181,7 +181,7 @@ void MeetingLifecycle::entryResponded(const Dictionary& payload) {
     listener.onEntryResponded(id, decision);
   });
   const bool isDenied = *id == _context->localParticipant->id() && *decision == "denied";
-  if (isDenied) _context->roomClient()->forgetAskedSwitches();
+  if (isDenied) _context->roomClient()->switchesDecided();
   if (isDenied && !_wasJoined)
     MainQueue::shared().async([weak = weak_from_this()] {
       const auto self = weak.lock();
@@ -207,8 +207,8 @@ void MeetingLifecycle::enterSession(const std::string& sessionId) {
 void MeetingLifecycle::switchRoom(const std::string& meetingId, const std::string& sessionId,
                                   ScopedSpan& span) {
   const auto client = _context->roomClient();
-  if (meetingId == client->movingTo().value_or(_context->id())) {
-    client->forgetAskedSwitches();
+  if (meetingId == client->requests()->meetingId()) {
+    client->switchesDecided();
     traceDebug("You have entered same meeting ID. Nothing to do.");
     return;
   }
@@ -276,7 +276,7 @@ void MeetingLifecycle::emitJoined(const std::optional<SpanScope>& joinSpan, Conn
   // The guard must let operations through from the moment the application hears of the join.
   MainQueue::shared().async([weak = weak_from_this(), joinSpan, connection] {
     const auto self = weak.lock();
-    if (!self || !connection.isCurrent()) return;
+    if (!self || !connection.isCurrent() || self->_context->connections->isOver()) return;
     trace("Emitting MEETING_JOINED Event", {}, joinSpan);
     const auto client = self->_context->roomClient();
     self->_context->localParticipant->setDelegate(client);
@@ -316,6 +316,7 @@ std::optional<KestrovaError> MeetingLifecycle::refuseLeave() {
     return KestrovaError::ERROR_ACTION_PERFORMED_BEFORE_MEETING_JOINED.withMessage(
         "You must join the meeting before calling the leave() method.");
   _meetingState = MeetingState::DISCONNECTED;
+  _context->connections->beginEnd();
   return std::nullopt;
 }
 
@@ -348,8 +349,11 @@ void MeetingLifecycle::end() {
 
 void MeetingLifecycle::abandon() {
   auto goodbye = over->goodbye();
-  // A step of the join that still waits for the service must begin nothing more.
-  _context->connections->end();
+  // A step of the join that still waits for the service must begin nothing more; what was asked of
+  // it before a leave that is under way is still sent.
+  const bool isUnderWay = _tearingDown.exchange(true);
+  _context->connections->beginEnd();
+  if (!isUnderWay) _context->connections->end();
   _context->listeners.removeAll();
   _context->localParticipant->dismissListeners();
   _registry->dismissListeners();
@@ -359,7 +363,7 @@ void MeetingLifecycle::abandon() {
   // Before the connection can report that it was closed.
   over->decide({.kind = MeetingEnd::Kind::letGo});
   // Where a goodbye is under way already, that one says why.
-  if (auto client = _tearingDown.exchange(true) ? nullptr : _context->existingRoomClient())
+  if (auto client = isUnderWay ? nullptr : _context->existingRoomClient())
     disconnectLater(std::move(client),
                     _wasJoined ? LeaveReason::manualLeaveCalled : LeaveReason::unknown,
                     std::move(goodbye));

@@ -106,7 +106,10 @@ void ParticipantRegistry::removeAll(LeaveReason leaveReason) {
 
 void ParticipantRegistry::clear() {
   const auto gone = _participantQueue->sync([this] { return std::exchange(_participants, {}); });
-  for (const auto& [id, participant] : gone) participant->releaseKeptListeners();
+  // Behind what was told to them before.
+  MainQueue::shared().async([gone] {
+    for (const auto& [id, participant] : gone) participant->releaseKeptListeners();
+  });
   forgetPins();
 }
 

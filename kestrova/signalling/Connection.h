@@ -49,9 +49,15 @@ public:
     if (parity(number) == standing && number != Connection::over)
       _now->compare_exchange_strong(number, number + 1);
   }
+  /// The meeting is being left: nothing begins any more, and what was asked of the service before
+  /// still belongs to its connection.
+  void beginEnd() { _isOver = true; }
   /// The meeting is left or ended: nothing is current any more, for good.
-  void end() { _now->store(Connection::over); }
-  bool isOver() const { return _now->load() == Connection::over; }
+  void end() {
+    beginEnd();
+    _now->store(Connection::over);
+  }
+  bool isOver() const { return _isOver; }
 
 private:
   using Number = Connection::Number;
@@ -67,6 +73,7 @@ private:
   }
 
   const std::shared_ptr<std::atomic<Number>> _now = std::make_shared<std::atomic<Number>>(0);
+  std::atomic<bool> _isOver = false;
 };
 
 }  // namespace kestrova

@@ -118,12 +118,13 @@ Task<bool> JoinSequence::requestEntry(SpanScope joinSpan, Connection connection)
 void JoinSequence::fail(const KestrovaError& error, const Connection& connection) {
   if (auto delegate = _context->delegate()) {
     delegate->onError(error);
-    MainQueue::shared().async([weak = std::weak_ptr(delegate), connection] {
-      const auto meeting = weak.lock();
-      if (!meeting || !connection.isCurrent()) return;
-      std::scoped_lock held(meeting->meetingStateLock());
-      meeting->meetingStateChanged(MeetingState::FAILED);
-    });
+    MainQueue::shared().async(
+        [weak = std::weak_ptr(delegate), connection, connections = _context->connections] {
+          const auto meeting = weak.lock();
+          if (!meeting || !connection.isCurrent() || connections->isOver()) return;
+          std::scoped_lock held(meeting->meetingStateLock());
+          meeting->meetingStateChanged(MeetingState::FAILED);
+        });
   }
   releaseCapturedMediaAfterFailedJoin();
 }
@@ -170,15 +171,20 @@ Task<std::optional<std::vector<std::string>>> JoinSequence::join(CameraPosition 
     _capturer->setCameraPosition(CameraPosition::front);
 
   const auto awaited = _context->pubSubEndpointStore.awaitedJoin();
-  auto onArrival = [weak = weak_from_this(), connection](const Dictionary& answer) {
+  const auto meetingId = _context->socketRequestHandler->meetingId();
+  // A move to another meeting may have followed.
+  const auto isNews = [context = _context, connection, meetingId] {
+    return connection.isCurrent() && context->socketRequestHandler->meetingId() == meetingId;
+  };
+  auto onArrival = [weak = weak_from_this(), isNews](const Dictionary& answer) {
     const auto joining = weak.lock();
-    if (joining && connection.isCurrent()) joining->takeParticipants(answer);
+    if (joining && isNews()) joining->takeParticipants(answer);
   };
   auto joining = _context->socketRequestHandler->joinRoom(
       parseDictionary(device->rtpCapabilities()), isSwitchingRoom, mode, isBatchingEnabled,
       connection, std::move(onArrival));
   const Dictionary reply = co_await std::move(joining);
-  if (!connection.isCurrent()) co_return std::nullopt;
+  if (!isNews()) co_return std::nullopt;
 
   std::vector<std::string> unsupportedCodecs;
   if (const auto* data = dictionary(reply, "data")) {

@@ -140,9 +140,12 @@ void closeMeeting(const Incoming& event) {
   spawn(close(event.context.delegate(), reasonOf(event.data)));
 }
 
+KestrovaError errorOf(const Dictionary& data) {
+  return serviceError(integer(data, "code", 0)).withCause(serviceCause(data));
+}
+
 void reportError(const Incoming& event) {
-  const auto error = serviceError(integer(event.data, "code", 0));
-  event.meeting.onError(error.withCause(serviceCause(event.data)));
+  event.meeting.onError(errorOf(event.data));
 }
 
 // ---- Services ----------------------------------------------------------------------------------
@@ -394,8 +397,11 @@ void RemoteEventDispatcher::handle(RemoteEvent event, const Dictionary& response
                                                         RoomClientDelegate& meeting) {
     handler({data, text(data, "peerId"), context, *consuming, transports, meeting});
   };
+  const auto meeting = _context->delegate();
+  // An end may come right behind it, by another way.
+  if (event == RemoteEvent::error && meeting && payload) meeting->noteError(errorOf(*payload));
   if (!runsOnArrival(event)) return onMain(_context, std::move(run));
-  if (const auto meeting = _context->delegate()) run(*_context, *meeting);
+  if (meeting) run(*_context, *meeting);
 }
 
 }  // namespace kestrova

@@ -63,8 +63,7 @@ public:
   }
   /// See `RoomSwitch`.
   bool takeForgottenSwitch(const Connection& now) { return _roomSwitch->takeForgotten(now); }
-  void forgetAskedSwitches() { _roomSwitch->forgetAllAsked(); }
-  std::optional<std::string> movingTo() const { return _roomSwitch->movingTo(); }
+  void switchesDecided() { _roomSwitch->allDecided(); }
   /// \throws ModeChangeFailure
   Task<void> changeMode(Mode mode, Connection connection, std::optional<SpanScope> changeModeSpan);
   /// Closes what an earlier connection left of the microphone or camera.

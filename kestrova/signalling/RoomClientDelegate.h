@@ -45,6 +45,8 @@ public:
   virtual void socketConnectionError(const std::string& message) = 0;
   /// Any thread.
   virtual void onError(const KestrovaError& error) = 0;
+  /// The same before it is told, should the meeting end of it. Any thread.
+  virtual void noteError(const KestrovaError& error) = 0;
   virtual void entryRequested(const Dictionary& data) = 0;
   /// On `socketEmitQueue`, before anything that the service says next.
   virtual void entryResponded(const Dictionary& data) = 0;

@@ -1,6 +1,7 @@
 #include <kestrova/signalling/RoomSwitch.h>
 #include <kestrova/tracing/Trace.h>
 
+#include <algorithm>
 #include <utility>
 
 namespace kestrova {
@@ -38,9 +39,14 @@ void RoomSwitch::takeOver(const std::string& meetingId) {
   std::optional<std::string> token;
   {
     std::scoped_lock held(_lock);
-    for (auto& asked : _asked)
-      if (asked.meetingId == meetingId) token = std::move(asked.token);
-    std::erase_if(_asked, [&](const Asked& asked) { return asked.meetingId == meetingId; });
+    int taken = 0;
+    for (const auto& asked : _asked) {
+      if (asked.meetingId != meetingId) continue;
+      token = asked.token;
+      taken = asked.number;
+    }
+    // It has taken the place of what was asked before.
+    for (auto& asked : _asked) asked.isDecided |= asked.number <= taken;
     _move = Move{meetingId, _context->connections->current()};
   }
   _context->socketRequestHandler->moveTo(meetingId, token);
@@ -68,14 +74,19 @@ std::optional<std::string> RoomSwitch::movingTo() const {
   return _move ? std::optional(_move->meetingId) : std::nullopt;
 }
 
-void RoomSwitch::forgetAllAsked() {
+void RoomSwitch::allDecided() {
   std::scoped_lock held(_lock);
-  _asked.clear();
+  for (auto& asked : _asked) asked.isDecided = true;
 }
 
 bool RoomSwitch::takeForgotten(const Connection& now) {
   std::scoped_lock held(_lock);
-  return std::erase_if(_asked, [&](const Asked& asked) { return asked.connection != now; }) > 0;
+  const auto isEarlier = [&](const Asked& asked) { return asked.connection != now; };
+  const bool isForgotten = std::any_of(_asked.begin(), _asked.end(), [&](const Asked& asked) {
+    return isEarlier(asked) && !asked.isDecided;
+  });
+  std::erase_if(_asked, isEarlier);
+  return isForgotten;
 }
 
 std::optional<std::string> RoomSwitch::takeInterrupted(const Connection& now) {

@@ -41,10 +41,10 @@ public:
   /// \param now the connection that was joined; a move that began on it is still under way
   std::optional<std::string> takeInterrupted(const Connection& now);
   /// Whether moves that were asked for on an earlier connection were not decided on it, once: the
-  /// service has forgotten them.
+  /// service has forgotten all of that connection.
   bool takeForgotten(const Connection& now);
   /// The service has decided about them, one way or the other.
-  void forgetAllAsked();
+  void allDecided();
   /// To which meeting a move has been announced that is not over.
   std::optional<std::string> movingTo() const;
 
@@ -54,6 +54,7 @@ private:
     std::string meetingId;
     std::optional<std::string> token;
     Connection connection;
+    bool isDecided = false;
   };
   struct Move {
     std::string meetingId;
@@ -72,7 +73,7 @@ private:
 
   mutable std::mutex _lock;
   int _askedSoFar = 0;
-  std::vector<Asked> _asked;  // and not decided
+  std::vector<Asked> _asked;  // on this connection
   std::optional<Move> _move;  // to a meeting that is not joined yet
 };
 

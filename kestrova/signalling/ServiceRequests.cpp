@@ -2,6 +2,7 @@
 #include <kestrova/signalling/ServiceRequests.h>
 #include <kestrova/tracing/Trace.h>
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <utility>
@@ -275,19 +276,32 @@ Task<void> ServiceRequests::resumeAllStreams(std::string kind) {
   return askForAllStreams(texts, std::move(kind));
 }
 
+int ServiceRequests::noteAllStreams(const std::string& kind) {
+  std::scoped_lock held(_lock);
+  return _newestOfKind[kind] = ++_allStreamsAsked;
+}
+
+bool ServiceRequests::isSuperseded(const std::string& kind, int number) const {
+  std::scoped_lock held(_lock);
+  return std::any_of(_newestOfKind.begin(), _newestOfKind.end(), [&](const auto& newest) {
+    const bool isSame = newest.first == kind || newest.first == "all" || kind == "all";
+    return isSame && newest.second > number;
+  });
+}
+
 Task<void> ServiceRequests::askForAllStreams(const AllStreams& texts, std::string kind) {
   const auto self = shared_from_this();
   const auto& row = serviceRow(texts.operation);
   const auto name = spoken(kind);
   ScopedSpan span([&] { return row.span + name + " Stream Requested."; }, {{"kind", kind}});
   const auto connection = _context->connections->current();
-  const int number = ++_allStreamsAsked;
+  const int number = noteAllStreams(kind);
   Dictionary data{{"kind", kind}};
   Dictionary reply =
       co_await _context->socketRequestHandler->prepareAndSendRequest(row.request, data, connection);
   // The service may have missed some consumers the first time; it gets one more chance, unless
   // something else is wished by now.
-  if (hasIssues(reply) && _allStreamsAsked == number)
+  if (hasIssues(reply) && !isSuperseded(kind, number))
     reply = co_await _context->socketRequestHandler->prepareAndSendRequest(
         row.request, std::move(data), connection);
   if (!judge(row, reply, span)) co_return;

@@ -3,8 +3,9 @@
 #include <kestrova/signalling/Events.h>
 #include <kestrova/signalling/RoomContext.h>
 
-#include <atomic>
+#include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -84,12 +85,17 @@ public:
 
 private:
   struct AllStreams;
+  int noteAllStreams(const std::string& kind);
+  /// Whether something else is wished of such streams by now.
+  bool isSuperseded(const std::string& kind, int number) const;
   Task<void> askForAllStreams(const AllStreams& texts, std::string kind);
   bool judge(const ServiceRow& row, const Dictionary& reply, ScopedSpan& span,
              const std::vector<std::string>& secrets = {});
 
   const std::shared_ptr<RoomContext> _context;
-  std::atomic<int> _allStreamsAsked = 0;
+  mutable std::mutex _lock;
+  int _allStreamsAsked = 0;
+  std::map<std::string, int> _newestOfKind;  // by number
 };
 
 }  // namespace kestrova

@@ -198,6 +198,7 @@ Task<Dictionary> SocketRequestHandler::prepareAndSendRequest(LocalEvent event, D
   }
 
   auto send = [weak = weak_from_this(), queue = _socketEmitQueue, envelope = std::move(*envelope),
+               isJoin = event == LocalEvent::join,
                owner = connection.value_or(_connections->current()),
                onArrival = std::move(onArrival)](Completion<Dictionary> answer) mutable {
     auto deliver = [answer, onArrival = std::move(onArrival)](Dictionary response) {
@@ -205,12 +206,15 @@ Task<Dictionary> SocketRequestHandler::prepareAndSendRequest(LocalEvent event, D
       answer(std::move(response));
     };
     queue->async([weak = std::move(weak), envelope = std::move(envelope), owner = std::move(owner),
-                  deliver = std::move(deliver)]() mutable {
+                  isJoin, deliver = std::move(deliver)]() mutable {
       const auto self = weak.lock();
       const auto socket = self ? self->socket() : nullptr;
       if (!socket) return deliver(Dictionary());
       if (!owner.isCurrent()) return deliver(gone());
-      envelope["roomId"] = self->meeting().id;  // a move may have come in between
+      // A move may have come in between; the join of the meeting before it is none of this one.
+      const auto meetingId = self->meetingId();
+      if (isJoin && envelope["roomId"] != Value(meetingId)) return deliver(gone());
+      envelope["roomId"] = meetingId;
       auto settle = [owner, connections = self->_connections, deliver](const SocketItems& items) {
         // Whoever waits for this answer may wake before the loss itself is told.
         if (isDisconnectMarker(items)) connections->lost(owner);

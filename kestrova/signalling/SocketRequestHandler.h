@@ -52,7 +52,9 @@ public:
   /// \param token access to it; the present one without it
   void moveTo(const std::string& meetingId, const std::optional<std::string>& token);
 
-  /// Access to the meeting that everything names.
+  /// The meeting that everything names.
+  std::string meetingId() const { return meeting().id; }
+  /// Access to it.
   std::string accessToken() const { return meeting().accessToken; }
 
   /// The answer as the service gave it: empty when the request could not be sent, or with the one

@@ -100,6 +100,13 @@ TEST_F(ConsumerControlsTest, aSecondChanceDoesNotUndoWhatWasAskedSince) {
       platform.service->answerLate("pauseAllConsumers", Dictionary{{"data", withIssues("ok")}}));
   platform.pump();
   EXPECT_EQ(platform.service->count("pauseAllConsumers"), 1);
+
+  room.client->inOrder(services->pauseAllStreams("audio"));
+  room.client->inOrder(services->resumeAllStreams("video"));
+  platform.pump();
+  platform.service->answerLate("pauseAllConsumers", Dictionary{{"data", withIssues("ok")}});
+  platform.pump();
+  EXPECT_EQ(platform.service->count("pauseAllConsumers"), 3) << "which is another kind";
 }
 
 }  // namespace

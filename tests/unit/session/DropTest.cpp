@@ -190,8 +190,10 @@ TEST(DropTest, ofTwoMovesTheLastOneIsJoined) {
     drop.test.notify(
         "entryResponded",
         {{"sessionId", "s"}, {"id", "me"}, {"decision", "allowed"}, {"switchingRoomId", meeting}});
-  drop.service().answerLate("join", ScriptedService::ok());
+  drop.service().answerLate("join",
+                            ScriptedService::ok({{"peers", List{Dictionary{{"id", "bob"}}}}}));
   drop.platform.pump();
+  EXPECT_FALSE(drop.test.listener->has("onParticipantJoined bob")) << "who is in the hall";
   EXPECT_EQ(drop.test.listener->count("onMeetingJoined hall"), 0);
   EXPECT_EQ(drop.test.listener->count("onMeetingJoined yard"), 1);
   EXPECT_EQ(drop.test.meeting->id(), "yard");
@@ -206,6 +208,32 @@ TEST(DropTest, aSecondMoveThatIsRefusedLeavesTheFirstItsToken) {
   drop.test.meeting->switchTo("hall", "hall-token");
   drop.test.meeting->switchTo("yard", "yard-token");
   drop.platform.pump();
+  drop.test.notify(
+      "entryResponded",
+      {{"sessionId", "s"}, {"id", "me"}, {"decision", "allowed"}, {"switchingRoomId", "hall"}});
+  EXPECT_EQ(drop.service().last("join").at("secret"), Value("hall-token"));
+}
+
+TEST(DropTest, aMoveThatAnotherHasReplacedIsNotMissed) {
+  Drop drop;
+  drop.join();
+  for (const char* meeting : {"hall", "yard"}) drop.test.meeting->switchTo(meeting);
+  drop.platform.pump();
+  drop.test.notify(
+      "entryResponded",
+      {{"sessionId", "s"}, {"id", "me"}, {"decision", "allowed"}, {"switchingRoomId", "yard"}});
+  drop.dropAndComeBack(2s);
+  EXPECT_EQ(drop.test.listener->count("onError 4076"), 0);
+}
+
+TEST(DropTest, aDeniedMoveLeavesTheOtherItsToken) {
+  Drop drop;
+  drop.join();
+  drop.test.meeting->switchTo("hall", "hall-token");
+  drop.test.meeting->switchTo("yard", "yard-token");
+  drop.platform.pump();
+  drop.test.notify("entryResponded",
+                   {{"sessionId", "yard's"}, {"id", "me"}, {"decision", "denied"}});
   drop.test.notify(
       "entryResponded",
       {{"sessionId", "s"}, {"id", "me"}, {"decision", "allowed"}, {"switchingRoomId", "hall"}});

@@ -46,6 +46,17 @@ TEST(ListenTest, whatOneHandleLetsGoOfAnotherKeeps) {
   EXPECT_EQ(added->count("onParticipantJoined"), 1);
 }
 
+TEST(ListenTest, aHandleOfBeforeTakesNothingAwayFromOneOfSince) {
+  TestPlatform platform;
+  auto test = TestMeeting::joined(platform);
+  const auto heard = std::make_shared<RecordingListener>();
+  auto handle = test.meeting->listen(heard);
+  test.meeting->removeAllEventListeners();
+  handle = test.meeting->listen(heard);
+  test.addPeer("bob");
+  EXPECT_EQ(heard->count("onParticipantJoined"), 1);
+}
+
 TEST(ListenTest, functionsHearWhatTheirNamesSayAndMayGoFromInside) {
   TestPlatform platform;
   auto test = TestMeeting::joined(platform);

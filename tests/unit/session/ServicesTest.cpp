@@ -406,6 +406,27 @@ TEST_F(ServicesTest, whatIsAskedRightBeforeTheEndIsStillSent) {
   EXPECT_TRUE(test.listener->has("onMeetingLeft manualLeaveCalled"));
 }
 
+TEST_F(ServicesTest, whatIsAskedRightBeforeAllIsLetGoOfIsStillSent) {
+  test.meeting->stopRecording();
+  test.meeting->leave();
+  test.meeting.reset();
+  platform.pump();
+  EXPECT_EQ(service().count("stopRecording"), 1);
+}
+
+TEST_F(ServicesTest, whatTheConnectionDoesMeanwhileChangesNothingAboutALeave) {
+  test.listener->take();
+  test.socket().drop();  // on its way to the main queue
+  test.meeting->leave();
+  test.meeting->startRecording();
+  platform.pump();
+  EXPECT_EQ(test.meeting->meetingState(), MeetingState::DISCONNECTED);
+  EXPECT_FALSE(test.listener->has("onMeetingStateChanged RECONNECTING"));
+  EXPECT_EQ(test.listener->count("onMeetingLeft manualLeaveCalled"), 1);
+  EXPECT_EQ(test.listener->errors.back().message(),
+            "You have already left the meeting, so startRecording() is no longer available.");
+}
+
 TEST_F(ServicesTest, anErrorKeepsItsPlaceAmongTheStates) {
   test.listener->take();
   test.socket().notify("recordingStateChanged", {{"status", "RECORDING_STARTING"}});

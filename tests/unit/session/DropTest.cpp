@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <tests/support/TestMeeting.h>
+
+#include "DropFixture.h"
 
 namespace kestrova::test {
 namespace {
@@ -8,57 +9,6 @@ namespace {
 using namespace std::chrono_literals;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-/// A meeting whose connection is lost in the middle of something.
-struct Drop {
-  explicit Drop(InitMeetingOptions options = {.micEnabled = true, .webcamEnabled = true})
-      : test(platform, std::move(options)) {}
-
-  ScriptedService& service() { return *platform.service; }
-  std::shared_ptr<Participant> me() { return test.meeting->localParticipant(); }
-  void enter() {
-    test.lookUp();
-    test.reachSocket();
-  }
-  void join() {
-    enter();
-    test.decide("allowed");
-  }
-  /// What is asked of the service is counted from the return on.
-  void dropAndComeBack(std::chrono::milliseconds away) {
-    dropAndReturn(away);
-    platform.advance(30s);
-  }
-  void dropAndReturn(std::chrono::milliseconds away) {
-    test.socket().drop();
-    platform.pump();
-    platform.advance(away);
-    service().forgetRequests();
-    platform.media->published.clear();
-    test.reachSocket();
-    test.decide("allowed");
-  }
-  void expectOneMeeting(std::size_t streams, const std::string& joinedAs = "onMeetingJoined") {
-    EXPECT_EQ(test.meeting->meetingState(), MeetingState::CONNECTED);
-    EXPECT_EQ(service().count("requestEntry"), 1);
-    EXPECT_EQ(service().count("join"), 1);
-    EXPECT_FALSE(platform.media->send.expired());
-    EXPECT_FALSE(platform.media->receive.expired());
-    EXPECT_EQ(service().count("createWebRtcTransport"), 2);
-    EXPECT_EQ(service().count("produce"), static_cast<long>(streams));
-    EXPECT_EQ(platform.media->published.size(), streams);
-    EXPECT_EQ(me()->streams().size(), streams);
-    for (const auto& [id, stream] : me()->streams()) EXPECT_FALSE(stream->producer()->closed());
-    EXPECT_EQ(platform.capture->microphoneRunning, streams > 0);
-    EXPECT_TRUE(test.listener->has(joinedAs));
-    EXPECT_FALSE(test.listener->has("onError"));
-    EXPECT_FALSE(test.listener->has("onMeetingStateChanged FAILED"));
-    EXPECT_FALSE(test.listener->has("onMeetingLeft"));
-  }
-
-  TestPlatform platform;
-  TestMeeting test;
-};
 
 struct Request {
   const char* method;
@@ -146,100 +96,6 @@ TEST(DropTest, aChangeOfModeThatIsInterruptedLeavesTheMediaOfTheModeBefore) {
     }
 }
 
-TEST(DropTest, aMoveThatWasOnlyAskedForIsReportedAsFailed) {
-  for (const auto away : {2s, 25s}) {
-    Drop asked;
-    asked.join();
-    asked.service().withholdOnce("switchToMeeting");
-    asked.test.meeting->switchTo("hall");
-    asked.platform.pump();
-    asked.dropAndComeBack(away);
-    EXPECT_EQ(asked.test.listener->count("onError 4076 SWITCH_MEETING_FAILED"), 1);
-    EXPECT_EQ(asked.test.meeting->id(), "room");
-    EXPECT_EQ(asked.me()->streams().size(), 2u);
-  }
-}
-
-TEST(DropTest, aMoveThatTheServiceForgetsIsTold) {
-  Drop asked;
-  asked.join();
-  asked.test.meeting->switchTo("hall");
-  asked.platform.pump();
-  asked.dropAndComeBack(2s);
-  EXPECT_EQ(asked.test.listener->count("onError 4076 SWITCH_MEETING_FAILED"), 1);
-  asked.dropAndComeBack(2s);
-  EXPECT_EQ(asked.test.listener->count("onError 4076 SWITCH_MEETING_FAILED"), 1);
-  const Dictionary denied{{"sessionId", "hall's"}, {"id", "me"}, {"decision", "denied"}};
-  const Dictionary here{
-      {"sessionId", "s"}, {"id", "me"}, {"decision", "allowed"}, {"switchingRoomId", "room"}};
-  for (const auto& decision : {denied, here}) {
-    asked.test.meeting->switchTo("hall");
-    asked.platform.pump();
-    asked.test.notify("entryResponded", decision);
-    asked.dropAndComeBack(2s);
-    EXPECT_EQ(asked.test.listener->count("onError 4076 SWITCH_MEETING_FAILED"), 1)
-        << "which the service has decided about";
-  }
-}
-
-TEST(DropTest, ofTwoMovesTheLastOneIsJoined) {
-  Drop drop;
-  drop.join();
-  drop.service().withholdOnce("join");
-  for (const char* meeting : {"hall", "yard"})
-    drop.test.notify(
-        "entryResponded",
-        {{"sessionId", "s"}, {"id", "me"}, {"decision", "allowed"}, {"switchingRoomId", meeting}});
-  drop.service().answerLate("join",
-                            ScriptedService::ok({{"peers", List{Dictionary{{"id", "bob"}}}}}));
-  drop.platform.pump();
-  EXPECT_FALSE(drop.test.listener->has("onParticipantJoined bob")) << "who is in the hall";
-  EXPECT_EQ(drop.test.listener->count("onMeetingJoined hall"), 0);
-  EXPECT_EQ(drop.test.listener->count("onMeetingJoined yard"), 1);
-  EXPECT_EQ(drop.test.meeting->id(), "yard");
-}
-
-TEST(DropTest, aSecondMoveThatIsRefusedLeavesTheFirstItsToken) {
-  Drop drop;
-  drop.join();
-  drop.test.meeting->switchTo("hall", "hall-token");
-  drop.platform.pump();
-  drop.service().refuse("switchToMeeting");
-  drop.test.meeting->switchTo("hall", "hall-token");
-  drop.test.meeting->switchTo("yard", "yard-token");
-  drop.platform.pump();
-  drop.test.notify(
-      "entryResponded",
-      {{"sessionId", "s"}, {"id", "me"}, {"decision", "allowed"}, {"switchingRoomId", "hall"}});
-  EXPECT_EQ(drop.service().last("join").at("secret"), Value("hall-token"));
-}
-
-TEST(DropTest, aMoveThatAnotherHasReplacedIsNotMissed) {
-  Drop drop;
-  drop.join();
-  for (const char* meeting : {"hall", "yard"}) drop.test.meeting->switchTo(meeting);
-  drop.platform.pump();
-  drop.test.notify(
-      "entryResponded",
-      {{"sessionId", "s"}, {"id", "me"}, {"decision", "allowed"}, {"switchingRoomId", "yard"}});
-  drop.dropAndComeBack(2s);
-  EXPECT_EQ(drop.test.listener->count("onError 4076"), 0);
-}
-
-TEST(DropTest, aDeniedMoveLeavesTheOtherItsToken) {
-  Drop drop;
-  drop.join();
-  drop.test.meeting->switchTo("hall", "hall-token");
-  drop.test.meeting->switchTo("yard", "yard-token");
-  drop.platform.pump();
-  drop.test.notify("entryResponded",
-                   {{"sessionId", "yard's"}, {"id", "me"}, {"decision", "denied"}});
-  drop.test.notify(
-      "entryResponded",
-      {{"sessionId", "s"}, {"id", "me"}, {"decision", "allowed"}, {"switchingRoomId", "hall"}});
-  EXPECT_EQ(drop.service().last("join").at("secret"), Value("hall-token"));
-}
-
 TEST(DropTest, whatChangedMeanwhileIsKnownAfterTheReturn) {
   Drop drop;
   drop.join();
@@ -255,64 +111,6 @@ TEST(DropTest, whatChangedMeanwhileIsKnownAfterTheReturn) {
   EXPECT_EQ(drop.test.meeting->participants().at("bob")->mode(), Mode::VIEWER);
   EXPECT_EQ(drop.test.listener->count("onParticipantModeChanged bob VIEWER"), 1);
   EXPECT_EQ(agent->agentState(), AgentState::IDLE);
-}
-
-TEST(DropTest, aMoveThatIsInterruptedIsEndedByTheReturn) {
-  for (const auto away : {2s, 25s}) {
-    Drop moved;
-    moved.join();
-    moved.test.meeting->switchTo("hall", "other-token");
-    moved.platform.pump();
-    moved.service().withholdOnce("join");
-    const Dictionary move{
-        {"sessionId", "s"}, {"id", "me"}, {"decision", "allowed"}, {"switchingRoomId", "hall"}};
-    moved.test.notify("entryResponded", move);
-    moved.dropAndComeBack(away);
-    moved.expectOneMeeting(2, "onMeetingJoined hall");
-    EXPECT_EQ(moved.test.meeting->id(), "hall");
-    EXPECT_EQ(moved.service().requests().back().envelope.at("roomId"), Value("hall"));
-    const auto& params = moved.service().connections().back().config.connectParams;
-    EXPECT_EQ(params.at(0).second, "hall");
-    EXPECT_EQ(params.at(2).second, "other-token");
-    EXPECT_EQ(moved.service().last("join").at("secret"), Value("other-token"));
-  }
-}
-
-TEST(DropTest, aMoveRightBehindTheJoinIsToldByItsOwnJoinAlone) {
-  Drop drop;
-  drop.enter();
-  drop.service().withholdOnce("join");
-  drop.test.decide("allowed");
-  drop.service().answerLate("join", ScriptedService::ok({{"peers", List()}}));
-  drop.test.notify(
-      "entryResponded",
-      {{"sessionId", "s"}, {"id", "me"}, {"decision", "allowed"}, {"switchingRoomId", "hall"}});
-  EXPECT_EQ(drop.service().count("join"), 2);
-  EXPECT_EQ(drop.test.listener->count("onMeetingJoined hall"), 1);
-  EXPECT_EQ(drop.test.meeting->id(), "hall");
-}
-
-TEST(DropTest, aMoveInTheMiddleOfWhichTheMeetingEndsJoinsNothing) {
-  for (const char* end : {"leave", "close", "lost for good"}) {
-    SCOPED_TRACE(end);
-    Drop drop;
-    drop.join();
-    drop.service().withholdOnce("join");
-    drop.test.notify(
-        "entryResponded",
-        {{"sessionId", "s"}, {"id", "me"}, {"decision", "allowed"}, {"switchingRoomId", "hall"}});
-    if (std::string(end) == "leave")
-      drop.test.meeting->leave();
-    else if (std::string(end) == "close")
-      drop.test.notify("close", {{"reason", {{"code", 1006}}}});
-    else
-      drop.test.socket().fail();
-    drop.platform.advance(30s);
-    EXPECT_EQ(drop.test.listener->count("onMeetingLeft"), 2) << "one form each";
-    EXPECT_FALSE(drop.test.listener->has("onMeetingJoined hall"));
-    EXPECT_FALSE(drop.test.listener->has("onError"));
-    EXPECT_EQ(drop.service().count("closeRoom"), 0);
-  }
 }
 
 TEST(DropTest, aDropBeforeTheEntryIsAskedForAsksOnceAndOnTheNextConnection) {

@@ -172,7 +172,7 @@ Task<std::optional<std::vector<std::string>>> JoinSequence::join(CameraPosition 
 
   const auto awaited = _context->pubSubEndpointStore.awaitedJoin();
   const auto meetingId = _context->socketRequestHandler->meetingId();
-  // A move to another meeting may have followed.
+  // A move to another meeting may come in between: it brings its own people and addresses.
   const auto isNews = [context = _context, connection, meetingId] {
     return connection.isCurrent() && context->socketRequestHandler->meetingId() == meetingId;
   };
@@ -184,11 +184,12 @@ Task<std::optional<std::vector<std::string>>> JoinSequence::join(CameraPosition 
       parseDictionary(device->rtpCapabilities()), isSwitchingRoom, mode, isBatchingEnabled,
       connection, std::move(onArrival));
   const Dictionary reply = co_await std::move(joining);
-  if (!isNews()) co_return std::nullopt;
+  // The move stands on the join that it overtakes, but a move that another one overtakes is over.
+  if (!connection.isCurrent() || (isSwitchingRoom && !isNews())) co_return std::nullopt;
 
   std::vector<std::string> unsupportedCodecs;
   if (const auto* data = dictionary(reply, "data")) {
-    _context->pubSubEndpointStore.update(text(*data, "pubSubUrl"));
+    if (isNews()) _context->pubSubEndpointStore.update(text(*data, "pubSubUrl"));
     if (const auto* codecs = list(*data, "unsupportedCodecs"))
       for (const auto& codec : *codecs)
         if (codec.is_string()) unsupportedCodecs.emplace_back(codec.get_string());

@@ -71,9 +71,6 @@ public:
   explicit ServiceRequests(std::shared_ptr<RoomContext> context) : _context(std::move(context)) {}
 
   /// Sends it without awaiting the answer.
-  void send(ServiceOperation operation, Dictionary data) {
-    send(operation, std::move(data), Extras());
-  }
   void send(ServiceOperation operation, Dictionary data, Extras extras);
   /// Awaits the answer. A refusal is traced, and reported where the operation has an error.
   /// \returns whether the service took it

@@ -62,8 +62,8 @@ public:
   /// \param connection to which the request belongs: it is not sent on any other; the present one
   ///   without it
   /// \param onArrival sees the answer first, on `socketEmitQueue`, before the next event is
-  /// handled;
-  ///   the empty one of a request that was not sent anywhere
+  /// handled.
+  ///   The empty answer of a request that can't travel as JSON it sees where it was made.
   Task<Dictionary> prepareAndSendRequest(LocalEvent event, Dictionary data = {},
                                          std::optional<Connection> connection = {},
                                          AnswerHandler onArrival = {});

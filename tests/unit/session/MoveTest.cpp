@@ -122,18 +122,30 @@ TEST(MoveTest, aMoveThatIsInterruptedIsEndedByTheReturn) {
   }
 }
 
-TEST(MoveTest, aMoveRightBehindTheJoinIsToldByItsOwnJoinAlone) {
-  Drop drop;
-  drop.enter();
-  drop.service().withholdOnce("join");
-  drop.test.decide("allowed");
-  drop.service().answerLate("join", ScriptedService::ok({{"peers", List()}}));
-  drop.test.notify(
-      "entryResponded",
-      {{"sessionId", "s"}, {"id", "me"}, {"decision", "allowed"}, {"switchingRoomId", "hall"}});
-  EXPECT_EQ(drop.service().count("join"), 2);
-  EXPECT_EQ(drop.test.listener->count("onMeetingJoined hall"), 1);
-  EXPECT_EQ(drop.test.meeting->id(), "hall");
+TEST(MoveTest, aMoveBesideTheJoinIsToldByItsOwnJoinAlone) {
+  for (const bool isFirst : {false, true}) {
+    SCOPED_TRACE(isFirst ? "before the answer" : "behind it");
+    Drop drop;
+    drop.enter();
+    drop.service().withholdOnce("join");
+    drop.test.decide("allowed");
+    const auto answer = [&] {
+      drop.service().answerLate("join", ScriptedService::ok({{"peers", List()}}));
+    };
+    if (!isFirst) answer();
+    drop.test.notify(
+        "entryResponded",
+        {{"sessionId", "s"}, {"id", "me"}, {"decision", "allowed"}, {"switchingRoomId", "hall"}});
+    if (isFirst) answer();
+    drop.platform.advance(30s);
+    EXPECT_EQ(drop.service().count("join"), 2);
+    EXPECT_EQ(drop.test.listener->count("onMeetingJoined hall"), 1);
+    EXPECT_EQ(drop.test.meeting->id(), "hall");
+    EXPECT_EQ(drop.me()->streams().size(), 2u) << "the media of the first join goes along";
+    drop.test.meeting->startWhiteboard();
+    drop.platform.pump();
+    EXPECT_EQ(drop.service().count("startWhiteboard"), 1) << "the meeting is joined";
+  }
 }
 
 TEST(MoveTest, aMoveInTheMiddleOfWhichTheMeetingEndsJoinsNothing) {

@@ -293,6 +293,26 @@ TEST(Transports, ClosingWaitsForNothing) {
   goOn.set_value();
 }
 
+// The engine ends a connection and makes its statistics on the same thread.
+TEST(Transports, ClosingAmongStatisticsEnds) {
+  Sfu sfu;
+  auto staying = Endpoint::make(sfu);
+  for (int round = 0; round < 40; ++round) {
+    auto leaving = Endpoint::make(sfu);
+    std::vector<std::future<std::string>> answers;
+    for (int i = 0; i < 50; ++i) {
+      if (i == 10 + round) leaving->sending->close();
+      answers.push_back(boost::asio::co_spawn(Runtime::background(), leaving->sending->stats(),
+                                              boost::asio::use_future));
+    }
+    for (auto& answer : answers) {
+      ASSERT_EQ(answer.wait_for(kPatience), std::future_status::ready) << round;
+      EXPECT_TRUE(parseJson(answer.get()));
+    }
+  }
+  EXPECT_NE(await(staying->sending->stats()), "[]");
+}
+
 int threadsOfThisProcess() {
   int count = 0;
   for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/task"))

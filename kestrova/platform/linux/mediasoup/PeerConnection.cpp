@@ -59,15 +59,19 @@ private:
 
 class StatsObserver : public webrtc::RTCStatsCollectorCallback {
 public:
-  explicit StatsObserver(PeerConnection::StatsHandler done) : _done(std::move(done)) {}
-  ~StatsObserver() override {
-    if (_done) _done("[]");
-  }
+  StatsObserver(std::shared_ptr<void> underWay, PeerConnection::StatsHandler done)
+      : _underWay(std::move(underWay)), _done(std::move(done)) {}
+  ~StatsObserver() override { give("[]"); }
   void OnStatsDelivered(const rtc::scoped_refptr<const webrtc::RTCStatsReport>& report) override {
-    if (auto done = std::exchange(_done, nullptr)) done(report->ToJson());
+    give(report->ToJson());
   }
 
 private:
+  void give(std::string json) {
+    _underWay.reset();
+    if (auto done = std::exchange(_done, nullptr)) done(std::move(json));
+  }
+  std::shared_ptr<void> _underWay;
   PeerConnection::StatsHandler _done;
 };
 
@@ -172,15 +176,30 @@ PeerConnection::~PeerConnection() {
   close();
 }
 
+/// The observer must outlive the connection, which is let go of here or by the destructor.
+struct PeerConnection::LastHold {
+  std::shared_ptr<Engine> engine;
+  std::shared_ptr<Observer> observer;
+  std::shared_ptr<const std::atomic<int>> statistics;
+  rtc::scoped_refptr<webrtc::PeerConnectionInterface> connection;
+};
+
 void PeerConnection::close() {
   if (_closing.exchange(true)) return;
   _observer->silence();
-  /// The observer must outlive the connection, which is let go of here or by the destructor.
-  struct LastHold {
-    std::shared_ptr<Observer> observer;
-    rtc::scoped_refptr<webrtc::PeerConnectionInterface> connection;
-  };
-  _engine.post([last = LastHold{_observer, _connection}] { last.connection->Close(); });
+  closeIdle(_engine,
+            LastHold{_engine.weak_from_this().lock(), _observer, _statistics, _connection});
+}
+
+/// The engine's Close() waits for statistics that are being made. With one thread for everything it
+/// would wait for itself, so they come first.
+void PeerConnection::closeIdle(Engine& engine, LastHold last) {
+  engine.post([&engine, last = std::move(last)]() mutable {
+    if (*last.statistics > 0 && last.engine)
+      closeIdle(engine, std::move(last));
+    else
+      last.connection->Close();
+  });
 }
 
 std::string PeerConnection::createOffer(bool iceRestart) {
@@ -232,8 +251,15 @@ rtc::scoped_refptr<webrtc::RtpTransceiverInterface> PeerConnection::transceiver(
 void PeerConnection::stats(rtc::scoped_refptr<webrtc::RtpSenderInterface> sender,
                            rtc::scoped_refptr<webrtc::RtpReceiverInterface> receiver,
                            StatsHandler done) {
+  // First it counts, then it looks: a close() on its way either waits for this or is seen here.
+  ++*_statistics;
+  std::shared_ptr<void> underWay(_statistics.get(), [counter = _statistics](void*) { --*counter; });
+  if (_closing) {
+    underWay.reset();
+    return done("[]");
+  }
   rtc::scoped_refptr<webrtc::RTCStatsCollectorCallback> observer =
-      rtc::make_ref_counted<StatsObserver>(std::move(done));
+      rtc::make_ref_counted<StatsObserver>(std::move(underWay), std::move(done));
   if (sender)
     _connection->GetStats(sender, observer);
   else if (receiver)

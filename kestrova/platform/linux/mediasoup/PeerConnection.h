@@ -49,9 +49,14 @@ public:
 
 private:
   class Observer;
+  struct LastHold;
+  static void closeIdle(Engine& engine, LastHold last);
+
   Engine& _engine;
   std::atomic<bool> _closing{false};
   const std::shared_ptr<Observer> _observer;
+  // How many statistics are being made.
+  const std::shared_ptr<std::atomic<int>> _statistics = std::make_shared<std::atomic<int>>(0);
   rtc::scoped_refptr<webrtc::PeerConnectionInterface> _connection;
 };
 

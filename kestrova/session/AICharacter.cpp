@@ -228,14 +228,28 @@ void AICharacter::addStream(std::shared_ptr<MediaStream> stream) {
 
 std::shared_ptr<MediaStream> AICharacter::removeStream(const std::string& id) {
   auto stream = _state->streams.take(id);
-  if (stream)
-    emit([stream](auto& listener, auto& self) { listener.onStreamDisabled(stream, self); });
+  if (stream) tellGone(stream);
   return stream;
 }
 
 void AICharacter::removeAllStreams() {
-  for (auto& [id, gone] : _state->streams.takeAll())
-    emit([stream = gone](auto& listener, auto& self) { listener.onStreamDisabled(stream, self); });
+  for (const auto& [id, gone] : _state->streams.takeAll()) tellGone(gone);
+}
+
+void AICharacter::tellGone(const std::shared_ptr<MediaStream>& stream) {
+  MainQueue::shared().async([self = shared_from_this(), stream] {
+    StreamMap::tellEnd(*stream, self->characterId());
+    self->_state->charListeners.invoke(
+        [&](CharacterEventListener& listener) { listener.onStreamDisabled(stream, self); });
+  });
+}
+
+void AICharacter::endStreams() {
+  _state->streams.tellEnds(characterId());
+}
+
+bool AICharacter::takeMetrics(const std::string& streamId, const StreamMetrics& metrics) {
+  return _state->streams.takeMetrics(streamId, metrics);
 }
 
 }  // namespace kestrova

@@ -118,6 +118,10 @@ private:
   /// The stream that was there, if one was.
   std::shared_ptr<MediaStream> removeStream(const std::string& id);
   void removeAllStreams();
+  void tellGone(const std::shared_ptr<MediaStream>& stream);
+  /// The meeting is over: whoever listens to a stream hears its end.
+  void endStreams();
+  bool takeMetrics(const std::string& streamId, const StreamMetrics& metrics);
   void releaseKeptListeners();
   /// The meeting was let go of: nobody hears anything any more.
   void dismissListeners();

@@ -191,6 +191,11 @@ void CharacterRegistry::handleStreamStateChange(StreamState state, const std::st
   if (const auto owner = character(characterId)) owner->handleStreamStateChanged(state, trackId);
 }
 
+bool CharacterRegistry::takeMetrics(const StreamMeasurement& measured) {
+  const auto owner = character(measured.ownerId);
+  return owner && owner->takeMetrics(measured.streamId, measured.metrics);
+}
+
 void CharacterRegistry::removeAll() {
   for (const auto& [id, gone] : characters()) removedCharacter(id);
   // An answer that comes now is about the meeting before.
@@ -208,7 +213,10 @@ void CharacterRegistry::clear() {
     gone.swap(_characters);
   }
   const auto every = everyCharacter();
-  for (const auto& each : every) each->forgetJoins();
+  for (const auto& each : every) {
+    each->forgetJoins();
+    each->endStreams();
+  }
   // Behind what was told to them before.
   MainQueue::shared().async([every] {
     for (const auto& each : every) each->releaseKeptListeners();

@@ -45,6 +45,8 @@ public:
   void removeStream(const std::string& id);
   void handleStreamStateChange(StreamState state, const std::string& characterId,
                                const std::string& trackId);
+  /// \returns whether it was a stream of a character's
+  bool takeMetrics(const StreamMeasurement& measured);
   /// The local participant moves to another meeting.
   void removeAll();
   /// The meeting was let go of: nobody hears anything any more.

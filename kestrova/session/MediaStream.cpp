@@ -34,6 +34,24 @@ std::shared_ptr<Queue> queueOf(std::vector<std::shared_ptr<Queue>>& queues,
   return queues.emplace_back(std::make_shared<Queue>(track, sink));
 }
 
+template <class Listener>
+std::string addListener(std::map<std::string, Listener>& listeners, Listener listener) {
+  auto id = Uuid::random().text();
+  if (listener) listeners.emplace(id, std::move(listener));
+  return id;
+}
+
+template <class Listener, class News>
+void callEach(const std::map<std::string, Listener>& listeners, const News& news) {
+  for (const auto& [id, listener] : listeners) {
+    try {
+      listener(news);
+    } catch (...) {
+      reportEscaped("a listener of a stream");
+    }
+  }
+}
+
 }  // namespace
 
 struct MediaStream::State {
@@ -42,6 +60,9 @@ struct MediaStream::State {
   std::weak_ptr<MediaStreamDelegate> delegate;
   std::optional<std::string> pausedBy;
   std::map<std::string, StateListener> stateListeners;
+  std::map<std::string, MetricsListener> metricsListeners;
+  StreamMetrics metrics;
+  bool ended = false;
   std::vector<std::shared_ptr<VideoSinkQueue>> videoSinks;
   std::vector<std::shared_ptr<AudioSinkQueue>> audioSinks;
 };
@@ -148,12 +169,25 @@ Task<std::string> MediaStream::stats() const {
   }(rtpStream());
 }
 
-std::string MediaStream::on(MediaStreamEventType, StateListener listener) {
-  auto id = Uuid::random().text();
-  if (!listener) return id;
+StreamMetrics MediaStream::metrics() const {
   std::scoped_lock held(_state->lock);
-  _state->stateListeners.emplace(id, std::move(listener));
-  return id;
+  return _state->metrics;
+}
+
+std::string MediaStream::onMetrics(MetricsListener listener) {
+  std::scoped_lock held(_state->lock);
+  return addListener(_state->metricsListeners, std::move(listener));
+}
+
+void MediaStream::offMetrics(const std::string& listenerId) {
+  std::map<std::string, MetricsListener>::node_type gone;  // goes after the lock
+  std::scoped_lock held(_state->lock);
+  gone = _state->metricsListeners.extract(listenerId);
+}
+
+std::string MediaStream::on(MediaStreamEventType, StateListener listener) {
+  std::scoped_lock held(_state->lock);
+  return addListener(_state->stateListeners, std::move(listener));
 }
 
 void MediaStream::off(MediaStreamEventType, const std::string& listenerId) {
@@ -164,8 +198,10 @@ void MediaStream::off(MediaStreamEventType, const std::string& listenerId) {
 
 void MediaStream::dismissListeners() {
   std::map<std::string, StateListener> gone;  // go after the lock
+  std::map<std::string, MetricsListener> goneToo;
   std::scoped_lock held(_state->lock);
   gone.swap(_state->stateListeners);
+  goneToo.swap(_state->metricsListeners);
 }
 
 void MediaStream::setMeetingActionValidatorSource(
@@ -174,19 +210,27 @@ void MediaStream::setMeetingActionValidatorSource(
   _state->meetingActionValidatorSource = std::move(source);
 }
 
-void MediaStream::notifyState(StreamState state) {
-  std::vector<StateListener> listeners;
+bool MediaStream::notifyState(StreamState state) {
+  std::map<std::string, StateListener> listeners;
   {
     std::scoped_lock held(_state->lock);
-    for (const auto& [id, listener] : _state->stateListeners) listeners.push_back(listener);
+    if (_state->ended) return false;
+    _state->ended = state == StreamState::ENDED;
+    listeners = _state->stateListeners;
   }
-  for (const auto& listener : listeners) {
-    try {
-      listener(state);
-    } catch (...) {
-      reportEscaped("a listener of a stream");
-    }
+  callEach(listeners, state);
+  return true;
+}
+
+void MediaStream::takeMetrics(const StreamMetrics& metrics) {
+  std::map<std::string, MetricsListener> listeners;
+  {
+    std::scoped_lock held(_state->lock);
+    if (_state->ended) return;
+    _state->metrics = metrics;
+    listeners = _state->metricsListeners;
   }
+  callEach(listeners, metrics);
 }
 
 }  // namespace kestrova

@@ -2,6 +2,7 @@
 
 #include <kestrova/media/MediaType.h>
 #include <kestrova/media/SinkHandle.h>
+#include <kestrova/media/StreamMetrics.h>
 #include <kestrova/model/LinkCondition.h>
 #include <kestrova/platform/TaskFwd.h>
 #include <kestrova/platform/WebRTC.h>
@@ -29,6 +30,7 @@ enum class MediaStreamEventType { state };
 class MediaStream {
 public:
   using StateListener = std::function<void(StreamState)>;
+  using MetricsListener = std::function<void(const StreamMetrics&)>;
 
   explicit MediaStream(std::shared_ptr<Producer> producer);
   MediaStream(std::shared_ptr<Consumer> consumer, bool isShare);
@@ -67,11 +69,22 @@ public:
   /// Why the service's subscription manager withholds this stream; nothing while it doesn't.
   std::optional<std::string> pausedBy() const;
   /// The engine's statistics of this stream: JSON text of a list of objects as the W3C's
-  /// webrtc-stats identifiers name them ("outbound-rtp", "inbound-rtp", "candidate-pair"...).
-  /// An empty list once the stream is closed.
+  /// webrtc-stats identifiers name them ("outbound-rtp", "inbound-rtp", "candidate-pair"...), time
+  /// stamps in milliseconds. An empty list once the stream is closed.
   Task<std::string> stats() const;
 
-  /// Calls `listener` on the main queue with every change of how the stream flows.
+  /// The numbers of the last look at the engine, which comes every two seconds.
+  StreamMetrics metrics() const;
+  /// Calls `listener` on the main queue with each look's numbers, until the stream ends.
+  /// \returns the id that `offMetrics` takes
+  std::string onMetrics(MetricsListener listener);
+  /// An unknown id does nothing.
+  void offMetrics(const std::string& listenerId);
+
+  /// Calls `listener` on the main queue with what becomes of the stream: FREEZE_DETECTED when the
+  /// engine counts a freeze, which it does when the picture moves again, FREEZE_RESOLVED after 5 s
+  /// without another, STUCK while nothing comes at all and the looks at it are more than 5 s apart,
+  /// ACTIVE when the service sends a camera again, and ENDED, last and once, however it ends.
   /// \returns the id that `off` takes
   std::string on(MediaStreamEventType event, StateListener listener);
   /// An unknown id does nothing.
@@ -92,8 +105,9 @@ private:
   void setPausedBy(std::optional<std::string> reason);
   /// For the meeting: who carries out `pause` and `resume`.
   void setDelegate(std::weak_ptr<MediaStreamDelegate> delegate);
-  /// For the stream's owner, on the main queue.
-  void notifyState(StreamState state);
+  /// For the stream's owner, on the main queue. \returns false behind the end, which is told once
+  bool notifyState(StreamState state);
+  void takeMetrics(const StreamMetrics& metrics);
   void dismissListeners();
 
   std::shared_ptr<RtpStream> rtpStream() const;

@@ -119,6 +119,21 @@ void MeetingCore::handleStreamStateChange(StreamState state, const std::string& 
   characters->handleStreamStateChange(state, peerId, trackId);
 }
 
+void MeetingCore::streamsMeasured(const std::vector<StreamMeasurement>& measured) {
+  for (const auto& each : measured)
+    if (!registry->takeMetrics(each)) characters->takeMetrics(each);
+}
+
+void MeetingCore::qualityLimitationInternal(QualityLimitationType type,
+                                            QualityLimitationState state, std::int64_t timestamp) {
+  const auto traceIt = [=] {
+    trace("Emitting QUALITY_LIMITATION Event",
+          {{"type", text(type)}, {"state", text(state)}, {"timestamp", timestamp}});
+  };
+  context->emit(traceIt,
+                [=](auto& listener) { listener.onQualityLimitation(type, state, timestamp); });
+}
+
 void MeetingCore::participantMediaStatusChanged(const std::string& peerId, const std::string& kind,
                                                 bool newState) {
   registry->participantMediaStatusChanged(peerId, kind, newState);

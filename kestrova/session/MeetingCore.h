@@ -65,6 +65,9 @@ public:
   void removeStream(const std::string& id) override;
   void handleStreamStateChange(StreamState state, const std::string& peerId,
                                const std::string& trackId) override;
+  void streamsMeasured(const std::vector<StreamMeasurement>& measured) override;
+  void qualityLimitationInternal(QualityLimitationType type, QualityLimitationState state,
+                                 std::int64_t timestamp) override;
   void participantMediaStatusChanged(const std::string& peerId, const std::string& kind,
                                      bool newState) override;
   void participantModeChanged(const std::string& participantId, Mode mode) override;

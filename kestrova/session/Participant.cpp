@@ -217,14 +217,28 @@ void Participant::addStream(std::shared_ptr<MediaStream> stream) {
 
 std::shared_ptr<MediaStream> Participant::removeStream(const std::string& id) {
   auto stream = _state->streams.take(id);
-  if (stream)
-    emit([stream](auto& listener, auto& self) { listener.onStreamDisabled(stream, self); });
+  if (stream) tellGone(stream);
   return stream;
 }
 
 void Participant::removeAllStreams() {
-  for (auto& [id, gone] : _state->streams.takeAll())
-    emit([stream = gone](auto& listener, auto& self) { listener.onStreamDisabled(stream, self); });
+  for (const auto& [id, gone] : _state->streams.takeAll()) tellGone(gone);
+}
+
+void Participant::tellGone(const std::shared_ptr<MediaStream>& stream) {
+  MainQueue::shared().async([self = shared_from_this(), stream] {
+    StreamMap::tellEnd(*stream, self->_id);
+    self->_state->listeners.invoke(
+        [&](ParticipantEventListener& listener) { listener.onStreamDisabled(stream, self); });
+  });
+}
+
+void Participant::endStreams() {
+  _state->streams.tellEnds(_id);
+}
+
+bool Participant::takeMetrics(const std::string& streamId, const StreamMetrics& metrics) {
+  return _state->streams.takeMetrics(streamId, metrics);
 }
 
 void Participant::setMode(Mode mode) {

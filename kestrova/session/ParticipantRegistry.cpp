@@ -106,6 +106,8 @@ void ParticipantRegistry::removeAll(LeaveReason leaveReason) {
 
 void ParticipantRegistry::clear() {
   const auto gone = _participantQueue->sync([this] { return std::exchange(_participants, {}); });
+  for (const auto& [id, participant] : gone) participant->endStreams();
+  _context->localParticipant->endStreams();
   // Behind what was told to them before.
   MainQueue::shared().async([gone] {
     for (const auto& [id, participant] : gone) participant->releaseKeptListeners();
@@ -187,6 +189,11 @@ void ParticipantRegistry::handleStreamStateChange(StreamState state, const std::
                                                   const std::string& trackId) {
   if (const auto participant = anybody(peerId))
     participant->handleStreamStateChanged(state, trackId);
+}
+
+bool ParticipantRegistry::takeMetrics(const StreamMeasurement& measured) {
+  const auto owner = anybody(measured.ownerId);
+  return owner && owner->takeMetrics(measured.streamId, measured.metrics);
 }
 
 void ParticipantRegistry::participantMediaStatusChanged(const std::string& peerId,

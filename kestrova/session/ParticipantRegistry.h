@@ -47,6 +47,8 @@ public:
 
   void handleStreamStateChange(StreamState state, const std::string& peerId,
                                const std::string& trackId);
+  /// \returns whether it was a stream of somebody's here
+  bool takeMetrics(const StreamMeasurement& measured);
   void participantMediaStatusChanged(const std::string& peerId, const std::string& kind,
                                      bool newState);
   void participantModeChanged(const std::string& participantId, Mode mode);

@@ -2,6 +2,7 @@
 
 #include <kestrova/media/EncodingTypes.h>
 #include <kestrova/media/MediaType.h>
+#include <kestrova/media/StreamMetrics.h>
 #include <kestrova/model/CharacterTypes.h>
 #include <kestrova/model/KestrovaError.h>
 #include <kestrova/model/LinkCondition.h>
@@ -63,6 +64,10 @@ public:
   virtual void removeStream(const std::string& id) = 0;
   virtual void handleStreamStateChange(StreamState state, const std::string& peerId,
                                        const std::string& trackId) = 0;
+  virtual void streamsMeasured(const std::vector<StreamMeasurement>& measured) = 0;
+  /// \param timestamp in milliseconds since 1970
+  virtual void qualityLimitationInternal(QualityLimitationType type, QualityLimitationState state,
+                                         std::int64_t timestamp) = 0;
   virtual void participantMediaStatusChanged(const std::string& peerId, const std::string& kind,
                                              bool newState) = 0;
   virtual void participantModeChanged(const std::string& participantId, Mode mode) = 0;

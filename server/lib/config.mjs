@@ -5,8 +5,8 @@ import { checkAccess } from './tokens.mjs';
 
 export const SOCKET_PREFIX = '/meeting';
 
-/** Answers POST /infra/v1/meetings/init-config: where a meeting's signalling is. */
-export function configHandler({ secret, address, faults }) {
+/** Answers POST /infra/v1/meetings/init-config: where a meeting's signalling is, and where to report. */
+export function configHandler({ secret, address, faults, observability }) {
   return async (request, response) => {
     const body = await readJson(request);
     const roomId = isObject(body) ? body.roomId : undefined;
@@ -18,17 +18,12 @@ export function configHandler({ secret, address, faults }) {
         fault.text ?? JSON.stringify(fault.json ?? null),
       );
     if (!isObject(body)) throw new Refusal('meetingId');
-    checkAccess(secret, request.headers.authorization, { roomId });
+    const claims = checkAccess(secret, request.headers.authorization, { roomId });
     sendJson(response, 200, {
       data: {
         baseUrl: address(),
         socketPath: SOCKET_PREFIX,
-        observability: {
-          jwt: '',
-          logs: { enabled: false, endPoint: '' },
-          traces: {},
-          metaData: {},
-        },
+        observability: observability.configuration(roomId, claims),
       },
     });
   };

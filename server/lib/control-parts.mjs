@@ -22,7 +22,7 @@ export function checkCount(count, key = 'count') {
 export const fault =
   (kind, ...keys) =>
   ({ faults }, body) => {
-    const { roomId, peerId, method, direction, op, topic, service, at, forMs } = body;
+    const { roomId, peerId, method, direction, op, topic, service, sink, at, forMs } = body;
     if (forMs !== undefined) checkMs(forMs, 'forMs');
     const { count = forMs === undefined ? 1 : Infinity } = body;
     if (count !== Infinity) checkCount(count);
@@ -30,6 +30,6 @@ export const fault =
     const match =
       kind === 'answerConfig'
         ? { roomId }
-        : { roomId, peerId, method, direction, op, topic, service, at };
+        : { roomId, peerId, method, direction, op, topic, service, sink, at };
     faults.add(kind, match, effect, { count, ms: forMs ?? Infinity });
   };

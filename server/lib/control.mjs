@@ -1,5 +1,6 @@
 import { timingSafeEqual } from 'node:crypto';
 import { characterActions } from './control-characters.mjs';
+import { observabilityActions } from './control-observability.mjs';
 import { checkMs, fault, need } from './control-parts.mjs';
 import { realtimeActions } from './control-realtime.mjs';
 import { relayActions } from './control-relay.mjs';
@@ -158,6 +159,7 @@ const ACTIONS = {
     room().close(code);
   },
   ...characterActions,
+  ...observabilityActions,
   ...realtimeActions,
   ...relayActions,
   ...serviceActions,

@@ -8,10 +8,10 @@ export class HttpError extends Error {
 }
 
 /**
- * The request's body parsed as JSON; an empty one is an empty object. One that is too long is read
- * to its end all the same, up to `drain` bytes more: who is still sending doesn't hear a refusal.
+ * The `size` of the request's body, and its `bytes` unless it is too long. Such a one is read to
+ * its end all the same, up to `drain` bytes more: who is still sending doesn't hear a refusal.
  */
-export async function readJson(
+export async function collect(
   request,
   { largest = LARGEST_BODY, drain = 16 * LARGEST_BODY } = {},
 ) {
@@ -23,10 +23,16 @@ export async function readJson(
     else chunks.length = 0;
     if (size > largest + drain) break;
   }
-  if (size > largest) throw new HttpError(413, `a body has at most ${largest} bytes`);
+  return { size, bytes: size > largest ? undefined : Buffer.concat(chunks) };
+}
+
+/** The request's body parsed as JSON; an empty one is an empty object. */
+export async function readJson(request, { largest = LARGEST_BODY, drain } = {}) {
+  const { size, bytes } = await collect(request, { largest, drain });
+  if (!bytes) throw new HttpError(413, `a body has at most ${largest} bytes`);
   if (size === 0) return {};
   try {
-    return JSON.parse(Buffer.concat(chunks).toString('utf8'));
+    return JSON.parse(bytes.toString('utf8'));
   } catch {
     throw new HttpError(400, 'the body is not JSON');
   }
@@ -60,7 +66,7 @@ export function router(routes, log) {
       if (response.headersSent || response.destroyed) return response.destroy();
       if (!error.status) log.error('an HTTP request failed', { error: error.stack });
       // What is left of a refused body is not read, so the connection cannot be used again.
-      response.setHeader('connection', 'close');
+      if (!request.complete) response.setHeader('connection', 'close');
       const code = Number.isInteger(error.code) ? { code: error.code } : {};
       const message = error.status ? error.message : 'internal error';
       sendJson(response, error.status ?? 500, { error: message, ...code });

@@ -63,6 +63,7 @@ const CHOICES = {
 };
 
 const FLAGS = {
+  'no-observability': { help: 'tell clients of no place for logs and traces' },
   'with-parent': { help: 'end when standard input closes' },
   help: { help: 'this text' },
 };
@@ -92,6 +93,7 @@ export function serviceOptions(given = {}) {
     logLevel: 'info',
     mediaAddress: '127.0.0.1',
     announcedAddress: undefined,
+    noObservability: false,
     withParent: false,
   };
   for (const [name, row] of Object.entries({ ...NUMBERS, ...CHOICES }))

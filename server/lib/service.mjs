@@ -7,6 +7,7 @@ import { Fastws, FASTWS_PATH, refuseUpgrade } from './fastws/endpoint.mjs';
 import { Faults } from './faults.mjs';
 import { router } from './http.mjs';
 import { createLog } from './log.mjs';
+import { Observability } from './observability/observability.mjs';
 import { serviceOptions } from './options.mjs';
 import { Files, FILES_PATH, UPLOAD_PATH } from './realtime/files.mjs';
 import { Rooms } from './rooms.mjs';
@@ -29,13 +30,14 @@ function listen(server, port) {
 
 /** What the server answers, by path; gives the signalling. */
 function serve(server, service) {
-  const { fastws, files, log } = service;
+  const { fastws, files, observability, log } = service;
   const routes = [
     ['POST', '/infra/v1/meetings/init-config', configHandler(service)],
     ['POST', '/control/', controlHandler(service)],
     ['POST', UPLOAD_PATH, (...args) => files.upload(...args)],
     ['GET', FILES_PATH, (...args) => files.fetch(...args)],
     ['GET', PAGES_PATH, pagesHandler(service)],
+    ...observability.routes(),
   ];
   server.on('request', router(routes, log));
   server.on('tlsClientError', (error) =>
@@ -89,6 +91,13 @@ export async function startService(given = {}, { onFatal = () => {}, log } = {})
     mostBytes: options.filesTotal,
     address,
   });
+  const observability = new Observability({
+    secret: token.text,
+    faults,
+    log,
+    address,
+    enabled: !options.noObservability,
+  });
   const service = {
     options,
     secret: token.text,
@@ -99,6 +108,7 @@ export async function startService(given = {}, { onFatal = () => {}, log } = {})
     rooms,
     fastws,
     files,
+    observability,
     log,
     address,
     restart,

@@ -5,7 +5,7 @@ import { checkAccess } from './tokens.mjs';
 
 export const SOCKET_PREFIX = '/meeting';
 
-/** Answers POST /infra/v1/meetings/init-config: where a meeting's signalling is, and where to report. */
+/** Answers POST /infra/v1/meetings/init-config: where a meeting's signalling and reports go. */
 export function configHandler({ secret, address, faults, observability }) {
   return async (request, response) => {
     const body = await readJson(request);

@@ -43,7 +43,7 @@ export class Observability {
     };
   }
 
-  /** Tells `value`, whatever it is, from the next join on: in a meeting, or wherever none is set. */
+  /** Tells `value`, whatever it is, from now on: in a meeting, or wherever none is set. */
   set(roomId, value) {
     this.#set.set(roomId, value);
   }

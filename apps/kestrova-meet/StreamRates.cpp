@@ -5,15 +5,6 @@
 #include <algorithm>
 
 namespace kestrova::meet {
-namespace {
-
-std::optional<double> number(const Dictionary& object, std::string_view key) {
-  const auto* value = object.if_contains(key);
-  if (!value || !value->is_number()) return std::nullopt;
-  return value->to_number<double>();
-}
-
-}  // namespace
 
 void StreamRates::take(const std::string& stats, Clock::time_point now) {
   const auto parsed = parseJson(stats);
@@ -26,13 +17,13 @@ void StreamRates::take(const std::string& stats, Clock::time_point now) {
     const auto type = text(object, "type", "");
     if (type == "inbound-rtp" || type == "outbound-rtp") {
       const bool in = type == "inbound-rtp";
-      bytes += number(object, in ? "bytesReceived" : "bytesSent").value_or(0);
-      const auto width = static_cast<int>(number(object, "frameWidth").value_or(0));
+      bytes += number(object, in ? "bytesReceived" : "bytesSent", 0);
+      const auto width = static_cast<int>(number(object, "frameWidth", 0));
       if (width > rates.width) {
         rates.width = width;
-        rates.height = static_cast<int>(number(object, "frameHeight").value_or(0));
+        rates.height = static_cast<int>(number(object, "frameHeight", 0));
       }
-      rates.fps = std::max(rates.fps, number(object, "framesPerSecond").value_or(0));
+      rates.fps = std::max(rates.fps, number(object, "framesPerSecond", 0));
     } else if (type == "candidate-pair" && boolean(object, "nominated", false)) {
       if (const auto seconds = number(object, "currentRoundTripTime"))
         rates.roundTripMs = *seconds * 1000;

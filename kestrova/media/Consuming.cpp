@@ -1,6 +1,6 @@
-#include <kestrova/media/AppData.h>
 #include <kestrova/media/ConsumerClosing.h>
 #include <kestrova/media/Consuming.h>
+#include <kestrova/media/StreamFacts.h>
 #include <kestrova/model/RoomClientError.h>
 #include <kestrova/tracing/Trace.h>
 
@@ -12,18 +12,6 @@ namespace {
 
 /// How long a stream that ended is still listed, so that its end is heard before it goes.
 constexpr std::chrono::milliseconds removalDelay{100};
-
-struct ConsumerFacts {
-  MediaType kind;
-  std::string peerId;
-};
-
-ConsumerFacts factsOf(const Consumer& consumer) {
-  const auto appData = consumer.appData();
-  const bool isSharedScreen = consumer.kind() == MediaKind::video && isShare(appData);
-  return {mediaTypeOf(consumer.kind(), isSharedScreen),
-          text(parseDictionary(appData), "peerId", "")};
-}
 
 }  // namespace
 

@@ -70,9 +70,11 @@ std::optional<TransportDetails> getTransportDetails(const Dictionary& reply) {
 }
 
 Transports::Transports(std::shared_ptr<RoomContext> context,
-                       std::shared_ptr<MediaRegistry> registry)
+                       std::shared_ptr<MediaRegistry> registry,
+                       std::shared_ptr<TransportMonitor> monitor)
     : _context(std::move(context)),
       _registry(std::move(registry)),
+      _monitor(std::move(monitor)),
       _device(_context->platform->makeDevice()) {}
 
 std::shared_ptr<SendTransport> Transports::sendTransport() const {
@@ -221,6 +223,9 @@ Task<void> Transports::createSendTransport(std::optional<SpanScope> parentSpan,
     co_return;
   }
   trace("Send Transport Created Successfully", {}, span);
+  const auto made = sendTransport();
+  _monitor->replaceSendProbe(made);
+  if (sendTransport() != made) _monitor->forget(made);  // it was taken meanwhile
 }
 
 Task<void> Transports::createReceiveTransport(std::optional<SpanScope> parentSpan,
@@ -246,6 +251,9 @@ Task<void> Transports::createReceiveTransport(std::optional<SpanScope> parentSpa
     co_return;
   }
   trace("Receive Transport Created Successfully", {}, span);
+  const auto made = receiveTransport();
+  _monitor->replaceRecvProbe(made);
+  if (receiveTransport() != made) _monitor->forget(made);
 }
 
 // ---- Callbacks of the transports ---------------------------------------------------------------
@@ -405,6 +413,8 @@ Transports::Lost Transports::takeLost() {
     if (send) _send.transport.reset();
     if (receive) _receive.transport.reset();
   }
+  _monitor->forget(send);
+  _monitor->forget(receive);
   return {_registry->takeConsumers(), std::move(send), std::move(receive)};
 }
 
@@ -418,9 +428,13 @@ void Transports::disposeTransports(const Lost& lost, std::optional<SpanScope> pa
 
 Transports::Both Transports::take(bool send, bool receive) {
   Both taken;
-  std::scoped_lock held(_transportLock);
-  if (send) taken.send.swap(_send.transport);
-  if (receive) taken.receive.swap(_receive.transport);
+  {
+    std::scoped_lock held(_transportLock);
+    if (send) taken.send.swap(_send.transport);
+    if (receive) taken.receive.swap(_receive.transport);
+  }
+  _monitor->forget(taken.send);
+  _monitor->forget(taken.receive);
   return taken;
 }
 
@@ -435,6 +449,7 @@ void Transports::closeUnusedIn(Mode mode) {
 
 void Transports::closeTransports() {
   closeOnMain(take(true, true));
+  _monitor->removeAllProbes();
 }
 
 }  // namespace kestrova

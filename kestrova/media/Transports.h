@@ -1,6 +1,7 @@
 #pragma once
 
 #include <kestrova/media/MediaRegistry.h>
+#include <kestrova/monitoring/TransportMonitor.h>
 #include <kestrova/platform/Mediasoup.h>
 #include <kestrova/signalling/RoomContext.h>
 
@@ -19,7 +20,8 @@ namespace kestrova {
 /// signalling connection, never from here.
 class Transports : public SendTransportDelegate, public std::enable_shared_from_this<Transports> {
 public:
-  Transports(std::shared_ptr<RoomContext> context, std::shared_ptr<MediaRegistry> registry);
+  Transports(std::shared_ptr<RoomContext> context, std::shared_ptr<MediaRegistry> registry,
+             std::shared_ptr<TransportMonitor> monitor);
 
   const std::shared_ptr<Device>& device() const { return _device; }
   std::shared_ptr<SendTransport> sendTransport() const;
@@ -96,6 +98,7 @@ private:
 
   const std::shared_ptr<RoomContext> _context;
   const std::shared_ptr<MediaRegistry> _registry;
+  const std::shared_ptr<TransportMonitor> _monitor;
   const std::shared_ptr<Device> _device;
 
   // Held for reading and writing the slots only, never across a request or a call of the device.

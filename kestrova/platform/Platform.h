@@ -3,6 +3,7 @@
 #include <kestrova/platform/Capture.h>
 #include <kestrova/platform/Imaging.h>
 #include <kestrova/platform/Mediasoup.h>
+#include <kestrova/platform/ProcessUsage.h>
 #include <kestrova/platform/Queue.h>
 #include <kestrova/platform/Scheduler.h>
 #include <kestrova/platform/SocketIO.h>
@@ -43,6 +44,8 @@ struct Platform {
   std::function<std::shared_ptr<Device>()> makeDevice;
   std::function<std::shared_ptr<RTCPeerConnectionFactory>()> peerConnectionFactory;
   OperatingSystem operatingSystem;
+  /// Any thread.
+  std::function<ProcessUsage()> processUsage = [] { return ProcessUsage(); };
   /// Nothing on a platform that knows no still pictures.
   std::shared_ptr<Imaging> imaging;
 

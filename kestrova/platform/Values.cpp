@@ -103,6 +103,17 @@ std::int64_t integer(const Dictionary& from, std::string_view key, std::int64_t 
   return integer(from, key).value_or(fallback);
 }
 
+std::optional<double> number(const Dictionary& from, std::string_view key) {
+  const auto* value = find(from, key);
+  if (!value || !value->is_number()) return std::nullopt;
+  const double found = value->to_number<double>();
+  return std::isfinite(found) ? std::optional(found) : std::nullopt;
+}
+
+double number(const Dictionary& from, std::string_view key, double fallback) {
+  return number(from, key).value_or(fallback);
+}
+
 std::optional<bool> boolean(const Dictionary& from, std::string_view key) {
   const auto* value = find(from, key);
   if (!value || !value->is_bool()) return std::nullopt;

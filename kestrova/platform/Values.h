@@ -22,6 +22,9 @@ std::string text(const Dictionary& dictionary, std::string_view key, std::string
 /// Whole numbers only; a number with a fraction or outside the 64-bit range is no integer.
 std::optional<std::int64_t> integer(const Dictionary& dictionary, std::string_view key);
 std::int64_t integer(const Dictionary& dictionary, std::string_view key, std::int64_t fallback);
+/// Any finite number, whole or not.
+std::optional<double> number(const Dictionary& dictionary, std::string_view key);
+double number(const Dictionary& dictionary, std::string_view key, double fallback);
 std::optional<bool> boolean(const Dictionary& dictionary, std::string_view key);
 bool boolean(const Dictionary& dictionary, std::string_view key, bool fallback);
 

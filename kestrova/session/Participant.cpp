@@ -134,6 +134,28 @@ void Participant::remove() {
   askOf("remove", LocalEvent::removePeer);
 }
 
+std::optional<List> Participant::getAudioStats() const {
+  return statsOf(MediaType::audio);
+}
+std::optional<List> Participant::getVideoStats() const {
+  return statsOf(MediaType::video);
+}
+std::optional<List> Participant::getShareStats() const {
+  return statsOf(MediaType::share);
+}
+std::optional<List> AgentParticipant::getShareStats() const {
+  refuse("getShareStats");
+}
+
+std::optional<List> Participant::statsOf(MediaType type) const {
+  std::shared_ptr<ParticipantDelegate> delegate;
+  {
+    std::scoped_lock held(_state->stateLock);
+    delegate = _state->delegate.lock();
+  }
+  return delegate ? delegate->getStats(_id, type) : std::nullopt;
+}
+
 void Participant::pin(PinType type) {
   changePin("pin", type, true);
 }

@@ -6,6 +6,7 @@
 #include <kestrova/model/MeetingTypes.h>
 #include <kestrova/model/MetaData.h>
 #include <kestrova/model/PinState.h>
+#include <kestrova/platform/ValuesFwd.h>
 #include <kestrova/session/MediaStream.h>
 #include <kestrova/session/ParticipantEventListener.h>
 #include <kestrova/session/ParticipantEvents.h>
@@ -98,6 +99,15 @@ public:
   /// \throws AgentParticipantError for an agent
   virtual void setQuality(VideoQuality quality);
 
+  /// The newest report of each of the participant's streams of that kind, two seconds old at most:
+  /// a list of dictionaries with "trackId", "bitrate", "packetsLost", "jitter", "rtt", "codec" and
+  /// more, as the service gets them. Nothing before the first, and when there is no such stream.
+  /// Include kestrova/platform/Values.h to read one; `MediaStream::metrics` gives plain numbers.
+  std::optional<List> getAudioStats() const;
+  std::optional<List> getVideoStats() const;
+  /// \throws AgentParticipantError for an agent
+  virtual std::optional<List> getShareStats() const;
+
   std::shared_ptr<MeetingActionValidating> meetingActionValidator() const override;
   /// The participant with its streams, for traces.
   std::string toJsonString() const;
@@ -134,6 +144,7 @@ private:
   void handleParticipantPause(const Dictionary& data);
   void handleParticipantResume(const Dictionary& data);
 
+  std::optional<List> statsOf(MediaType type) const;
   /// The delegate, if the guard lets the operation through; reports the refusal if not.
   std::shared_ptr<ParticipantDelegate> mayAct(const char* methodName) const;
   template <class Event>
@@ -177,6 +188,7 @@ public:
   void enableWebcam() override { refuse("enableWebcam"); }
   void disableWebcam() override { refuse("disableWebcam"); }
   void setQuality(VideoQuality) override { refuse("setQuality"); }
+  std::optional<List> getShareStats() const override;
 
 private:
   [[noreturn]] static void refuse(const char* method) {

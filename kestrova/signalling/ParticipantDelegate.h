@@ -1,11 +1,14 @@
 #pragma once
 
 #include <kestrova/media/EncodingTypes.h>
+#include <kestrova/media/MediaType.h>
 #include <kestrova/model/Peer.h>
 #include <kestrova/model/PinState.h>
+#include <kestrova/platform/Values.h>
 #include <kestrova/signalling/Events.h>
 
 #include <functional>
+#include <optional>
 #include <string>
 
 namespace kestrova {
@@ -24,6 +27,8 @@ public:
                                           std::function<void()> onRefused) = 0;
   virtual void setQuality(VideoQuality quality, const std::string& consumerId,
                           const std::string& participantId, std::function<void()> onRefused) = 0;
+  /// The newest reports of the participant's streams of that kind; nothing without any.
+  virtual std::optional<List> getStats(const std::string& participantId, MediaType type) = 0;
 };
 
 /// The same for one stream.

@@ -18,7 +18,8 @@ RoomClient::RoomClient(RoomClientOptions options)
     : _context(std::make_shared<RoomContext>(std::move(options))),
       _registry(std::make_shared<MediaRegistry>(_context->stateQueue)),
       _capturer(MediaCapturer::make()),
-      _transports(std::make_shared<Transports>(_context, _registry)),
+      _monitor(std::make_shared<TransportMonitor>(_context, _registry)),
+      _transports(std::make_shared<Transports>(_context, _registry, _monitor)),
       _publishing(std::make_shared<Publishing>(_context, _registry, _transports, _capturer)),
       _consuming(std::make_shared<Consuming>(_context, _registry, _transports)),
       _consumerControls(std::make_shared<ConsumerControls>(_context)),
@@ -170,8 +171,11 @@ void RoomClient::handleNewConsumer(const Dictionary& response) {
 }
 
 Dictionary RoomClient::getStatsData() {
-  // Nothing is measured yet, and the service takes an empty report.
-  return {};
+  return _monitor->getStatsData();
+}
+
+std::optional<List> RoomClient::getStats(const std::string& participantId, MediaType type) {
+  return _monitor->getStats(participantId, type);
 }
 
 Task<bool> RoomClient::socketConnected(SpanScope joinSpan, Connection connection) {

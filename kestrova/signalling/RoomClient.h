@@ -6,6 +6,7 @@
 #include <kestrova/media/MediaRegistry.h>
 #include <kestrova/media/Publishing.h>
 #include <kestrova/media/Transports.h>
+#include <kestrova/monitoring/TransportMonitor.h>
 #include <kestrova/signalling/Delegates.h>
 #include <kestrova/signalling/JoinSequence.h>
 #include <kestrova/signalling/ModeChanging.h>
@@ -116,6 +117,7 @@ public:
                                   bool pinning, std::function<void()> onRefused) override;
   void setQuality(VideoQuality quality, const std::string& consumerId,
                   const std::string& participantId, std::function<void()> onRefused) override;
+  std::optional<List> getStats(const std::string& participantId, MediaType type) override;
   void pauseConsumer(const std::string& consumerId) override;
   void resumeConsumer(const std::string& consumerId) override;
 
@@ -127,6 +129,7 @@ private:
   const std::shared_ptr<RoomContext> _context;
   const std::shared_ptr<MediaRegistry> _registry;
   const std::shared_ptr<MediaCapturer> _capturer;
+  const std::shared_ptr<TransportMonitor> _monitor;
   const std::shared_ptr<Transports> _transports;
   const std::shared_ptr<Publishing> _publishing;
   const std::shared_ptr<Consuming> _consuming;

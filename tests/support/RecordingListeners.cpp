@@ -41,6 +41,12 @@ void RecordingListener::onMeetingJoined(const std::optional<std::string>& switch
 void RecordingListener::onMeetingLeft(LeaveReason reason) {
   hear("onMeetingLeft " + std::string(name(reason)));
 }
+void RecordingListener::onQualityLimitation(QualityLimitationType type,
+                                            QualityLimitationState state, std::int64_t timestamp) {
+  hear("onQualityLimitation " + std::string(text(type)) + " " + std::string(text(state)) + " at " +
+       std::to_string(timestamp));
+}
+
 void RecordingListener::onParticipantJoined(const std::shared_ptr<Participant>& participant) {
   joined.push_back(participant);
   hear("onParticipantJoined " + participant->id());

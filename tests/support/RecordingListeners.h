@@ -48,6 +48,8 @@ public:
   void onMeetingJoined(const std::optional<std::string>& switchMeetingId) override;
   void onMeetingLeft() override { hear("onMeetingLeft"); }
   void onMeetingLeft(LeaveReason reason) override;
+  void onQualityLimitation(QualityLimitationType type, QualityLimitationState state,
+                           std::int64_t timestamp) override;
   void onParticipantJoined(const std::shared_ptr<Participant>& participant) override;
   void onParticipantLeft(const std::shared_ptr<Participant>& participant) override;
   void onParticipantLeft(const std::shared_ptr<Participant>& participant,

@@ -5,6 +5,7 @@
 #include <kestrova/platform/Values.h>
 
 #include "Journal.h"
+#include <functional>
 #include <map>
 #include <memory>
 #include <set>
@@ -34,6 +35,8 @@ struct MediaScript {
   std::vector<ProducerOptions> published;
   std::weak_ptr<ScriptedSendTransport> send;
   std::weak_ptr<ScriptedReceiveTransport> receive;
+  /// What the engine's statistics of a transport are, by its id; none by default.
+  std::function<Task<std::string>(const std::string& transportId)> stats;
 
   /// \throws MediasoupError when `operation` is refused
   void ask(const std::string& operation) const;
@@ -114,7 +117,12 @@ public:
     _script->journal.add(_id + ".restartICE " + iceParameters);
     _script->ask("restartICE");
   }
-  Task<std::string> stats() override { co_return "[]"; }
+  Task<std::string> stats() override {
+    const auto script = _script;
+    if (!script->stats) co_return "[]";
+    auto answer = script->stats(_id);
+    co_return co_await std::move(answer);
+  }
   void setDelegate(std::weak_ptr<Delegate> delegate) override { _delegate = std::move(delegate); }
 
   void reach(TransportConnectionState state) {

@@ -1,5 +1,6 @@
 #include <kestrova/platform/Platform.h>
 #include <kestrova/platform/Runtime.h>
+#include <kestrova/platform/linux/ProcessUsage.h>
 #include <kestrova/platform/linux/capture/CaptureDevices.h>
 #include <kestrova/platform/linux/http/CurlSession.h>
 #include <kestrova/platform/linux/imaging/LinuxImaging.h>
@@ -44,6 +45,7 @@ Platform makeLinuxPlatform() {
       .makeDevice = [] { return makeDevice(); },
       .peerConnectionFactory = [] { return sharedPeerConnectionFactory(); },
       .operatingSystem = describeSystem(),
+      .processUsage = processUsage,
       .imaging = makeImaging(),
   };
 }

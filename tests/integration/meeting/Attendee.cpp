@@ -103,6 +103,9 @@ void Attendee::onStreamEnabled(const std::shared_ptr<MediaStream>& stream,
                                const std::shared_ptr<Participant>& participant) {
   note(words(participant->isLocal() ? "own" : "gets", text(stream->kind())));
   if (participant->isLocal()) return;
+  stream->on(MediaStreamEventType::state, [weak = weak_from_this()](StreamState state) {
+    if (const auto self = weak.lock()) self->note(words("stream", text(state)));
+  });
   if (const auto video = stream->videoTrack()) video->addSink(picture);
   if (const auto audio = stream->audioTrack()) audio->addSink(sound);
 }

@@ -131,6 +131,10 @@ public:
   void onError(const KestrovaError& error) override {
     note(words("error", std::to_string(error.rawValue()), error.name()));
   }
+  void onQualityLimitation(QualityLimitationType type, QualityLimitationState state,
+                           std::int64_t) override {
+    note(words("quality", text(type), text(state)));
+  }
   void onSocketError(const std::string& message) override { note("socket error " + message); }
   void onStreamEnabled(const std::shared_ptr<MediaStream>& stream,
                        const std::shared_ptr<Participant>& participant) override;

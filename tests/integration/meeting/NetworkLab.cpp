@@ -86,7 +86,9 @@ void Detour::run(const std::stop_token& stop) {
   constexpr std::size_t addressSize = 4;
   std::minstd_rand random(1);
   std::uniform_int_distribution<int> percent(0, 99);
+  constexpr auto longestQueue = std::chrono::seconds(1);
   std::deque<std::pair<Clock::time_point, Packet>> waiting;
+  Clock::time_point free;  // when the road has carried all that waits
   while (!stop.stop_requested()) {
     auto wait = std::chrono::milliseconds(50);
     if (!waiting.empty())
@@ -99,14 +101,20 @@ void Detour::run(const std::stop_token& stop) {
     for (ssize_t size; (size = ::read(_tunnel, packet.data(), longest)) > 0;) {
       const bool isIPv4 = size >= 20 && (packet[0] >> 4) == 4;
       if (!isIPv4) continue;
-      if (percent(random) < _lossPercent) {
+      // The road is as wide for both directions together.
+      const auto now = Clock::now();
+      const auto begins = std::max(now, free);
+      if (percent(random) < _lossPercent || begins - now > longestQueue) {
         ++_lost;
         continue;
       }
+      const std::chrono::duration<double, std::milli> takes(
+          _kbps > 0 ? static_cast<double>(size) * 8 / _kbps : 0);
+      free = begins + std::chrono::duration_cast<Clock::duration>(takes);
       // Both checksums are sums over the two addresses, in any order.
       std::swap_ranges(packet.begin() + source, packet.begin() + source + addressSize,
                        packet.begin() + source + addressSize);
-      waiting.emplace_back(Clock::now() + _delay, Packet(packet.begin(), packet.begin() + size));
+      waiting.emplace_back(free + _delay, Packet(packet.begin(), packet.begin() + size));
     }
     for (; !waiting.empty() && waiting.front().first <= Clock::now(); waiting.pop_front()) {
       const auto& due = waiting.front().second;

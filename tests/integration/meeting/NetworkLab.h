@@ -31,6 +31,8 @@ public:
   Detour(const Detour&) = delete;
   Detour& operator=(const Detour&) = delete;
 
+  /// From now on the road carries so much, and what waits longer than a second is lost; 0 lifts it.
+  void narrowTo(int kbps) { _kbps = kbps; }
   int carried() const { return _carried; }
   int lost() const { return _lost; }
 
@@ -39,6 +41,7 @@ private:
 
   const std::chrono::milliseconds _delay;
   const int _lossPercent;
+  std::atomic<int> _kbps{0};
   int _tunnel = -1;
   std::atomic<int> _carried{0};
   std::atomic<int> _lost{0};

@@ -165,6 +165,55 @@ TEST_F(NetworkTest, LossAndDelayLeaveAMovingPictureAndATone) {
   EXPECT_GT(detour.lost(), 100);
 }
 
+TEST_F(NetworkTest, ABottleneckIsToldAndSoIsItsEnd) {
+  Detour detour(20ms, 0);
+  Gathering place(
+      {"--media-address", Detour::nearAddress, "--announced-address", Detour::farAddress});
+  const auto ada = place.joinWithTone("ada", tone);
+  const auto grace = place.joinWithTone(place.person("grace", false), tone);
+  ASSERT_TRUE(grace->getsPictures()) << grace->story();
+  const auto full = [&] { return grace->picture->width >= 1280; };
+  ASSERT_TRUE(grace->waitUntil(full)) << grace->story();
+
+  detour.narrowTo(400);
+  const auto begin = Clock::now();
+  EXPECT_TRUE(ada->sees("quality BANDWIDTH DETECTED")) << ada->story();
+  report("bandwidth told after", secondsSince(begin));
+  EXPECT_TRUE(ada->sees("quality CONGESTION DETECTED")) << ada->story();
+  report("congestion told after", secondsSince(begin));
+  EXPECT_GT(ada->meeting->localParticipant()->getVideoStats()->size(), 0u);
+
+  detour.narrowTo(0);
+  const auto lifted = Clock::now();
+  EXPECT_TRUE(ada->sees("quality CONGESTION RESOLVED")) << ada->story();
+  EXPECT_TRUE(ada->sees("quality BANDWIDTH RESOLVED")) << ada->story();
+  report("both over after", secondsSince(lifted));
+}
+
+TEST_F(NetworkTest, ThreeSecondsWithoutPacketsAreAFreezeThatResolves) {
+  Gathering place;
+  const auto ada = place.joinSmall("ada", tone);
+  const auto grace = place.joinWithTone(place.person("grace", false), tone);
+  ASSERT_TRUE(grace->getsMedia(tone)) << grace->story();
+  const auto camera = grace->stream("ada", MediaType::video);
+  // The engine tells a freeze from what came before it.
+  const auto runs = [&] { return camera->metrics().framesPerSecond > 20; };
+  ASSERT_TRUE(grace->waitUntil(runs)) << grace->story();
+  const auto freezes = camera->metrics().freezes;
+
+  NetworkLab::cut();
+  const auto stands = [&] { return camera->metrics().framesPerSecond == 0; };
+  EXPECT_TRUE(grace->waitUntil(stands)) << "the present number, while the picture stands still";
+  std::this_thread::sleep_for(1s);
+  NetworkLab::restore();
+  EXPECT_TRUE(grace->sees("stream FREEZE_DETECTED")) << grace->story();
+  EXPECT_TRUE(grace->sees("stream FREEZE_RESOLVED")) << grace->story();
+  EXPECT_GT(camera->metrics().freezes, freezes);
+  EXPECT_GT(camera->metrics().freezeSeconds, 1);
+  ada->leaveAndWait();
+  EXPECT_TRUE(grace->seesTimes("stream ENDED", 2)) << grace->story();
+}
+
 TEST_F(NetworkTest, ClosingWithoutANetworkTakesLessThanTwoSeconds) {
   Gathering place;
   const auto token = place.service.token();

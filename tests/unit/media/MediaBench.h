@@ -53,7 +53,8 @@ struct MediaBench {
   const std::shared_ptr<MediaRegistry> registry =
       std::make_shared<MediaRegistry>(context->stateQueue);
   const std::shared_ptr<MediaCapturer> capturer = MediaCapturer::make();
-  const std::shared_ptr<Transports> transports = std::make_shared<Transports>(context, registry);
+  const std::shared_ptr<Transports> transports = std::make_shared<Transports>(
+      context, registry, std::make_shared<TransportMonitor>(context, registry));
   const std::shared_ptr<Publishing> publishing =
       std::make_shared<Publishing>(context, registry, transports, capturer);
   const std::shared_ptr<Consuming> consuming =

@@ -56,7 +56,8 @@ TEST_F(MediaTest, twoSetupsAtOnceMakeOneOfEachTransport) {
   platform.service->withhold("createWebRtcTransport");
   const auto context = std::make_shared<RoomContext>(RoomClientOptions{});
   const auto registry = std::make_shared<MediaRegistry>(context->stateQueue);
-  const auto transports = std::make_shared<Transports>(context, registry);
+  const auto transports = std::make_shared<Transports>(
+      context, registry, std::make_shared<TransportMonitor>(context, registry));
   context->socketRequestHandler->connect("https://signal.test", "/socket.io", openSpan("x"));
   platform.service->socket()->open();
   platform.pump();

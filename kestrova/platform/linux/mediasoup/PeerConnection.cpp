@@ -5,6 +5,7 @@
 #include <api/stats/rtc_stats_collector_callback.h>
 #include <api/stats/rtc_stats_report.h>
 
+#include <algorithm>
 #include <chrono>
 #include <future>
 #include <mutex>
@@ -57,13 +58,30 @@ private:
   }
 };
 
+/// The engine writes time stamps in microseconds, the standard has milliseconds.
+std::string inMilliseconds(std::string_view json) {
+  constexpr std::string_view key = "\"timestamp\":";
+  constexpr std::size_t digits = 3;
+  std::string result;
+  result.reserve(json.size() + json.size() / 64);
+  for (auto at = json.find(key); at != json.npos; at = json.find(key)) {
+    const auto number = at + key.size();
+    const auto end = std::min(json.find_first_not_of("0123456789", number), json.size());
+    const bool isLong = end - number > digits;
+    result.append(json.substr(0, isLong ? end - digits : end));
+    if (isLong) result.append(1, '.').append(json.substr(end - digits, digits));
+    json.remove_prefix(end);
+  }
+  return result.append(json);
+}
+
 class StatsObserver : public webrtc::RTCStatsCollectorCallback {
 public:
   StatsObserver(std::shared_ptr<void> underWay, PeerConnection::StatsHandler done)
       : _underWay(std::move(underWay)), _done(std::move(done)) {}
   ~StatsObserver() override { give("[]"); }
   void OnStatsDelivered(const rtc::scoped_refptr<const webrtc::RTCStatsReport>& report) override {
-    give(report->ToJson());
+    give(inMilliseconds(report->ToJson()));
   }
 
 private:

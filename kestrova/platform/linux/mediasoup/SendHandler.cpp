@@ -38,11 +38,6 @@ webrtc::Priority priorityOf(RTCRtpEncodingParameters::Priority priority) {
   return webrtc::Priority::kLow;
 }
 
-double real(const Dictionary& entry, std::string_view key) {
-  const auto* value = entry.if_contains(key);
-  return value && value->is_number() ? value->to_number<double>() : 0;
-}
-
 void check(bool sane, const char* what) {
   if (!sane) throw MediasoupError(what);
 }
@@ -237,8 +232,9 @@ bool SendHandler::seekBandwidth(const std::string& statistics) {
   if (!report.is_array()) return false;
   for (const auto& item : report.get_array()) {
     const auto& entry = asDictionary(item);
-    available = std::max(available, real(entry, "availableOutgoingBitrate"));
-    sending = sending || (text(entry, "kind", "") == "video" && real(entry, "packetsSent") > 0);
+    available = std::max(available, number(entry, "availableOutgoingBitrate", 0));
+    sending = sending ||
+              (text(entry, "kind", "") == "video" && number(entry, "packetsSent", 0) > 0);
   }
   if (available >= wantedBitrate()) return false;
   const double before = std::exchange(_lastEstimate, available);

@@ -1,0 +1,74 @@
+#include <kestrova/monitoring/Collector.h>
+#include <kestrova/monitoring/LinkConditions.h>
+#include <kestrova/monitoring/StreamMeter.h>
+
+#include "Endpoint.h"
+#include "Process.h"
+#include "Sfu.h"
+#include <cstdio>
+#include <thread>
+
+// What a look at a transport costs on top of the engine's own statistics, with 1 and 50 streams.
+
+namespace kestrova {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using namespace std::chrono_literals;
+
+/// The engine gives a report that is younger than this a second time.
+constexpr auto engineCache = 60ms;
+constexpr int looks = 100;
+
+double msSince(Clock::time_point begin) {
+  return std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
+}
+
+void look(test::Endpoint& endpoint, int streams) {
+  Collector collector(
+      {.probeId = "bench", .roomId = "room", .name = "RoomMetrics", .peerId = "me"});
+  StreamMeter meter;
+  LinkConditions conditions;
+  std::vector<double> engine;
+  std::vector<double> ours;
+  std::size_t bytes = 0;
+  for (int i = 0; i < looks; ++i) {
+    std::this_thread::sleep_for(engineCache);
+    auto begin = Clock::now();
+    const auto text = test::await(endpoint.receiving->stats());
+    engine.push_back(msSince(begin));
+    bytes = text.size();
+
+    begin = Clock::now();
+    const auto raw = parseJson(text)->get_array();
+    const auto report = collector.collectStats(raw);
+    meter.measure(raw, i * 2000);
+    conditions.observeStatsOfSendTransport(raw);
+    conditions.observeStatsOfRecvTransport(*list(report, "video"), i * 2000);
+    ours.push_back(msSince(begin));
+  }
+  const double own = bench::spreadOf(engine).median;
+  const double added = bench::spreadOf(ours).median;
+  std::printf("%3d streams: engine %.2f ms (%zu kB of text), ours on top %.2f ms, together %.2fx\n",
+              streams, own, bytes / 1024, added, (own + added) / own);
+}
+
+}  // namespace
+}  // namespace kestrova
+
+int main() {
+  using namespace kestrova;
+  test::installPlatform();
+  test::Sfu server;
+  auto endpoint = test::Endpoint::make(server);
+  ProducerOptions options;
+  options.track = endpoint->cameraTrack(320, 180);
+  const auto camera = endpoint->produce(std::move(options));
+  std::vector<std::shared_ptr<Consumer>> consumers;
+  for (const int streams : {1, 50}) {
+    while (static_cast<int>(consumers.size()) < streams)
+      consumers.push_back(endpoint->consume(camera->id()));
+    std::this_thread::sleep_for(2s);
+    look(*endpoint, streams);
+  }
+}

@@ -1,0 +1,305 @@
+#include <kestrova/monitoring/Collector.h>
+#include <kestrova/monitoring/StatsExtraction.h>
+#include <kestrova/platform/Platform.h>
+
+#include <utility>
+#include <vector>
+
+namespace kestrova {
+namespace {
+
+constexpr std::size_t mostReports = 60;
+constexpr const char* kinds[] = {"audio", "video"};
+
+const Dictionary& under(const Dictionary& container, std::string_view key) {
+  static const Dictionary empty;
+  const auto* found = dictionary(container, key);
+  return found ? *found : empty;
+}
+
+Dictionary getDefaultSSRCMetric(std::string_view ssrc, std::string_view kind,
+                                std::string_view reportType) {
+  return {{"ssrc", ssrc}, {"kind", kind}, {"direction", reportType}};
+}
+
+/// The stream's entry in a report; nothing when it has none of that direction.
+Dictionary* getSSRCDataFromBunch(std::string_view ssrc, Dictionary& bunch,
+                                 std::string_view direction) {
+  for (const char* kind : kinds) {
+    auto* streams = bunch.if_contains(kind);
+    auto* entry =
+        streams && streams->is_object() ? streams->get_object().if_contains(ssrc) : nullptr;
+    if (entry && entry->is_object() && text(entry->get_object(), "direction") == direction)
+      return &entry->get_object();
+  }
+  return nullptr;
+}
+
+/// Copies what `from` has under the first names into `to` under the second.
+using Renames = std::initializer_list<std::pair<std::string_view, std::string_view>>;
+void put(Dictionary& to, const Dictionary& from, Renames names) {
+  for (const auto& [found, wanted] : names)
+    if (const auto* value = from.if_contains(found)) to[wanted] = *value;
+}
+
+}  // namespace
+
+struct Collector::Pass {
+  using Names = std::map<std::string, std::vector<std::string>, std::less<>>;
+
+  Dictionary& report;  // begins as the one before, so that it has what differences are taken to
+  double elapsedMs = 0;
+  std::string_view selectedPair;  // the id of the pair of candidates that is used
+  std::set<std::string> active;   // SSRCs that this list has
+  Names byTrack;                  // SSRCs by the id of their track's entry
+  Names bySource;                 // and by that of their media source's
+
+  Dictionary& network() { return report["network"].as_object(); }
+  Dictionary& data() { return report["data"].as_object(); }
+
+  /// The entry of the stream that `stat` is about, and which it is; nothing when it doesn't say.
+  Dictionary* stream(const Dictionary& stat, std::string_view direction, std::string& ssrc) {
+    const auto number = integer(stat, "ssrc");
+    const auto kind = text(stat, "kind", text(stat, "mediaType", ""));
+    if (!number || (kind != "audio" && kind != "video")) return nullptr;
+    ssrc = std::to_string(*number);
+    active.insert(ssrc);
+    if (auto* known = getSSRCDataFromBunch(ssrc, report, direction)) return known;
+    auto& entry = report[kind].as_object()[ssrc];
+    entry = getDefaultSSRCMetric(ssrc, kind, direction);
+    return &entry.get_object();
+  }
+  void note(Names& names, const Dictionary& stat, std::string_view key, const std::string& ssrc) {
+    if (auto name = text(stat, key)) names[std::move(*name)].push_back(ssrc);
+  }
+};
+
+namespace {
+
+/// Which pair carries the media. Others may have succeeded, too.
+std::string_view selectedPairOf(const List& raw) {
+  std::string_view nominated;
+  std::string_view succeeded;
+  for (const auto& value : raw) {
+    const auto& stat = asDictionary(value);
+    const auto* type = stat.if_contains("type");
+    if (!type || *type != "candidate-pair" || text(stat, "state") != "succeeded") continue;
+    const auto* id = stat.if_contains("id");
+    if (!id || !id->is_string()) continue;
+    if (boolean(stat, "nominated", false)) nominated = id->get_string();
+    succeeded = id->get_string();
+  }
+  return nominated.empty() ? succeeded : nominated;
+}
+
+void pruneStaleSSRCs(Dictionary& report, const std::set<std::string>& active) {
+  for (const char* kind : kinds) {
+    auto& streams = report[kind].as_object();
+    Dictionary kept;
+    for (auto& [ssrc, entry] : streams)
+      if (active.contains(std::string(ssrc))) kept.emplace(ssrc, std::move(entry));
+    streams = std::move(kept);
+  }
+}
+
+}  // namespace
+
+Dictionary Collector::collectStats(const List& raw) {
+  if (raw.empty()) return {};
+  const auto* previous = _statsReports.empty() ? nullptr : &_statsReports.back();
+  _statsReports.push_back(analyze(raw, previous, Platform::current()->scheduler->wallClockMs()));
+  if (_statsReports.size() > mostReports) _statsReports.pop_front();
+  return formatCollectedStats(_statsReports.back());
+}
+
+Dictionary Collector::getDefaultMetrics(const Dictionary* previousStats) const {
+  Dictionary report{
+      {"name", _identity.name}, {"roomId", _identity.roomId}, {"peerId", _identity.peerId}};
+  for (const char* key : {"audio", "video", "network", "data"})
+    report[key] = previousStats ? under(*previousStats, key) : Dictionary();
+  return report;
+}
+
+Dictionary Collector::analyze(const List& raw, const Dictionary* previousReport,
+                              std::int64_t timestamp) {
+  auto report = getDefaultMetrics(previousReport);
+  report["timestamp"] = timestamp;
+  report["count"] = 1 + (previousReport ? integer(*previousReport, "count", 0) : 0);
+  Pass pass{.report = report, .selectedPair = selectedPairOf(raw)};
+  if (previousReport)
+    pass.elapsedMs =
+        static_cast<double>(timestamp - integer(*previousReport, "timestamp", timestamp));
+  readCodecs(raw);
+  for (const auto& stat : raw) extract(pass, asDictionary(stat));
+  // Behind the streams that they name.
+  for (const auto& stat : raw) nameTracks(pass, asDictionary(stat));
+  pruneStaleSSRCs(report, pass.active);
+  return report;
+}
+
+void Collector::readCodecs(const List& raw) {
+  for (const auto& value : raw) {
+    const auto& stat = asDictionary(value);
+    if (stateTypeFrom(text(stat, "type", "")) != StateType::codec) continue;
+    const bool isAudio = text(stat, "mimeType", "").starts_with("audio/");
+    auto codec = isAudio ? extractAudioCodec(stat) : extractVideoCodec(stat);
+    if (auto id = text(stat, "id"); id && !codec.empty()) _codecMapping[*id] = std::move(codec);
+  }
+}
+
+const Dictionary* Collector::codec(const std::string& id) const {
+  const auto found = _codecMapping.find(id);
+  return found == _codecMapping.end() ? nullptr : &found->second;
+}
+
+void Collector::extract(Pass& pass, const Dictionary& stat) {
+  const auto type = stateTypeFrom(text(stat, "type", ""));
+  if (!type) return;
+  switch (*type) {
+    case StateType::candidatePair:
+      if (text(stat, "id") == pass.selectedPair) extractNetwork(pass, stat);
+      break;
+    case StateType::localCandidate:
+      break;
+    case StateType::inboundRtp:
+      extractInbound(pass, stat);
+      break;
+    case StateType::outboundRtp:
+      extractOutbound(pass, stat);
+      break;
+    case StateType::remoteInboundRtp:
+      extractRemote(pass, stat, true);
+      break;
+    case StateType::remoteOutboundRtp:
+      extractRemote(pass, stat, false);
+      break;
+    case StateType::codec:
+    case StateType::mediaSource:
+    case StateType::remoteCandidate:
+    case StateType::track:
+      break;
+  }
+}
+
+void Collector::extractNetwork(Pass& pass, const Dictionary& pair) {
+  put(pass.data(), extractBytesSentReceived(pair, pass.data(), pass.elapsedMs),
+      {{"totalKBytesReceived", "total_KBytes_received"},
+       {"totalKBytesSent", "total_KBytes_sent"},
+       {"deltaKBytesReceived", "delta_KBytes_received"},
+       {"deltaKBytesSent", "delta_KBytes_sent"},
+       {"kbsReceived", "kbs_speed_received"},
+       {"kbsSent", "kbs_speed_sent"}});
+  auto& network = pass.network();
+  put(network, pair, {{"localCandidateId", "local_candidate_id"}});
+  put(network, extractRTTBasedOnSTUNConnectivityCheck(pair, network),
+      {{"totalRTT", "total_rtt_connectivity_ms"},
+       {"totalRTTMeasurements", "total_rtt_connectivity_measure"},
+       {"rtt", "delta_rtt_connectivity_ms"}});
+  put(network, extractAvailableBandwidth(pair),
+      {{"kbsIncomingBandwidth", "kbs_incoming_bandwidth"},
+       {"kbsOutgoingBandwidth", "kbs_outgoing_bandwidth"}});
+}
+
+void Collector::extractInbound(Pass& pass, const Dictionary& stat) {
+  std::string ssrc;
+  auto* entry = pass.stream(stat, "inbound", ssrc);
+  if (!entry) return;
+  pass.note(pass.byTrack, stat, "trackId", ssrc);
+  put(*entry, extractAudioVideoPacketReceived(stat, *entry, pass.elapsedMs),
+      {{"totalPacketsReceived", "total_packets_in"},
+       {"deltaPacketsReceived", "delta_packets_in"},
+       {"totalPacketsLost", "total_packets_lost_in"},
+       {"deltaPacketsLost", "delta_packets_lost_in"},
+       {"percentPacketsLost", "percent_packets_lost_in"},
+       {"totalKBytesReceived", "total_KBytes_in"},
+       {"deltaKBytesReceived", "delta_KBytes_in"},
+       {"kbsReceived", "delta_kbs_in"}});
+  if (const auto jitter = extractLastJitter(stat)) (*entry)["delta_jitter_ms_in"] = *jitter;
+  put(*entry, stat,
+      {{"trackId", "track_in"}, {"trackIdentifier", "track_id_in"}, {"codecId", "codec_id_in"}});
+  if (const auto* used = codec(text(stat, "codecId", ""))) (*entry)["codec_in"] = *used;
+  if (text(*entry, "kind") == "audio") {
+    put(*entry, extractAudioEventsData(stat, *entry),
+        {{"totalConcealmentEvents", "total_concealment_events"},
+         {"deltaConcealmentEvents", "delta_concealment_events"},
+         {"totalInsertedSamplesForDeceleration", "total_inserted_samples_for_decelaration"},
+         {"deltaInsertedSamplesForDeceleration", "delta_inserted_samples_for_decelaration"},
+         {"totalRemovedSamplesForAcceleration", "total_removed_samples_for_accelaration"},
+         {"deltaRemovedSamplesForAcceleration", "delta_removed_samples_for_accelaration"}});
+    return;
+  }
+  (*entry)["size_in"] = extractVideoSize(stat);
+  put(*entry, stat,
+      {{"pauseCount", "pause_count"},
+       {"totalPausesDuration", "total_pauses_duration"},
+       {"freezeCount", "freeze_count"},
+       {"totalFreezesDuration", "total_freezes_duration"}});
+}
+
+void Collector::extractOutbound(Pass& pass, const Dictionary& stat) {
+  std::string ssrc;
+  auto* entry = pass.stream(stat, "outbound", ssrc);
+  if (!entry) return;
+  pass.note(pass.byTrack, stat, "trackId", ssrc);
+  pass.note(pass.bySource, stat, "mediaSourceId", ssrc);
+  put(*entry, extractAudioVideoPacketSent(stat, *entry, pass.elapsedMs),
+      {{"totalPacketsSent", "total_packets_out"},
+       {"deltaPacketsSent", "delta_packets_out"},
+       {"totalKBytesSent", "total_KBytes_out"},
+       {"deltaKBytesSent", "delta_KBytes_out"},
+       {"kbsSent", "delta_kbs_out"}});
+  put(*entry, stat, {{"trackId", "track_out"}, {"codecId", "codec_id_out"}});
+  if (const auto* used = codec(text(stat, "codecId", ""))) (*entry)["codec_out"] = *used;
+  if (text(*entry, "kind") != "video") return;
+  (*entry)["size_out"] = extractVideoSize(stat);
+  (*entry)["limitation_out"] = extractQualityLimitation(stat);
+}
+
+/// What the other side reports: of what is sent here, or of what it sends.
+void Collector::extractRemote(Pass& pass, const Dictionary& stat, bool isOutbound) {
+  std::string ssrc;
+  auto* entry = pass.stream(stat, isOutbound ? "outbound" : "inbound", ssrc);
+  if (!entry) return;
+  const auto roundTrip = extractRTTBasedOnRTCP(stat, *entry);
+  if (!isOutbound) {
+    put(*entry, roundTrip, {{"rtt", "delta_rtt_ms_in"}});
+    return;
+  }
+  put(*entry, roundTrip,
+      {{"totalRTT", "total_rtt_ms_out"},
+       {"totalRTTMeasurements", "total_rtt_measure_out"},
+       {"rtt", "delta_rtt_ms_out"}});
+  if (const auto jitter = extractLastJitter(stat)) (*entry)["delta_jitter_ms_out"] = *jitter;
+  put(*entry, extractAudioVideoPacketLost(stat, *entry),
+      {{"totalPacketsLost", "total_packets_lost_out"},
+       {"deltaPacketsLost", "delta_packets_lost_out"},
+       {"percentPacketsLost", "percent_packets_lost_out"}});
+}
+
+/// Which track a stream belongs to is said by other entries, and so is the network's kind.
+void Collector::nameTracks(Pass& pass, const Dictionary& stat) {
+  const auto type = stateTypeFrom(text(stat, "type", ""));
+  const auto id = text(stat, "id", "");
+  if (type == StateType::localCandidate) {
+    if (text(pass.network(), "local_candidate_id") != id) return;
+    put(pass.network(), extractRelayProtocolUsed(stat),
+        {{"infrastructure", "infrastructure"},
+         {"localCandidateProtocol", "local_candidate_protocol"},
+         {"localCandidateRelayProtocol", "local_candidate_relay_protocol"}});
+    return;
+  }
+  if (type != StateType::track && type != StateType::mediaSource) return;
+  const auto* track = stat.if_contains("trackIdentifier");
+  if (!track || !track->is_string()) return;
+  const auto& names = type == StateType::track ? pass.byTrack : pass.bySource;
+  const auto streams = names.find(id);
+  if (streams == names.end()) return;
+  for (const auto& ssrc : streams->second) {
+    if (auto* sent = getSSRCDataFromBunch(ssrc, pass.report, "outbound"))
+      (*sent)["track_id_out"] = *track;
+    else if (auto* received = getSSRCDataFromBunch(ssrc, pass.report, "inbound"))
+      (*received)["track_id_in"] = *track;
+  }
+}
+
+}  // namespace kestrova

@@ -1,0 +1,126 @@
+#include <kestrova/monitoring/StreamMeter.h>
+
+#include <algorithm>
+#include <optional>
+#include <utility>
+
+namespace kestrova {
+namespace {
+
+constexpr double milli = 1000;  // of a second
+
+void keepWorst(std::optional<double>& worst, std::optional<double> value) {
+  if (value) worst = std::max(worst.value_or(*value), *value);
+}
+
+std::optional<double> inMs(std::optional<double> seconds) {
+  return seconds ? std::optional(*seconds * milli) : std::nullopt;
+}
+
+double perSecond(double amount, double elapsedMs) {
+  return elapsedMs > 0 ? amount * milli / elapsedMs : 0;
+}
+
+void takeSize(StreamMetrics& metrics, const Dictionary& stat) {
+  const auto width = static_cast<int>(integer(stat, "frameWidth", 0));
+  if (width <= metrics.width) return;
+  metrics.width = width;
+  metrics.height = static_cast<int>(integer(stat, "frameHeight", 0));
+}
+
+/// Of the pair of candidates that is used.
+std::optional<double> connectivityRoundTripMs(const List& raw) {
+  std::optional<double> seconds;
+  for (const auto& value : raw) {
+    const auto& stat = asDictionary(value);
+    if (text(stat, "type") == "candidate-pair" && boolean(stat, "nominated", false))
+      seconds = number(stat, "currentRoundTripTime");
+  }
+  return inMs(seconds);
+}
+
+}  // namespace
+
+std::map<std::string, StreamMetrics> StreamMeter::measure(const List& raw, std::int64_t now) {
+  Entries byId;
+  for (const auto& value : raw)
+    if (auto id = text(asDictionary(value), "id"))
+      byId.emplace(std::move(*id), &asDictionary(value));
+  const auto named = [&](const Dictionary& stat, std::string_view key) -> const Dictionary* {
+    const auto found = byId.find(text(stat, key, ""));
+    return found == byId.end() ? nullptr : found->second;
+  };
+
+  const double elapsedMs = _measuredAt ? static_cast<double>(now - _measuredAt) : 0;
+  const auto roundTripMs = connectivityRoundTripMs(raw);
+  std::map<std::string, StreamMetrics> measured;
+  _next.clear();
+  for (const auto& value : raw) {
+    const auto& stat = asDictionary(value);
+    const auto type = text(stat, "type", "");
+    const bool isReceived = type == "inbound-rtp";
+    if (!isReceived && type != "outbound-rtp") continue;
+    const auto* source = named(stat, isReceived ? "trackId" : "mediaSourceId");
+    auto trackId = text(stat, "trackIdentifier");
+    if (!trackId && source) trackId = text(*source, "trackIdentifier");
+    if (!trackId) continue;
+
+    auto& metrics = measured[*trackId];
+    metrics.timestampMs = now;
+    if (isReceived) {
+      addReceived(metrics, stat, elapsedMs);
+      metrics.roundTripMs = roundTripMs;
+    } else {
+      addSent(metrics, stat, named(stat, "remoteId"), elapsedMs);
+      if (!metrics.roundTripMs) metrics.roundTripMs = roundTripMs;
+    }
+    if (!metrics.audioLevel && source) metrics.audioLevel = number(*source, "audioLevel");
+    if (const auto* codec = named(stat, "codecId")) metrics.codec = text(*codec, "mimeType", "");
+  }
+  _totals.swap(_next);
+  _measuredAt = now;
+  return measured;
+}
+
+StreamMeter::Totals StreamMeter::growth(const Dictionary& stat, Totals now) {
+  const auto ssrc = integer(stat, "ssrc", 0);
+  const auto before = _totals[ssrc];
+  _next[ssrc] = now;
+  const auto grown = [](double present, double past) { return std::max(0.0, present - past); };
+  return {.bytes = grown(now.bytes, before.bytes),
+          .frames = grown(now.frames, before.frames),
+          .packets = grown(now.packets, before.packets),
+          .packetsLost = grown(now.packetsLost, before.packetsLost)};
+}
+
+void StreamMeter::addReceived(StreamMetrics& metrics, const Dictionary& stat, double elapsedMs) {
+  const auto grown = growth(stat, {.bytes = number(stat, "bytesReceived", 0),
+                                   .frames = number(stat, "framesDecoded", 0),
+                                   .packets = number(stat, "packetsReceived", 0),
+                                   .packetsLost = number(stat, "packetsLost", 0)});
+  metrics.bitrateKbps += perSecond(grown.bytes * 8 / 1000, elapsedMs);
+  metrics.framesPerSecond = std::max(metrics.framesPerSecond, perSecond(grown.frames, elapsedMs));
+  takeSize(metrics, stat);
+  const double expected = grown.packets + grown.packetsLost;
+  if (expected > 0) keepWorst(metrics.packetLossPercent, grown.packetsLost * 100 / expected);
+  keepWorst(metrics.jitterMs, inMs(number(stat, "jitter")));
+  metrics.audioLevel = number(stat, "audioLevel");
+  metrics.freezes = integer(stat, "freezeCount", 0);
+  metrics.freezeSeconds = number(stat, "totalFreezesDuration", 0);
+}
+
+void StreamMeter::addSent(StreamMetrics& metrics, const Dictionary& stat, const Dictionary* remote,
+                          double elapsedMs) {
+  const auto grown = growth(
+      stat, {.bytes = number(stat, "bytesSent", 0), .frames = number(stat, "framesSent", 0)});
+  metrics.bitrateKbps += perSecond(grown.bytes * 8 / 1000, elapsedMs);
+  metrics.framesPerSecond = std::max(metrics.framesPerSecond, perSecond(grown.frames, elapsedMs));
+  if (grown.bytes > 0) takeSize(metrics, stat);
+  if (!remote) return;
+  keepWorst(metrics.roundTripMs, inMs(number(*remote, "roundTripTime")));
+  keepWorst(metrics.jitterMs, inMs(number(*remote, "jitter")));
+  if (const auto fraction = number(*remote, "fractionLost"))
+    keepWorst(metrics.packetLossPercent, *fraction * 100);
+}
+
+}  // namespace kestrova

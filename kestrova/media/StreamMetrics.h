@@ -16,7 +16,7 @@ struct StreamMetrics {
   double bitrateKbps = 0;
   /// Pictures that were sent or decoded, a second: 0 while the picture stands still, and for sound.
   double framesPerSecond = 0;
-  /// Of the picture, in pixels; 0 for sound and before the first picture.
+  /// Of the picture, in pixels; 0 for sound, before the first picture, and while none is sent.
   int width = 0;
   int height = 0;
   /// To the media server and back. Nothing before the first report.

@@ -49,10 +49,10 @@ struct Collector::Pass {
 
   Dictionary& report;  // begins as the one before, so that it has what differences are taken to
   double elapsedMs = 0;
-  std::string_view selectedPair;  // the id of the pair of candidates that is used
-  std::set<std::string> active;   // SSRCs that this list has
-  Names byTrack;                  // SSRCs by the id of their track's entry
-  Names bySource;                 // and by that of their media source's
+  const Dictionary* selectedPair = nullptr;
+  std::set<std::string> active;  // SSRCs that this list has
+  Names byTrack;                 // SSRCs by the id of their track's entry
+  Names bySource;                // and by that of their media source's
 
   Dictionary& network() { return report["network"].as_object(); }
   Dictionary& data() { return report["data"].as_object(); }
@@ -75,22 +75,6 @@ struct Collector::Pass {
 };
 
 namespace {
-
-/// Which pair carries the media. Others may have succeeded, too.
-std::string_view selectedPairOf(const List& raw) {
-  std::string_view nominated;
-  std::string_view succeeded;
-  for (const auto& value : raw) {
-    const auto& stat = asDictionary(value);
-    const auto* type = stat.if_contains("type");
-    if (!type || *type != "candidate-pair" || text(stat, "state") != "succeeded") continue;
-    const auto* id = stat.if_contains("id");
-    if (!id || !id->is_string()) continue;
-    if (boolean(stat, "nominated", false)) nominated = id->get_string();
-    succeeded = id->get_string();
-  }
-  return nominated.empty() ? succeeded : nominated;
-}
 
 void pruneStaleSSRCs(Dictionary& report, const std::set<std::string>& active) {
   for (const char* kind : kinds) {
@@ -125,7 +109,7 @@ Dictionary Collector::analyze(const List& raw, const Dictionary* previousReport,
   auto report = getDefaultMetrics(previousReport);
   report["timestamp"] = timestamp;
   report["count"] = 1 + (previousReport ? integer(*previousReport, "count", 0) : 0);
-  Pass pass{.report = report, .selectedPair = selectedPairOf(raw)};
+  Pass pass{.report = report, .selectedPair = selectedCandidatePair(raw)};
   if (previousReport)
     pass.elapsedMs =
         static_cast<double>(timestamp - integer(*previousReport, "timestamp", timestamp));
@@ -157,7 +141,7 @@ void Collector::extract(Pass& pass, const Dictionary& stat) {
   if (!type) return;
   switch (*type) {
     case StateType::candidatePair:
-      if (text(stat, "id") == pass.selectedPair) extractNetwork(pass, stat);
+      if (&stat == pass.selectedPair) extractNetwork(pass, stat);
       break;
     case StateType::localCandidate:
       break;
@@ -190,6 +174,9 @@ void Collector::extractNetwork(Pass& pass, const Dictionary& pair) {
        {"kbsReceived", "kbs_speed_received"},
        {"kbsSent", "kbs_speed_sent"}});
   auto& network = pass.network();
+  for (const char* key :
+       {"infrastructure", "local_candidate_protocol", "local_candidate_relay_protocol"})
+    network.erase(key);  // its candidate says them anew
   put(network, pair, {{"localCandidateId", "local_candidate_id"}});
   put(network, extractRTTBasedOnSTUNConnectivityCheck(pair, network),
       {{"totalRTT", "total_rtt_connectivity_ms"},
@@ -260,12 +247,12 @@ void Collector::extractRemote(Pass& pass, const Dictionary& stat, bool isOutboun
   std::string ssrc;
   auto* entry = pass.stream(stat, isOutbound ? "outbound" : "inbound", ssrc);
   if (!entry) return;
-  const auto roundTrip = extractRTTBasedOnRTCP(stat, *entry);
   if (!isOutbound) {
-    put(*entry, roundTrip, {{"rtt", "delta_rtt_ms_in"}});
+    if (const auto seconds = number(stat, "roundTripTime"))
+      (*entry)["delta_rtt_ms_in"] = *seconds * 1000;
     return;
   }
-  put(*entry, roundTrip,
+  put(*entry, extractRTTBasedOnRTCP(stat, *entry),
       {{"totalRTT", "total_rtt_ms_out"},
        {"totalRTTMeasurements", "total_rtt_measure_out"},
        {"rtt", "delta_rtt_ms_out"}});

@@ -16,11 +16,10 @@ constexpr double patienceMs = 5000.0;
 
 using Limitation = LinkConditions::Limitation;
 
-/// Turns a flag over, and says so. The state of the flag is the last news.
-void turn(std::vector<Limitation>& news, bool& flag, QualityLimitationType type) {
+/// Turns a flag over. \returns the news of it
+Limitation turn(bool& flag, QualityLimitationType type) {
   flag = !flag;
-  news.push_back(
-      {type, flag ? QualityLimitationState::DETECTED : QualityLimitationState::RESOLVED});
+  return {type, flag ? QualityLimitationState::DETECTED : QualityLimitationState::RESOLVED};
 }
 
 }  // namespace
@@ -41,16 +40,30 @@ std::vector<Limitation> LinkConditions::observeStatsOfSendTransport(const List& 
   const double ewma = _ewmaRttInMs.value_or(*average);
   const bool bandwidth = isLimitedBy("bandwidth");
   judgeCongestion(news, *average, ewma, bandwidth);
-  if (bandwidth != _bandwidthLimited) {
-    turn(news, _bandwidthLimited, QualityLimitationType::BANDWIDTH);
-    trace(bandwidth ? "Bandwidth Limitation detected" : "Bandwidth Limitation resolved");
-  }
+  if (bandwidth != _bandwidthLimited)
+    news.push_back(turn(_bandwidthLimited, QualityLimitationType::BANDWIDTH));
   _ewmaRttInMs = weightOfTheOld * ewma + weightOfTheNew * *average;
-  if (const bool cpu = isLimitedBy("cpu"); cpu != _cpuLimited) {
-    turn(news, _cpuLimited, QualityLimitationType::CPU);
-    trace(cpu ? "CPU Limitation detected" : "CPU Limitation resolved");
-  }
+  if (isLimitedBy("cpu") != _cpuLimited)
+    news.push_back(turn(_cpuLimited, QualityLimitationType::CPU));
   return news;
+}
+
+void LinkConditions::Limitation::trace() const {
+  const bool detected = state == QualityLimitationState::DETECTED;
+  switch (type) {
+    case QualityLimitationType::CPU:
+      return kestrova::trace(detected ? "CPU Limitation detected" : "CPU Limitation resolved");
+    case QualityLimitationType::BANDWIDTH:
+      return kestrova::trace(detected ? "Bandwidth Limitation detected"
+                                      : "Bandwidth Limitation resolved");
+    case QualityLimitationType::CONGESTION:
+      return kestrova::trace(
+          detected ? "Network Congestion detected, the network is bandwidth limited and the round "
+                     "trip time is increasing."
+                   : "Network Congestion resolved, the round trip time is back to normal.",
+          {{"avgRoundTripTimeInMs", avgRoundTripTimeInMs.value_or(0)},
+           {"ewmaRttInMs", ewmaRttInMs.value_or(0)}});
+  }
 }
 
 std::optional<double> LinkConditions::averageRoundTrip(const List& raw) {
@@ -86,11 +99,10 @@ void LinkConditions::judgeCongestion(std::vector<Limitation>& news, double avera
   const bool begins = !_congested && bandwidth && rise > congestionBeginsMs;
   const bool ends = _congested && rise < congestionEndsMs;
   if (!begins && !ends) return;
-  turn(news, _congested, QualityLimitationType::CONGESTION);
-  trace(begins ? "Network Congestion detected, the network is bandwidth limited and the round trip "
-                 "time is increasing."
-               : "Network Congestion resolved, the round trip time is back to normal.",
-        {{"avgRoundTripTimeInMs", average}, {"ewmaRttInMs", ewma}});
+  auto turned = turn(_congested, QualityLimitationType::CONGESTION);
+  turned.avgRoundTripTimeInMs = average;
+  turned.ewmaRttInMs = ewma;
+  news.push_back(turned);
 }
 
 // ---- What is received --------------------------------------------------------------------------

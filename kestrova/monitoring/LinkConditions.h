@@ -13,13 +13,17 @@
 namespace kestrova {
 
 /// Judges, look by look, whether what is sent is held back and whether what is received stands
-/// still. Keeps its state for as long as the meeting lasts, over drops, too. One thread at a time.
+/// still. Keeps its state for as long as the meeting lasts, over drops, too. Traces nothing by
+/// itself: it is asked with a queue held, and a trace calls the application. One thread at a time.
 class LinkConditions {
 public:
   struct Limitation {
     QualityLimitationType type;
     QualityLimitationState state;
-    bool operator==(const Limitation&) const = default;
+    /// Of congestion: the present round trip, and its average so far.
+    std::optional<double> avgRoundTripTimeInMs{};
+    std::optional<double> ewmaRttInMs{};
+    void trace() const;
   };
   struct StreamNews {
     StreamState state;

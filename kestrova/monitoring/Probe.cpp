@@ -85,30 +85,32 @@ void Probe::tick() {
     if (!_running) return;
     arm(_next + std::chrono::milliseconds(_config.refreshEvery));
   }
-  if (std::exchange(_collecting, true)) return;
-  spawnOn(*_timerQueue, timerAction(weak_from_this(), _monitoringObject));
+  if (!_look.expired()) return;
+  auto look = std::make_shared<char>();
+  _look = look;
+  spawnOn(*_timerQueue, timerAction(weak_from_this(), _monitoringObject, std::move(look)));
 }
 
-Task<void> Probe::timerAction(std::weak_ptr<Probe> weak, MonitoringObject monitoringObject) {
+Task<void> Probe::timerAction(std::weak_ptr<Probe> weak, MonitoringObject monitoringObject,
+                              std::shared_ptr<void> /*look*/) {
   List raw;
   try {
     auto asking = monitoringObject.getStats();
     raw = co_await std::move(asking);
-  } catch (const std::exception&) {
+  } catch (...) {
     // A look that fails finds nothing; the next one comes soon.
   }
   if (const auto self = weak.lock()) self->deliver(std::move(raw));
 }
 
 void Probe::deliver(List raw) {
-  _collecting = false;
   std::shared_ptr<ProbeDelegate> delegate;
   {
     std::scoped_lock held(_timerLock);
     if (!_running) return;
     delegate = _delegate.lock();
   }
-  CollectedStats stats;
+  CollectedStats stats{.probeId = _id};
   stats.report = _collector.collectStats(raw);
   stats.raw = std::move(raw);
   if (!delegate) return;

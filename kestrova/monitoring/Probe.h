@@ -37,6 +37,7 @@ struct MonitoringObject {
 
 /// One look at a transport.
 struct CollectedStats {
+  std::string probeId;
   List raw;           ///< the engine's statistics
   Dictionary report;  ///< what `Collector` made of them; empty when there were none
 };
@@ -50,8 +51,8 @@ public:
 };
 
 /// Looks at one transport again and again: asks the engine for its statistics, which holds up no
-/// queue, and makes a report of them on a queue of its own. A look that the engine has not answered
-/// yet takes the place of the next ones. Thread-safe.
+/// queue, and makes a report of them on a queue of its own. While the engine has not answered, no
+/// other look begins. Thread-safe.
 class Probe : public std::enable_shared_from_this<Probe> {
 public:
   Probe(MonitoringObject monitoringObject, KestrovaMetricsConfig config);
@@ -62,14 +63,15 @@ public:
   void setDelegate(std::weak_ptr<ProbeDelegate> delegate);
   /// The first look comes one period from now. Does nothing when it runs already.
   void start();
-  /// No look begins any more, and the delegate hears of none that is under way.
+  /// No look begins any more. The delegate may still hear of one that is under way.
   void stop();
 
 private:
   using Clock = Scheduler::Clock;
   void arm(Clock::time_point next);
   void tick();
-  static Task<void> timerAction(std::weak_ptr<Probe> weak, MonitoringObject monitoringObject);
+  static Task<void> timerAction(std::weak_ptr<Probe> weak, MonitoringObject monitoringObject,
+                                std::shared_ptr<void> look);
   void deliver(List raw);
 
   const std::string _id;
@@ -77,8 +79,8 @@ private:
   const KestrovaMetricsConfig _config;
   const std::shared_ptr<Scheduler> _scheduler;
   const std::shared_ptr<SerialQueue> _timerQueue;
-  Collector _collector;      // on _timerQueue
-  bool _collecting = false;  // on _timerQueue
+  Collector _collector;       // on _timerQueue
+  std::weak_ptr<void> _look;  // on _timerQueue: the one under way
 
   std::mutex _timerLock;
   bool _running = false;  // under the lock, like the next three

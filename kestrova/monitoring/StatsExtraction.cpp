@@ -82,6 +82,23 @@ std::optional<StateType> stateTypeFrom(std::string_view type) {
   return stateTypeTexts.parse(type);
 }
 
+const Dictionary* selectedCandidatePair(const List& raw) {
+  std::string selected;
+  for (const auto& value : raw)
+    if (text(asDictionary(value), "type") == "transport")
+      selected = text(asDictionary(value), "selectedCandidatePairId", "");
+  const Dictionary* nominated = nullptr;
+  const Dictionary* succeeded = nullptr;
+  for (const auto& value : raw) {
+    const auto& stat = asDictionary(value);
+    if (text(stat, "type") != "candidate-pair" || text(stat, "state") != "succeeded") continue;
+    if (!selected.empty() && text(stat, "id") == selected) return &stat;
+    if (boolean(stat, "nominated", false)) nominated = &stat;
+    succeeded = &stat;
+  }
+  return nominated ? nominated : succeeded;
+}
+
 Dictionary extractBytesSentReceived(const Dictionary& stat, const Dictionary& previous,
                                     double elapsedMs) {
   Dictionary result;
@@ -104,8 +121,10 @@ Dictionary extractRTTBasedOnRTCP(const Dictionary& stat, const Dictionary& previ
 
 Dictionary extractRelayProtocolUsed(const Dictionary& stat) {
   Dictionary result;
-  if (const auto infrastructure = infrastructureOf(text(stat, "networkType", "")))
-    result["infrastructure"] = static_cast<int>(*infrastructure);
+  // Only the adapter's type knows the generations of cellular networks.
+  auto infrastructure = infrastructureOf(text(stat, "networkAdapterType", ""));
+  if (!infrastructure) infrastructure = infrastructureOf(text(stat, "networkType", ""));
+  if (infrastructure) result["infrastructure"] = static_cast<int>(*infrastructure);
   if (auto protocol = text(stat, "protocol"))
     result["localCandidateProtocol"] = std::move(*protocol);
   if (text(stat, "candidateType", "") == "relay")

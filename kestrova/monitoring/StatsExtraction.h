@@ -31,6 +31,10 @@ enum class StateType {
 /// By the entry's "type"; nothing for any other.
 std::optional<StateType> stateTypeFrom(std::string_view type);
 
+/// The pair of candidates that carries the media: the one that its transport's entry names, else
+/// the nominated one, else any that succeeded. Nothing without any.
+const Dictionary* selectedCandidatePair(const List& raw);
+
 /// What the first hop is made of, as the engine weighs the cost of its networks.
 enum class InfrastructureValue {
   ethernet = 0,

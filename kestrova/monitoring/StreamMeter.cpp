@@ -1,3 +1,4 @@
+#include <kestrova/monitoring/StatsExtraction.h>
 #include <kestrova/monitoring/StreamMeter.h>
 
 #include <algorithm>
@@ -28,20 +29,26 @@ void takeSize(StreamMetrics& metrics, const Dictionary& stat) {
   metrics.height = static_cast<int>(integer(stat, "frameHeight", 0));
 }
 
-/// Of the pair of candidates that is used.
 std::optional<double> connectivityRoundTripMs(const List& raw) {
-  std::optional<double> seconds;
-  for (const auto& value : raw) {
-    const auto& stat = asDictionary(value);
-    if (text(stat, "type") == "candidate-pair" && boolean(stat, "nominated", false))
-      seconds = number(stat, "currentRoundTripTime");
-  }
-  return inMs(seconds);
+  const auto* pair = selectedCandidatePair(raw);
+  return pair ? inMs(number(*pair, "currentRoundTripTime")) : std::nullopt;
+}
+
+bool isStream(std::string_view type) {
+  return type == "inbound-rtp" || type == "outbound-rtp";
+}
+
+/// When the engine made the list.
+double stampOf(const List& raw, std::int64_t now) {
+  for (const auto& value : raw)
+    if (isStream(text(asDictionary(value), "type", "")))
+      return number(asDictionary(value), "timestamp", static_cast<double>(now));
+  return static_cast<double>(now);
 }
 
 }  // namespace
 
-std::map<std::string, StreamMetrics> StreamMeter::measure(const List& raw, std::int64_t now) {
+StreamMeter::Measured StreamMeter::measure(const List& raw, std::int64_t now) {
   Entries byId;
   for (const auto& value : raw)
     if (auto id = text(asDictionary(value), "id"))
@@ -51,15 +58,16 @@ std::map<std::string, StreamMetrics> StreamMeter::measure(const List& raw, std::
     return found == byId.end() ? nullptr : found->second;
   };
 
-  const double elapsedMs = _measuredAt ? static_cast<double>(now - _measuredAt) : 0;
+  const double stamp = stampOf(raw, now);
+  const double elapsedMs = stamp - _measuredAt.value_or(stamp);
   const auto roundTripMs = connectivityRoundTripMs(raw);
-  std::map<std::string, StreamMetrics> measured;
+  Measured measured;
   _next.clear();
   for (const auto& value : raw) {
     const auto& stat = asDictionary(value);
     const auto type = text(stat, "type", "");
+    if (!isStream(type)) continue;
     const bool isReceived = type == "inbound-rtp";
-    if (!isReceived && type != "outbound-rtp") continue;
     const auto* source = named(stat, isReceived ? "trackId" : "mediaSourceId");
     auto trackId = text(stat, "trackIdentifier");
     if (!trackId && source) trackId = text(*source, "trackIdentifier");
@@ -78,8 +86,26 @@ std::map<std::string, StreamMetrics> StreamMeter::measure(const List& raw, std::
     if (const auto* codec = named(stat, "codecId")) metrics.codec = text(*codec, "mimeType", "");
   }
   _totals.swap(_next);
-  _measuredAt = now;
+  if (!std::exchange(_measuredAt, stamp)) return {};
+  _last = measured;
   return measured;
+}
+
+StreamMeter::Measured StreamMeter::rest(std::int64_t now) {
+  for (auto& [trackId, metrics] : _last)
+    metrics = {.timestampMs = now,
+               .width = metrics.width,
+               .height = metrics.height,
+               .freezes = metrics.freezes,
+               .freezeSeconds = metrics.freezeSeconds,
+               .codec = metrics.codec};
+  return _last;
+}
+
+void StreamMeter::reset() {
+  _measuredAt.reset();
+  _last.clear();
+  _totals.clear();
 }
 
 StreamMeter::Totals StreamMeter::growth(const Dictionary& stat, Totals now) {
@@ -117,7 +143,8 @@ void StreamMeter::addSent(StreamMetrics& metrics, const Dictionary& stat, const 
   metrics.framesPerSecond = std::max(metrics.framesPerSecond, perSecond(grown.frames, elapsedMs));
   if (grown.bytes > 0) takeSize(metrics, stat);
   if (!remote) return;
-  keepWorst(metrics.roundTripMs, inMs(number(*remote, "roundTripTime")));
+  if (number(*remote, "roundTripTimeMeasurements", 1) > 0)
+    keepWorst(metrics.roundTripMs, inMs(number(*remote, "roundTripTime")));
   keepWorst(metrics.jitterMs, inMs(number(*remote, "jitter")));
   if (const auto fraction = number(*remote, "fractionLost"))
     keepWorst(metrics.packetLossPercent, *fraction * 100);

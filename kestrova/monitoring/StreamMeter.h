@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 
 namespace kestrova {
@@ -13,8 +14,14 @@ namespace kestrova {
 /// thread at a time.
 class StreamMeter {
 public:
-  /// By the id of the track. `now` in milliseconds since 1970.
-  std::map<std::string, StreamMetrics> measure(const List& raw, std::int64_t now);
+  using Measured = std::map<std::string, StreamMetrics>;
+  /// By the id of the track. Nothing at the first look, which only counts. `now` in milliseconds
+  /// since 1970.
+  Measured measure(const List& raw, std::int64_t now);
+  /// The same while the transport can't be used: nothing flows.
+  Measured rest(std::int64_t now);
+  /// The next look is the first.
+  void reset();
 
 private:
   struct Totals {
@@ -31,7 +38,8 @@ private:
   /// What the counters of this SSRC grew by. They may have started over.
   Totals growth(const Dictionary& stat, Totals now);
 
-  std::int64_t _measuredAt = 0;
+  std::optional<double> _measuredAt;  // by the engine's clock
+  Measured _last;
   std::map<std::int64_t, Totals> _totals;  // by SSRC
   std::map<std::int64_t, Totals> _next;
 };

@@ -36,14 +36,20 @@ void TransportMonitor::replace(std::shared_ptr<Probe>& slot, MonitoringObject mo
 void TransportMonitor::replaceSendProbe(const std::shared_ptr<SendTransport>& transport) {
   replace(_sendProbe, {.sendTransport = transport});
   _context->stateQueue->async([weak = weak_from_this()] {
-    if (const auto self = weak.lock()) self->_filing.forgetSent();
+    const auto self = weak.lock();
+    if (!self) return;
+    self->_filing.forgetSent();
+    self->_sentMeter.reset();
   });
 }
 
 void TransportMonitor::replaceRecvProbe(const std::shared_ptr<ReceiveTransport>& transport) {
   replace(_recvProbe, {.recieveTransport = transport});
   _context->stateQueue->async([weak = weak_from_this()] {
-    if (const auto self = weak.lock()) self->_filing.forgetReceived();
+    const auto self = weak.lock();
+    if (!self) return;
+    self->_filing.forgetReceived();
+    self->_receivedMeter.reset();
   });
 }
 
@@ -87,7 +93,8 @@ std::vector<KnownTrack> tracksOf(const Streams& streams, const std::string& loca
   std::vector<KnownTrack> tracks;
   for (const auto& stream : streams) {
     const auto facts = factsOf(*stream);
-    const bool isSharedSound = facts.kind == MediaType::audio && isShare(stream->appData());
+    const bool isSharedSound =
+        localId.empty() && facts.kind == MediaType::audio && isShare(stream->appData());
     tracks.push_back({.trackId = stream->track()->id(),
                       .streamId = stream->id(),
                       .peerId = localId.empty() ? facts.peerId : localId,
@@ -99,28 +106,46 @@ std::vector<KnownTrack> tracksOf(const Streams& streams, const std::string& loca
 
 }  // namespace
 
+bool TransportMonitor::isIn(const std::shared_ptr<Probe>& slot, const CollectedStats& stats) {
+  std::scoped_lock held(_probeLock);
+  return slot && slot->id() == stats.probeId;
+}
+
 void TransportMonitor::onSendTransportStatsCollected(const CollectedStats& stats) {
-  if (stats.raw.empty()) return;
   const auto tracks = tracksOf(_registry->producers(), localId());
   const auto now = _context->platform->scheduler->wallClockMs();
-  std::map<std::string, StreamMetrics> measured;
+  StreamMeter::Measured measured;
   std::vector<LinkConditions::Limitation> news;
   _context->stateQueue->sync([&] {
+    if (!isIn(_sendProbe, stats)) return;
+    if (stats.raw.empty()) {
+      _filing.forgetSent();
+      measured = _sentMeter.rest(now);
+      return;
+    }
     _filing.fileSent(stats.report, tracks);
     measured = _sentMeter.measure(stats.raw, now);
     news = _conditions.observeStatsOfSendTransport(stats.raw);
   });
-  for (const auto& limitation : news) raise(limitation);
+  for (const auto& limitation : news) {
+    limitation.trace();
+    raise(limitation);
+  }
   tellMeasured(measured, tracks);
 }
 
 void TransportMonitor::onRecieveTransportStatsCollected(const CollectedStats& stats) {
-  if (stats.raw.empty()) return;
   const auto tracks = tracksOf(_registry->consumers(), "");
   const auto now = _context->platform->scheduler->wallClockMs();
-  std::map<std::string, StreamMetrics> measured;
+  StreamMeter::Measured measured;
   std::vector<LinkConditions::StreamNews> news;
   _context->stateQueue->sync([&] {
+    if (!isIn(_recvProbe, stats)) return;
+    if (stats.raw.empty()) {
+      _filing.forgetReceived();
+      measured = _receivedMeter.rest(now);
+      return;
+    }
     const auto entries = _filing.fileReceived(stats.report, tracks);
     measured = _receivedMeter.measure(stats.raw, now);
     news = _conditions.observeStatsOfRecvTransport(entries, static_cast<double>(now));
@@ -133,7 +158,7 @@ void TransportMonitor::onRecieveTransportStatsCollected(const CollectedStats& st
   tellMeasured(measured, tracks);
 }
 
-void TransportMonitor::tellMeasured(const std::map<std::string, StreamMetrics>& measured,
+void TransportMonitor::tellMeasured(const StreamMeter::Measured& measured,
                                     const std::vector<KnownTrack>& tracks) const {
   std::vector<StreamMeasurement> list;
   for (const auto& track : tracks)

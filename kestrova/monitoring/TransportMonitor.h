@@ -42,8 +42,10 @@ public:
 private:
   void replace(std::shared_ptr<Probe>& slot, MonitoringObject monitoringObject);
   const std::string& localId() const { return _context->options.meeting.localParticipantId; }
+  /// Whether a look is that of the probe in use.
+  bool isIn(const std::shared_ptr<Probe>& slot, const CollectedStats& stats);
   /// Tells the meeting, behind what it was told before.
-  void tellMeasured(const std::map<std::string, StreamMetrics>& measured,
+  void tellMeasured(const StreamMeter::Measured& measured,
                     const std::vector<KnownTrack>& tracks) const;
   void raise(const LinkConditions::Limitation& limitation) const;
 

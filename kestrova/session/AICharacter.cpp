@@ -222,7 +222,10 @@ void AICharacter::characterStateFromMeeting(const CharacterStateChange& change) 
 
 void AICharacter::addStream(std::shared_ptr<MediaStream> stream) {
   stream->setMeetingActionValidatorSource(weak_from_this());
-  _state->streams.add(stream);
+  if (const auto replaced = _state->streams.add(stream))
+    MainQueue::shared().async([self = shared_from_this(), replaced] {
+      StreamMap::tellEnd(*replaced, self->characterId());
+    });
   emit([stream](auto& listener, auto& self) { listener.onStreamEnabled(stream, self); });
 }
 
@@ -242,6 +245,13 @@ void AICharacter::tellGone(const std::shared_ptr<MediaStream>& stream) {
     self->_state->charListeners.invoke(
         [&](CharacterEventListener& listener) { listener.onStreamDisabled(stream, self); });
   });
+}
+
+std::map<std::string, std::shared_ptr<MediaStream>> AICharacter::handOverStreams() {
+  auto streams = _state->streams.takeAll();
+  for (const auto& [id, gone] : streams)
+    emit([stream = gone](auto& listener, auto& self) { listener.onStreamDisabled(stream, self); });
+  return streams;
 }
 
 void AICharacter::endStreams() {

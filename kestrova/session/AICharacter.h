@@ -119,6 +119,8 @@ private:
   std::shared_ptr<MediaStream> removeStream(const std::string& id);
   void removeAllStreams();
   void tellGone(const std::shared_ptr<MediaStream>& stream);
+  /// The streams go on as another character's.
+  std::map<std::string, std::shared_ptr<MediaStream>> handOverStreams();
   /// The meeting is over: whoever listens to a stream hears its end.
   void endStreams();
   bool takeMetrics(const std::string& streamId, const StreamMetrics& metrics);

@@ -112,7 +112,7 @@ void CharacterRegistry::addInternalCharacter(const std::shared_ptr<AICharacter>&
   const auto announced = this->character(id);
   const bool wasAnnounced = announced && announced != character && announced->isJoined();
   // Announced by an id that the service has only now told: what came of it is this one's.
-  const auto streams = wasAnnounced ? announced->streams() : Streams();
+  const auto streams = wasAnnounced ? announced->handOverStreams() : Streams();
   if (announced && announced != character) removedCharacter(id);
   {
     std::scoped_lock held(_characterLock);
@@ -196,6 +196,10 @@ bool CharacterRegistry::takeMetrics(const StreamMeasurement& measured) {
   return owner && owner->takeMetrics(measured.streamId, measured.metrics);
 }
 
+void CharacterRegistry::endStreams() {
+  for (const auto& each : everyCharacter()) each->endStreams();
+}
+
 void CharacterRegistry::removeAll() {
   for (const auto& [id, gone] : characters()) removedCharacter(id);
   // An answer that comes now is about the meeting before.
@@ -213,10 +217,8 @@ void CharacterRegistry::clear() {
     gone.swap(_characters);
   }
   const auto every = everyCharacter();
-  for (const auto& each : every) {
-    each->forgetJoins();
-    each->endStreams();
-  }
+  for (const auto& each : every) each->forgetJoins();
+  endStreams();
   // Behind what was told to them before.
   MainQueue::shared().async([every] {
     for (const auto& each : every) each->releaseKeptListeners();

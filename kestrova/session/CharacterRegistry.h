@@ -47,6 +47,8 @@ public:
                                const std::string& trackId);
   /// \returns whether it was a stream of a character's
   bool takeMetrics(const StreamMeasurement& measured);
+  /// The meeting is over: whoever listens to a stream hears its end.
+  void endStreams();
   /// The local participant moves to another meeting.
   void removeAll();
   /// The meeting was let go of: nobody hears anything any more.

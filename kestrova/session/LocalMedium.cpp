@@ -225,6 +225,7 @@ Task<LocalMedium::Outcome> LocalMedium::judge(bool isPublished, Connection conne
   if (!connection.isCurrent()) {
     // What was published in the last moment is cleared by the return.
     if (isPublished && !_context->connections->isOver()) co_return Outcome::interrupted;
+    if (isPublished) removePublished();
     co_return co_await giveUp(Outcome::interrupted);
   }
   if (hasFailed()) {
@@ -237,6 +238,16 @@ Task<LocalMedium::Outcome> LocalMedium::judge(bool isPublished, Connection conne
   if (!_state.wished()) co_return co_await giveUp(Outcome::unwished);
   traceError(_texts.publishFailed, {}, span);
   co_return co_await giveUp(Outcome::failed);
+}
+
+/// The meeting ended while it was being published: nobody else takes it away any more.
+void LocalMedium::removePublished() {
+  std::shared_ptr<Producer> producer;
+  {
+    std::scoped_lock held(_runningLock);
+    producer = _running.producer;
+  }
+  if (producer) _context->localParticipant->removeStream(producer->id());
 }
 
 /// What nobody gets to see or hear is not captured either.

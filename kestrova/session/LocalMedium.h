@@ -117,6 +117,7 @@ private:
   Task<void> endAfterFailure();
   Task<bool> publish(Stream stream, Connection connection, SpanScope span);
   Task<Outcome> giveUp(Outcome outcome);
+  void removePublished();
   Task<Outcome> judge(bool isPublished, Connection connection, SpanScope span);
   bool permitted(const SpanScope& span);
   void watch(const Stream& custom);

@@ -219,6 +219,8 @@ bool MediaStream::notifyState(StreamState state) {
     listeners = _state->stateListeners;
   }
   callEach(listeners, state);
+  // They may hold the stream.
+  if (state == StreamState::ENDED) dismissListeners();
   return true;
 }
 

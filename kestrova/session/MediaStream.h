@@ -82,9 +82,10 @@ public:
   void offMetrics(const std::string& listenerId);
 
   /// Calls `listener` on the main queue with what becomes of the stream: FREEZE_DETECTED when the
-  /// engine counts a freeze, which it does when the picture moves again, FREEZE_RESOLVED after 5 s
-  /// without another, STUCK while nothing comes at all and the looks at it are more than 5 s apart,
-  /// ACTIVE when the service sends a camera again, and ENDED, last and once, however it ends.
+  /// engine counts a freeze, which it does when the picture moves again, FREEZE_RESOLVED at the
+  /// first look that is more than 5 s behind the last freeze, STUCK at every look that finds no
+  /// picture coming once two such looks were more than 5 s apart, ACTIVE when the service sends a
+  /// camera again, and ENDED, last and once, however it ends; it lets go of its listeners then.
   /// \returns the id that `off` takes
   std::string on(MediaStreamEventType event, StateListener listener);
   /// An unknown id does nothing.

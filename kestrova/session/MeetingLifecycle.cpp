@@ -429,7 +429,12 @@ Task<void> MeetingLifecycle::closeMeetingRequested(LeaveReason leaveReason) {
   _media->releaseCustomStreams();
   client->setJoined(false);
   client->cleanUpTracing();
-  if (first) MainQueue::shared().async([self, leaveReason] { self->emitLeft(leaveReason); });
+  if (first)
+    MainQueue::shared().async([self, leaveReason] {
+      self->_registry->endStreams();
+      self->_characters->endStreams();
+      self->emitLeft(leaveReason);
+    });
 }
 
 Task<void> MeetingLifecycle::disconnected(std::optional<LeaveReason> leaveReason) {

@@ -233,7 +233,9 @@ void Participant::emit(Event event) {
 
 void Participant::addStream(std::shared_ptr<MediaStream> stream) {
   stream->setMeetingActionValidatorSource(weak_from_this());
-  _state->streams.add(stream);
+  if (const auto replaced = _state->streams.add(stream))
+    MainQueue::shared().async(
+        [self = shared_from_this(), replaced] { StreamMap::tellEnd(*replaced, self->_id); });
   emit([stream](auto& listener, auto& self) { listener.onStreamEnabled(stream, self); });
 }
 

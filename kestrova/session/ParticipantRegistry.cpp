@@ -105,14 +105,18 @@ void ParticipantRegistry::removeAll(LeaveReason leaveReason) {
 }
 
 void ParticipantRegistry::clear() {
+  endStreams();
   const auto gone = _participantQueue->sync([this] { return std::exchange(_participants, {}); });
-  for (const auto& [id, participant] : gone) participant->endStreams();
-  _context->localParticipant->endStreams();
   // Behind what was told to them before.
   MainQueue::shared().async([gone] {
     for (const auto& [id, participant] : gone) participant->releaseKeptListeners();
   });
   forgetPins();
+}
+
+void ParticipantRegistry::endStreams() {
+  for (const auto& [id, participant] : participants()) participant->endStreams();
+  _context->localParticipant->endStreams();
 }
 
 void ParticipantRegistry::dismissListeners() {
@@ -192,7 +196,9 @@ void ParticipantRegistry::handleStreamStateChange(StreamState state, const std::
 }
 
 bool ParticipantRegistry::takeMetrics(const StreamMeasurement& measured) {
-  const auto owner = anybody(measured.ownerId);
+  const auto named = anybody(measured.ownerId);
+  if (named && named->takeMetrics(measured.streamId, measured.metrics)) return true;
+  const auto owner = participantForStream(measured.streamId);
   return owner && owner->takeMetrics(measured.streamId, measured.metrics);
 }
 

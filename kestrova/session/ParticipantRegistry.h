@@ -40,6 +40,8 @@ public:
   bool addStream(const std::shared_ptr<MediaStream>& stream, const std::string& participantId);
   /// \returns whether somebody had it
   bool removeStream(const std::string& id);
+  /// The meeting is over: whoever listens to a stream hears its end.
+  void endStreams();
   /// The meeting was let go of: nobody hears anything any more.
   void dismissListeners();
   /// The meeting is over: everybody goes without an event.

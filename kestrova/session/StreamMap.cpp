@@ -12,11 +12,13 @@ StreamMap::Streams StreamMap::all() const {
   return _streams;
 }
 
-void StreamMap::add(std::shared_ptr<MediaStream> stream) {
-  const auto& id = stream->id();
+std::shared_ptr<MediaStream> StreamMap::add(std::shared_ptr<MediaStream> stream) {
   std::shared_ptr<MediaStream> replaced = stream;
-  std::scoped_lock held(_streamsLock);
-  _streams[id].swap(replaced);
+  {
+    std::scoped_lock held(_streamsLock);
+    _streams[stream->id()].swap(replaced);
+  }
+  return replaced == stream ? nullptr : replaced;
 }
 
 std::shared_ptr<MediaStream> StreamMap::take(const std::string& id) {

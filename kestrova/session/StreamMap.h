@@ -16,8 +16,8 @@ public:
   using Streams = std::map<std::string, std::shared_ptr<MediaStream>>;
 
   Streams all() const;
-  /// Replaces a stream of the same id.
-  void add(std::shared_ptr<MediaStream> stream);
+  /// \returns the one of the same id that it replaces, if there was another
+  std::shared_ptr<MediaStream> add(std::shared_ptr<MediaStream> stream);
   /// The stream that was there, if one was.
   std::shared_ptr<MediaStream> take(const std::string& id);
   Streams takeAll();

@@ -36,10 +36,10 @@ double residentMegabytes() {
 struct LastLook {
   std::mutex lock;
   Clock::time_point at = Clock::now();
-  Seconds used{0};
+  Seconds used = processorTime();
   int percent = 0;
 };
-// Made as the library is loaded, which is as good as the start of the process.
+// Made as the library is loaded.
 auto& lastLook = *new LastLook;
 
 }  // namespace

@@ -4,8 +4,8 @@
 
 namespace kestrova {
 
-/// Thread-safe. The first call looks back to the start of the process; calls that follow each other
-/// within 100 ms get the same percentage.
+/// Thread-safe. The first call looks back to when the library was loaded; calls that follow each
+/// other within 100 ms get the same percentage.
 ProcessUsage processUsage();
 
 }  // namespace kestrova

@@ -28,8 +28,10 @@ protected:
         reported("video", 1,
                  {{"totalRoundTripTime", _total}, {"roundTripTimeMeasurements", _measurements}})};
     Lines lines;
-    for (const auto& [type, state] : conditions.observeStatsOfSendTransport(raw))
-      lines.push_back(std::string(text(type)) + " " + std::string(text(state)));
+    for (const auto& news : conditions.observeStatsOfSendTransport(raw)) {
+      news.trace();
+      lines.push_back(std::string(text(news.type)) + " " + std::string(text(news.state)));
+    }
     return lines;
   }
   Lines receive(const Dictionary& more, double now, const char* kind = "video") {

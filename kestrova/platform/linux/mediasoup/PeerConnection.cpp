@@ -1,9 +1,11 @@
+#include <kestrova/platform/Runtime.h>
 #include <kestrova/platform/linux/mediasoup/PeerConnection.h>
 
 #include <api/jsep.h>
 #include <api/make_ref_counted.h>
 #include <api/stats/rtc_stats_collector_callback.h>
 #include <api/stats/rtc_stats_report.h>
+#include <boost/asio/post.hpp>
 
 #include <algorithm>
 #include <chrono>
@@ -81,7 +83,11 @@ public:
       : _underWay(std::move(underWay)), _done(std::move(done)) {}
   ~StatsObserver() override { give("[]"); }
   void OnStatsDelivered(const rtc::scoped_refptr<const webrtc::RTCStatsReport>& report) override {
-    give(inMilliseconds(report->ToJson()));
+    _underWay.reset();
+    // Of fifty streams this takes milliseconds, which the media should not wait for.
+    boost::asio::post(Runtime::background(), [report, done = std::exchange(_done, nullptr)] {
+      if (done) done(inMilliseconds(report->ToJson()));
+    });
   }
 
 private:

@@ -42,8 +42,8 @@ public:
   rtc::scoped_refptr<webrtc::RtpTransceiverInterface> transceiver(const std::string& mid);
 
   using StatsHandler = std::function<void(std::string json)>;
-  /// Calls `done` once, on a thread of the engine or here; with an empty list when there is
-  /// nothing.
+  /// Calls `done` once, on a background thread, on one of the engine or here; with an empty list
+  /// when there is nothing.
   void stats(rtc::scoped_refptr<webrtc::RtpSenderInterface> sender,
              rtc::scoped_refptr<webrtc::RtpReceiverInterface> receiver, StatsHandler done);
 

@@ -7,6 +7,7 @@ import { meeting } from './meeting.mjs';
 
 const PAGE = path.join(import.meta.dirname, '../../../kestrova/inspector/page.html');
 const KEY = '/key/';
+const RETRY_MS = 50;
 
 // How each message changes what a page that comes later is told.
 const CHANGES = {
@@ -42,9 +43,10 @@ export class Feed {
   #streams = new Set();
   #refuse = null;
 
-  static async open({ retryMs = 50 } = {}) {
+  /** `now` is its clock, which may not be the page's. */
+  static async open({ now = Date.now } = {}) {
     const feed = new Feed();
-    feed.retryMs = retryMs;
+    feed.now = now;
     feed.web = createServer((request, response) => feed.#answer(request, response));
     feed.web.listen(0, '127.0.0.1');
     await once(feed.web, 'listening');
@@ -64,7 +66,7 @@ export class Feed {
       response.writeHead(this.#refuse).end();
     } else {
       response.writeHead(200, { 'content-type': 'text/event-stream', 'cache-control': 'no-store' });
-      response.write(`retry: ${this.retryMs}\n\n`);
+      response.write(`retry: ${RETRY_MS}\n\n`);
       this.#streams.add(response);
       response.on('close', () => this.#streams.delete(response));
       this.#write(response, 'snapshot', this.snapshot());
@@ -76,7 +78,7 @@ export class Feed {
   }
 
   snapshot() {
-    return { format: 'kestrova-inspector', version: 1, now: Date.now(), ...this.all };
+    return { format: 'kestrova-inspector', version: 1, now: this.now(), ...this.all };
   }
 
   /** Tells pages, and remembers for those that come later. */
@@ -85,9 +87,14 @@ export class Feed {
     for (const response of this.#streams) this.#write(response, name, data);
   }
 
-  /** Something that no page should mind. */
+  /** What is no message of a meeting. */
   sendRaw(text) {
     for (const response of this.#streams) response.write(text);
+  }
+
+  /** What came of a meeting that began at `begin`. */
+  sendMeeting(begin) {
+    for (const { t, name, data } of meeting(begin)) if (t <= this.now()) this.send(name, data);
   }
 
   /** As if it weren't there: `how` is 'reset' or a status. */

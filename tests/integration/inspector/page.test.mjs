@@ -1,0 +1,451 @@
+import * as assert from 'node:assert/strict';
+import * as fs from 'node:fs';
+import { after, afterEach, before, beforeEach, test } from 'node:test';
+import { newPage, openBrowser } from './browser.mjs';
+import { Feed } from './feed.mjs';
+
+const PATIENCE_MS = 60_000;
+const MINUTE = 60_000;
+const ALL_METRICS = ['bitrate', 'fps', 'rtt', 'loss', 'jitter', 'freezes'];
+
+let browser;
+let feed;
+const opened = [];
+before(async () => (browser = await openBrowser()));
+after(() => browser?.close());
+beforeEach(async () => (feed = await Feed.open()));
+afterEach(async () => {
+  for (const page of opened.splice(0)) await page.close();
+  await feed?.close();
+});
+
+async function openPage({ frozenClock = false, ...options } = {}) {
+  const page = await newPage(browser, options);
+  opened.push(page);
+  page.setDefaultTimeout(PATIENCE_MS);
+  if (frozenClock) await page.clock.install({ time: Date.now() });
+  await page.goto(feed.url);
+  // From here its time passes only where a test lets it.
+  if (frozenClock) await page.clock.pauseAt(Date.now() + MINUTE);
+  return page;
+}
+
+const see = (page, selector, words) => page.locator(selector, { hasText: words }).first().waitFor();
+const gone = (page, selector) => page.locator(selector).waitFor({ state: 'detached' });
+const words = (page, selector) => page.locator(selector).allInnerTexts();
+const valueOf = (page, stream, metric) =>
+  page.locator(`[data-stream="${stream}"] .row`, { has: page.locator(`[data-metric="${metric}"]`) }).locator('.value');
+const seeValue = (page, stream, metric, text) =>
+  valueOf(page, stream, metric).filter({ hasText: text }).waitFor();
+
+/** How many pixels a chart's line or bars have, in all and in its upper half. */
+function ink(page, stream, metric) {
+  return page.evaluate(([stream, metric]) => {
+    const canvas = document.querySelector(`[data-stream="${stream}"] [data-metric="${metric}"]`);
+    if (!canvas || canvas.width === 0) return { all: 0, high: 0 };
+    const { data, width, height } = canvas.getContext('2d').getImageData(0, 0, canvas.width, canvas.height);
+    const solid = (part) => part.filter((value, at) => at % 4 === 3 && value > 200).length;
+    return { all: solid(data), high: solid(data.subarray(0, width * 4 * Math.floor(height / 2))) };
+  }, [stream, metric]);
+}
+
+async function until(look) {
+  const deadline = Date.now() + PATIENCE_MS;
+  for (;;) {
+    const found = await look();
+    if (found) return found;
+    assert.ok(Date.now() < deadline, `waited in vain for ${look}`);
+  }
+}
+
+const PERSON = { id: 'p', name: 'Grace', local: false, mode: 'RECV_ONLY', leftAt: null };
+const STREAM = { id: 'v', kind: 'video', endedAt: null, state: 'ACTIVE', codec: 'video/VP8' };
+const SPAN = { parentId: null, durationMs: 1, success: true, message: '', attributes: {}, category: '' };
+const SAMPLE = [1234, 24, 640, 360, null, 0, 5, null, 0];
+
+function sendStream(person = PERSON, stream = STREAM) {
+  const now = feed.now();
+  feed.send('meeting', { id: 'abc', localParticipantId: 'me', state: 'CONNECTED' });
+  feed.send('participant', { ...person, joinedAt: now });
+  feed.send('stream', { participantId: person.id, stream: { ...stream, startedAt: now } });
+}
+
+test('what comes is shown as it comes, by the clock of who sends it', async () => {
+  await feed.close();
+  feed = await Feed.open({ now: () => Date.now() + 90 * MINUTE });
+  const page = await openPage();
+  await see(page, '#link', 'Live');
+  await see(page, '#people', 'Nobody is here yet');
+  sendStream();
+  for (const number of [1, 2, 3]) {
+    const values = SAMPLE.with(0, 1234 * number);
+    feed.send('samples', { t: feed.now(), streams: { v: values, unknown: values } });
+  }
+  await seeValue(page, 'v', 'bitrate', '3\u202f702 kbit/s');
+  await seeValue(page, 'v', 'fps', '24 fps');
+  await seeValue(page, 'v', 'rtt', 'not known');
+  await see(page, '.stream', '640×360');
+  await until(async () => (await ink(page, 'v', 'bitrate')).all > 0);
+  assert.equal((await ink(page, 'v', 'rtt')).all, 0);
+
+  const mark = (kind, text, more) => feed.send('mark', { t: feed.now(), kind, text, ...more });
+  mark('state', 'RECONNECTING');
+  mark('quality', 'BANDWIDTH DETECTED');
+  mark('stream', 'FREEZE_DETECTED', { participantId: 'p', streamId: 'v' });
+  await see(page, '[data-lane=meeting] .value', 'RECONNECTING');
+  await see(page, '[data-lane=limits] .value', 'BANDWIDTH');
+  await see(page, '[data-lane=streams] .value', 'Grace video frozen');
+  mark('quality', 'BANDWIDTH RESOLVED');
+  mark('stream', 'FREEZE_RESOLVED', { participantId: 'p', streamId: 'v' });
+  await see(page, '[data-lane=limits] .value', 'none');
+  await see(page, '[data-lane=streams] .value', 'moving');
+  assert.match(await page.locator('[data-lane=limits] .band').getAttribute('title'), /^BANDWIDTH: \d\d:\d\d:\d\d to \d/);
+
+  feed.send('stream', { participantId: 'p', stream: { ...STREAM, endedAt: feed.now(), state: 'ENDED' } });
+  await see(page, '.stream.gone .pill', 'ENDED');
+  feed.send('participant', { ...PERSON, leftAt: feed.now() });
+  await see(page, '.person.gone', 'left');
+  assert.deepEqual(page.trouble, []);
+  assert.deepEqual([...new Set(feed.requests)].filter((url) => url !== '/favicon.ico'), ['/key/', '/key/events']);
+});
+
+test('what cannot be read is left out, and nothing else', async () => {
+  const page = await openPage();
+  await see(page, '#link', 'Live');
+  for (const data of ['{', 'null', '[]', '7', '{}', '"text"', '{"id":{},"attributes":[],"streams":3,"t":"x"}']) {
+    for (const name of ['meeting', 'participant', 'stream', 'samples', 'mark', 'span', 'event', 'snapshot', 'news'])
+      feed.sendRaw(`event: ${name}\ndata: ${data}\n\n`);
+  }
+  const odd = { t: feed.now(), streams: { v: 'none', 5: [], __proto__: [1] } };
+  feed.sendRaw(`event: samples\ndata: ${JSON.stringify(odd)}\n\n`);
+  feed.sendRaw('event: stream\ndata: {"participantId":"late","stream":{"id":"orphan","state":9}}\n\n');
+  // Two that call each other parent are both shown.
+  for (const [id, parentId] of [['a', 'b'], ['b', 'a'], ['self', 'self']])
+    feed.send('span', { ...SPAN, id, parentId, name: `span ${id}`, start: feed.now() });
+  sendStream();
+  feed.send('samples', { t: feed.now(), streams: { v: SAMPLE.concat('more') }, more: 1 });
+  feed.send('samples', { t: feed.now(), streams: { v: [77, 'fast'] } });
+  await seeValue(page, 'v', 'bitrate', '77 kbit/s');
+  await seeValue(page, 'v', 'fps', '–');
+  await see(page, '.person', 'late');
+  for (const id of ['a', 'b', 'self']) await see(page, '.span', `span ${id}`);
+  assert.deepEqual(page.trouble, []);
+});
+
+test('the figures of each stream stand in its own charts, and at the moment that is looked at', async () => {
+  const begin = feed.now() - MINUTE;
+  feed.sendMeeting(begin);
+  const page = await openPage({ height: 2600 });
+  const known = { 'ada-v': ['bitrate', 'fps', 'rtt', 'loss', 'jitter'], 'grace-v': ALL_METRICS.filter((one) => one !== 'rtt') };
+  for (const [stream, metrics] of Object.entries(known)) {
+    for (const metric of metrics) await until(async () => (await ink(page, stream, metric)).all > 0);
+    for (const metric of ALL_METRICS) if (!metrics.includes(metric)) assert.equal((await ink(page, stream, metric)).all, 0);
+  }
+  for (const metric of ['bitrate', 'loss', 'jitter', 'level'])
+    await until(async () => (await ink(page, 'alan-a', metric)).all > 0);
+  // Only Grace froze: of the others there is no more than the line at the bottom.
+  await until(async () => (await ink(page, 'alan-v', 'freezes')).all > 0);
+  assert.ok((await ink(page, 'grace-v', 'freezes')).high > 0);
+  assert.equal((await ink(page, 'alan-v', 'freezes')).high, 0);
+
+  await page.locator('#errors li', { hasText: '3015' }).getByRole('button').click();
+  const { streams } = feed.all.participants.find(({ id }) => id === 'p-grace');
+  const { samples } = streams.find(({ id }) => id === 'grace-v');
+  const sampleAt = (t) => samples.findLast(([at]) => at <= t);
+  const isAt = async (t) => {
+    const [, bitrate, fps, , , , , , , freezes] = sampleAt(t);
+    await seeValue(page, 'grace-v', 'bitrate', `${grouped(bitrate)} kbit/s`);
+    await seeValue(page, 'grace-v', 'fps', `${fps} fps`);
+    await seeValue(page, 'grace-v', 'freezes', `${freezes} so far`);
+  };
+  const errorAt = begin + 58_300;
+  await isAt(errorAt);
+  await see(page, '[data-lane=limits] .value', /^BANDWIDTH\nCONGESTION$/);
+  await page.locator('#axis').focus();
+  for (let steps = 0; steps < 4; steps += 1) await page.keyboard.press('ArrowLeft');
+  await isAt(errorAt - 4000);
+  await see(page, '[data-lane=streams] .value', 'moving');
+  await page.keyboard.press('Shift+ArrowLeft');
+  await see(page, '[data-lane=limits] .value', 'none');
+  await page.keyboard.press('Escape');
+  await page.locator('#flag').waitFor({ state: 'hidden' });
+
+  const { x, y, width } = await page.locator('#axis').boundingBox();
+  await page.mouse.move(x + width / 2, y + 60);
+  await until(async () => Math.abs((await page.locator('#cursor').boundingBox())?.x - (x + width / 2)) < 2);
+  await see(page, '#ago', '60 s ago');
+  assert.deepEqual(page.trouble, []);
+});
+
+test('spans are a tree, which a text or their trouble narrows down', async () => {
+  feed.sendMeeting(feed.now() - 116_000);
+  const page = await openPage();
+  const names = () => words(page, '.span .words');
+  const shows = (expected) => until(async () => JSON.stringify(await names()) === JSON.stringify(expected));
+  await see(page, '#spanCount', '19 spans · 7 events · 2 failed · 2 running');
+  const levels = async (name) => page.locator('.span', { hasText: name }).first().getAttribute('aria-level');
+  assert.deepEqual([await levels('Restarting ICE'), await levels('Asking for new')], ['1', '2']);
+  await see(page, '.span.running', 'Waiting for the service');
+
+  await page.locator('#filter').fill('RELAY'); // an attribute of an event
+  await shows(['Restarting ICE', 'Candidate pair changed']);
+  await page.locator('#filter').fill('connection refused'); // a message
+  await shows(['Reconnecting to the meeting', 'Opening the socket, attempt 1']);
+  await page.locator('#filter').fill('');
+  await page.locator('#only').click();
+  await page.locator('#slow').selectOption('3000');
+  const worst = ['Reconnecting to the meeting', 'Opening the socket, attempt 1', 'Setting quality of Grace', 'Answer missing'];
+  await until(async () => JSON.stringify((await names()).slice(0, 4)) === JSON.stringify(worst));
+  await page.locator('.span.failed', { hasText: 'Setting quality' }).locator('.words').click();
+  await see(page, '.details', 'The service did not answer within 3 s');
+  await see(page, '.details dl', 'p-grace');
+
+  // By keyboard: up to the parent, which is folded; then its details.
+  await page.locator('#tree').focus();
+  for (const key of ['Home', 'ArrowDown', 'ArrowLeft', 'ArrowLeft']) await page.keyboard.press(key);
+  await until(async () => !(await names()).includes('Opening the socket, attempt 1'));
+  await page.keyboard.press('Enter');
+  await see(page, '.details dl', 'transport close');
+  assert.deepEqual(page.trouble, []);
+});
+
+test('errors have a list of their own, which the filter narrows down', async () => {
+  const page = await openPage();
+  await see(page, '#errorCount', 'none');
+  feed.send('participant', { ...PERSON, joinedAt: feed.now() });
+  for (const code of [3001, 3002])
+    feed.send('mark', { t: feed.now(), kind: 'error', text: `ERROR_${code}`, code, participantId: 'p' });
+  await until(async () => (await words(page, '#errors li')).length === 2);
+  assert.match((await words(page, '#errors li'))[0], /3002 ERROR_3002 Grace/);
+  await page.locator('#filter').fill('3001');
+  await see(page, '#errorCount', '1 of 2');
+  assert.deepEqual(page.trouble, []);
+});
+
+const grouped = (number) => String(number).replace(/\B(?=\d{3}$)/, '\u202f');
+const withoutNow = ({ now, ...rest }) => rest;
+async function saved(page) {
+  const [download] = await Promise.all([page.waitForEvent('download'), page.locator('#save').click()]);
+  return { name: download.suggestedFilename(), text: fs.readFileSync(await download.path(), 'utf8') };
+}
+const openFile = (page, name, text) =>
+  page.setInputFiles('#file', { name, mimeType: 'application/json', buffer: Buffer.from(text) });
+
+test('a saved file is what was fed, and shows it again beside a live meeting', async () => {
+  feed.sendMeeting(feed.now() - MINUTE);
+  const first = await openPage();
+  await see(first, '#meeting', 'Planning');
+  const file = await saved(first);
+  assert.match(file.name, /^kestrova-kqx3-m8vt-2pca-\d{8}T\d{6}Z[.]json$/);
+  const { format, version, ...fed } = withoutNow(feed.snapshot());
+  assert.deepEqual(withoutNow(JSON.parse(file.text)), { format, version, ...fed });
+
+  const other = await Feed.open();
+  [feed, fed.feed] = [other, feed];
+  try {
+    const page = await openPage({ height: 2600 });
+    sendStream();
+    await see(page, '#meeting', 'abc');
+    await openFile(page, file.name, file.text);
+    await see(page, '#meeting', 'Planning');
+    await see(page, '#link', 'File of ');
+    await until(async () => (await ink(page, 'grace-v', 'bitrate')).all > 0);
+    await see(page, '.span', 'Setting quality of Grace');
+    // What is live goes on behind it, and leaves it alone.
+    feed.send('meeting', { id: 'abc', state: 'FAILED' });
+    feed.send('samples', { t: feed.now(), streams: { v: SAMPLE } });
+    assert.deepEqual(JSON.parse((await saved(page)).text), JSON.parse(file.text));
+    await page.locator('#live').click();
+    await see(page, '#state', 'FAILED');
+    await seeValue(page, 'v', 'bitrate', '1\u202f234 kbit/s');
+    await gone(page, '[data-stream="grace-v"]');
+
+    const dropped = await page.evaluateHandle((text) => {
+      const transfer = new DataTransfer();
+      transfer.items.add(new File([text], 'dropped.json'));
+      return transfer;
+    }, file.text);
+    await page.dispatchEvent('body', 'drop', { dataTransfer: dropped });
+    await see(page, '#meeting', 'Planning');
+    assert.deepEqual([first.trouble, page.trouble], [[], []]);
+  } finally {
+    await fed.feed.close();
+  }
+});
+
+test('a damaged or foreign file is told, and changes nothing', async () => {
+  feed.sendMeeting(feed.now() - MINUTE);
+  const page = await openPage();
+  await see(page, '#meeting', 'Planning');
+  const whole = feed.snapshot();
+  const files = {
+    'cut off': [JSON.stringify(whole).slice(0, -9), 'it is not JSON, or only a part of it'],
+    empty: ['', 'it is not JSON'],
+    foreign: ['{"version":1}', 'it is no recording of an inspector'],
+    list: ['[]', 'it is no recording of an inspector'],
+    newer: [JSON.stringify({ ...whole, version: 2 }), 'it has version 2, and this page reads version 1'],
+    timeless: [JSON.stringify({ ...whole, now: 1e300 }), 'it has no time'],
+    broken: [JSON.stringify({ ...whole, participants: {} }), '“participants” is not a list'],
+    hole: [JSON.stringify({ ...whole, spans: [...whole.spans, null] }), `entry ${whole.spans.length + 1} of “spans” can't be read`],
+    nameless: [JSON.stringify({ ...whole, participants: [{ id: 'x', streams: [{}] }] }), 'entry 1 of “streams”'],
+  };
+  for (const [name, [text, told]] of Object.entries(files)) {
+    await openFile(page, `${name}.json`, text);
+    await see(page, '#notice', `“${name}.json” can't be shown: ${told}`);
+    await see(page, '#link', 'Live');
+  }
+  assert.equal(await page.locator('#meeting').innerText(), 'Planning');
+  await page.locator('#notice button').click();
+  await page.locator('#notice').waitFor({ state: 'hidden' });
+  assert.deepEqual(page.trouble, []);
+});
+
+test('a lost connection is told and comes back, with whatever there is then', async () => {
+  feed.sendMeeting(feed.now() - MINUTE);
+  const page = await openPage();
+  await see(page, '#meeting', 'Planning');
+  for (const how of ['reset', 503]) {
+    feed.down(how);
+    await see(page, '#link', 'Lost, reconnecting');
+    assert.notEqual((await words(page, '.person')).length, 0);
+    feed.all = { meeting: { id: `after ${how}`, state: 'CONNECTED' }, participants: [], marks: [], spans: [], events: [] };
+    feed.up();
+    await see(page, '#link', 'Live');
+    await see(page, '#meeting', `after ${how}`);
+    await gone(page, '.stream');
+    sendStream();
+    await see(page, '.stream', 'Video');
+  }
+  const own = page.trouble.filter((line) => !line.startsWith('Failed to load resource'));
+  assert.deepEqual(own, []);
+});
+
+test('what is held stays, while the recording goes on', async () => {
+  sendStream();
+  feed.send('samples', { t: feed.now(), streams: { v: SAMPLE } });
+  const page = await openPage();
+  await seeValue(page, 'v', 'bitrate', '1\u202f234 kbit/s');
+  await page.keyboard.press('p');
+  await see(page, '#link', 'Held at');
+  const held = await saved(page);
+  feed.send('samples', { t: feed.now(), streams: { v: SAMPLE.with(0, 55) } });
+  feed.send('span', { ...SPAN, id: 'new', name: 'new span', start: feed.now() });
+  await page.waitForFunction(() => live.recording.spans.size === 1);
+  assert.deepEqual(JSON.parse((await saved(page)).text), JSON.parse(held.text));
+  await page.locator('#pause').click();
+  await seeValue(page, 'v', 'bitrate', '55 kbit/s');
+  await see(page, '.span', 'new span');
+  assert.deepEqual(page.trouble, []);
+});
+
+test('markup off the wire is text', async () => {
+  const evil = '<img src=x onerror="document.title=1"><script>document.title=1</script>';
+  feed.send('meeting', { id: evil, name: evil, localParticipantId: evil, state: evil });
+  sendStream({ ...PERSON, name: evil, mode: evil }, { ...STREAM, id: '"]<b>', kind: evil, codec: evil, state: evil });
+  feed.send('meeting', { id: 'x', name: evil, localParticipantId: evil, state: evil });
+  for (const kind of ['state', 'quality', 'stream', 'participant', 'error'])
+    feed.send('mark', { t: feed.now(), kind, text: kind === 'quality' ? `${evil} DETECTED` : evil, code: evil, streamId: '"]<b>', participantId: 'p' });
+  feed.send('span', { ...SPAN, id: evil, name: evil, start: feed.now(), message: evil, attributes: { [evil]: evil, __proto__: 'x' }, category: evil });
+  const page = await openPage();
+  await see(page, '#meeting', evil);
+  await page.locator('.span .words').click();
+  await see(page, '.details', evil);
+  await page.locator('#filter').fill('<img');
+  await see(page, '.span mark', '<img');
+  await see(page, '.person', evil);
+  await see(page, '#errors', evil);
+  assert.equal(await page.locator('main img, main script, header img').count(), 0);
+  assert.match(await page.title(), /^<img/);
+  assert.deepEqual(page.trouble, []);
+});
+
+test('400 pixels are enough', async () => {
+  feed.sendMeeting(feed.now() - MINUTE);
+  const long = 'W'.repeat(300);
+  feed.send('participant', { ...PERSON, name: long, mode: long, joinedAt: feed.now() });
+  feed.send('stream', { participantId: 'p', stream: { ...STREAM, codec: `video/${long}`, startedAt: feed.now() } });
+  feed.send('mark', { t: feed.now(), kind: 'error', code: 1, text: long });
+  feed.send('span', { ...SPAN, id: 'w', name: long, start: feed.now(), message: long, attributes: { [long]: long } });
+  const page = await openPage({ width: 400, height: 800 });
+  await openFile(page, `${long}.json`, '');
+  const fits = () => page.evaluate(() => document.documentElement.scrollWidth <= innerWidth);
+  await see(page, '.person', long);
+  await until(async () => (await ink(page, 'ada-v', 'bitrate')).all > 0);
+  assert.ok(await fits());
+  await page.locator('.panes button', { hasText: 'Spans' }).click();
+  await page.locator('.span', { hasText: 'WWW' }).locator('.words').click();
+  await see(page, '.details', long);
+  assert.ok(await fits());
+  await page.locator('#errors li', { hasText: '3015' }).getByRole('button').click();
+  await page.locator('#timeline').waitFor({ state: 'visible' });
+  assert.deepEqual(page.trouble, []);
+});
+
+test('two minutes and 5000 spans and events are kept, a few rows are elements', async () => {
+  const now = feed.now();
+  const [left, gone] = [{ ...PERSON, id: 'left' }, { ...PERSON, id: 'gone' }];
+  for (const [person, minutesAgo] of [[left, 1], [gone, 3]])
+    feed.send('participant', { ...person, joinedAt: now - 9 * MINUTE, leftAt: now - minutesAgo * MINUTE });
+  feed.send('participant', { ...PERSON, joinedAt: now - 9 * MINUTE });
+  feed.send('stream', { participantId: 'p', stream: { ...STREAM, startedAt: now } });
+  for (let t = now - 9 * MINUTE; t < now; t += 1000) feed.send('samples', { t, streams: { v: SAMPLE } });
+  // Of the states before the two minutes the last still holds.
+  for (const [minutesAgo, text] of [[5, 'CONNECTING'], [4, 'CONNECTED'], [3, 'RECONNECTING'], [1, 'CONNECTED']])
+    feed.send('mark', { t: now - minutesAgo * MINUTE, kind: 'state', text });
+  feed.send('span', { ...SPAN, id: 'long', name: 'the oldest, still running', start: now - 9 * MINUTE, durationMs: null });
+  for (let at = 0; at < 6000; at += 1) {
+    if (at % 3 === 0) feed.send('event', { t: now - 6000 + at, name: `event ${at}`, parentId: 'long', attributes: {} });
+    else feed.send('span', { ...SPAN, id: `s${at}`, parentId: 'long', name: `span ${at}`, start: now - 6000 + at });
+  }
+  const page = await openPage();
+  await see(page, '.span', 'span 5999');
+  feed.send('span', { ...SPAN, id: 'last', parentId: 'long', name: 'the very last', start: feed.now() });
+  await see(page, '.span', 'the very last'); // the end is followed
+  assert.ok((await page.locator('.span').count()) < 100);
+  const { participants, spans, events, marks } = JSON.parse((await saved(page)).text);
+  assert.ok(spans.length + events.length <= 5000 && spans.length + events.length > 4500);
+  assert.equal(spans[0].id, 'long');
+  assert.ok(!spans.some(({ id }) => id === 's1') && spans.some(({ id }) => id === 's5999'));
+  assert.deepEqual(participants.map(({ id }) => id), ['left', 'p']);
+  assert.deepEqual(marks.map(({ text }) => text), ['RECONNECTING', 'CONNECTED']);
+  const [{ samples }] = participants[1].streams;
+  assert.ok(samples.length > 60 && samples[0][0] >= now - 2 * MINUTE);
+  assert.deepEqual(page.trouble, []);
+});
+
+test('it is drawn four times a second at most, and not while nobody sees it', async () => {
+  sendStream();
+  const page = await openPage({ frozenClock: true });
+  await page.evaluate(() => {
+    globalThis.drawn = 0;
+    const { clearRect } = CanvasRenderingContext2D.prototype;
+    CanvasRenderingContext2D.prototype.clearRect = function (...box) {
+      if (this.canvas.dataset.metric === 'bitrate') globalThis.drawn += 1;
+      return clearRect.apply(this, box);
+    };
+  });
+  const drawnIn = async (ms) => {
+    const before = await page.evaluate(() => globalThis.drawn);
+    for (let passed = 0; passed < ms; passed += 100) {
+      feed.send('samples', { t: feed.now(), streams: { v: SAMPLE } });
+      await page.clock.runFor(100);
+    }
+    return (await page.evaluate(() => globalThis.drawn)) - before;
+  };
+  await until(async () => (await drawnIn(500)) > 0);
+  const drawn = await drawnIn(5000);
+  assert.ok(drawn >= 10 && drawn <= 21, `${drawn} in 5 s`);
+  const hide = (hidden) =>
+    page.evaluate((hidden) => {
+      Object.defineProperty(document, 'hidden', { value: hidden, configurable: true });
+      document.dispatchEvent(new Event('visibilitychange'));
+    }, hidden);
+  await hide(true);
+  await drawnIn(500); // what was under way
+  assert.equal(await drawnIn(2000), 0);
+  await hide(false);
+  assert.ok((await drawnIn(1000)) > 0);
+  await page.clock.runFor(11_000);
+  await see(page, '#link', 'Live, silent for 1');
+  assert.deepEqual(page.trouble, []);
+});

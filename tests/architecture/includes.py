@@ -19,6 +19,7 @@ MAY_INCLUDE = {
     "model": BELOW,
     **{name: MIDDLE | BELOW for name in MIDDLE},
     "session": {"session"} | MIDDLE | BELOW,
+    "inspector": {"inspector", "session", "media"} | BELOW,
 }
 
 # Whose headers may be seen where; everywhere else they may not.
@@ -28,7 +29,8 @@ ENGINES = [
      ["kestrova/platform/linux/", "tests/platform/", "bench/"]),
     ("curl", re.compile(r"^curl/"), ["kestrova/platform/linux/", "tests/platform/", "bench/"]),
     ("Beast", re.compile(r"^boost/beast(/|\.hpp)"),
-     ["kestrova/platform/linux/", "tests/platform/", "bench/", "fuzz/"]),
+     ["kestrova/platform/linux/", "kestrova/inspector/*.cpp", "tests/platform/", "bench/",
+      "fuzz/"]),
     ("OpenTelemetry", re.compile(r"^opentelemetry/"),
      ["kestrova/platform/linux/", "kestrova/tracing/*.cpp", "bench/"]),
 ]
@@ -41,11 +43,12 @@ CHEAP = {
     "initializer_list", "map", "memory", "optional", "stdexcept", "string", "string_view",
     "type_traits", "utility", "vector", "boost/json/fwd.hpp",
 }
-NOT_FROM_START = ("kestrova/signalling/", "kestrova/realtime/")
+NOT_FROM_START = ("kestrova/signalling/", "kestrova/realtime/", "kestrova/inspector/")
 
 # The public headers, all that applications and examples may use: these, and what they lead to.
 PUBLIC = [
     START,
+    "kestrova/inspector/Inspector.h",
     "kestrova/realtime/Base64.h",
     "kestrova/realtime/PubSub.h",
     "kestrova/realtime/RealtimeStore.h",

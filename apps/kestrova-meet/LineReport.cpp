@@ -33,6 +33,7 @@ public:
     // What happened can be seen in the next line, but for what went wrong.
     if (event == "error" && !line.empty())
       std::fprintf(stderr, "kestrova-meet: %s\n", printable(line).c_str());
+    if (event == "inspector") std::printf("%s\n", line.c_str());
   }
 
   void tick(const Sample& sample) override {

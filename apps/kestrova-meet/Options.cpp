@@ -95,9 +95,17 @@ Service service(const std::string& value) {
                    "\"");
 }
 
+/// Nothing given is any free port.
+std::uint16_t port(const std::string& value) {
+  if (value.empty()) return 0;
+  const auto found = number<std::uint16_t>(value);
+  if (!found) throw UsageError("--inspect takes a port from 0 to 65535, not \"" + value + "\"");
+  return *found;
+}
+
 struct Row {
   std::string_view flag;
-  std::string_view value;  ///< empty for a switch
+  std::string_view value;  ///< empty for a switch; in brackets where it may be left out
   std::string_view help;
   void (*apply)(Options&, const std::string&);
 };
@@ -152,6 +160,9 @@ constexpr Row rows[] = {
     {"--accept-relays", "",
      "let other meetings that ask be shown here; takes the right to moderate",
      [](Options& o, const std::string&) { o.acceptRelays = true; }},
+    {"--inspect", "[PORT]",
+     "show the meeting on a page in a browser of this machine, and tell its address",
+     [](Options& o, const std::string& v) { o.inspect = port(v); }},
     {"--chat", "",
      "send the lines of standard input to the topic CHAT, and show what is said there",
      [](Options& o, const std::string&) { o.chat = true; }},
@@ -216,6 +227,9 @@ Options parseOptions(const std::vector<std::string>& arguments, const char* envi
       row->apply(options, {});
     } else if (attached) {
       row->apply(options, argument.substr(equals + 1));
+    } else if (row->value.starts_with('[')) {
+      const bool given = i + 1 < arguments.size() && !arguments[i + 1].starts_with('-');
+      row->apply(options, given ? arguments[++i] : std::string());
     } else {
       if (++i == arguments.size()) throw UsageError(flag + " needs " + std::string(row->value));
       row->apply(options, arguments[i]);

@@ -4,6 +4,7 @@
 #include <kestrova/platform/Capture.h>
 
 #include <chrono>
+#include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <stdexcept>
@@ -35,6 +36,7 @@ struct Options {
   std::string relayTo;     ///< the meeting that is asked to show this one; empty: none
   std::string relayToken;  ///< for that meeting; empty: this one's is good there
   bool acceptRelays = false;
+  std::optional<std::uint16_t> inspect;  ///< the page's port, 0 for any; no page without it
   bool chat = false;
   bool json = false;
   bool verbose = false;

@@ -40,6 +40,7 @@ struct Sample {
   std::string state;
   std::vector<PersonRow> people;      ///< this participant first, characters last
   std::vector<std::string> services;  ///< lines on those that aren't stopped
+  std::string inspector;              ///< the address of its page; empty without one
 };
 
 /// What was seen and heard of one remote participant or character in all.

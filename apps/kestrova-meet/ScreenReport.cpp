@@ -72,7 +72,9 @@ public:
       return;
     }
     // The table has a place for these.
-    if (line.empty() || event == "characterState" || event == "characterMessage") return;
+    if (line.empty() || event == "characterState" || event == "characterMessage" ||
+        event == "inspector")
+      return;
     _happenings.push_back((event == "error" ? "! " : "· ") + printable(line));
     if (_happenings.size() > shownHappenings) _happenings.pop_front();
   }
@@ -84,6 +86,7 @@ public:
     const std::size_t width = known && size.ws_col > 0 ? size.ws_col : 80;
     const auto spoken = _subtitles.lines(width, Subtitles::Clock::now());
     std::vector<std::string> lines{heading(sample)};
+    if (!sample.inspector.empty()) lines.push_back(paint("36", "inspector " + sample.inspector));
     for (const auto& line : sample.services) lines.push_back(paint("36", printable(line)));
     lines.push_back(paint("2", titles()));
     // Lines that have scrolled away can't be redrawn.

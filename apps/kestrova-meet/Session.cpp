@@ -55,6 +55,7 @@ Summary Session::run() {
                                     .mode = _options.mode,
                                     .signalingBaseUrl = _options.service});
   listen();
+  inspect();
   _deadline.expires_after(longestConnecting);
   _deadline.async_wait([this](const boost::system::error_code& error) {
     if (!error) end(exitNotJoined, _options.service + " doesn't answer");
@@ -65,6 +66,7 @@ Summary Session::run() {
   _loop.run();
   _keyboard.reset();
   if (_chat) _chat->release();
+  _inspector.reset();
 
   auto summary = summarise();
   _meeting->removeAllEventListeners();
@@ -81,6 +83,13 @@ void Session::listen() {
   _meeting->addEventListener(_relays);
   _characters = std::make_shared<Characters>(_loop, *_meeting, *_watcher);
   _meeting->addEventListener(_characters);
+}
+
+void Session::inspect() {
+  if (!_options.inspect) return;
+  _inspector = std::make_unique<Inspector>(_meeting, Inspector::Options{*_options.inspect});
+  const auto address = _inspector->address();
+  _watcher->note("inspector", {{"address", address}}, "inspector " + address);
 }
 
 void Session::awaitSignal() {
@@ -126,6 +135,7 @@ Sample Session::sample() const {
   auto sample = _watcher->sample();
   for (auto& row : _characters->rows()) sample.people.push_back(std::move(row));
   sample.services = _services->lines();
+  if (_inspector) sample.inspector = _inspector->address();
   return sample;
 }
 

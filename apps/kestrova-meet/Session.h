@@ -1,5 +1,6 @@
 #pragma once
 
+#include <kestrova/inspector/Inspector.h>
 #include <kestrova/session/Meeting.h>
 
 #include <boost/asio/io_context.hpp>
@@ -28,7 +29,7 @@ public:
   /// \param loop adopted by the main queue \param report must outlive the session
   Session(boost::asio::io_context& loop, const Options& options, Report& report);
   ~Session() override;
-  /// Runs to the end of the meeting.
+  /// Runs to the end of the meeting. \throws std::system_error when its page can't have its port
   Summary run();
 
   void joined() override;
@@ -41,6 +42,7 @@ public:
 
 private:
   void listen();
+  void inspect();
   void awaitSignal();
   void takeInput();
   void bringWhatIsWished();
@@ -64,6 +66,7 @@ private:
   std::shared_ptr<ServiceWatch> _services;
   std::shared_ptr<RelayWatch> _relays;
   std::shared_ptr<Characters> _characters;
+  std::unique_ptr<Inspector> _inspector;
   std::unique_ptr<Controls> _controls;
   std::unique_ptr<Keyboard> _keyboard;
   std::unique_ptr<Chat> _chat;

@@ -10,6 +10,7 @@
 #include "Text.h"
 #include <cstdio>
 #include <cstdlib>
+#include <system_error>
 
 namespace kestrova::meet {
 namespace {
@@ -32,7 +33,12 @@ int run(const Options& options) {
 
   const auto report = makeReport(options);
   Session session(loop, options, *report);
-  const auto summary = session.run();
+  Summary summary;
+  try {
+    summary = session.run();
+  } catch (const std::system_error& error) {
+    return complain(error.what(), exitUsage);
+  }
   report->finished(summary);
   if (summary.exitCode != exitGood) complain(summary.problem, summary.exitCode);
   return summary.exitCode;

@@ -39,6 +39,8 @@ test('bad arguments end with 2 and one line that says what is wrong', async () =
     [[...whole, '--start', 'livestream'], /--start/],
     [[...whole, '--character-name', 'Tutor'], /--character ID/],
     [[...whole, '--relay-token', 't'], /--relay-to/],
+    [[...whole, '--inspect', '65536'], /--inspect/],
+    [[...whole, '--inspect=page'], /--inspect/],
     [[...whole, '--token', 'two words'], /token/],
   ];
   for (const [args, expected] of cases) {

@@ -38,6 +38,7 @@ void MeetingRecord::meetingIs(MeetingFacts meeting) {
 }
 
 void MeetingRecord::participantCame(ParticipantFacts facts) {
+  shorten(facts.name);
   auto* known = participant(facts.id);
   if (known)
     *known = std::move(facts);
@@ -112,6 +113,7 @@ void MeetingRecord::tellSamples() {
 }
 
 void MeetingRecord::marked(Mark mark) {
+  shorten(mark.text);
   if (_reader.isReading()) _reader.changed("mark", toJson(mark));
   const auto now = mark.t;
   _marks.push_back(std::move(mark));

@@ -4,6 +4,7 @@
 #include <kestrova/platform/Queue.h>
 #include <kestrova/platform/Runtime.h>
 #include <kestrova/platform/Task.h>
+#include <kestrova/session/AICharacter.h>
 #include <kestrova/session/Meeting.h>
 
 #include <utility>
@@ -59,6 +60,7 @@ void MeetingWatch::start(const std::shared_ptr<Meeting>& meeting) {
       .id = meeting->id(), .localParticipantId = meeting->localParticipant()->id(), .state = {}};
   come(meeting->localParticipant());
   for (const auto& [id, participant] : meeting->participants()) come(participant);
+  for (const auto& [id, character] : meeting->characters()) come(character);
   enter(std::string(text(meeting->meetingState())));
   awaitEnd(meeting);
 }
@@ -87,9 +89,11 @@ void MeetingWatch::onMeetingStateChanged(MeetingState meetingState) {
   if (!_isOver) enter(std::string(text(meetingState)));
 }
 
-void MeetingWatch::onMeetingJoined(const std::optional<std::string>&) {
+void MeetingWatch::onMeetingJoined(const std::optional<std::string>& switchMeetingId) {
   if (const auto meeting = _meeting.lock()) _facts.id = meeting->id();
-  enter("JOINED");
+  _inbox->put([facts = _facts](MeetingRecord& record) { record.meetingIs(facts); });
+  const bool again = std::exchange(_wasJoined, true);
+  markLocal(switchMeetingId ? " moved to " + *switchMeetingId : again ? " is back" : " joined");
 }
 
 void MeetingWatch::onMeetingLeft(LeaveReason reason) {
@@ -97,11 +101,12 @@ void MeetingWatch::onMeetingLeft(LeaveReason reason) {
 }
 
 void MeetingWatch::over(const std::string& why) {
-  if (std::exchange(_isOver, true)) return;
+  if (_isOver) return;
+  markLocal(" left: " + why);
   while (!_people.empty()) leave(_people.begin()->first, {});
-  _facts.state = "LEFT";
-  _inbox->put([facts = _facts](MeetingRecord& record) { record.meetingIs(facts); });
-  mark({.t = now(), .kind = "state", .text = "LEFT: " + why});
+  if (_facts.state != text(MeetingState::FAILED))
+    enter(std::string(text(MeetingState::DISCONNECTED)));
+  _isOver = true;
 }
 
 void MeetingWatch::onQualityLimitation(QualityLimitationType type, QualityLimitationState state,
@@ -113,11 +118,20 @@ void MeetingWatch::onQualityLimitation(QualityLimitationType type, QualityLimita
 }
 
 void MeetingWatch::onError(const KestrovaError& error) {
-  mark({.t = now(), .kind = "error", .text = text(error), .code = code(error)});
+  mark({.t = now(), .kind = "error", .text = textWithoutSecrets(text(error)), .code = code(error)});
 }
 
 void MeetingWatch::onSocketError(const std::string& message) {
   mark({.t = now(), .kind = "error", .text = "connection: " + textWithoutSecrets(message)});
+}
+
+void MeetingWatch::markLocal(const std::string& what) {
+  const auto& id = _facts.localParticipantId;
+  const auto person = _people.find(id);
+  mark({.t = now(),
+        .kind = "participant",
+        .text = (person == _people.end() ? id : person->second.name) + what,
+        .participantId = id});
 }
 
 void MeetingWatch::mark(Mark mark) {
@@ -126,27 +140,52 @@ void MeetingWatch::mark(Mark mark) {
 
 // ---- Participants ------------------------------------------------------------------------------
 
-void MeetingWatch::come(const std::shared_ptr<Participant>& participant) {
+bool MeetingWatch::come(const std::shared_ptr<Participant>& participant) {
   const auto& id = participant->id();
-  if (_isOver || _people.contains(id)) return;  // announced again after a lost connection
-  _inbox->put([facts = ParticipantFacts{.id = id,
-                                        .name = participant->displayName(),
-                                        .local = participant->isLocal(),
-                                        .mode = std::string(text(participant->mode())),
-                                        .joinedAt = now()}](MeetingRecord& record) {
-    record.participantCame(facts);
-  });
-  _people[id] = {participant->displayName(), participant->listen(eventsOf(id))};
-  for (const auto& [streamId, stream] : participant->streams()) take(stream, id);
+  if (_isOver || _people.contains(id)) return false;  // announced again after a lost connection
+  add({.id = id,
+       .name = participant->displayName(),
+       .local = participant->isLocal(),
+       .mode = std::string(text(participant->mode()))},
+      participant->listen(eventsOf(id)), participant->streams());
+  return true;
+}
+
+bool MeetingWatch::come(const std::shared_ptr<AICharacter>& character) {
+  const auto id = character->characterId();
+  if (_isOver || _people.contains(id)) return false;
+  const auto mode = character->mode();
+  add({.id = id,
+       .name = character->displayName(),
+       .mode = mode ? std::string(text(*mode)) : std::string()},
+      character->listen(characterEventsOf(id)), character->streams());
+  return true;
+}
+
+void MeetingWatch::add(ParticipantFacts facts, ListenerHandle listening, const Streams& streams) {
+  facts.joinedAt = now();
+  _people[facts.id] = {facts.name, std::move(listening)};
+  _inbox->put([facts](MeetingRecord& record) { record.participantCame(facts); });
+  for (const auto& [streamId, stream] : streams) take(stream, facts.id);
+}
+
+void MeetingWatch::tellCame(const std::string& id) {
+  mark({.t = now(),
+        .kind = "participant",
+        .text = _people.at(id).name + " joined",
+        .participantId = id});
 }
 
 void MeetingWatch::onParticipantJoined(const std::shared_ptr<Participant>& participant) {
-  if (_people.contains(participant->id())) return;
-  come(participant);
-  mark({.t = now(),
-        .kind = "participant",
-        .text = participant->displayName() + " joined",
-        .participantId = participant->id()});
+  if (come(participant)) tellCame(participant->id());
+}
+
+void MeetingWatch::onCharacterJoined(const std::shared_ptr<AICharacter>& character) {
+  if (come(character)) tellCame(character->characterId());
+}
+
+void MeetingWatch::onCharacterLeft(const std::shared_ptr<AICharacter>& character) {
+  leave(character->characterId(), "the character has left");
 }
 
 void MeetingWatch::onParticipantLeft(const std::shared_ptr<Participant>& participant,
@@ -201,6 +240,18 @@ ParticipantEvents MeetingWatch::eventsOf(const std::string& participantId) {
           .onStreamResumed = paused(" resumed")};
 }
 
+CharacterEvents MeetingWatch::characterEventsOf(const std::string& characterId) {
+  const auto weak = weak_from_this();
+  return {.onStreamEnabled =
+              [weak, characterId](const auto& stream, const auto&) {
+                if (const auto self = weak.lock()) self->take(stream, characterId);
+              },
+          .onStreamDisabled =
+              [weak](const auto& stream, const auto&) {
+                if (const auto self = weak.lock()) self->release(stream->id());
+              }};
+}
+
 // ---- Streams -----------------------------------------------------------------------------------
 
 void MeetingWatch::take(const std::shared_ptr<MediaStream>& stream,
@@ -252,6 +303,9 @@ void MeetingWatch::stateChanged(const std::string& streamId, StreamState state) 
   const auto found = _streams.find(streamId);
   if (found == _streams.end()) return;
   if (state == StreamState::ENDED) return release(streamId);
+  // That it flows is told again and again; a second freeze is another one.
+  const bool flows = state == StreamState::ACTIVE;
+  if (std::exchange(found->second.state, state) == state && flows) return;
   std::string name(text(state));
   _inbox->put(
       [streamId, name](MeetingRecord& record) { record.streamStateChanged(streamId, name); });

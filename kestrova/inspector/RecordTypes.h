@@ -2,6 +2,7 @@
 
 #include <kestrova/tracing/TraceValue.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -10,6 +11,11 @@ namespace kestrova::inspector {
 
 /// Milliseconds since 1970.
 using Ms = std::int64_t;
+
+/// Whole answers of the service are among the texts; a page shows the beginning.
+inline constexpr std::size_t longestText = 2000;
+/// Cuts a text to that length in bytes, not within a letter.
+void shorten(std::string& text);
 
 struct MeetingFacts {
   std::string id;

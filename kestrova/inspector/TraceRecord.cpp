@@ -7,18 +7,7 @@
 namespace kestrova::inspector {
 namespace {
 
-// Whole answers of the service are among the attributes; a page shows the beginning.
-constexpr std::size_t longestText = 2000;
-
-void shorten(std::string& text) {
-  if (text.size() <= longestText) return;
-  auto end = longestText;
-  while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) --end;
-  text.resize(end);
-  text += "…";
-}
-
-void shorten(TraceAttributes& attributes) {
+void shortenAll(TraceAttributes& attributes) {
   for (auto& [key, value] : attributes) shorten(value);
 }
 
@@ -40,6 +29,14 @@ void append(std::string& json, const Dictionary& object) {
 
 }  // namespace
 
+void shorten(std::string& text) {
+  if (text.size() <= longestText) return;
+  auto end = longestText;
+  while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) --end;
+  text.resize(end);
+  text += "…";
+}
+
 std::size_t weight(const SpanFacts& span) {
   return sizeof span + span.name.size() + span.message.size() + weight(span.attributes);
 }
@@ -50,7 +47,7 @@ std::size_t weight(const EventFacts& event) {
 
 const SpanFacts& TraceRecord::started(SpanFacts span) {
   shorten(span.name);
-  shorten(span.attributes);
+  shortenAll(span.attributes);
   _numbers[span.id] = _spans.nextNumber();
   _spans.push(std::move(span));
   while (_spans.isTooMuch()) forgetSpan();
@@ -59,6 +56,7 @@ const SpanFacts& TraceRecord::started(SpanFacts span) {
 
 const SpanFacts& TraceRecord::ended(SpanEnding ending) {
   shorten(ending.message);
+  shortenAll(ending.attributes);
   const auto known = _numbers.find(ending.id);
   if (known == _numbers.end())
     return started({.id = std::move(ending.id),
@@ -67,17 +65,20 @@ const SpanFacts& TraceRecord::ended(SpanEnding ending) {
                     .durationMs = ending.durationMs,
                     .success = ending.success,
                     .message = std::move(ending.message),
+                    .attributes = std::move(ending.attributes),
                     .category = std::move(ending.category)});
   return _spans.change(known->second, [&](SpanFacts& span) {
     span.durationMs = ending.durationMs;
     span.success = ending.success;
     span.message = std::move(ending.message);
+    for (auto& [key, value] : ending.attributes)
+      span.attributes.insert_or_assign(key, std::move(value));
   });
 }
 
 const EventFacts& TraceRecord::happened(EventFacts event) {
   shorten(event.name);
-  shorten(event.attributes);
+  shortenAll(event.attributes);
   _events.push(std::move(event));
   while (_events.isTooMuch()) _events.drop();
   return _events.entries().back();

@@ -58,6 +58,7 @@ struct SpanEnding {
   Ms durationMs = 0;
   bool success = true;
   std::string message{};
+  TraceAttributes attributes{};  ///< joins those of the start
   std::string category{};
 };
 

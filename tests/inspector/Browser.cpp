@@ -7,14 +7,21 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
+#include <chrono>
 #include <stdexcept>
 #include <utility>
 
 namespace kestrova::test {
+namespace {
+
+constexpr std::chrono::seconds patienceTime{30};
+
+}  // namespace
 
 Browser::Browser(std::uint16_t port, const char* host, int receiveBytes)
     : _socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-  const timeval patience{30, 0};
+  const timeval patience{patienceTime.count(), 0};
   ::setsockopt(_socket, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
   if (receiveBytes > 0)
     ::setsockopt(_socket, SOL_SOCKET, SO_RCVBUF, &receiveBytes, sizeof receiveBytes);
@@ -83,7 +90,11 @@ std::string Browser::readHead() {
 }
 
 PageEvent Browser::nextEvent() {
+  // Comments keep the connection from falling silent.
+  const auto latest = std::chrono::steady_clock::now() + patienceTime;
   for (;;) {
+    if (std::chrono::steady_clock::now() > latest)
+      throw std::runtime_error("the server tells nothing");
     const auto text = readUntil("\n\n");
     if (_ended && text.empty()) return {};
     if (text == ":") {

@@ -39,6 +39,7 @@ public:
   int comments() const { return _comments; }
 
 private:
+  /// \throws std::runtime_error when nothing comes for too long
   bool readMore();
   /// Up to and with `end`, which is left out; everything there is where the connection ends before.
   std::string readUntil(std::string_view end);

@@ -1,10 +1,13 @@
 #include <kestrova/inspector/Inspector.h>
+#include <kestrova/tracing/SdkTracer.h>
 
 #include <gmock/gmock.h>
 #include <tests/support/TestMeeting.h>
 
 #include "Browser.h"
+#include <chrono>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <thread>
 
@@ -56,7 +59,7 @@ TEST_F(InspectorTest, ShowsAMeetingFromBeforeTheJoinToItsEnd) {
   test.reachSocket();
   test.decide("allowed");
   EXPECT_EQ(page.mark("state"), "CONNECTED");
-  EXPECT_EQ(page.mark("state"), "JOINED");
+  EXPECT_EQ(page.mark("participant"), "Ada joined");
 
   test.addPeer("bob");
   EXPECT_EQ(page.next("participant").at("id").as_string(), "bob");
@@ -71,16 +74,17 @@ TEST_F(InspectorTest, ShowsAMeetingFromBeforeTheJoinToItsEnd) {
 
   // A page that opens late sees who is there.
   const auto late = Page(*inspector).snapshot;
-  EXPECT_EQ(late.at("meeting").at("state").as_string(), "JOINED");
+  EXPECT_EQ(late.at("meeting").at("state").as_string(), "CONNECTED");
   EXPECT_EQ(late.at("participants").at(1).at("streams").as_array().size(), 2U);
 
   test.notify("peerClosed", {{"peerId", "bob"}});
   EXPECT_TRUE(page.mark("participant").starts_with("bob left"));
   test.meeting->leave();
   platform.advance(std::chrono::seconds(5));
-  EXPECT_TRUE(page.mark("state").starts_with("LEFT"));
+  EXPECT_TRUE(page.mark("participant").starts_with("Ada left: "));
+  EXPECT_EQ(page.mark("state"), "DISCONNECTED");
   const auto after = Page(*inspector).snapshot;
-  EXPECT_EQ(after.at("meeting").at("state").as_string(), "LEFT");
+  EXPECT_EQ(after.at("meeting").at("state").as_string(), "DISCONNECTED");
   EXPECT_FALSE(after.at("participants").at(0).at("leftAt").is_null());
 }
 
@@ -104,7 +108,7 @@ TEST_F(InspectorTest, ADropIsAStateAndWhoStaysIsNotToldTwice) {
   EXPECT_EQ(page.mark("state"), "RECONNECTING");
   test.meeting.reset();
   platform.advance(std::chrono::seconds(5));
-  EXPECT_TRUE(page.mark("state").starts_with("LEFT")) << "and not RECONNECTING again";
+  EXPECT_EQ(page.mark("state"), "DISCONNECTED") << "and not RECONNECTING again";
 }
 
 TEST_F(InspectorTest, ItHoldsNeitherTheMeetingNorIsHeldByIt) {
@@ -131,17 +135,110 @@ TEST_F(InspectorTest, ItHoldsNeitherTheMeetingNorIsHeldByIt) {
   EXPECT_EQ(Page(early).snapshot.at("participants").as_array().size(), 0U);
 }
 
-TEST_F(InspectorTest, EndsInTimeWhateverItsPagesDo) {
+TEST_F(InspectorTest, MarksWhatChangesAndFails) {
   TestMeeting test(platform);
   const auto inspector = inspect(test);
-  // Of those who read nothing and say half, and nobody who asks ever gets anything twice.
-  Browser silent = Browser::visiting(inspector->address(), "events", 4096);
-  Browser half(portOf(inspector->address()));
-  half.send("GET ");
-  for (int i = 0; i < 50; ++i) {
-    const auto another = inspect(test);
-    Page page(*another);
+  Page page(*inspector);
+  test.meeting->unmuteMic();  // before the join
+  platform.pump();
+  const auto error = page.next("mark");
+  EXPECT_EQ(error.at("kind").as_string(), "error");
+  EXPECT_EQ(error.at("code").as_int64(), test.listener->errors.at(0).rawValue());
+
+  test.lookUp();
+  test.reachSocket();
+  test.decide("allowed");
+  test.addPeer("bob");
+  test.announce("c1", "bob", "video");
+  EXPECT_EQ(page.mark("stream"), "video started");
+  test.notify(
+      "consumerPausedSubManager",
+      {{"peerId", "bob"}, {"kind", "video"}, {"reason", "offscreen"}, {"consumerId", "c1"}});
+  EXPECT_EQ(page.mark("stream"), "video paused: offscreen");
+  test.notify("consumerResumed", {{"consumerId", "c1"}});
+  test.notify("participantModeChanged", {{"peerId", "bob"}, {"mode", "RECV_ONLY"}});
+  test.notify("consumerClosed", {{"consumerId", "c1"}});
+  platform.advance(std::chrono::milliseconds(100));
+  const auto ended = page.next("stream").at("stream").as_object();
+  EXPECT_EQ(ended.at("state").as_string(), "ENDED");
+  EXPECT_EQ(page.mark("stream"), "video ended");
+}
+
+TEST_F(InspectorTest, CharactersAreAmongTheParticipants) {
+  auto test = TestMeeting::joined(platform);
+  test.notify("addCharacter", {{"id", "aida"}, {"displayName", "Aida"}});
+  const auto inspector = inspect(test);
+  Page page(*inspector);
+  EXPECT_EQ(page.snapshot.at("participants").at(1).at("name").as_string(), "Aida");
+  test.announce("c1", "aida", "audio");
+  EXPECT_EQ(page.next("stream").at("participantId").as_string(), "aida");
+  test.notify("addCharacter", {{"id", "bert"}, {"displayName", "Bert"}});
+  EXPECT_EQ(page.mark("participant"), "Bert joined");
+  test.notify("removeCharacter", {{"id", "aida"}});
+  EXPECT_TRUE(page.mark("participant").starts_with("Aida left"));
+}
+
+TEST_F(InspectorTest, TheTraceComesWithItsSpansAndWithoutSecrets) {
+  auto test = TestMeeting::joined(platform);
+  const auto inspector = inspect(test);
+  Page page(*inspector);
+  Dictionary running;
+  {
+    const auto span = startSpan("Outer", {.attributes = {{"token", "eyJhbGci.secret.x"}}});
+    traceEvent("Inner", {.attributes = {{"token", "eyJhbGci.secret.x"}, {"kind", "video"}},
+                         .parentScope = span,
+                         .category = EventCategory::telemetry});
+    running = page.next("span");
+    EXPECT_EQ(running.at("name").as_string(), "Outer");
+    EXPECT_TRUE(running.at("durationMs").is_null());
+    const auto event = page.next("event");
+    EXPECT_EQ(event.at("parentId"), running.at("id"));
+    EXPECT_EQ(event.at("category").as_string(), "TELEMETRY");
+    EXPECT_EQ(event.at("attributes").at("kind").as_string(), "video");
+    EXPECT_EQ(boost::json::serialize(event).find("secret"), std::string::npos);
+    endSpan(span, {.success = false, .message = "no"});
   }
+  const auto ended = page.next("span");
+  EXPECT_EQ(ended.at("id"), running.at("id"));
+  EXPECT_FALSE(ended.at("success").as_bool());
+  EXPECT_EQ(ended.at("message").as_string(), "no");
+  const auto late = boost::json::serialize(Page(*inspector).snapshot);
+  EXPECT_NE(late.find("\"Outer\""), std::string::npos);
+  EXPECT_EQ(late.find("secret"), std::string::npos);
+}
+
+TEST_F(InspectorTest, EndsWhileThreadsTrace) {
+  TestMeeting test(platform);
+  const std::jthread tracer([](const std::stop_token& stop) {
+    while (!stop.stop_requested()) {
+      traceEvent("Line", {.category = EventCategory::telemetry});
+      std::this_thread::sleep_for(std::chrono::microseconds(100));  // no more than a page can read
+    }
+  });
+  for (int i = 0; i < 5; ++i) {
+    const auto inspector = inspect(test);
+    Browser half(portOf(inspector->address()));
+    half.send("GET ");
+    Page(*inspector).next("event");
+  }
+}
+
+TEST_F(InspectorTest, EndsInTimeThoughAPageHasNotReadWhatItWasTold) {
+  TestMeeting test(platform);
+  auto inspector = inspect(test);
+  Page quick(*inspector);
+  // More than the system takes in for a page that doesn't read.
+  const std::string text(1900, 'x');
+  for (int i = 0; i < 4500; ++i) {
+    traceEvent("Line", {.attributes = {{"text", text}}, .category = EventCategory::telemetry});
+    if (i % 100 == 0) quick.next("event");
+  }
+  auto silent = Browser::visiting(inspector->address(), "events", 4096);
+  silent.readHead();
+  const auto start = std::chrono::steady_clock::now();
+  inspector.reset();
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+  EXPECT_THROW(silent.nextEvent(), std::runtime_error) << "cut in the middle";
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <kestrova/inspector/Inspector.h>
 #include <kestrova/inspector/MeetingWatch.h>
 #include <kestrova/inspector/Page.h>
+#include <kestrova/inspector/TraceWatch.h>
 #include <kestrova/platform/Queue.h>
 
 #include <boost/asio/executor_work_guard.hpp>
@@ -12,6 +13,7 @@
 #include <pthread.h>
 
 #include <chrono>
+#include <optional>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -34,7 +36,8 @@ struct Inspector::State {
         inbox(std::make_shared<Inbox>(
             loop, [this](std::vector<Inbox::Change> changes,
                          std::size_t leftOut) { feed.take(std::move(changes), leftOut); })),
-        watch(std::make_shared<MeetingWatch>(inbox)) {}
+        watch(std::make_shared<MeetingWatch>(inbox)),
+        traces(inbox) {}
 
   void finish();
 
@@ -44,6 +47,7 @@ struct Inspector::State {
   asio::steady_timer end{*loop};
   const std::shared_ptr<Inbox> inbox;
   std::shared_ptr<MeetingWatch> watch;
+  std::optional<TraceWatch> traces;
   std::thread thread;
 };
 
@@ -76,6 +80,7 @@ Inspector::Inspector(const std::shared_ptr<Meeting>& meeting, Options options)
 
 Inspector::~Inspector() {
   _state->watch.reset();
+  _state->traces.reset();
   asio::post(*_state->loop, [state = _state.get()] { state->finish(); });
   _state->thread.join();
 }

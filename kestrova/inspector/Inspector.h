@@ -15,8 +15,9 @@ class Meeting;
 ///     std::puts(inspector.address().c_str());
 ///
 /// The page is served on 127.0.0.1 only, at an address that holds a random key: whoever gets the
-/// address may look. Secrets are redacted in what it shows. A thread of its own does the work, so
-/// that a slow browser holds up nobody. Any thread may make it and let it go.
+/// address may look. Secrets are redacted in what it shows. The trace is the process's, of
+/// whichever meetings it has. A thread of its own does the work, so that a slow browser holds up
+/// nobody. Any thread may make it and let it go.
 class Inspector {
 public:
   struct Options {

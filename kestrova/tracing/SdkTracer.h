@@ -121,6 +121,8 @@ public:
   /// Adds the output and gives it the level. An object that is listed already stays as it is. An
   /// event that is on its way just now may miss it.
   void registerOutput(const std::shared_ptr<TraceOutput>& output);
+  /// Takes an output away; what is on its way to it just now still comes.
+  void removeOutput(const std::shared_ptr<TraceOutput>& output);
   /// Sets the level of every output. `none` takes the client console away, any other brings it.
   void setLogLevel(LogLevel level);
   /// Make and register the output unless it is there.
@@ -155,7 +157,6 @@ private:
   void deliver(Record record, Selects selects, void (TraceOutput::*callback)(const Record&)) const;
   std::shared_ptr<const Outputs> outputs() const;
   void replaceOutputs(Outputs outputs);  // under _outputsLock
-  void removeOutput(const std::shared_ptr<TraceOutput>& output);
   LogLevel globalLogLevel() const;
   Redaction redaction() const;
 

@@ -171,7 +171,9 @@ void MeetingLifecycle::entryResponded(const Dictionary& payload) {
     if (claimEntry(connection)) spawn(task(weak_from_this(), std::move(connection)));
   } else {
     trace("Entry denied", {}, entrySpan);
-    trace("Join Request Denied", {}, entrySpan);
+    // A host hears of the others' requests, too, whoever decided them.
+    const bool isOurs = *id == _context->localParticipant->id();
+    (isOurs ? traceError : trace)("Join Request Denied", {}, entrySpan);
   }
   identity.note(*sessionId, *id);
   const auto traceIt = [id = *id, decision = *decision] {

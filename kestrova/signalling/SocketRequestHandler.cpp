@@ -77,7 +77,7 @@ SocketManagerConfig SocketRequestHandler::makeConfig(const std::string& socketPa
       .reconnectAttempts = 7,
       .reconnectWait = std::chrono::seconds(1),
       .reconnectWaitMax = std::chrono::seconds(5),
-      .trace = [](const std::string& line) { trace(line); },
+      .trace = [](const std::string& line) { traceDebug(line); },
   };
 }
 

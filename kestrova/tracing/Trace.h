@@ -7,22 +7,23 @@
 
 namespace kestrova {
 
-// The few forms in which the library itself traces.
+// The few forms in which the library itself traces. What a meeting does is told by its spans; the
+// points within them are for whoever looks inside, and no console shows them at any level.
 
-/// A point of interest in the life of a meeting.
+/// A step on the way: for outputs that an application's developer registers to look inside.
 inline void trace(TraceText name, TraceAttributeList attributes = {}, ParentSpan parent = {}) {
   SdkTracer::shared().traceEvent(
       name,
-      {.attributes = attributes, .parentScope = parent, .category = EventCategory::telemetry});
+      {.attributes = attributes, .parentScope = parent, .category = EventCategory::internalLog});
 }
 
-/// A line for the developer of the application or of the library.
+/// A line for the developer of the application, on consoles at the level `debug`.
 inline void traceDebug(TraceText name, TraceAttributeList attributes = {}, ParentSpan parent = {}) {
   SdkTracer::shared().traceEvent(
       name, {.attributes = attributes, .parentScope = parent, .category = EventCategory::debug});
 }
 
-/// Something that went wrong.
+/// Something that went wrong, which whoever develops or runs the application has to know.
 inline void traceError(TraceText name, TraceAttributeList attributes = {}, ParentSpan parent = {}) {
   SdkTracer::shared().traceEvent(name, {.attributes = attributes,
                                         .parentScope = parent,
@@ -37,7 +38,8 @@ inline void traceRouted(TraceText name, TraceAttributeList attributes = {}) {
                                          .category = EventCategory::error});
 }
 
-/// Starts a span of the kind that every operation of interest opens.
+/// Starts a span of the kind that every operation of interest opens: consoles show it at the level
+/// `info`, and it goes to the telemetry service.
 inline SpanScope openSpan(TraceText name, TraceAttributeList attributes = {},
                           ParentSpan parent = {}) {
   return SdkTracer::shared().startSpan(

@@ -82,27 +82,20 @@ void SdkTracer::deliverRoutedEvent(const TraceText& name, const RoutedEventOptio
   deliver(std::move(event), hasBitOf(options.targetMask), &TraceOutput::onEvent);
 }
 
-SpanScope SdkTracer::makeScope(const TraceText& name, const ParentSpan& parent,
-                               EventCategory category) const {
-  SpanScope scope;
-  scope._id = Uuid::random();
-  scope._name = name.text();
-  scope._startTime = _wallClockMs();
-  if (parent) scope._parentId = parent->_id;
-  scope._category = category;
-  return scope;
-}
-
-void SdkTracer::deliverSpanStart(SpanScope& scope, const TraceAttributeList& attributes,
-                                 std::optional<ComponentCategory> component,
-                                 std::optional<bool> dashboardLog) {
-  scope._attributes = preparedAttributes(attributes, component);
+void SdkTracer::deliverSpanStart(SpanScope& scope, const TraceText& name,
+                                 const StartSpanOptions& options) {
+  const auto told = std::make_shared<SpanScope::Told>(SpanScope::Told{
+      .name = name.text(),
+      .startTime = _wallClockMs(),
+      .attributes = preparedAttributes(options.attributes, options.component),
+      .parentId = options.parentSpan ? std::optional(options.parentSpan->id()) : std::nullopt});
+  scope._told = told;
   SpanStart start{.id = scope.id(),
-                  .name = scope._name,
-                  .parentId = scope.parentId(),
-                  .attributes = scope._attributes,
+                  .name = told->name,
+                  .parentId = told->parentId,
+                  .attributes = told->attributes,
                   .category = scope._category,
-                  .dashboardLog = dashboardLog};
+                  .dashboardLog = options.dashboardLog};
   const auto mask = scope._targetMask;
   if (mask != 0)
     deliver(std::move(start), hasBitOf(mask), &TraceOutput::onSpanStarted);
@@ -110,30 +103,27 @@ void SdkTracer::deliverSpanStart(SpanScope& scope, const TraceAttributeList& att
     deliver(std::move(start), takesCategory(scope._category), &TraceOutput::onSpanStarted);
 }
 
-SpanScope SdkTracer::startSpan(const TraceText& spanName, const StartSpanOptions& options) {
-  auto scope = makeScope(spanName, options.parentSpan, options.category);
-  if (wants(options.category))
-    deliverSpanStart(scope, options.attributes, options.component, options.dashboardLog);
-  return scope;
-}
-
 SpanScope SdkTracer::routedStartSpan(const TraceText& spanName,
                                      const RoutedStartSpanOptions& options) {
-  auto scope = makeScope(spanName, options.parentObj, options.category);
-  scope._targetMask = options.targetMask;
+  SpanScope scope(options.category, options.targetMask);
   if (wantsRouted(options.targetMask))
-    deliverSpanStart(scope, options.attributes, options.component, std::nullopt);
+    deliverSpanStart(scope, spanName,
+                     {.attributes = options.attributes,
+                      .parentSpan = options.parentObj,
+                      .component = options.component,
+                      .category = options.category,
+                      .dashboardLog = std::nullopt});
   return scope;
 }
 
-void SdkTracer::endSpan(const SpanScope& scope, const EndSpanOptions& options) {
+void SdkTracer::deliverSpanEnd(const SpanScope& scope, const EndSpanOptions& options) {
   const auto category = options.category.value_or(scope._category);
   const bool byMask = scope._targetMask >= 1;
   if (byMask ? !wantsRouted(scope._targetMask) : !wants(category)) return;
   const SpanEnd end{.id = scope.id(),
-                    .name = scope._name,
+                    .name = scope._told->name,
                     .category = category,
-                    .durationMs = _wallClockMs() - scope._startTime,
+                    .durationMs = _wallClockMs() - scope._told->startTime,
                     .success = options.success,
                     .message = std::string(options.message),
                     .attributes = options.attributes.prepared(),

@@ -65,8 +65,8 @@ struct RoutedStartSpanOptions {
 /// The hub through which the whole library reports. Fans every event and span out to the outputs
 /// that take it and hides secrets from those that may not see them. Any thread may call anything.
 ///
-/// An event that no output takes costs one atomic load: neither its name nor its attributes are
-/// turned into text. Call sites use the free functions below:
+/// An event that no output takes costs one atomic load, and a span an identifier more: neither
+/// their names nor their attributes are turned into text. Call sites use the free functions below:
 ///
 ///     traceEvent("Meeting State: CONNECTED",
 ///                {.attributes = {{"peerId", id}}, .parentScope = &span,
@@ -79,6 +79,7 @@ public:
       EventCategories subscribedCategories, bool canAccessSensitiveData, bool respectsLogLevel)>;
 
   static constexpr std::string_view TAG = "Kestrova";
+  static std::int64_t systemWallClockMs();
 
   /// The process's tracer. Never destroyed, so that anything may trace until the process ends.
   static SdkTracer& shared() {
@@ -109,11 +110,18 @@ public:
 
   /// Always gives a span that can be a parent, also when nobody listens.
   [[nodiscard]] SpanScope startSpan(const TraceText& spanName,
-                                    const StartSpanOptions& options = {});
+                                    const StartSpanOptions& options = {}) {
+    SpanScope scope(options.category, 0);
+    if (wants(options.category)) deliverSpanStart(scope, spanName, options);
+    return scope;
+  }
   [[nodiscard]] SpanScope routedStartSpan(const TraceText& spanName,
                                           const RoutedStartSpanOptions& options);
-  /// Without a scope nothing happens. A span routed by mask ends at the outputs of that mask.
-  void endSpan(const SpanScope& scope, const EndSpanOptions& options = {});
+  /// Without a scope, or for a span whose start nobody took, nothing happens. A span routed by mask
+  /// ends at the outputs of that mask.
+  void endSpan(const SpanScope& scope, const EndSpanOptions& options = {}) {
+    if (scope._told) deliverSpanEnd(scope, options);
+  }
   void endSpan(const std::optional<SpanScope>& scope, const EndSpanOptions& options = {}) {
     if (scope) endSpan(*scope, options);
   }
@@ -144,15 +152,10 @@ public:
 private:
   using Outputs = std::vector<std::shared_ptr<TraceOutput>>;
 
-  static std::int64_t systemWallClockMs();
-
   void deliverEvent(const TraceText& name, const TraceEventOptions& options);
   void deliverRoutedEvent(const TraceText& name, const RoutedEventOptions& options);
-  SpanScope makeScope(const TraceText& name, const ParentSpan& parent,
-                      EventCategory category) const;
-  void deliverSpanStart(SpanScope& scope, const TraceAttributeList& attributes,
-                        std::optional<ComponentCategory> component,
-                        std::optional<bool> dashboardLog);
+  void deliverSpanStart(SpanScope& scope, const TraceText& name, const StartSpanOptions& options);
+  void deliverSpanEnd(const SpanScope& scope, const EndSpanOptions& options);
   template <typename Record, typename Selects>
   void deliver(Record record, Selects selects, void (TraceOutput::*callback)(const Record&)) const;
   std::shared_ptr<const Outputs> outputs() const;

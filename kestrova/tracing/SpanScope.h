@@ -5,39 +5,48 @@
 #include <kestrova/tracing/Uuid.h>
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace kestrova {
 
 /// The handle of a timed operation, kept by whoever started it until its end and passed down as the
 /// parent of others. A value: copies stand for the same span, and nothing happens when one goes.
+///
+/// Where no output took the start, no text is made and no time is read, and nobody is told of the
+/// end either; an output that comes in between knows nothing of this span. It is a parent still.
 class SpanScope {
 public:
   std::string id() const { return _id.text(); }
-  const std::string& name() const { return _name; }
+  /// What follows is empty, or 0, when no output took the span.
+  std::string_view name() const { return _told ? _told->name : std::string_view(); }
   /// Milliseconds since 1970.
-  std::int64_t startTime() const { return _startTime; }
-  /// What the span was started with; left empty when no output took the span.
-  const TraceAttributes& attributes() const { return _attributes; }
-  std::optional<std::string> parentId() const {
-    return _parentId ? std::optional(_parentId->text()) : std::nullopt;
-  }
+  std::int64_t startTime() const { return _told ? _told->startTime : 0; }
+  TraceAttributes attributes() const { return _told ? _told->attributes : TraceAttributes(); }
+  std::optional<std::string> parentId() const { return _told ? _told->parentId : std::nullopt; }
+
   EventCategory category() const { return _category; }
   /// The bits of the outputs the span goes to; 0 for a span that goes by its category.
   int targetMask() const { return _targetMask; }
 
 private:
   friend class SdkTracer;
-  SpanScope() = default;
+  struct Told {
+    std::string name;
+    std::int64_t startTime;
+    TraceAttributes attributes;
+    std::optional<std::string> parentId;
+  };
 
-  Uuid _id;
-  std::string _name;
-  std::int64_t _startTime = 0;
-  TraceAttributes _attributes;
-  std::optional<Uuid> _parentId;
-  EventCategory _category = EventCategory::internalLog;
-  int _targetMask = 0;
+  SpanScope(EventCategory category, int targetMask)
+      : _category(category), _targetMask(targetMask) {}
+
+  Uuid _id = Uuid::fresh();
+  std::shared_ptr<const Told> _told;
+  EventCategory _category;
+  int _targetMask;
 };
 
 /// A span given as a parent, or none: `.parentScope = &span`, `= span`, `= optionalSpan`.

@@ -93,9 +93,8 @@ void ConsoleLineOutput::onSpanEnded(const SpanEnd& span) {
          .mark = "◀",
          .component = info.component,
          .said = std::move(said),
-         .showsAttributes = saysMore,
-         .isRedacted = false},
-        span.attributes);
+         .showsAttributes = saysMore},
+        endAttributes(span, *this));
 }
 
 void ConsoleLineOutput::onEvent(const TraceEvent& event) {
@@ -129,12 +128,11 @@ bool ConsoleLineOutput::hand(const Words& words, const TraceAttributes& attribut
   const auto text =
       words.mark == pointMark ? words.said : std::string(words.mark) + " " + words.said;
   const auto level = levelOf(words.category);
-  if (words.isRedacted && !_options.canAccessSensitiveData)
-    return _options.logger.hand({level, text, attributes});
-  static const auto& redaction = *new Redaction(RedactionKeys::defaults(), RedactionConfig());
-  auto hidden = redaction.redactIfNeeded(attributes, false);
-  if (!words.component.empty()) hidden.try_emplace(std::string(componentKey), words.component);
-  return _options.logger.hand({level, text, hidden});
+  auto shown = _options.canAccessSensitiveData
+                   ? Redaction::standard().redactIfNeeded(attributes, false)
+                   : attributes;
+  if (!words.component.empty()) shown.try_emplace(std::string(componentKey), words.component);
+  return _options.logger.hand({level, text, shown});
 }
 
 void ConsoleLineOutput::setLogLevel(LogLevel level) {

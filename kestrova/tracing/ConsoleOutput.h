@@ -56,7 +56,6 @@ private:
     std::string component;  // may be empty
     std::string said;
     bool showsAttributes = true;
-    bool isRedacted = true;  // the tracer has seen to the attributes
   };
 
   void write(const Words& words, const TraceAttributes& attributes) const;

@@ -125,6 +125,11 @@ bool RedactionKeys::isRemoved(std::string_view key) const {
 Redaction::Redaction(std::shared_ptr<const RedactionKeys> keys, RedactionConfig config)
     : _keys(std::move(keys)), _config(std::move(config)) {}
 
+const Redaction& Redaction::standard() {
+  static const auto& redaction = *new Redaction(RedactionKeys::defaults(), RedactionConfig());
+  return redaction;
+}
+
 TraceAttributes Redaction::redactIfNeeded(TraceAttributes attributes,
                                           bool canAccessSensitiveData) const {
   removeAttributes(attributes);
@@ -219,6 +224,12 @@ std::string Redaction::redactPatternKeys(std::string value) const try {
   return value;
 } catch (const std::runtime_error&) {  // too costly a match: nothing may slip through
   return std::string(redactedText);
+}
+
+TraceAttributes endAttributes(const SpanEnd& span, const TraceOutput& output) {
+  return output.canAccessSensitiveData()
+             ? span.attributes
+             : Redaction::standard().redactIfNeeded(span.attributes, false);
 }
 
 }  // namespace kestrova

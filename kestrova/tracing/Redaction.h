@@ -1,6 +1,7 @@
 #pragma once
 
 #include <kestrova/platform/Values.h>
+#include <kestrova/tracing/TraceOutput.h>
 #include <kestrova/tracing/TraceValue.h>
 
 #include <cstddef>
@@ -63,6 +64,8 @@ private:
 class Redaction {
 public:
   Redaction(std::shared_ptr<const RedactionKeys> keys, RedactionConfig config);
+  /// With the keys and the mode that a process starts with.
+  static const Redaction& standard();
 
   /// What an output gets to see: `removeAttributes`, then `redactAttributes` unless it may see all.
   TraceAttributes redactIfNeeded(TraceAttributes attributes, bool canAccessSensitiveData) const;
@@ -84,5 +87,8 @@ private:
   std::shared_ptr<const RedactionKeys> _keys;
   RedactionConfig _config;
 };
+
+/// What a span ended with, as `output` may show it: the tracer hands it over as it is.
+TraceAttributes endAttributes(const SpanEnd& span, const TraceOutput& output);
 
 }  // namespace kestrova

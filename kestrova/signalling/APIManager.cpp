@@ -1,3 +1,4 @@
+#include <kestrova/model/Secrets.h>
 #include <kestrova/signalling/APIManager.h>
 #include <kestrova/signalling/Response.h>
 #include <kestrova/tracing/Trace.h>
@@ -41,7 +42,7 @@ Task<ServerConfig> APIManager::getServerConfig(std::shared_ptr<URLSession> sessi
   const std::string url =
       "https://" + signalingBaseUrl.value_or(defaultApiHost) + "/infra/v1/meetings/init-config";
   if (!boost::urls::parse_uri(url)) {
-    traceError([&] { return "Invalid signaling URL: " + url; });
+    traceError([&] { return "Invalid signaling URL: " + addressWithoutSecrets(url); });
     co_return ServerConfig{{}, "the service's address makes no URL"};
   }
   const Dictionary body{{"roomId", roomId}};

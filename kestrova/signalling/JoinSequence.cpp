@@ -98,7 +98,7 @@ Task<bool> JoinSequence::requestEntry(SpanScope joinSpan, Connection connection)
   Dictionary data{{"name", _context->options.meeting.localParticipantName}};
   const Dictionary reply = co_await _context->socketRequestHandler->prepareAndSendRequest(
       LocalEvent::requestEntry, std::move(data), connection);
-  const auto status = isStatusOK(reply);
+  const auto status = isStatusOK(reply, {_context->socketRequestHandler->accessToken()});
   if (status.ok) co_return true;
   if (_context->connections->isOver()) co_return false;
 

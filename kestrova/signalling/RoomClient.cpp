@@ -1,4 +1,5 @@
 #include <kestrova/model/RoomClientError.h>
+#include <kestrova/model/Secrets.h>
 #include <kestrova/signalling/RoomClient.h>
 #include <kestrova/tracing/Trace.h>
 
@@ -187,7 +188,12 @@ Task<void> RoomClient::socketDisconnected(LeaveReason reason) {
 }
 
 void RoomClient::socketError(const std::string& message) {
-  traceError("Meeting State: FAILED", {{"errorMessage", message}});
+  // A service that refuses a token may quote it.
+  const auto readable = [&] {
+    return textWithoutSecrets(
+        textWithout({_context->socketRequestHandler->accessToken()}, message));
+  };
+  traceError("Meeting State: FAILED", {{"errorMessage", readable}});
   if (auto delegate = _context->delegate()) delegate->socketConnectionError(message);
 }
 

@@ -1,3 +1,4 @@
+#include <kestrova/model/Secrets.h>
 #include <kestrova/platform/Await.h>
 #include <kestrova/signalling/DeviceInfo.h>
 #include <kestrova/signalling/SocketRequestHandler.h>
@@ -120,7 +121,7 @@ bool SocketRequestHandler::connect(const std::string& url, const std::string& so
   }
   auto manager = _platform->makeSocketManager(url, makeConfig(socketPath));
   if (!manager) {
-    traceError([&] { return "Invalid socket URL: " + url; });
+    traceError([&] { return "Invalid socket URL: " + addressWithoutSecrets(url); });
     return false;
   }
   auto socket = manager->defaultSocket();

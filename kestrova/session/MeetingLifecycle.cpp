@@ -1,4 +1,5 @@
 #include <kestrova/platform/Farewells.h>
+#include <kestrova/session/BackendLog.h>
 #include <kestrova/session/MeetingLifecycle.h>
 #include <kestrova/signalling/Response.h>
 #include <kestrova/tracing/Trace.h>
@@ -12,6 +13,12 @@ namespace kestrova {
 namespace {
 
 using Slot = RoomSpans::Slot;
+
+/// From here on what goes wrong is told under these names, in place of those of a stay before.
+void logToBackend(const std::string& meetingId, const std::string& peerId,
+                  const std::string& sessionId) {
+  SdkTracer::shared().setBackendOutput(makeBackendLog(meetingId, peerId, sessionId));
+}
 
 /// Keeps the client alive until it is down.
 void disconnectLater(std::shared_ptr<RoomClient> client, LeaveReason reason,
@@ -162,6 +169,7 @@ void MeetingLifecycle::entryResponded(const Dictionary& payload) {
     return;
   }
   if (*id == _context->localParticipant->id() && *decision == "allowed") {
+    logToBackend(_context->id(), *id, *sessionId);
     trace("Entry Responded", {}, entrySpan);
     enterSession(*sessionId);
     auto task = [](std::weak_ptr<MeetingLifecycle> weak, Connection connection) -> Task<void> {
@@ -216,6 +224,7 @@ void MeetingLifecycle::switchRoom(const std::string& meetingId, const std::strin
   }
   span.event("Switching room initiated");
   identity.enter(sessionId);
+  logToBackend(meetingId, _context->localParticipant->id(), sessionId);
   client->softClose(meetingId);
   _realtime->tearDownTopics();
   spawn(moveTo(shared_from_this(), meetingId, _context->connections->current()));

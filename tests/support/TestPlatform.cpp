@@ -1,5 +1,7 @@
 #include "TestPlatform.h"
 
+#include <kestrova/signalling/SDKConfiguration.h>
+
 namespace kestrova::test {
 
 TestPlatform::TestPlatform()
@@ -25,6 +27,7 @@ TestPlatform::TestPlatform()
   Platform::install(std::move(platform));
   MainQueue::adopt(_io.get_executor());
   SdkTracer::shared().setLogLevel(LogLevel::none);
+  SDKConfiguration::shared().updateTraceConfig({{"logs", Dictionary()}});
   traces.clear();
 }
 

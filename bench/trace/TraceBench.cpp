@@ -1,11 +1,18 @@
+#include <kestrova/tracing/ConsoleOutput.h>
+#include <kestrova/tracing/InspectorOutput.h>
 #include <kestrova/tracing/SdkTracer.h>
 
 #include <benchmark/benchmark.h>
+#ifdef KESTROVA_BENCH_SPDLOG
+#include <spdlog/logger.h>
+#include <spdlog/sinks/base_sink.h>
+#endif
 
 #include <memory>
 #include <string>
 
-// Compare with emptyLoop of the same run: what an event for nobody adds to a hot path.
+// Compare with emptyLoop of the same run: what an event for nobody adds to a hot path. The line of
+// a console stands beside the same line of spdlog, where that is installed; both end in `swallow`.
 
 namespace kestrova {
 namespace {
@@ -80,6 +87,50 @@ void takenSpan(benchmark::State& state) {
   }
 }
 BENCHMARK(takenSpan);
+
+void swallow(std::string_view line) {
+  auto size = line.size();
+  benchmark::DoNotOptimize(size);
+}
+
+void consoleEvent(benchmark::State& state) {
+  SdkTracer tracer;
+  tracer.registerOutput(std::make_shared<ClientConsoleOutput>(ConsoleOutputOptions{
+      .tag = "Kestrova",
+      .subscribedCategories = {EventCategory::telemetry},
+      .logger = ConsoleLogger([](LogType, std::string_view line) { swallow(line); })}));
+  for (auto _ : state)
+    tracer.traceEvent("Frame received", {.attributes = {{"bytes", 1200}, {"peerId", peerId}},
+                                         .category = EventCategory::telemetry});
+}
+BENCHMARK(consoleEvent);
+
+#ifdef KESTROVA_BENCH_SPDLOG
+class Swallowing : public spdlog::sinks::base_sink<std::mutex> {
+  void sink_it_(const spdlog::details::log_msg& message) override {
+    spdlog::memory_buf_t line;
+    formatter_->format(message, line);
+    swallow({line.data(), line.size()});
+  }
+  void flush_() override {}
+};
+
+void spdlogEvent(benchmark::State& state) {
+  spdlog::logger logger("Kestrova", std::make_shared<Swallowing>());
+  logger.set_pattern("%n: %v");
+  for (auto _ : state)
+    logger.info("⚡ [{}] Frame received {{ bytes: {}, peerId: {} }}", "MEETING", 1200, peerId);
+}
+BENCHMARK(spdlogEvent);
+#endif
+
+void inspectedEvent(benchmark::State& state) {
+  SdkTracer tracer;
+  tracer.registerOutput(std::make_shared<InspectorOutput>());
+  for (auto _ : state)
+    tracer.traceEvent("Frame received", {.attributes = {{"bytes", 1200}, {"peerId", peerId}}});
+}
+BENCHMARK(inspectedEvent);
 
 }  // namespace
 }  // namespace kestrova

@@ -8,6 +8,7 @@ namespace {
 
 constexpr std::string_view componentKey = "component";
 constexpr std::string_view pointMark = "⚡";
+constexpr std::size_t usualLine = 256;
 
 /// The first level that admits the category.
 LogLevel levelOf(EventCategory category) {
@@ -40,17 +41,14 @@ LogType logType(EventCategory category) {
   }
 }
 
-std::string attributeText(const TraceAttributes& attributes) {
-  std::string text;
+void appendAttributes(std::string& line, const TraceAttributes& attributes) {
+  const char* before = " { ";
   for (const auto& [key, value] : attributes) {
     if (key == componentKey) continue;
-    text += text.empty() ? " { " : ", ";
-    text += key;
-    text += ": ";
-    text += value;
+    line.append(before).append(key).append(": ").append(value);
+    before = ", ";
   }
-  if (!text.empty()) text += " }";
-  return text;
+  if (before[0] == ',') line += " }";
 }
 
 }  // namespace
@@ -92,7 +90,7 @@ void ConsoleLineOutput::onSpanEnded(const SpanEnd& span) {
          .depth = info.depth,
          .mark = "◀",
          .component = info.component,
-         .said = std::move(said),
+         .said = said,
          .showsAttributes = saysMore},
         endAttributes(span, *this));
 }
@@ -108,7 +106,7 @@ void ConsoleLineOutput::onEvent(const TraceEvent& event) {
   write({.category = event.category,
          .depth = depth,
          .mark = pointMark,
-         .component = component == event.attributes.end() ? "" : component->second,
+         .component = component == event.attributes.end() ? std::string_view() : component->second,
          .said = event.name},
         event.attributes);
 }
@@ -116,17 +114,21 @@ void ConsoleLineOutput::onEvent(const TraceEvent& event) {
 /// To the application's handler if it takes the line, else as a line of the console.
 void ConsoleLineOutput::write(const Words& words, const TraceAttributes& attributes) const {
   if (_options.logger.hasHandler() && hand(words, attributes)) return;
-  auto line = lineStart(words.depth);
+  std::string line;
+  line.reserve(usualLine);
+  line.append(_options.tag).append(": ");
+  for (int i = 0; i < words.depth; ++i) line += "|   ";
   line += words.mark;
-  if (!words.component.empty()) line += " [" + words.component + "]";
-  line += " " + words.said;
-  if (words.showsAttributes) line += attributeText(attributes);
+  if (!words.component.empty()) line.append(" [").append(words.component) += ']';
+  line.append(" ").append(words.said);
+  if (words.showsAttributes) appendAttributes(line, attributes);
   _options.logger.log(logType(words.category), line);
 }
 
 bool ConsoleLineOutput::hand(const Words& words, const TraceAttributes& attributes) const {
-  const auto text =
-      words.mark == pointMark ? words.said : std::string(words.mark) + " " + words.said;
+  std::string text;
+  if (words.mark != pointMark) text.append(words.mark) += ' ';
+  text += words.said;
   const auto level = levelOf(words.category);
   auto shown = _options.canAccessSensitiveData
                    ? Redaction::standard().redactIfNeeded(attributes, false)
@@ -153,12 +155,6 @@ int ConsoleLineOutput::depthBelow(const std::optional<std::string>& parentId) co
 
 bool ConsoleLineOutput::shows(EventCategory category) const {
   return !_options.respectsLogLevel || admits(_options.configuredLevel, category);
-}
-
-std::string ConsoleLineOutput::lineStart(int depth) const {
-  std::string line = _options.tag + ": ";
-  for (int i = 0; i < depth; ++i) line += "|   ";
-  return line;
 }
 
 ClientConsoleOutput::ClientConsoleOutput(ConsoleOutputOptions options)

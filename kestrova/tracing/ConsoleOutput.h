@@ -53,8 +53,8 @@ private:
     EventCategory category;
     int depth = 0;
     std::string_view mark;
-    std::string component;  // may be empty
-    std::string said;
+    std::string_view component;  // may be empty
+    std::string_view said;
     bool showsAttributes = true;
   };
 
@@ -62,7 +62,6 @@ private:
   bool hand(const Words& words, const TraceAttributes& attributes) const;
   int depthBelow(const std::optional<std::string>& parentId) const;  // under _lock
   bool shows(EventCategory category) const;                          // under _lock
-  std::string lineStart(int depth) const;
 
   ConsoleOutputOptions _options;  // configuredLevel under _lock, the rest constant
   const int _outputBit;

@@ -77,24 +77,26 @@ std::string redacted(std::string_view value, const RedactionConfig& config) {
   return result;
 }
 
-RedactionKeys::Lookup::Lookup(std::set<std::string> keys) {
-  for (const auto& key : keys) _longest = std::max(_longest, key.size());
-  _keys.insert(keys.begin(), keys.end());
-}
+RedactionKeys::Lookup::Lookup(const std::set<std::string>& keys)
+    : _keys(keys.begin(), keys.end()) {}
 
+// Few keys and short ones: going through them costs less than to make a lower-case copy.
 bool RedactionKeys::Lookup::contains(std::string_view key) const {
-  if (key.size() > _longest) return false;
-  std::string lower(key);
-  std::transform(lower.begin(), lower.end(), lower.begin(), lowerCase);
-  return _keys.contains(lower);
+  const auto isThis = [key](const std::string& known) {
+    return known.size() == key.size() &&
+           std::equal(known.begin(), known.end(), key.begin(),
+                      [](char lower, char given) { return lower == lowerCase(given); });
+  };
+  return std::any_of(_keys.begin(), _keys.end(), isThis);
 }
 
 struct RedactionKeys::Patterns {
   std::vector<boost::regex> all;
 };
 
-RedactionKeys::RedactionKeys(std::set<std::string> sensitiveKeys, std::set<std::string> removalKeys)
-    : _sensitiveKeys(sensitiveKeys), _removalKeys(std::move(removalKeys)) {
+RedactionKeys::RedactionKeys(const std::set<std::string>& sensitiveKeys,
+                             const std::set<std::string>& removalKeys)
+    : _sensitiveKeys(sensitiveKeys), _removalKeys(removalKeys) {
   Patterns patterns;
   for (const auto& key : sensitiveKeys) {
     if (key.find_first_of(regexSyntax) == std::string::npos) continue;
@@ -126,7 +128,7 @@ Redaction::Redaction(std::shared_ptr<const RedactionKeys> keys, RedactionConfig 
     : _keys(std::move(keys)), _config(std::move(config)) {}
 
 const Redaction& Redaction::standard() {
-  static const auto& redaction = *new Redaction(RedactionKeys::defaults(), RedactionConfig());
+  static const auto& redaction = *new Redaction;
   return redaction;
 }
 
@@ -143,8 +145,12 @@ void Redaction::removeAttributes(TraceAttributes& attributes) const {
 }
 
 void Redaction::redactAttributes(TraceAttributes& attributes) const {
-  for (auto& [key, value] : attributes)
-    value = _keys->isSensitive(key) ? redacted(value, _config) : redactSensitivePatterns(value);
+  for (auto& [key, value] : attributes) {
+    if (_keys->isSensitive(key))
+      value = redacted(value, _config);
+    else if (value.find('"') != std::string::npos)
+      value = redactSensitivePatterns(value);
+  }
 }
 
 std::string Redaction::removeNestedKeysIfJSONString(std::string value) const {

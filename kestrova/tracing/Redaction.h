@@ -9,6 +9,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace kestrova {
 
@@ -34,7 +35,8 @@ public:
   ///   works as such an expression on keys inside JSON text; one that can't be compiled is left out
   ///   there.
   /// \param removalKeys lower case
-  RedactionKeys(std::set<std::string> sensitiveKeys, std::set<std::string> removalKeys);
+  RedactionKeys(const std::set<std::string>& sensitiveKeys,
+                const std::set<std::string>& removalKeys);
   /// The keys that a process starts with.
   static std::shared_ptr<const RedactionKeys> defaults();
 
@@ -47,12 +49,11 @@ public:
 private:
   class Lookup {
   public:
-    explicit Lookup(std::set<std::string> keys);
+    explicit Lookup(const std::set<std::string>& keys);
     bool contains(std::string_view key) const;
 
   private:
-    std::set<std::string, std::less<>> _keys;
-    std::size_t _longest = 0;
+    std::vector<std::string> _keys;
   };
 
   Lookup _sensitiveKeys;
@@ -63,9 +64,13 @@ private:
 /// Takes secrets and noise out of attributes.
 class Redaction {
 public:
-  Redaction(std::shared_ptr<const RedactionKeys> keys, RedactionConfig config);
+  explicit Redaction(std::shared_ptr<const RedactionKeys> keys = RedactionKeys::defaults(),
+                     RedactionConfig config = {});
   /// With the keys and the mode that a process starts with.
   static const Redaction& standard();
+
+  const std::shared_ptr<const RedactionKeys>& keys() const { return _keys; }
+  const RedactionConfig& config() const { return _config; }
 
   /// What an output gets to see: `removeAttributes`, then `redactAttributes` unless it may see all.
   TraceAttributes redactIfNeeded(TraceAttributes attributes, bool canAccessSensitiveData) const;

@@ -35,29 +35,25 @@ std::int64_t SdkTracer::systemWallClockMs() {
   return duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
 }
 
-// The outputs get their record in the order of their registration; the redacted one is made for the
-// first that may not see the secrets.
+// The outputs get their record in the order of their registration. The redacted one is a copy only
+// where somebody sees the other one.
 template <typename Record, typename Selects>
 void SdkTracer::deliver(Record record, Selects selects,
                         void (TraceOutput::*callback)(const Record&)) const {
-  const auto takers = outputs();
-  if (std::none_of(takers->begin(), takers->end(), [&](auto& each) { return selects(*each); }))
-    return;
+  const auto all = outputs();
+  bool hasOpen = false;
+  bool hasHidden = false;
+  for (const auto& output : *all)
+    if (selects(*output)) (output->canAccessSensitiveData() ? hasOpen : hasHidden) = true;
+  if (!hasOpen && !hasHidden) return;
   const auto hides = redaction();
-  hides.removeAttributes(record.attributes);
-  std::optional<Record> hidden;
-  for (const auto& output : *takers) {
-    if (!selects(*output)) continue;
-    if (output->canAccessSensitiveData()) {
-      ((*output).*callback)(record);
-      continue;
-    }
-    if (!hidden) {
-      hidden = record;
-      hides.redactAttributes(hidden->attributes);
-    }
-    ((*output).*callback)(*hidden);
-  }
+  hides->removeAttributes(record.attributes);
+  std::optional<Record> copy;
+  if (hasOpen && hasHidden) copy = record;
+  auto& hidden = copy ? *copy : record;
+  if (hasHidden) hides->redactAttributes(hidden.attributes);
+  for (const auto& output : *all)
+    if (selects(*output)) ((*output).*callback)(output->canAccessSensitiveData() ? record : hidden);
 }
 
 void SdkTracer::deliverEvent(const TraceText& name, const TraceEventOptions& options) {
@@ -224,13 +220,13 @@ void SdkTracer::clearSpanHistory() {
 }
 
 void SdkTracer::setRedactionKeys(std::shared_ptr<const RedactionKeys> keys) {
-  const std::lock_guard lock(_sensitiveKeysLock);
-  _redactionKeys = std::move(keys);
+  const std::lock_guard lock(_redactionLock);
+  _redaction = std::make_shared<const Redaction>(std::move(keys), _redaction->config());
 }
 
 void SdkTracer::setRedactionConfig(RedactionConfig config) {
-  const std::lock_guard lock(_redactionConfigLock);
-  _redactionConfig = std::move(config);
+  const std::lock_guard lock(_redactionLock);
+  _redaction = std::make_shared<const Redaction>(_redaction->keys(), std::move(config));
 }
 
 std::shared_ptr<const SdkTracer::Outputs> SdkTracer::outputs() const {
@@ -243,14 +239,9 @@ LogLevel SdkTracer::globalLogLevel() const {
   return _globalLogLevel;
 }
 
-Redaction SdkTracer::redaction() const {
-  std::shared_ptr<const RedactionKeys> keys;
-  {
-    const std::lock_guard lock(_sensitiveKeysLock);
-    keys = _redactionKeys;
-  }
-  const std::lock_guard lock(_redactionConfigLock);
-  return {std::move(keys), _redactionConfig};
+std::shared_ptr<const Redaction> SdkTracer::redaction() const {
+  const std::lock_guard lock(_redactionLock);
+  return _redaction;
 }
 
 }  // namespace kestrova

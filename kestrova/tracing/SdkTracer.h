@@ -161,7 +161,7 @@ private:
   std::shared_ptr<const Outputs> outputs() const;
   void replaceOutputs(Outputs outputs);  // under _outputsLock
   LogLevel globalLogLevel() const;
-  Redaction redaction() const;
+  std::shared_ptr<const Redaction> redaction() const;
 
   const WallClock _wallClockMs;
 
@@ -182,11 +182,8 @@ private:
   std::shared_ptr<TraceOutput> _backendLogcatOutput;
   TelemetryOutputFactory _makeTelemetryOutput;
 
-  mutable std::mutex _sensitiveKeysLock;
-  std::shared_ptr<const RedactionKeys> _redactionKeys = RedactionKeys::defaults();
-
-  mutable std::mutex _redactionConfigLock;
-  RedactionConfig _redactionConfig;
+  mutable std::mutex _redactionLock;
+  std::shared_ptr<const Redaction> _redaction = std::make_shared<const Redaction>();
 };
 
 inline void traceEvent(const TraceText& spanName, const TraceEventOptions& options = {}) {

@@ -45,7 +45,7 @@ public:
   virtual ~TraceOutput() = default;
   /// What this output takes of the calls routed by category. Never changes.
   virtual EventCategories subscribedCategories() const = 0;
-  /// True: gets the attributes without redaction.
+  /// True: gets the attributes without redaction. Never changes.
   virtual bool canAccessSensitiveData() const = 0;
   /// True: filters further by the level it was given.
   virtual bool respectsLogLevel() const = 0;

@@ -4,6 +4,8 @@
 #include <kestrova/inspector/EventFeed.h>
 #include <kestrova/inspector/Inbox.h>
 #include <kestrova/inspector/TraceWatch.h>
+#include <kestrova/platform/Platform.h>
+#include <kestrova/platform/Runtime.h>
 #include <kestrova/tracing/SdkTracer.h>
 
 #include <boost/asio/connect.hpp>
@@ -21,6 +23,7 @@
 #include <optional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace kestrova::bench {
@@ -221,6 +224,9 @@ int main(int argc, char** argv) {
   if (ticks <= 0) return std::fputs("usage: bench_inspector [ticks]\n", stderr), 2;
   std::printf("%d participants, %d streams, 100 lines of trace a second, %.0f s\n", people,
               people * streamsEach, ticks * secondsPerTick);
+  Platform platform;
+  platform.scheduler = Runtime::scheduler();
+  Platform::install(std::move(platform));
   const auto base = bare(ticks);
   print("no inspector", base, base);
   print("no page", inspected(ticks, 0), base);

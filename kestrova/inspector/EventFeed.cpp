@@ -1,5 +1,5 @@
+#include <kestrova/inspector/Clock.h>
 #include <kestrova/inspector/EventFeed.h>
-#include <kestrova/platform/Runtime.h>
 #include <kestrova/platform/Values.h>
 
 #include <chrono>
@@ -11,10 +11,6 @@ namespace {
 
 // The streams of one tick come one after the other, within a fraction of this.
 constexpr std::chrono::milliseconds gatheringTime{200};
-
-Ms now() {
-  return Runtime::scheduler()->wallClockMs();
-}
 
 }  // namespace
 

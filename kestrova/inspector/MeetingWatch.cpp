@@ -1,8 +1,8 @@
+#include <kestrova/inspector/Clock.h>
 #include <kestrova/inspector/MeetingRecord.h>
 #include <kestrova/inspector/MeetingWatch.h>
 #include <kestrova/model/Secrets.h>
 #include <kestrova/platform/Queue.h>
-#include <kestrova/platform/Runtime.h>
 #include <kestrova/platform/Task.h>
 #include <kestrova/session/AICharacter.h>
 #include <kestrova/session/Meeting.h>
@@ -11,10 +11,6 @@
 
 namespace kestrova::inspector {
 namespace {
-
-Ms now() {
-  return Runtime::scheduler()->wallClockMs();
-}
 
 std::string kindOf(const MediaStream& stream) {
   if (stream.kind() != MediaType::share) return std::string(text(stream.kind()));

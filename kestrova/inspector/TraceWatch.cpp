@@ -1,3 +1,4 @@
+#include <kestrova/inspector/Clock.h>
 #include <kestrova/inspector/MeetingRecord.h>
 #include <kestrova/inspector/TraceWatch.h>
 #include <kestrova/tracing/SdkTracer.h>
@@ -61,7 +62,8 @@ private:
 
 std::shared_ptr<InspectorOutput> makeOutput() {
   // The record keeps what is needed; the output's own list is of no use here.
-  return std::make_shared<InspectorOutput>(InspectorOutputOptions{.maxBufferSize = 1});
+  return std::make_shared<InspectorOutput>(
+      InspectorOutputOptions{.maxBufferSize = 1, .wallClockMs = now});
 }
 
 }  // namespace

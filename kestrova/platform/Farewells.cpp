@@ -3,6 +3,7 @@
 #include <condition_variable>
 #include <cstdlib>
 #include <mutex>
+#include <utility>
 
 namespace kestrova {
 
@@ -11,6 +12,8 @@ struct Farewells::State {
   std::condition_variable allSaid;
   int underWay = 0;
   void (*lastWords)() = nullptr;
+  void (*afterwards)() = nullptr;
+  bool isOver = false;
 
   void said() {
     std::scoped_lock held(lock);
@@ -46,10 +49,31 @@ void Farewells::guardExit(void (*lastWords)()) {
     if (all.lastWords) return;
     all.lastWords = lastWords;
   }
-  std::atexit([] {
-    state().lastWords();
-    wait(patience);
-  });
+  std::atexit(atExit);
+}
+
+void Farewells::afterwards(void (*work)()) {
+  auto& all = state();
+  {
+    std::scoped_lock held(all.lock);
+    if (all.afterwards) return;
+    all.afterwards = work;
+  }
+  std::atexit(atExit);
+}
+
+/// Comes once for each of the two that registered it; the first time does it all.
+void Farewells::atExit() {
+  auto& all = state();
+  void (*lastWords)() = nullptr;
+  {
+    std::scoped_lock held(all.lock);
+    if (std::exchange(all.isOver, true)) return;
+    lastWords = all.lastWords;
+  }
+  if (lastWords) lastWords();
+  wait(patience);
+  if (all.afterwards) all.afterwards();
 }
 
 }  // namespace kestrova

@@ -23,10 +23,13 @@ public:
   /// registered with the process before, as the engine's own cleaning up, comes after it. Further
   /// calls do nothing.
   static void guardExit(void (*lastWords)());
+  /// The exit runs `work` once, when the goodbyes have been said. Further calls do nothing.
+  static void afterwards(void (*work)());
 
 private:
   struct State;
   static State& state();
+  static void atExit();
 };
 
 }  // namespace kestrova

@@ -1,5 +1,7 @@
 #include <kestrova/tracing/ConsoleOutput.h>
+#include <kestrova/tracing/KestrovaTelemetry.h>
 #include <kestrova/tracing/SdkTracer.h>
+#include <kestrova/tracing/TelemetryOutput.h>
 
 #include <algorithm>
 #include <chrono>
@@ -29,6 +31,19 @@ auto hasBitOf(int targetMask) {
 }  // namespace
 
 SdkTracer::SdkTracer(WallClock wallClockMs) : _wallClockMs(std::move(wallClockMs)) {}
+
+SdkTracer* SdkTracer::makeShared() {
+  auto* tracer = new SdkTracer;
+  tracer->setTelemetryOutputFactory(
+      [](EventCategories categories, bool seesSecrets, bool respectsLogLevel) {
+        return std::make_shared<TelemetryOutput>(
+            TelemetryOutputOptions{.subscribedCategories = categories,
+                                   .canAccessSensitiveData = seesSecrets,
+                                   .respectsLogLevel = respectsLogLevel,
+                                   .activeTelemetry = KestrovaTelemetry::activeInstance});
+      });
+  return tracer;
+}
 
 std::int64_t SdkTracer::systemWallClockMs() {
   using namespace std::chrono;

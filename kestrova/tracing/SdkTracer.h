@@ -83,7 +83,7 @@ public:
 
   /// The process's tracer. Never destroyed, so that anything may trace until the process ends.
   static SdkTracer& shared() {
-    static auto& tracer = *new SdkTracer;
+    static auto& tracer = *makeShared();
     return tracer;
   }
 
@@ -136,8 +136,8 @@ public:
   /// Make and register the output unless it is there.
   void ensureClientConsoleOutput();
   void ensureTelemetryOutput();
-  /// How `ensureTelemetryOutput` makes its output; without one there is none. Called with the
-  /// tracer locked: must not call the tracer.
+  /// How `ensureTelemetryOutput` makes its output; without one there is none. The shared tracer has
+  /// one that makes a `TelemetryOutput`. Called with the tracer locked: must not call the tracer.
   void setTelemetryOutputFactory(TelemetryOutputFactory factory);
   /// Registers the backend log's output in place of the one before.
   void setBackendOutput(const std::shared_ptr<TraceOutput>& output);
@@ -151,6 +151,8 @@ public:
 
 private:
   using Outputs = std::vector<std::shared_ptr<TraceOutput>>;
+
+  static SdkTracer* makeShared();
 
   void deliverEvent(const TraceText& name, const TraceEventOptions& options);
   void deliverRoutedEvent(const TraceText& name, const RoutedEventOptions& options);

@@ -32,7 +32,9 @@ ENGINES = [
      ["kestrova/platform/linux/", "kestrova/inspector/*.cpp", "tests/platform/", "bench/",
       "fuzz/"]),
     ("OpenTelemetry", re.compile(r"^opentelemetry/"),
-     ["kestrova/platform/linux/", "kestrova/tracing/*.cpp", "bench/"]),
+     ["kestrova/tracing/*.cpp", "tests/unit/tracing/", "bench/"]),
+    ("protobuf", re.compile(r"^google/protobuf/"),
+     ["kestrova/tracing/*.cpp", "tests/unit/tracing/", "tests/fastws/", "bench/"]),
 ]
 
 # The header to start with. It is read by every source of an application, so all that it leads to

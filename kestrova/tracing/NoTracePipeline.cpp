@@ -1,0 +1,15 @@
+#include <kestrova/tracing/TracePipeline.h>
+
+// In place of OtelPipeline.cpp in a build without OpenTelemetry.
+
+namespace kestrova {
+
+std::shared_ptr<TracePipeline> makeTracePipeline(TracePipelineOptions) {
+  return nullptr;
+}
+
+bool tracePipelinesAreOver() {
+  return false;
+}
+
+}  // namespace kestrova

@@ -153,7 +153,9 @@ void MeetingLifecycle::entryResponded(const Dictionary& payload) {
   const auto sessionId = text(payload, "sessionId");
   const auto id = text(payload, "id");
   const auto decision = text(payload, "decision");
-  if (!sessionId || !id || !decision || _context->connections->isOver()) return;
+  const bool isWhole = sessionId && id && decision;
+  _context->roomClient()->noteSession(isWhole ? sessionId : std::nullopt);
+  if (!isWhole || _context->connections->isOver()) return;
 
   auto& spans = _context->roomClient()->spans();
   const auto entrySpan = spans.get(Slot::requestEntry);

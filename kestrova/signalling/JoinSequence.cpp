@@ -35,7 +35,7 @@ void JoinSequence::open(const ServerConfig& found, const Connection& connection)
   const auto baseUrl = text(configuration, "baseUrl", "");
   if (baseUrl.empty()) return refused(found, connection);
   const auto* observability = dictionary(configuration, "observability");
-  SDKConfiguration::shared().updateTraceConfig(observability ? *observability : Dictionary());
+  startTelemetry(observability ? *observability : Dictionary());
   _context->setFileUpload(
       std::make_shared<const FileUpload>(baseUrl, _context->options.meeting.id));
 
@@ -56,6 +56,24 @@ void JoinSequence::refused(const ServerConfig& found, const Connection& connecti
   const auto code = integer(found.answer, "code", 0);
   const auto error = code < 1 ? KestrovaError::ERROR_UNABLE_TO_JOIN_MEETING : serviceError(code);
   fail(error.withCause(found.cause), connection);
+}
+
+/// Before the first span of the join, which is to be exported.
+void JoinSequence::startTelemetry(const Dictionary& observability) const {
+  auto& configuration = SDKConfiguration::shared();
+  configuration.updateTraceConfig(observability);
+  const auto* traces = dictionary(observability, "traces");
+  const auto* metaData = dictionary(observability, "metaData");
+  const auto& meeting = _context->options.meeting;
+  _context->setKestrovaOTEL(
+      KestrovaTelemetry::make({.roomId = meeting.id,
+                               .peerId = meeting.localParticipantId,
+                               .sdkName = configuration.sdkName(),
+                               .sdkVersion = configuration.sdkVersion(),
+                               .observabilityJwt = text(observability, "jwt", ""),
+                               .traces = traces ? *traces : Dictionary(),
+                               .metaData = metaData ? *metaData : Dictionary(),
+                               .platform = _context->platform}));
 }
 
 SpanScope JoinSequence::startJoinSpan() const {

@@ -34,6 +34,7 @@ public:
 private:
   void open(const ServerConfig& found, const Connection& connection);
   void refused(const ServerConfig& found, const Connection& connection);
+  void startTelemetry(const Dictionary& observability) const;
   SpanScope startJoinSpan() const;
   void fail(const KestrovaError& error, const Connection& connection);
   void releaseCapturedMediaAfterFailedJoin();

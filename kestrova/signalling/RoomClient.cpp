@@ -115,6 +115,11 @@ void RoomClient::inOrder(Task<void> request) {
   _context->inOrder(holding(shared_from_this(), std::move(request)));
 }
 
+void RoomClient::noteSession(const std::optional<std::string>& sessionId) {
+  if (const auto telemetry = _context->kestrovaOTEL())
+    telemetry->updateRootSpanAttributes(sessionId.value_or("No Session ID available!"));
+}
+
 void RoomClient::cleanUpTracing() {
   _context->spans.clear();
   SdkTracer::shared().clearSpanHistory();

@@ -79,6 +79,8 @@ public:
 
   bool joined() const { return _context->joined(); }
   void setJoined(bool joined) { _context->setJoined(joined); }
+  /// Tells the telemetry in which session the meeting is, or that the service named none.
+  void noteSession(const std::optional<std::string>& sessionId);
   /// Ends the spans of the meeting that is over, and has the tracer forget it.
   void cleanUpTracing();
 

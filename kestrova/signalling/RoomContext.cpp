@@ -33,6 +33,16 @@ void RoomContext::setFileUpload(std::shared_ptr<const FileUpload> fileUpload) {
   _fileUpload = std::move(fileUpload);
 }
 
+std::shared_ptr<KestrovaTelemetry> RoomContext::kestrovaOTEL() const {
+  std::scoped_lock held(_lock);
+  return _kestrovaOTEL;
+}
+
+void RoomContext::setKestrovaOTEL(std::shared_ptr<KestrovaTelemetry> telemetry) {
+  std::scoped_lock held(_lock);
+  _kestrovaOTEL.swap(telemetry);
+}
+
 void RoomContext::afterRequests(Work work) const {
   _requestQueue->async([handler = socketRequestHandler, work = std::move(work)]() mutable {
     handler->afterEmits(std::move(work));

@@ -11,6 +11,7 @@
 #include <kestrova/signalling/RoomClientDelegate.h>
 #include <kestrova/signalling/RoomSpans.h>
 #include <kestrova/signalling/SocketRequestHandler.h>
+#include <kestrova/tracing/KestrovaTelemetry.h>
 
 #include <memory>
 #include <mutex>
@@ -62,11 +63,16 @@ public:
   std::shared_ptr<const FileUpload> fileUpload() const;
   void setFileUpload(std::shared_ptr<const FileUpload> fileUpload);
 
+  /// Nothing before the join has learnt where traces go.
+  std::shared_ptr<KestrovaTelemetry> kestrovaOTEL() const;
+  void setKestrovaOTEL(std::shared_ptr<KestrovaTelemetry> telemetry);
+
 private:
   const std::shared_ptr<SerialQueue> _requestQueue;
   mutable std::mutex _lock;
   std::weak_ptr<RoomClientDelegate> _delegate;
   std::shared_ptr<const FileUpload> _fileUpload;
+  std::shared_ptr<KestrovaTelemetry> _kestrovaOTEL;
   bool _joined = false;  // on stateQueue
 };
 

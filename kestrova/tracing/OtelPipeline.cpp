@@ -122,7 +122,6 @@ public:
     return recordableMaker().MakeRecordable();
   }
   sdk::common::ExportResult Export(const Recordables& spans) noexcept override try {
-    nameThread();
     auto body = encoded(spans);
     if (!body)
       RoutedTracer(targetMasks::consoles)
@@ -137,15 +136,7 @@ public:
   bool Shutdown(std::chrono::microseconds) noexcept override { return true; }
 
 private:
-  /// The processor's thread comes here and nobody else.
-  void nameThread() {
-    if (std::exchange(_isNamed, true)) return;
-    const std::string name(workerQueueName.substr(0, longestThreadName));
-    pthread_setname_np(pthread_self(), name.c_str());
-  }
-
   const std::shared_ptr<TracePost> _post;
-  bool _isNamed = false;
 };
 
 /// Set while a span that has not ended is let go of, which OpenTelemetry takes for its end.
@@ -153,7 +144,12 @@ thread_local bool isAbandoning = false;
 
 class Processor final : public sdk::trace::BatchSpanProcessor {
 public:
-  using BatchSpanProcessor::BatchSpanProcessor;
+  Processor(std::unique_ptr<Exporter> exporter,
+            const sdk::trace::BatchSpanProcessorOptions& options)
+      : BatchSpanProcessor(std::move(exporter), options) {
+    const std::string name(workerQueueName.substr(0, longestThreadName));
+    pthread_setname_np(worker_thread_.native_handle(), name.c_str());
+  }
   void OnEnd(std::unique_ptr<sdk::trace::Recordable>&& span) noexcept override {
     if (!isAbandoning) BatchSpanProcessor::OnEnd(std::move(span));
   }

@@ -1,17 +1,13 @@
 #include <kestrova/tracing/KestrovaTelemetry.h>
 #include <kestrova/tracing/TelemetryOutput.h>
 
-#include <google/protobuf/descriptor.h>
-#include <google/protobuf/message.h>
-#include <google/protobuf/util/json_util.h>
 #include <gtest/gtest.h>
 #include <opentelemetry/trace/provider.h>
 #include <opentelemetry/trace/scope.h>
 
 #include "Collector.h"
+#include "Exported.h"
 #include <atomic>
-#include <filesystem>
-#include <fstream>
 #include <map>
 #include <string>
 #include <thread>
@@ -20,55 +16,11 @@
 namespace kestrova {
 namespace {
 
-/// A body as the JSON that OTLP has for it, read with the schema of OpenTelemetry's own libraries.
-Dictionary decoded(const std::string& body) {
-  using namespace google::protobuf;
-  const auto* type = DescriptorPool::generated_pool()->FindMessageTypeByName(
-      "opentelemetry.proto.collector.trace.v1.ExportTraceServiceRequest");
-  const std::unique_ptr<Message> message(
-      MessageFactory::generated_factory()->GetPrototype(type)->New());
-  EXPECT_TRUE(message->ParseFromString(body));
-  std::string json;
-  EXPECT_TRUE(util::MessageToJsonString(*message, &json).ok());
-  return parseDictionary(json);
-}
-
-std::map<std::string, std::string> attributesOf(const Dictionary& holder) {
-  std::map<std::string, std::string> all;
-  if (const auto* attributes = list(holder, "attributes"))
-    for (const auto& each : *attributes)
-      all[text(each.get_object(), "key", "")] =
-          text(*dictionary(each.get_object(), "value"), "stringValue", "");
-  return all;
-}
-
-struct Exported {
-  Dictionary resource;
-  Dictionary scope;
-  std::map<std::string, Dictionary> spans;  // by their names
-};
-
-Exported read(const std::vector<URLRequest>& requests) {
-  Exported all;
-  for (const auto& request : requests) {
-    const auto body = decoded(request.body);
-    for (const auto& resource : *list(body, "resourceSpans")) {
-      all.resource = *dictionary(resource.get_object(), "resource");
-      for (const auto& scope : *list(resource.get_object(), "scopeSpans")) {
-        all.scope = *dictionary(scope.get_object(), "scope");
-        for (const auto& span : *list(scope.get_object(), "spans"))
-          all.spans[text(span.get_object(), "name", "")] = span.get_object();
-      }
-    }
-  }
-  return all;
-}
-
 Dictionary enabled(const std::string& endpoint = "https://traces.test/v1/traces") {
   return {{"enabled", true}, {"pbEndPoint", endpoint}};
 }
 
-using Attributes = std::map<std::string, std::string>;
+using Attributes = Exported::Attributes;
 const std::string rootName = "room_r1_peer_p1_sdk_iOS";
 
 class KestrovaTelemetryTest : public testing::Test {
@@ -77,7 +29,7 @@ protected:
   ~KestrovaTelemetryTest() override {
     telemetry.reset();
     replacePipeline();
-    waitForWorkers(1);
+    while (pipelineThreads() > 1) std::this_thread::yield();
   }
 
   std::shared_ptr<KestrovaTelemetry> make(Dictionary traces, Dictionary metaData = {},
@@ -99,22 +51,8 @@ protected:
   Exported finish() {
     telemetry.reset();
     replacePipeline();
-    collector->waitFor(1);
-    waitForWorkers(1);  // the thread has its name from its first export on
-    return read(collector->waitFor(0));
-  }
-  /// How many threads of pipelines there are, once there are no more than `most`.
-  static void waitForWorkers(std::size_t most) {
-    while (workers() > most) std::this_thread::yield();
-  }
-  static std::size_t workers() {
-    std::size_t found = 0;
-    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
-      std::string name;
-      std::ifstream(task.path() / "comm") >> name;
-      if (name == "BatchWorker") ++found;
-    }
-    return found;
+    while (pipelineThreads() > 1) std::this_thread::yield();
+    return Exported::of(collector->waitFor(0));
   }
   void complete(const std::shared_ptr<TelemetrySpan>& span) {
     telemetry->completeSpan(span, TelemetryStatus::ok(), "", {});
@@ -145,34 +83,31 @@ TEST_F(KestrovaTelemetryTest, exportsSpansBelowTheMeetingsRoot) {
   EXPECT_EQ(request.headers.at(1).second.find("OTel-OTLP-Exporter-Cpp/"), 0U);
   EXPECT_EQ(request.headers.at(2).second, "opaque token");
 
-  EXPECT_EQ(attributesOf(all.resource), (Attributes{{"service.name", "kestrova-otel"},
-                                                    {"service.version", "3.2.0"},
-                                                    {"telemetry.sdk.language", "cpp"},
-                                                    {"telemetry.traces", "enabled"}}));
+  EXPECT_EQ(Exported::attributesOf(all.resource), (Attributes{{"service.name", "kestrova-otel"},
+                                                              {"service.version", "3.2.0"},
+                                                              {"telemetry.sdk.language", "cpp"},
+                                                              {"telemetry.traces", "enabled"}}));
   EXPECT_EQ(all.scope, (Dictionary{{"name", "p1"}}));
   ASSERT_EQ(all.spans.size(), 6U);
   const auto& root = all.spans.at(rootName);
-  EXPECT_EQ(attributesOf(root), (Attributes{{"roomId", "r1"},
-                                            {"peerId", "p1"},
-                                            {"sdkName", "iOS"},
-                                            {"userId", "u"},
-                                            {"email", "e@x.test"},
-                                            {"sessionId", "session-9"}}));
-  const auto parentOf = [&](const char* name) { return text(all.spans.at(name), "parentSpanId"); };
-  const auto idOf = [&](const std::string& name) { return text(all.spans.at(name), "spanId"); };
-  EXPECT_EQ(text(root, "parentSpanId"), std::nullopt);
-  for (const auto* name : {"outer", "failed", "late"}) EXPECT_EQ(parentOf(name), idOf(rootName));
-  for (const auto* name : {"inner", "point"}) EXPECT_EQ(parentOf(name), idOf("outer"));
-  EXPECT_EQ(attributesOf(all.spans.at("outer")),
+  EXPECT_EQ(Exported::attributesOf(root), (Attributes{{"roomId", "r1"},
+                                                      {"peerId", "p1"},
+                                                      {"sdkName", "iOS"},
+                                                      {"userId", "u"},
+                                                      {"email", "e@x.test"},
+                                                      {"sessionId", "session-9"}}));
+  EXPECT_EQ(all.parent(rootName), "");
+  for (const auto* name : {"outer", "failed", "late"})
+    EXPECT_EQ(all.parent(name), all.id(rootName));
+  for (const auto* name : {"inner", "point"}) EXPECT_EQ(all.parent(name), all.id("outer"));
+  EXPECT_EQ(Exported::attributesOf(all.spans.at("outer")),
             (Attributes{{"a", "1"}, {"category", "TELEMETRY"}, {"statusMessage", "SUCCESS"}}));
-  EXPECT_EQ(attributesOf(all.spans.at("inner")), Attributes{}) << "the status says it";
-  EXPECT_EQ(attributesOf(all.spans.at("failed")), (Attributes{{"statusMessage", "other"}}));
-  const auto statusOf = [&](const char* name) { return *dictionary(all.spans.at(name), "status"); };
-  EXPECT_EQ(statusOf("outer"), (Dictionary{{"code", "STATUS_CODE_OK"}}));
-  EXPECT_EQ(statusOf("inner"),
-            (Dictionary{{"message", "no answer"}, {"code", "STATUS_CODE_ERROR"}}));
-  EXPECT_EQ(statusOf("point"),
-            (Dictionary{{"message", "Error while adding trace."}, {"code", "STATUS_CODE_ERROR"}}));
+  EXPECT_EQ(Exported::attributesOf(all.spans.at("inner")), Attributes{}) << "the status says it";
+  EXPECT_EQ(Exported::attributesOf(all.spans.at("failed")),
+            (Attributes{{"statusMessage", "other"}}));
+  EXPECT_EQ(all.status("outer"), "OK");
+  EXPECT_EQ(all.status("inner"), "ERROR: no answer");
+  EXPECT_EQ(all.status("point"), "ERROR: Error while adding trace.");
   for (const auto& [name, span] : all.spans)
     for (const auto* time : {"startTimeUnixNano", "endTimeUnixNano"}) {
       const auto nanoseconds = text(span, time, "");
@@ -193,7 +128,7 @@ TEST_F(KestrovaTelemetryTest, withoutAUsableConfigurationNothingIsExported) {
       enabled(""),
       enabled("no url at all"),
   };
-  const auto before = workers();
+  const auto before = pipelineThreads();
   for (const auto& traces : table) {
     telemetry = make(traces);
     EXPECT_EQ(KestrovaTelemetry::activeInstance(), telemetry);
@@ -203,13 +138,13 @@ TEST_F(KestrovaTelemetryTest, withoutAUsableConfigurationNothingIsExported) {
     complete(span);
     telemetry->updateRootSpanAttributes("s");
   }
-  EXPECT_EQ(workers(), before);
+  EXPECT_EQ(pipelineThreads(), before);
 }
 
 TEST_F(KestrovaTelemetryTest, whatIsNoTextAboutTheUserIsEmpty) {
   telemetry = make(enabled(), {{"userId", 7}, {"name", "n"}});
   telemetry->updateRootSpanAttributes("No Session ID available!");
-  EXPECT_EQ(attributesOf(finish().spans.at(rootName)),
+  EXPECT_EQ(Exported::attributesOf(finish().spans.at(rootName)),
             (Attributes{{"roomId", "r1"},
                         {"peerId", "p1"},
                         {"sdkName", "iOS"},
@@ -231,12 +166,10 @@ TEST_F(KestrovaTelemetryTest, onlySpansLookIntoTheContext) {
   }
   native->End();
   telemetry->updateRootSpanAttributes("s");
-  const auto all = finish().spans;
-  const auto id = [&](const std::string& name) { return text(all.at(name), "spanId"); };
-  const auto parent = [&](const std::string& name) { return text(all.at(name), "parentSpanId"); };
-  EXPECT_EQ(parent("given"), id("application's"));
-  EXPECT_EQ(parent("below given"), id("given"));
-  EXPECT_EQ(parent("event"), id(rootName));
+  const auto all = finish();
+  EXPECT_EQ(all.parent("given"), all.id("application's"));
+  EXPECT_EQ(all.parent("below given"), all.id("given"));
+  EXPECT_EQ(all.parent("event"), all.id(rootName));
 }
 
 TEST_F(KestrovaTelemetryTest, aSpanThatIsLetGoOfBeforeItsEndIsNeverExported) {
@@ -258,8 +191,8 @@ TEST_F(KestrovaTelemetryTest, textsThatAreNoUtf8LoseNothingElse) {
   const auto all = finish();
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
   const auto& exported = all.spans.at("bad \uFFFD(");
-  EXPECT_EQ(attributesOf(exported), (Attributes{{"k\uFFFD", "caf\u00e9 \uFFFD\uFFFD"}}));
-  EXPECT_EQ(text(*dictionary(exported, "status"), "message"), "\uFFFD");
+  EXPECT_EQ(Exported::attributesOf(exported), (Attributes{{"k\uFFFD", "caf\u00e9 \uFFFD\uFFFD"}}));
+  EXPECT_EQ(all.status("bad \uFFFD("), "ERROR: \uFFFD");
 }
 
 TEST_F(KestrovaTelemetryTest, theNewestIsActiveForAsLongAsItIsHeld) {
@@ -271,7 +204,7 @@ TEST_F(KestrovaTelemetryTest, theNewestIsActiveForAsLongAsItIsHeld) {
   const auto span = telemetry->trace("of the older", {}, nullptr);
   telemetry.reset();
   newer->completeSpan(span, TelemetryStatus::ok(), "", {});
-  EXPECT_EQ(read(collector->waitFor(1)).spans.count("of the older"), 1U);
+  EXPECT_EQ(Exported::of(collector->waitFor(1)).spans.count("of the older"), 1U);
   newer.reset();
   EXPECT_EQ(KestrovaTelemetry::activeInstance(), nullptr) << "never the older again";
   EXPECT_EQ(other->count(), 0U);

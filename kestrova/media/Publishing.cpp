@@ -154,7 +154,9 @@ Task<std::shared_ptr<Producer>> Publishing::produceLocalAudio(
   options.encodings.push_back(encoding);
   options.codecOptions = audioOptions(fields.audioEncoderConfig);
   auto publishing = publish(texts, std::move(options), connection, span.scope());
-  co_return co_await std::move(publishing);
+  auto producer = co_await std::move(publishing);
+  if (!producer) span.interrupt("not published");
+  co_return producer;
 }
 
 Task<std::shared_ptr<Producer>> Publishing::produceLocalVideo(
@@ -179,7 +181,7 @@ Task<std::shared_ptr<Producer>> Publishing::produceLocalVideo(
   span.event("Video stream configurations generated",
              {{"width", plan.width}, {"height", plan.height}, {"simulcast", plan.simulcast}});
   const auto transmission = openSpan("Starting Video Stream transmission", {}, enableCamSpan);
-  _context->spans.set(RoomSpans::Slot::current, transmission);
+  const int number = _context->spans.set(RoomSpans::Slot::current, transmission);
 
   ProducerOptions options;
   options.track = std::move(track);
@@ -189,7 +191,9 @@ Task<std::shared_ptr<Producer>> Publishing::produceLocalVideo(
   options.codec = std::move(plan.codecJSON);
   auto publishing = publish(texts, std::move(options), connection, transmission);
   auto producer = co_await std::move(publishing);
-  SdkTracer::shared().endSpan(transmission, {.success = producer != nullptr});
+  _context->spans.drop(RoomSpans::Slot::current, number);
+  SdkTracer::shared().endSpan(
+      transmission, {.success = producer != nullptr, .message = producer ? "" : "not published"});
   co_return producer;
 }
 

@@ -106,7 +106,10 @@ Task<void> Transports::setupDeviceAndTransports(bool isLoaded,
                     changeModeSpan);
     const Dictionary reply = co_await _context->socketRequestHandler->prepareAndSendRequest(
         LocalEvent::getRouterRtpCapabilities, {}, connection);
-    if (!connection.isCurrent()) co_return;
+    if (!connection.isCurrent()) {
+      span.interruptByDrop();
+      co_return;
+    }
     const auto* data = dictionary(reply, "data");
     if (!data) {
       span.fail("Failed to load device capabilities");
@@ -115,7 +118,10 @@ Task<void> Transports::setupDeviceAndTransports(bool isLoaded,
     Dictionary routerCapabilities = *data;
     removeVideoOrientation(routerCapabilities);
     capabilities = jsonText(routerCapabilities).value_or("");
-    if (capabilities.empty()) co_return;
+    if (capabilities.empty()) {
+      span.interrupt("the router's capabilities make no text");
+      co_return;
+    }
     if (!co_await loadDevice(isLoaded, capabilities, span)) co_return;
   }
   if (!isLoaded) take(true, true);  // given up, not closed
@@ -176,6 +182,45 @@ private:
   bool _granted = false;
 };
 
+/// The span of a transport's creation, which was given up unless it is told otherwise. It stays as
+/// parent of what happens to the transport.
+class CreationSpan {
+public:
+  CreationSpan(RoomSpans& spans, RoomSpans::Slot slot, const char* name, ParentSpan parent)
+      : scope(openSpan(name, {}, parent)), _spans(spans), _slot(slot) {}
+  ~CreationSpan() {
+    const EndSpanOptions end{.success = _cause.empty(), .message = _cause};
+    if (_number)
+      _spans.finish(_slot, *_number, end);
+    else
+      SdkTracer::shared().endSpan(scope, end);
+  }
+  CreationSpan(const CreationSpan&) = delete;
+  CreationSpan& operator=(const CreationSpan&) = delete;
+
+  void keep() {
+    _number = _spans.set(_slot, scope);
+    _cause = "interrupted by the loss of the connection";
+  }
+  void succeed(const char* line) {
+    trace(line, {}, scope);
+    _cause.clear();
+  }
+  void refuse(std::string cause) { _cause = std::move(cause); }
+  void fail(std::string line) {
+    traceError(line, {}, scope);
+    refuse(std::move(line));
+  }
+
+  const SpanScope scope;
+
+private:
+  RoomSpans& _spans;
+  const RoomSpans::Slot _slot;
+  std::optional<int> _number;
+  std::string _cause = "refused: a creation is under way";
+};
+
 }  // namespace
 
 /// Fills the slot, unless the connection went meanwhile: then nobody needs the transport.
@@ -193,36 +238,29 @@ bool Transports::keep(Slot<T>& slot, std::shared_ptr<T> transport, const Connect
   return false;
 }
 
-/// The span of a transport that the device refused.
-void Transports::endFailed(RoomSpans::Slot slot, const SpanScope& span, const std::string& line) {
-  traceError(line, {}, span);
-  _context->spans.take(slot);
-  SdkTracer::shared().endSpan(span, {.success = false, .message = line});
-}
-
 Task<void> Transports::createSendTransport(std::optional<SpanScope> parentSpan,
                                            Connection connection) {
   const auto self = shared_from_this();
-  const auto span = openSpan("Creating Send Media Transport", {}, parentSpan);
-  _context->spans.set(RoomSpans::Slot::producerTransport, span);
+  CreationSpan span(_context->spans, RoomSpans::Slot::producerTransport,
+                    "Creating Send Media Transport", parentSpan);
   const CreationClaim claim(_transportLock, _send, connection);
   if (!claim.granted()) co_return;
+  span.keep();
 
   const Dictionary reply = co_await _context->socketRequestHandler->createWebRTCTransport(
       _context->options.preferredProtocol, true, false, connection);
   if (!connection.isCurrent() || sendTransport()) co_return;
   const auto details = getTransportDetails(reply);
-  if (!details) co_return;
+  if (!details) co_return span.refuse("the service gave no transport");
   try {
     auto transport = _device->createSendTransport(*details);
     transport->setDelegate(weak_from_this());
     if (!keep(_send, std::move(transport), connection)) co_return;
   } catch (const std::exception& error) {
-    endFailed(RoomSpans::Slot::producerTransport, span,
-              std::string("error while creating sendTransport: ") + error.what());
+    span.fail(std::string("error while creating sendTransport: ") + error.what());
     co_return;
   }
-  trace("Send Transport Created Successfully", {}, span);
+  span.succeed("Send Transport Created Successfully");
   const auto made = sendTransport();
   _monitor->replaceSendProbe(made);
   if (sendTransport() != made) _monitor->forget(made);  // it was taken meanwhile
@@ -231,26 +269,26 @@ Task<void> Transports::createSendTransport(std::optional<SpanScope> parentSpan,
 Task<void> Transports::createReceiveTransport(std::optional<SpanScope> parentSpan,
                                               Connection connection) {
   const auto self = shared_from_this();
-  const auto span = openSpan("Creating Receive Media Transport", {}, parentSpan);
-  _context->spans.set(RoomSpans::Slot::consumerTransport, span);
+  CreationSpan span(_context->spans, RoomSpans::Slot::consumerTransport,
+                    "Creating Receive Media Transport", parentSpan);
   const CreationClaim claim(_transportLock, _receive, connection);
   if (!claim.granted()) co_return;
+  span.keep();
 
   const Dictionary reply = co_await _context->socketRequestHandler->createWebRTCTransport(
       _context->options.preferredProtocol, false, true, connection);
   if (!connection.isCurrent()) co_return;
   const auto details = getTransportDetails(reply);
-  if (!details) co_return;
+  if (!details) co_return span.refuse("the service gave no transport");
   try {
     auto transport = _device->createReceiveTransport(*details);
     transport->setDelegate(std::weak_ptr<TransportDelegate>(weak_from_this()));
     if (!keep(_receive, std::move(transport), connection)) co_return;
   } catch (const std::exception& error) {
-    endFailed(RoomSpans::Slot::consumerTransport, span,
-              std::string("error while creating recvTransport: ") + error.what());
+    span.fail(std::string("error while creating recvTransport: ") + error.what());
     co_return;
   }
-  trace("Receive Transport Created Successfully", {}, span);
+  span.succeed("Receive Transport Created Successfully");
   const auto made = receiveTransport();
   _monitor->replaceRecvProbe(made);
   if (receiveTransport() != made) _monitor->forget(made);

@@ -81,7 +81,6 @@ private:
   Both take(bool send, bool receive);
   static void closeOnMain(Both transports);
   Task<bool> loadDevice(bool isLoaded, std::string routerCapabilities, ScopedSpan& span);
-  void endFailed(RoomSpans::Slot slot, const SpanScope& span, const std::string& line);
   Task<void> createSendTransport(std::optional<SpanScope> parentSpan, Connection connection);
   Task<void> createReceiveTransport(std::optional<SpanScope> parentSpan, Connection connection);
   Task<void> produce(std::string transportId, MediaKind kind, std::string rtpParameters,

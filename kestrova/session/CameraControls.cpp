@@ -216,6 +216,10 @@ Task<void> CameraControls::republish(CodecChangeInfo change, bool hasToggle) {
     auto restarting = startWhileWished(connection, span.scope());
     co_await std::move(restarting);
   }
+  if (!isRunning(connection)) {
+    for (auto* each : {&requested, &span}) each->interrupt("the webcam did not start again");
+    co_return;
+  }
   span.event("Webcam changed successfully to handle unsupported codec");
 }
 

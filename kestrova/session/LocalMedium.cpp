@@ -177,7 +177,7 @@ Task<LocalMedium::Outcome> LocalMedium::start(Stream custom, Connection connecti
   const bool allowed = permission() == AuthorisationStatus::authorized;
   ScopedSpan span(custom ? _texts.enablingCustom : _texts.enabling,
                   {{_texts.customKey, described}, {_texts.permissionKey, allowed}}, parentSpan);
-  if (!permitted(span.scope())) co_return Outcome::failed;
+  if (!permitted(span.scope())) co_return told(span, Outcome::failed);
   const bool isCaptured = !custom || custom->capturer();
   if (custom)
     record(custom);
@@ -185,14 +185,22 @@ Task<LocalMedium::Outcome> LocalMedium::start(Stream custom, Connection connecti
     auto capturing = capture(connection, span.scope());
     custom = co_await std::move(capturing);
   }
-  if (!custom) co_return connection.isCurrent() ? Outcome::failed : Outcome::interrupted;
+  if (!custom)
+    co_return told(span, connection.isCurrent() ? Outcome::failed : Outcome::interrupted);
 
   setTrack(trackOf(*custom), isCaptured);
-  if (!connection.isCurrent()) co_return co_await giveUp(Outcome::interrupted);
-  if (!_state.wished()) co_return co_await giveUp(Outcome::unwished);
+  if (!connection.isCurrent()) co_return told(span, co_await giveUp(Outcome::interrupted));
+  if (!_state.wished()) co_return told(span, co_await giveUp(Outcome::unwished));
   const bool isPublished = co_await publish(std::move(custom), connection, span.scope());
   auto judging = judge(isPublished, connection, span.scope());
-  co_return co_await std::move(judging);
+  co_return told(span, co_await std::move(judging));
+}
+
+LocalMedium::Outcome LocalMedium::told(ScopedSpan& span, Outcome outcome) {
+  if (outcome == Outcome::failed) span.interrupt("not published");
+  if (outcome == Outcome::unwished) span.interrupt("switched off meanwhile");
+  if (outcome == Outcome::interrupted) span.interruptByDrop();
+  return outcome;
 }
 
 Task<bool> LocalMedium::publish(Stream stream, Connection connection, SpanScope span) {

@@ -119,6 +119,8 @@ private:
   Task<Outcome> giveUp(Outcome outcome);
   void removePublished();
   Task<Outcome> judge(bool isPublished, Connection connection, SpanScope span);
+  /// The span of a start ends as what became of it.
+  static Outcome told(ScopedSpan& span, Outcome outcome);
   bool permitted(const SpanScope& span);
   void watch(const Stream& custom);
   /// For a publication: reports a track that was disposed of, in whose place the device is

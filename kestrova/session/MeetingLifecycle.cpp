@@ -170,7 +170,10 @@ void MeetingLifecycle::entryResponded(const Dictionary& payload) {
     switchRoom(*switchingRoomId, *sessionId, span);
     return;
   }
-  if (*id == _context->localParticipant->id() && *decision == "allowed") {
+  const bool isMine = *id == _context->localParticipant->id();
+  const bool isAllowed = *decision == "allowed";
+  if (isMine) spans.finish(Slot::requestEntry, {.success = isAllowed, .message = *decision});
+  if (isMine && isAllowed) {
     logToBackend(_context->id(), *id, *sessionId);
     trace("Entry Responded", {}, entrySpan);
     enterSession(*sessionId);
@@ -192,7 +195,7 @@ void MeetingLifecycle::entryResponded(const Dictionary& payload) {
   _context->emit(traceIt, [id = *id, decision = *decision](auto& listener) {
     listener.onEntryResponded(id, decision);
   });
-  const bool isDenied = *id == _context->localParticipant->id() && *decision == "denied";
+  const bool isDenied = isMine && *decision == "denied";
   if (isDenied) _context->roomClient()->switchesDecided();
   if (isDenied && !_wasJoined)
     MainQueue::shared().async([weak = weak_from_this()] {
@@ -260,7 +263,9 @@ Task<void> MeetingLifecycle::connected(Connection connection) {
   _media->camera->recordUnsupportedCodecs(*unsupportedCodecs);
   auto starting = _media->startWishedMedia(mode, connection, joinSpan);
   co_await std::move(starting);
-  if (connection.isCurrent()) trace("Meeting Joined", {}, joinSpan);
+  if (!connection.isCurrent()) co_return;
+  trace("Meeting Joined", {}, joinSpan);
+  client->spans().finish(Slot::join);
 }
 
 Task<std::optional<std::vector<std::string>>> MeetingLifecycle::joinRoom(
@@ -277,6 +282,7 @@ Task<std::optional<std::vector<std::string>>> MeetingLifecycle::joinRoom(
   noteSocketError(failure);  // the cause that the end tells
   const auto line = "Could not join the room " + failure;
   traceError(line, {}, joinSpan);
+  _context->roomClient()->spans().finish(Slot::join, {.success = false, .message = line});
   {
     std::scoped_lock held(_meetingStateLock);
     _meetingState = MeetingState::DISCONNECTED;

@@ -45,6 +45,7 @@ Task<void> ModeChange::change(Mode mode) {
     cause = error.what();
     refused = true;
   }
+  if (!refused && !connection.isCurrent()) span.interruptByDrop();
   if (_context->connections->isOver()) co_return;
   if (refused) {
     _context->onError(KestrovaError::CHANGE_MODE_FAILED.withCause(std::move(cause)));

@@ -111,7 +111,7 @@ Task<bool> JoinSequence::requestEntry(SpanScope joinSpan, Connection connection)
   const auto self = shared_from_this();
   trace("Meeting State: CONNECTED", {}, joinSpan);
   const auto span = openSpan("Requesting Entry", {}, joinSpan);
-  _context->spans.set(RoomSpans::Slot::requestEntry, span);
+  const int number = _context->spans.set(RoomSpans::Slot::requestEntry, span);
 
   Dictionary data{{"name", _context->options.meeting.localParticipantName}};
   const Dictionary reply = co_await _context->socketRequestHandler->prepareAndSendRequest(
@@ -121,6 +121,8 @@ Task<bool> JoinSequence::requestEntry(SpanScope joinSpan, Connection connection)
   if (_context->connections->isOver()) co_return false;
 
   traceError([&] { return "Entry request failed with error: " + status.failure; }, {}, span);
+  _context->spans.finish(RoomSpans::Slot::requestEntry, number,
+                         {.success = false, .message = status.failure});
   if (connection.isCurrent()) {
     fail(KestrovaError::ERROR_UNABLE_TO_JOIN_MEETING.withCause(status.cause), connection);
   } else {
@@ -134,6 +136,7 @@ Task<bool> JoinSequence::requestEntry(SpanScope joinSpan, Connection connection)
 }
 
 void JoinSequence::fail(const KestrovaError& error, const Connection& connection) {
+  _context->spans.finish(RoomSpans::Slot::join, {.success = false, .message = error.message()});
   if (auto delegate = _context->delegate()) {
     delegate->onError(error);
     MainQueue::shared().async(

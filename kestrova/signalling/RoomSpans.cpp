@@ -10,25 +10,62 @@ void endAll(const Spans& spans) {
   for (const auto& [key, span] : spans) SdkTracer::shared().endSpan(span);
 }
 
+void interrupt(const SpanScope& span, std::string_view message) {
+  SdkTracer::shared().endSpan(span, {.success = false, .message = message});
+}
+
 }  // namespace
 
 std::optional<SpanScope> RoomSpans::get(Slot slot) const {
   std::scoped_lock held(_tracingLock);
   const auto found = _slots.find(slot);
-  return found == _slots.end() ? std::nullopt : std::optional(found->second);
+  return found == _slots.end() ? std::nullopt : std::optional(found->second.span);
 }
 
-void RoomSpans::set(Slot slot, SpanScope span) {
-  auto replaced = take(slot);
-  if (replaced) SdkTracer::shared().endSpan(*replaced);
-  std::scoped_lock held(_tracingLock);
-  _slots.insert_or_assign(slot, std::move(span));
+int RoomSpans::set(Slot slot, SpanScope span) {
+  std::map<Slot, Held>::node_type replaced;
+  int number = 0;
+  {
+    std::scoped_lock held(_tracingLock);
+    replaced = _slots.extract(slot);
+    number = ++_lastNumber;
+    _slots.emplace(slot, Held{std::move(span), number});
+  }
+  if (!replaced.empty() && !replaced.mapped().hasEnded)
+    interrupt(replaced.mapped().span, "interrupted by another of its kind");
+  return number;
+}
+
+void RoomSpans::finish(Slot slot, const EndSpanOptions& end) {
+  std::optional<SpanScope> finished;
+  {
+    std::scoped_lock held(_tracingLock);
+    const auto found = _slots.find(slot);
+    if (found == _slots.end() || std::exchange(found->second.hasEnded, true)) return;
+    finished = found->second.span;
+  }
+  SdkTracer::shared().endSpan(*finished, end);
+}
+
+void RoomSpans::finish(Slot slot, int number, const EndSpanOptions& end) {
+  {
+    std::scoped_lock held(_tracingLock);
+    const auto found = _slots.find(slot);
+    if (found == _slots.end() || found->second.number != number) return;
+  }
+  finish(slot, end);
 }
 
 std::optional<SpanScope> RoomSpans::take(Slot slot) {
   std::scoped_lock held(_tracingLock);
   auto node = _slots.extract(slot);
-  return node.empty() ? std::nullopt : std::optional(std::move(node.mapped()));
+  return node.empty() ? std::nullopt : std::optional(std::move(node.mapped().span));
+}
+
+void RoomSpans::drop(Slot slot, int number) {
+  std::scoped_lock held(_tracingLock);
+  const auto found = _slots.find(slot);
+  if (found != _slots.end() && found->second.number == number) _slots.erase(found);
 }
 
 std::optional<SpanScope> RoomSpans::find(const Registry& registry, const std::string& id) const {
@@ -84,12 +121,18 @@ void RoomSpans::endPeersAndConsumers() {
 
 void RoomSpans::clear() {
   endPeersAndConsumers();
-  std::map<Slot, SpanScope> slots;
+  std::map<Slot, Held> slots;
   {
     std::scoped_lock held(_tracingLock);
     slots.swap(_slots);
   }
-  endAll(slots);
+  for (const auto& [slot, held] : slots) {
+    if (held.hasEnded) continue;
+    if (slot == Slot::leave)
+      SdkTracer::shared().endSpan(held.span);
+    else
+      interrupt(held.span, "interrupted by the end of the meeting");
+  }
 }
 
 }  // namespace kestrova

@@ -16,10 +16,17 @@ public:
   enum class Slot { join, requestEntry, current, leave, producerTransport, consumerTransport };
 
   std::optional<SpanScope> get(Slot slot) const;
-  /// Ends the span that was there.
-  void set(Slot slot, SpanScope span);
-  /// Empties the slot and gives what was in it.
+  /// A span that was there and has not ended is interrupted.
+  /// \returns the number by which the others know the new one
+  int set(Slot slot, SpanScope span);
+  /// Ends the slot's span, once. It stays in its slot, as parent of what is told later.
+  void finish(Slot slot, const EndSpanOptions& end = {});
+  /// The same, unless another took its place.
+  void finish(Slot slot, int number, const EndSpanOptions& end = {});
+  /// Empties the slot and gives what was in it, which ends elsewhere.
   std::optional<SpanScope> take(Slot slot);
+  /// Empties the slot, unless another is in it.
+  void drop(Slot slot, int number);
 
   void setPeer(const std::string& participantId, SpanScope span);
   std::optional<SpanScope> peer(const std::string& participantId) const;
@@ -29,16 +36,23 @@ public:
   void endConsumer(const std::string& consumerId);
   void endPeersAndConsumers();
 
-  /// Ends and forgets everything: the meeting is over.
+  /// Ends and forgets everything: the meeting is over. What was still to come of a slot's span is
+  /// interrupted.
   void clear();
 
 private:
+  struct Held {
+    SpanScope span;
+    int number = 0;
+    bool hasEnded = false;
+  };
   using Registry = std::map<std::string, SpanScope>;
   std::optional<SpanScope> find(const Registry& registry, const std::string& id) const;
   void end(Registry& registry, const std::string& id);
 
   mutable std::mutex _tracingLock;
-  std::map<Slot, SpanScope> _slots;
+  std::map<Slot, Held> _slots;
+  int _lastNumber = 0;
   Registry _peerSpans;
   Registry _consumerSpans;
 };

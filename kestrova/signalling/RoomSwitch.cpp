@@ -108,7 +108,12 @@ Task<void> RoomSwitch::switchingRoom(std::string meetingId, Mode mode, bool isBa
     auto joining =
         _joinSequence->join(CameraPosition::front, true, mode, isBatchingEnabled, connection);
     const auto unsupportedCodecs = co_await std::move(joining);
-    if (!unsupportedCodecs || movingTo() != meetingId) co_return;
+    if (!unsupportedCodecs || movingTo() != meetingId) {
+      for (auto* each : {&requesting, &span})
+        each->interrupt(connection.isCurrent() ? "interrupted by another move"
+                                               : "interrupted by the loss of the connection");
+      co_return;
+    }
     requesting.event("Requested to join switched room successfully");
     moved(meetingId);
     const auto delegate = _context->delegate();

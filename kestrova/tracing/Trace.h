@@ -2,6 +2,7 @@
 
 #include <kestrova/tracing/SdkTracer.h>
 
+#include <exception>
 #include <string>
 #include <utility>
 
@@ -46,12 +47,16 @@ inline SpanScope openSpan(TraceText name, TraceAttributeList attributes = {},
       name, {.attributes = attributes, .parentSpan = parent, .category = EventCategory::telemetry});
 }
 
-/// A span that lasts as long as this object, and has succeeded unless `fail` said otherwise.
+/// A span that lasts as long as this object, and has succeeded unless `fail` or `interrupt` said
+/// otherwise, or an exception is what ends it.
 class ScopedSpan {
 public:
   explicit ScopedSpan(TraceText name, TraceAttributeList attributes = {}, ParentSpan parent = {})
       : _scope(openSpan(name, attributes, parent)) {}
-  ~ScopedSpan() { SdkTracer::shared().endSpan(_scope, {.success = _success, .message = _message}); }
+  ~ScopedSpan() {
+    if (_success && std::uncaught_exceptions() > _exceptions) interrupt("interrupted by an error");
+    SdkTracer::shared().endSpan(_scope, {.success = _success, .message = _message});
+  }
   ScopedSpan(const ScopedSpan&) = delete;
   ScopedSpan& operator=(const ScopedSpan&) = delete;
 
@@ -62,12 +67,18 @@ public:
   /// Traces `message` as an error of the span and lets it end as failed.
   void fail(std::string message, TraceAttributeList attributes = {}) {
     traceError(message, attributes, _scope);
+    interrupt(std::move(message));
+  }
+  /// Lets it end as not successful: what it stood for was given up, which is no error of its own.
+  void interrupt(std::string message) {
     _success = false;
     _message = std::move(message);
   }
+  void interruptByDrop() { interrupt("interrupted by the loss of the connection"); }
 
 private:
   SpanScope _scope;
+  const int _exceptions = std::uncaught_exceptions();
   bool _success = true;
   std::string _message;
 };

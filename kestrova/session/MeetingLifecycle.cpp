@@ -185,8 +185,7 @@ void MeetingLifecycle::entryResponded(const Dictionary& payload) {
   } else {
     trace("Entry denied", {}, entrySpan);
     // A host hears of the others' requests, too, whoever decided them.
-    const bool isOurs = *id == _context->localParticipant->id();
-    (isOurs ? traceError : trace)("Join Request Denied", {}, entrySpan);
+    (isMine ? traceError : trace)("Join Request Denied", {}, entrySpan);
   }
   identity.note(*sessionId, *id);
   const auto traceIt = [id = *id, decision = *decision] {

@@ -1,5 +1,5 @@
 // metrics SERVICE MEETING, with the access token in KESTROVA_TOKEN: one line of CSV for each look
-// at each stream of the others, and one for whatever holds one's own picture back.
+// at each stream of the others, and one for whatever holds its own picture, a test pattern, back.
 #include <kestrova/kestrova.h>
 #include <kestrova/platform/Queue.h>
 
@@ -40,10 +40,13 @@ int main(int argc, char** argv) {
   boost::asio::io_context loop(1);
   MainQueue::adopt(loop.get_executor());
   Kestrova::setLogLevel(LogLevel::none);
+  Kestrova::configureCapture({.camera = "pattern", .microphone = "none", .speaker = "none"});
   Kestrova::config(token);
   const auto metrics = std::make_shared<Metrics>();
-  auto meeting = Kestrova::initMeeting(
-      {.meetingId = argv[2], .participantName = "Metrics", .signalingBaseUrl = argv[1]});
+  auto meeting = Kestrova::initMeeting({.meetingId = argv[2],
+                                        .participantName = "Metrics",
+                                        .webcamEnabled = true,
+                                        .signalingBaseUrl = argv[1]});
   meeting->addEventListener(metrics);
   std::puts("who,kind,kbit/s,fps,size,rtt ms,loss %,jitter ms,freezes");
   return stay(loop, std::move(meeting));

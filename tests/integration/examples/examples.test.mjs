@@ -121,6 +121,17 @@ test('monitor tells who comes, sends and goes, and says goodbye on Ctrl-C', asyn
   await witness.stop('SIGINT');
 });
 
+test('metrics prints the numbers of every stream', async () => {
+  const metrics = inMeeting('metrics', 'measured');
+  const ada = join(service, 'measured', 'Ada', '--camera', 'pattern', '--mic', 'tone');
+  await metrics.says(/^who,kind,kbit\/s,fps,/);
+  const numbers = await metrics.says(/^Ada,video,[1-9]\d*,[1-9]/);
+  assert.equal(numbers.split(',').length, metrics.lines[0].split(',').length);
+  await metrics.says(/^Ada,audio,[1-9]\d*,0\.0,0x0,/);
+  assert.equal(await metrics.stop(), 0, metrics.stderr);
+  assert.equal(await ada.stop('SIGINT'), 130);
+});
+
 test('echo says back what it hears', async () => {
   const echo = inMeeting('echo', 'cave');
   const ada = join(service, 'cave', 'Ada', '--camera', 'none', '--mic', 'tone', '--tone-hz', '660',

@@ -36,6 +36,7 @@ public:
   void TestBody() override {}
 
   using MeetingFixture::joinSmall;
+  using MeetingFixture::joinWithTone;
   using MeetingFixture::person;
   using MeetingFixture::service;
 };

@@ -79,6 +79,7 @@ void KestrovaTelemetry::traceAutoComplete(std::string_view spanName, TelemetryAt
                                           const TelemetryStatus& status) {
   if (!_tracer) return;
   const auto event = _tracer->startSpan(spanName, attributes, span ? span : _rootSpan);
+  if (!event) return;
   event->setStatus(status);
   event->end();
 }

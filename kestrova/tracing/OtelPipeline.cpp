@@ -26,6 +26,7 @@
 #include <condition_variable>
 #include <exception>
 #include <mutex>
+#include <shared_mutex>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -229,6 +230,9 @@ public:
   }
 
   bool areOver() const { return _areOver; }
+  /// Held where OpenTelemetry's own static objects are needed: the exit waits for it, and lets them
+  /// go then.
+  std::shared_lock<std::shared_mutex> use() { return std::shared_lock(_inUse); }
 
   void begin(const std::shared_ptr<OtelPipeline>& newest, const std::shared_ptr<Works>& works) {
     Farewells::afterwards([] { shared().endAll(); });
@@ -255,6 +259,7 @@ public:
 private:
   void endAll();
 
+  std::shared_mutex _inUse;
   std::mutex _lock;
   std::shared_ptr<OtelPipeline> _newest;
   std::vector<std::shared_ptr<Works>> _all;
@@ -291,6 +296,7 @@ void Pipelines::endAll() {
   }
   std::unique_lock held(flushes->lock);
   flushes->changed.wait_until(held, limit + wakeInterval, [&] { return flushes->left == 0; });
+  const std::lock_guard nobodyElse(_inUse);
   _areOver = true;
 }
 
@@ -367,6 +373,27 @@ public:
 
   std::shared_ptr<TelemetrySpan> startSpan(std::string_view name, TelemetryAttributes attributes,
                                            const std::shared_ptr<TelemetrySpan>& parent) override {
+    const auto used = Pipelines::shared().use();
+    return Pipelines::shared().areOver() ? nullptr : startBelow(name, attributes, parent);
+  }
+
+  std::shared_ptr<TelemetrySpan> startSpanInContext(
+      std::string_view name, TelemetryAttributes attributes,
+      const std::shared_ptr<TelemetrySpan>& otherwise) override {
+    const auto used = Pipelines::shared().use();
+    if (Pipelines::shared().areOver()) return nullptr;
+    const auto value = opentelemetry::context::RuntimeContext::GetValue(otel::kSpanKey);
+    const auto* active = opentelemetry::nostd::get_if<OtelSpan::Native>(&value);
+    if (!active || !*active || !(*active)->GetContext().IsValid())
+      return startBelow(name, attributes, otherwise);
+    otel::StartSpanOptions options;
+    options.parent = (*active)->GetContext();
+    return start(name, attributes, options);
+  }
+
+private:
+  std::shared_ptr<TelemetrySpan> startBelow(std::string_view name, TelemetryAttributes attributes,
+                                            const std::shared_ptr<TelemetrySpan>& parent) {
     otel::StartSpanOptions options;
     if (parent)
       options.parent = static_cast<OtelSpan&>(*parent).context();
@@ -375,19 +402,6 @@ public:
     return start(name, attributes, options);
   }
 
-  std::shared_ptr<TelemetrySpan> startSpanInContext(
-      std::string_view name, TelemetryAttributes attributes,
-      const std::shared_ptr<TelemetrySpan>& otherwise) override {
-    const auto value = opentelemetry::context::RuntimeContext::GetValue(otel::kSpanKey);
-    const auto* active = opentelemetry::nostd::get_if<OtelSpan::Native>(&value);
-    if (!active || !*active || !(*active)->GetContext().IsValid())
-      return startSpan(name, attributes, otherwise);
-    otel::StartSpanOptions options;
-    options.parent = (*active)->GetContext();
-    return start(name, attributes, options);
-  }
-
-private:
   std::shared_ptr<TelemetrySpan> start(std::string_view name, TelemetryAttributes attributes,
                                        otel::StartSpanOptions& options) {
     options.start_system_time = toMillisecond(std::chrono::system_clock::now());
@@ -416,6 +430,9 @@ std::shared_ptr<TracePipeline> makeTracePipeline(TracePipelineOptions options) {
   if (!options.platform || !options.platform->urlSession || Pipelines::shared().areOver())
     return nullptr;
   quietenOpenTelemetry();
+  // Before the exit's work is registered, so that what they use outlives it.
+  opentelemetry::context::RuntimeContext::GetCurrent();
+  otel::Provider::GetTracerProvider();
   auto works = std::make_shared<Works>(options);
   auto pipeline = std::make_shared<OtelPipeline>(works, options.instrumentationName);
   Pipelines::shared().begin(pipeline, works);

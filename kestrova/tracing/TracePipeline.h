@@ -29,7 +29,7 @@ struct TracePipelineOptions {
 class TracePipeline {
 public:
   virtual ~TracePipeline() = default;
-  /// Starts a span below `parent`; a new trace without one.
+  /// Starts a span below `parent`; a new trace without one. Nothing while the process exits.
   virtual std::shared_ptr<TelemetrySpan> startSpan(
       std::string_view name, TelemetryAttributes attributes,
       const std::shared_ptr<TelemetrySpan>& parent) = 0;

@@ -42,6 +42,10 @@ protected:
     EXPECT_TRUE(attendee->sees("own audio")) << attendee->story();
     return attendee;
   }
+  /// Joins without camera and microphone.
+  std::shared_ptr<Attendee> joinToWatch(const std::string& id) {
+    return Attendee::join(service.token(), person(id, false));
+  }
   /// The same with a picture that is cheap to code.
   std::shared_ptr<Attendee> joinSmall(const std::string& id, double toneHz) {
     return joinWithTone(small(person(id), toneHz), toneHz);

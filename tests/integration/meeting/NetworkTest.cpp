@@ -36,6 +36,7 @@ public:
   void TestBody() override {}
 
   using MeetingFixture::joinSmall;
+  using MeetingFixture::joinToWatch;
   using MeetingFixture::joinWithTone;
   using MeetingFixture::person;
   using MeetingFixture::service;
@@ -171,7 +172,7 @@ TEST_F(NetworkTest, ABottleneckIsToldAndSoIsItsEnd) {
   Gathering place(
       {"--media-address", Detour::nearAddress, "--announced-address", Detour::farAddress});
   const auto ada = place.joinWithTone("ada", tone);
-  const auto grace = place.joinWithTone(place.person("grace", false), tone);
+  const auto grace = place.joinToWatch("grace");
   ASSERT_TRUE(grace->getsPictures()) << grace->story();
   const auto full = [&] { return grace->picture->width >= 1280; };
   ASSERT_TRUE(grace->waitUntil(full)) << grace->story();
@@ -194,7 +195,7 @@ TEST_F(NetworkTest, ABottleneckIsToldAndSoIsItsEnd) {
 TEST_F(NetworkTest, ThreeSecondsWithoutPacketsAreAFreezeThatResolves) {
   Gathering place;
   const auto ada = place.joinSmall("ada", tone);
-  const auto grace = place.joinWithTone(place.person("grace", false), tone);
+  const auto grace = place.joinToWatch("grace");
   ASSERT_TRUE(grace->getsMedia(tone)) << grace->story();
   const auto camera = grace->stream("ada", MediaType::video);
   // The engine tells a freeze from what came before it.

@@ -17,8 +17,9 @@ using namespace std::chrono_literals;
 constexpr auto longestWait = 10s;
 // A join fails with the connection a moment before that itself is told, or behind it.
 constexpr auto sameMoment = 1s;
-// That of somebody else is told of first, and then our own is refused.
-constexpr auto refusalBehind = 300ms;
+// That of somebody else is told of first, and then our own is refused: on a busy machine a good
+// while later. It is waited for only where the program ends in between.
+constexpr auto refusalBehind = 1s;
 
 }  // namespace
 
@@ -75,7 +76,7 @@ void Characters::bring(CharacterConfig config) {
 void Characters::dismiss(std::function<void()> done) {
   _dismissed = std::move(done);
   // One that is on its way would stay behind.
-  if (!isOwnComing()) askToLeave();
+  if (!isOwnComing()) leaveUnlessRefused();
 }
 
 void Characters::askToLeave() {
@@ -174,9 +175,16 @@ void Characters::ownIsCutOff() {
 }
 
 void Characters::ownIsThere() {
-  if (isOwnComing()) _ownState = OwnState::brought;
-  if (!_dismissed) return;
-  _unrefused.expires_after(refusalBehind);
+  if (isOwnComing()) {
+    _ownState = OwnState::brought;
+    _thereAt = Clock::now();
+  }
+  if (_dismissed) leaveUnlessRefused();
+}
+
+/// It may be somebody else's, and our own be refused in a moment.
+void Characters::leaveUnlessRefused() {
+  _unrefused.expires_at(_thereAt + refusalBehind);
   _unrefused.async_wait([this](const boost::system::error_code& error) {
     if (!error) askToLeave();
   });

@@ -70,6 +70,7 @@ private:
   void ownJoinFailed();
   void ownIsCutOff();
   void ownIsThere();
+  void leaveUnlessRefused();
   void askToLeave();
   bool endsDismissal(const KestrovaError& error) const;
   void finishDismissal();
@@ -89,6 +90,7 @@ private:
     refused,
   } _ownState = OwnState::none;
   Clock::time_point _refusedAt;
+  Clock::time_point _thereAt;
   std::function<void()> _dismissed;
   boost::asio::steady_timer _unrefused;  ///< runs while our own may yet turn out to be another's
   /// What was said last. It is heard when the meeting has been told of it.

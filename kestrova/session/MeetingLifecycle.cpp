@@ -14,12 +14,6 @@ namespace {
 
 using Slot = RoomSpans::Slot;
 
-/// From here on what goes wrong is told under these names, in place of those of a stay before.
-void logToBackend(const std::string& meetingId, const std::string& peerId,
-                  const std::string& sessionId) {
-  SdkTracer::shared().setBackendOutput(makeBackendLog(meetingId, peerId, sessionId));
-}
-
 /// Keeps the client alive until it is down.
 void disconnectLater(std::shared_ptr<RoomClient> client, LeaveReason reason,
                      std::shared_ptr<void> goodbye) {
@@ -174,7 +168,7 @@ void MeetingLifecycle::entryResponded(const Dictionary& payload) {
   const bool isAllowed = *decision == "allowed";
   if (isMine) spans.finish(Slot::requestEntry, {.success = isAllowed, .message = *decision});
   if (isMine && isAllowed) {
-    logToBackend(_context->id(), *id, *sessionId);
+    _context->roomClient()->logTo(makeBackendLog(_context->id(), *id, *sessionId));
     trace("Entry Responded", {}, entrySpan);
     enterSession(*sessionId);
     auto task = [](std::weak_ptr<MeetingLifecycle> weak, Connection connection) -> Task<void> {
@@ -228,7 +222,7 @@ void MeetingLifecycle::switchRoom(const std::string& meetingId, const std::strin
   }
   span.event("Switching room initiated");
   identity.enter(sessionId);
-  logToBackend(meetingId, _context->localParticipant->id(), sessionId);
+  client->logTo(makeBackendLog(meetingId, _context->localParticipant->id(), sessionId));
   client->softClose(meetingId);
   _realtime->tearDownTopics();
   spawn(moveTo(shared_from_this(), meetingId, _context->connections->current()));
@@ -417,6 +411,7 @@ void MeetingLifecycle::endFailed() {
   _context->connections->end();
   _registry->clear();
   _characters->clear();
+  if (const auto client = _context->existingRoomClient()) client->cleanUpTracing();
   releaseListeners();
   over->heard();
 }

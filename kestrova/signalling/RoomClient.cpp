@@ -35,7 +35,8 @@ RoomClient::RoomClient(RoomClientOptions options)
       _dispatcher(_context, _consuming, _transports) {}
 
 RoomClient::~RoomClient() {
-  _context->spans.clear();
+  // Also of a meeting that was let go of, or never joined.
+  cleanUpTracing();
 }
 
 // ---- Joining and leaving -----------------------------------------------------------------------
@@ -120,10 +121,19 @@ void RoomClient::noteSession(const std::optional<std::string>& sessionId) {
     telemetry->updateRootSpanAttributes(sessionId.value_or("No Session ID available!"));
 }
 
+void RoomClient::logTo(const std::shared_ptr<TraceOutput>& backendLog) {
+  _context->setBackendLog(backendLog);
+  SdkTracer::shared().setBackendOutput(backendLog);
+}
+
+/// The tracer is the process's: what another meeting, joined since, has there stays.
 void RoomClient::cleanUpTracing() {
   _context->spans.clear();
-  SdkTracer::shared().clearSpanHistory();
-  SdkTracer::shared().clearBackendOutput();
+  if (_isTracingClean.exchange(true)) return;
+  auto& tracer = SdkTracer::shared();
+  if (const auto own = _context->backendLog()) tracer.clearBackendOutput(own);
+  const auto active = KestrovaTelemetry::activeInstance();
+  if (!active || active == _context->kestrovaOTEL()) tracer.clearSpanHistory();
 }
 
 // ---- Files -------------------------------------------------------------------------------------

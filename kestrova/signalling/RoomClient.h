@@ -18,6 +18,7 @@
 #include <kestrova/signalling/ServiceRequests.h>
 #include <kestrova/signalling/Teardown.h>
 
+#include <atomic>
 #include <memory>
 #include <optional>
 #include <string>
@@ -83,6 +84,8 @@ public:
   void noteSession(const std::optional<std::string>& sessionId);
   /// Ends the spans of the meeting that is over, and has the tracer forget it.
   void cleanUpTracing();
+  /// From here on what goes wrong is told to this log, in place of that of a stay before.
+  void logTo(const std::shared_ptr<TraceOutput>& backendLog);
 
   RoomSpans& spans() { return _context->spans; }
   const MeetingData& meetingData() const { return _context->options.meeting; }
@@ -143,6 +146,7 @@ private:
   const std::shared_ptr<ModeChanging> _modeChanging;
   const std::shared_ptr<PeerRequests> _peerRequests;
   RemoteEventDispatcher _dispatcher;
+  std::atomic<bool> _isTracingClean{false};
 };
 
 }  // namespace kestrova

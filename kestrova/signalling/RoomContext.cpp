@@ -43,6 +43,16 @@ void RoomContext::setKestrovaOTEL(std::shared_ptr<KestrovaTelemetry> telemetry) 
   _kestrovaOTEL.swap(telemetry);
 }
 
+std::shared_ptr<TraceOutput> RoomContext::backendLog() const {
+  std::scoped_lock held(_lock);
+  return _backendLog;
+}
+
+void RoomContext::setBackendLog(std::shared_ptr<TraceOutput> output) {
+  std::scoped_lock held(_lock);
+  _backendLog.swap(output);
+}
+
 void RoomContext::afterRequests(Work work) const {
   _requestQueue->async([handler = socketRequestHandler, work = std::move(work)]() mutable {
     handler->afterEmits(std::move(work));

@@ -66,6 +66,9 @@ public:
   /// Nothing before the join has learnt where traces go.
   std::shared_ptr<KestrovaTelemetry> kestrovaOTEL() const;
   void setKestrovaOTEL(std::shared_ptr<KestrovaTelemetry> telemetry);
+  /// The output for the service's log of this stay; nothing before the admission.
+  std::shared_ptr<TraceOutput> backendLog() const;
+  void setBackendLog(std::shared_ptr<TraceOutput> output);
 
 private:
   const std::shared_ptr<SerialQueue> _requestQueue;
@@ -73,6 +76,7 @@ private:
   std::weak_ptr<RoomClientDelegate> _delegate;
   std::shared_ptr<const FileUpload> _fileUpload;
   std::shared_ptr<KestrovaTelemetry> _kestrovaOTEL;
+  std::shared_ptr<TraceOutput> _backendLog;
   bool _joined = false;  // on stateQueue
 };
 

@@ -229,6 +229,11 @@ void SdkTracer::clearBackendOutput() {
   removeOutput(std::exchange(_backendLogcatOutput, nullptr));
 }
 
+void SdkTracer::clearBackendOutput(const std::shared_ptr<TraceOutput>& own) {
+  const std::lock_guard lock(_outputRefsLock);
+  if (_backendLogcatOutput == own) removeOutput(std::exchange(_backendLogcatOutput, nullptr));
+}
+
 void SdkTracer::clearSpanHistory() {
   const auto all = outputs();
   for (const auto& output : *all) output->clearSpanHistory();

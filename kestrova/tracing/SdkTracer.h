@@ -142,6 +142,8 @@ public:
   /// Registers the backend log's output in place of the one before.
   void setBackendOutput(const std::shared_ptr<TraceOutput>& output);
   void clearBackendOutput();
+  /// The same, if it is still that one: another meeting may have registered its own since.
+  void clearBackendOutput(const std::shared_ptr<TraceOutput>& own);
   /// Has every output forget the spans of the meeting that ended.
   void clearSpanHistory();
 

@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <tests/support/TestMeeting.h>
+#include <tests/unit/tracing/RecordingOutput.h>
 
 #include "EngineStats.h"
 
@@ -14,28 +15,6 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;
-
-/// Asks the meeting something at each trace. Stays among the tracer's outputs, without a question.
-class AskingBack final : public TraceOutput {
-public:
-  explicit AskingBack(std::function<void()> question) : _question(std::move(question)) {}
-  void fallSilent() { _question = nullptr; }
-  EventCategories subscribedCategories() const override {
-    return {EventCategory::internalLog, EventCategory::telemetry};
-  }
-  bool canAccessSensitiveData() const override { return false; }
-  bool respectsLogLevel() const override { return false; }
-  int outputBit() const override { return 0; }
-  void onSpanStarted(const SpanStart&) override {}
-  void onSpanEnded(const SpanEnd&) override {}
-  void onEvent(const TraceEvent&) override {
-    if (_question) _question();
-  }
-  void setLogLevel(LogLevel) override {}
-
-private:
-  std::function<void()> _question;
-};
 
 class MonitorTest : public testing::Test {
 protected:
@@ -268,14 +247,16 @@ TEST_F(MonitorTest, whatHoldsTheUplinkBackIsTold) {
     platform.advance(period);
   };
   int asked = 0;
-  const auto output = std::make_shared<AskingBack>([&] {
+  const auto output =
+      std::make_shared<RecordingOutput>(EventCategories{EventCategory::internalLog}, false);
+  output->duringEvent = [&] {
     test.meeting->localParticipant()->getVideoStats();
     ++asked;
-  });
+  };
   SdkTracer::shared().registerOutput(output);
   look(0.1, 1, "cpu");
   EXPECT_GT(asked, 0);
-  output->fallSilent();
+  SdkTracer::shared().removeOutput(output);
   EXPECT_THAT(test.listener->take(), Contains("onQualityLimitation CPU DETECTED at " +
                                               std::to_string(platform.clock->wallClockMs())));
   look(0.2, 2, "none");

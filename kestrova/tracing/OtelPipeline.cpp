@@ -353,14 +353,12 @@ public:
     options.end_steady_time = toMillisecond(std::chrono::steady_clock::now());
     _native->End(options);
     // What has ended needs its pipeline no longer.
-    std::shared_ptr<OtelPipeline> pipeline;
-    const std::lock_guard held(_lock);
-    pipeline.swap(_pipeline);
+    if (!_hasEnded.exchange(true)) _pipeline.reset();
   }
 
 private:
   Native _native;
-  std::mutex _lock;
+  std::atomic<bool> _hasEnded{false};
   std::shared_ptr<OtelPipeline> _pipeline;
 };
 

@@ -1,5 +1,7 @@
 #include <kestrova/tracing/TelemetryOutput.h>
 
+#include <boost/container/small_vector.hpp>
+
 #include <algorithm>
 #include <iterator>
 #include <utility>
@@ -18,10 +20,10 @@ public:
       if (key != categoryKey) _all.push_back({key, value});
     _all.push_back({categoryKey, rawValue(category)});
   }
-  operator TelemetryAttributes() const { return _all; }
+  operator TelemetryAttributes() const { return {_all.data(), _all.size()}; }
 
 private:
-  std::vector<TelemetryAttribute> _all;
+  boost::container::small_vector<TelemetryAttribute, 16> _all;
 };
 
 std::vector<TelemetryAttribute> views(const TraceAttributes& attributes) {
@@ -130,31 +132,39 @@ TelemetryOutput::Span TelemetryOutput::find(const std::optional<std::string>& id
   return found == _activeSpans.end() ? nullptr : found->second.span;
 }
 
+/// `span` leaves with what it takes the place of, when the lock is free again.
 void TelemetryOutput::keep(const std::string& id, Span span) {
-  Span replaced;  // these go when the lock is free again
-  Span evicted;
   const std::lock_guard held(_lock);
-  const auto [entry, isNew] = _activeSpans.try_emplace(id);
-  replaced = std::exchange(entry->second.span, std::move(span));
-  if (!isNew) return;
-  const bool isFull = _spanOrder.size() >= maxSpans;
-  _spanOrder.push_back(&*entry);
-  if (isFull) evicted = evictOneSpanLocked();
+  if (const auto known = _activeSpans.find(id); known != _activeSpans.end()) {
+    known->second.span.swap(span);
+    return;
+  }
+  // The new one has not ended: it is never what makes room for itself.
+  ActiveSpans::node_type place;
+  if (_spanOrder.size() >= maxSpans) place = evictOneSpanLocked();
+  if (place.empty()) {
+    const auto added = _activeSpans.try_emplace(id).first;
+    added->second.span.swap(span);
+    _spanOrder.push_back(&*added);
+    return;
+  }
+  place.key() = id;
+  place.mapped().ended = false;
+  place.mapped().span.swap(span);
+  _spanOrder.push_back(&*_activeSpans.insert(std::move(place)).position);
 }
 
 /// The newest that has ended; where none has, the oldest but one, since the oldest is what the
-/// others lie in.
-TelemetryOutput::Span TelemetryOutput::evictOneSpanLocked() {
+/// others lie in. Gives what was taken out, with its span.
+TelemetryOutput::ActiveSpans::node_type TelemetryOutput::evictOneSpanLocked() {
   const auto newestEnded = std::find_if(_spanOrder.rbegin(), _spanOrder.rend(),
                                         [](const auto* each) { return each->second.ended; });
-  if (newestEnded == _spanOrder.rend() && _spanOrder.size() < 2) return nullptr;
+  if (newestEnded == _spanOrder.rend() && _spanOrder.size() < 2) return {};
   const auto taken = newestEnded != _spanOrder.rend() ? std::prev(newestEnded.base())
                                                       : std::next(_spanOrder.begin());
-  const auto entry = _activeSpans.find((*taken)->first);
+  auto evicted = _activeSpans.extract(_activeSpans.find((*taken)->first));
   _spanOrder.erase(taken);
-  auto span = std::move(entry->second.span);
-  _activeSpans.erase(entry);
-  return span;
+  return evicted;
 }
 
 }  // namespace kestrova

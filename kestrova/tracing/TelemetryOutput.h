@@ -61,7 +61,7 @@ private:
   bool shows(EventCategory category) const;
   Span find(const std::optional<std::string>& id) const;
   void keep(const std::string& id, Span span);
-  Span evictOneSpanLocked();
+  ActiveSpans::node_type evictOneSpanLocked();
 
   const TelemetryOutputOptions _options;
 

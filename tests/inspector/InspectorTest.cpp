@@ -178,6 +178,48 @@ TEST_F(InspectorTest, CharactersAreAmongTheParticipants) {
   EXPECT_TRUE(page.mark("participant").starts_with("Aida left"));
 }
 
+TEST_F(InspectorTest, TheNumbersOfATickComeTogether) {
+  auto test = TestMeeting::joined(platform);
+  const auto bob = test.addPeer("bob");
+  test.announce("c1", "bob", "video");
+  test.announce("c2", "bob", "audio");
+  const auto frames = std::make_shared<int>(0);
+  const auto trackOf = [&](const char* id) { return bob->streams().at(id)->track()->id(); };
+  platform.media->stats = [frames, seen = trackOf("c1"),
+                           heard = trackOf("c2")](const std::string&) -> Task<std::string> {
+    const auto inbound = [&](const char* kind, const std::string& track, Dictionary more) {
+      more["type"] = "inbound-rtp";
+      more["id"] = std::string("I-") + kind;
+      more["ssrc"] = kind[0];
+      more["kind"] = kind;
+      more["trackIdentifier"] = track;
+      more["packetsReceived"] = *frames;
+      return more;
+    };
+    const List all{inbound("video", seen, {{"framesDecoded", *frames}, {"frameWidth", 1280}}),
+                   inbound("audio", heard, {{"audioLevel", 0.5}})};
+    co_return boost::json::serialize(all);
+  };
+  const auto inspector = inspect(test);
+  Page page(*inspector);
+  std::size_t looks = 0;
+  const auto picture = bob->streams().at("c1");
+  const auto counting = picture->onMetrics([&looks](const StreamMetrics&) { ++looks; });
+  for (; *frames <= 120; *frames += 60) platform.advance(std::chrono::seconds(2));
+
+  Dictionary samples;
+  do samples = page.next("samples");
+  while (samples.at("streams").at("c1").at(1) != 30);
+  EXPECT_GE(samples.at("t").as_int64(), platform.clock->wallClockMs() - 2000);
+  EXPECT_EQ(samples.at("streams").at("c1").at(2), 1280);
+  EXPECT_EQ(samples.at("streams").at("c2").at(7), 0.5);
+  EXPECT_TRUE(samples.at("streams").at("c2").at(1).is_null()) << "sound has no pictures";
+  const auto late = Page(*inspector).snapshot.at("participants").at(1).at("streams");
+  EXPECT_GE(looks, 2U);
+  EXPECT_EQ(late.at(0).at("samples").as_array().size(), looks);
+  picture->offMetrics(counting);
+}
+
 TEST_F(InspectorTest, TheTraceComesWithItsSpansAndWithoutSecrets) {
   auto test = TestMeeting::joined(platform);
   const auto inspector = inspect(test);

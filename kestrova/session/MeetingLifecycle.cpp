@@ -1,5 +1,5 @@
-#include <kestrova/platform/Farewells.h>
 #include <kestrova/session/BackendLog.h>
+#include <kestrova/session/JoinedMeetings.h>
 #include <kestrova/session/MeetingLifecycle.h>
 #include <kestrova/signalling/Response.h>
 #include <kestrova/tracing/Trace.h>
@@ -24,33 +24,6 @@ void disconnectLater(std::shared_ptr<RoomClient> client, LeaveReason reason,
   };
   spawn(task(std::move(client), reason, std::move(goodbye)));
 }
-
-/// The meetings that a process may still be in when it exits.
-class Joined {
-public:
-  static Joined& shared() {
-    static auto& instance = *new Joined;
-    return instance;
-  }
-  void add(std::weak_ptr<MeetingLifecycle> meeting) {
-    std::scoped_lock held(_lock);
-    std::erase_if(_meetings, [](const auto& each) { return each.expired(); });
-    _meetings.push_back(std::move(meeting));
-  }
-  void abandonAll() {
-    std::vector<std::weak_ptr<MeetingLifecycle>> meetings;
-    {
-      std::scoped_lock held(_lock);
-      meetings.swap(_meetings);
-    }
-    for (const auto& each : meetings)
-      if (const auto meeting = each.lock()) meeting->abandon();
-  }
-
-private:
-  std::mutex _lock;
-  std::vector<std::weak_ptr<MeetingLifecycle>> _meetings;
-};
 
 }  // namespace
 
@@ -118,9 +91,7 @@ std::optional<Task<void>> MeetingLifecycle::prepareJoin() {
   tracer.ensureClientConsoleOutput();
   try {
     const auto client = _context->roomClient();
-    // From here on, so that it comes before what the media engine has to do at the exit.
-    Farewells::guardExit([] { Joined::shared().abandonAll(); });
-    Joined::shared().add(weak_from_this());
+    JoinedMeetings::shared().add(weak_from_this());
     return client->connect();
   } catch (const std::exception& error) {
     failed(error.what());
@@ -151,6 +122,8 @@ void MeetingLifecycle::entryResponded(const Dictionary& payload) {
   _context->roomClient()->noteSession(isWhole ? sessionId : std::nullopt);
   if (!isWhole || _context->connections->isOver()) return;
 
+  const bool isMine = *id == _context->localParticipant->id();
+  if (isMine) _context->roomClient()->logTo(makeBackendLog(_context->id(), *id, *sessionId));
   auto& spans = _context->roomClient()->spans();
   const auto entrySpan = spans.get(Slot::requestEntry);
   const auto switchingRoomId = text(payload, "switchingRoomId");
@@ -164,11 +137,9 @@ void MeetingLifecycle::entryResponded(const Dictionary& payload) {
     switchRoom(*switchingRoomId, *sessionId, span);
     return;
   }
-  const bool isMine = *id == _context->localParticipant->id();
   const bool isAllowed = *decision == "allowed";
   if (isMine) spans.finish(Slot::requestEntry, {.success = isAllowed, .message = *decision});
   if (isMine && isAllowed) {
-    _context->roomClient()->logTo(makeBackendLog(_context->id(), *id, *sessionId));
     trace("Entry Responded", {}, entrySpan);
     enterSession(*sessionId);
     auto task = [](std::weak_ptr<MeetingLifecycle> weak, Connection connection) -> Task<void> {

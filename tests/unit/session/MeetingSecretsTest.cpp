@@ -163,13 +163,15 @@ TEST_F(MeetingSecretsTest, noneComesOutOfAJoinThatFails) {
 TEST_F(MeetingSecretsTest, theBackEndHearsOfTheStayThatIsGoingOn) {
   platform.session->answer(configuration);
   auto test = TestMeeting::entering(platform);
-  test.decide("denied");
   traceError("before");
-  EXPECT_TRUE(posted().empty()) << "nobody was admitted yet";
+  EXPECT_TRUE(posted().empty()) << "the service has said nothing of a session yet";
+  test.decide("denied");
+  ASSERT_EQ(posted().size(), 1U);
+  EXPECT_THAT(posted()[0], HasSubstr("Join Request Denied"));
   test.decide("allowed");
   traceError("in the room");
-  ASSERT_EQ(posted().size(), 1U);
-  const auto first = parseDictionary(posted()[0]);
+  ASSERT_EQ(posted().size(), 2U);
+  const auto first = parseDictionary(posted()[1]);
   EXPECT_EQ(text(first, "logText"), "in the room");
   const auto& stay = *dictionary(first, "attributes");
   EXPECT_EQ(text(stay, "roomId"), "room");
@@ -181,8 +183,8 @@ TEST_F(MeetingSecretsTest, theBackEndHearsOfTheStayThatIsGoingOn) {
       "entryResponded",
       {{"sessionId", "s"}, {"id", "me"}, {"decision", "allowed"}, {"switchingRoomId", "hall"}});
   traceError("in the hall");
-  ASSERT_EQ(posted().size(), 2U);
-  EXPECT_THAT(posted()[1], HasSubstr(R"("roomId":"hall")"));
+  ASSERT_EQ(posted().size(), 3U);
+  EXPECT_THAT(posted()[2], HasSubstr(R"("roomId":"hall")"));
   test.meeting->leave();
   platform.pump();
   const auto sent = posted().size();

@@ -191,9 +191,10 @@ Task<std::shared_ptr<Producer>> Publishing::produceLocalVideo(
   options.codec = std::move(plan.codecJSON);
   auto publishing = publish(texts, std::move(options), connection, transmission);
   auto producer = co_await std::move(publishing);
+  _context->spans.finish(
+      RoomSpans::Slot::current, number,
+      {.success = producer != nullptr, .message = producer ? "" : "not published"});
   _context->spans.drop(RoomSpans::Slot::current, number);
-  SdkTracer::shared().endSpan(
-      transmission, {.success = producer != nullptr, .message = producer ? "" : "not published"});
   co_return producer;
 }
 

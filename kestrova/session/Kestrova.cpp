@@ -1,6 +1,7 @@
 #include <kestrova/media/EncodingPresets.h>
 #include <kestrova/media/MediaCapturer.h>
 #include <kestrova/media/MediaConfigStore.h>
+#include <kestrova/model/Secrets.h>
 #include <kestrova/platform/Platform.h>
 #include <kestrova/session/Kestrova.h>
 #include <kestrova/session/MeetingCore.h>
@@ -43,10 +44,12 @@ SpanScope openInitSpan(const InitMeetingOptions& options) {
       video ? video->toJsonString(false) : std::string("Custom camera track not provided");
   const auto audioText =
       audio ? audio->toJsonString(true) : std::string("Custom audio track not provided");
-  const auto url = options.signalingBaseUrl.value_or("Signaling base url not provided");
+  const auto url = options.signalingBaseUrl ? addressWithoutSecrets(*options.signalingBaseUrl)
+                                            : std::string("Signaling base url not provided");
   const auto metaData = options.metaData ? jsonText(*options.metaData).value_or("")
                                          : std::string("Metadata not provided");
-  const auto secureKey = options.secureKey.value_or("Not provided");
+  // Not even for those that may see secrets: it would leave this machine.
+  const auto* secureKey = options.secureKey ? "[REDACTED]" : "Not provided";
   return openSpan("Initializing the meeting",
                   {{"meetingId", options.meetingId},
                    {"participantId", participantId},

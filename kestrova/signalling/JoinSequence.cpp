@@ -1,4 +1,5 @@
 #include <kestrova/model/RoomClientError.h>
+#include <kestrova/model/Secrets.h>
 #include <kestrova/signalling/DeviceInfo.h>
 #include <kestrova/signalling/JoinSequence.h>
 #include <kestrova/signalling/Response.h>
@@ -85,7 +86,9 @@ SpanScope JoinSequence::startJoinSpan() const {
   const auto sdkName = configuration.sdkName();
   const auto sdkVersion = configuration.sdkVersion();
   const auto deviceInfo = DeviceInfo::toStringify();
-  const auto signalingUrl = options.signalingBaseUrl.value_or("signalingUrl not specified");
+  const auto signalingUrl = options.signalingBaseUrl
+                                ? addressWithoutSecrets(*options.signalingBaseUrl)
+                                : std::string("signalingUrl not specified");
   const auto metaData = meeting.metaData ? jsonText(*meeting.metaData) : std::nullopt;
   const auto videoText = customVideo ? customVideo->toJsonString(false) : std::string();
   const auto audioText = customAudio ? customAudio->toJsonString(true) : std::string();
@@ -162,17 +165,19 @@ void JoinSequence::takeParticipants(const Dictionary& answer) const {
   auto peers = getParticipants(answer);
   const auto* data = dictionary(answer, "data");
   const bool isComplete = data && list(*data, "peers");
-  MainQueue::shared().async([weak = std::weak_ptr(_context), peers = std::move(peers), isComplete] {
-    const auto context = weak.lock();
-    const auto delegate = context ? context->delegate() : nullptr;
-    if (!delegate) return;
-    std::set<std::string> ids;
-    for (const auto& peer : peers) ids.insert(peer.id);
-    // Goodbyes that were said while the connection was lost are not said again.
-    if (isComplete) delegate->keepOnly(ids);
-    for (const auto& peer : peers)
-      if (!peer.id.empty()) delegate->addParticipant(peer);
-  });
+  std::set<std::string> ids;
+  for (const auto& peer : peers) ids.insert(peer.id);
+  // Goodbyes that were said while the connection was lost are not said again.
+  if (isComplete) _context->spans.keepPeers(ids);
+  MainQueue::shared().async(
+      [weak = std::weak_ptr(_context), peers = std::move(peers), ids = std::move(ids), isComplete] {
+        const auto context = weak.lock();
+        const auto delegate = context ? context->delegate() : nullptr;
+        if (!delegate) return;
+        if (isComplete) delegate->keepOnly(ids);
+        for (const auto& peer : peers)
+          if (!peer.id.empty()) delegate->addParticipant(peer);
+      });
 }
 
 Task<std::optional<std::vector<std::string>>> JoinSequence::join(CameraPosition cameraPosition,

@@ -1,5 +1,6 @@
 #include <kestrova/signalling/RoomSpans.h>
 
+#include <iterator>
 #include <utility>
 
 namespace kestrova {
@@ -37,23 +38,22 @@ int RoomSpans::set(Slot slot, SpanScope span) {
 }
 
 void RoomSpans::finish(Slot slot, const EndSpanOptions& end) {
+  finishIf(slot, std::nullopt, end);
+}
+void RoomSpans::finish(Slot slot, int number, const EndSpanOptions& end) {
+  finishIf(slot, number, end);
+}
+
+void RoomSpans::finishIf(Slot slot, std::optional<int> number, const EndSpanOptions& end) {
   std::optional<SpanScope> finished;
   {
     std::scoped_lock held(_tracingLock);
     const auto found = _slots.find(slot);
-    if (found == _slots.end() || std::exchange(found->second.hasEnded, true)) return;
+    if (found == _slots.end() || (number && found->second.number != *number)) return;
+    if (std::exchange(found->second.hasEnded, true)) return;
     finished = found->second.span;
   }
   SdkTracer::shared().endSpan(*finished, end);
-}
-
-void RoomSpans::finish(Slot slot, int number, const EndSpanOptions& end) {
-  {
-    std::scoped_lock held(_tracingLock);
-    const auto found = _slots.find(slot);
-    if (found == _slots.end() || found->second.number != number) return;
-  }
-  finish(slot, end);
 }
 
 std::optional<SpanScope> RoomSpans::take(Slot slot) {
@@ -93,6 +93,19 @@ std::optional<SpanScope> RoomSpans::peer(const std::string& participantId) const
 }
 void RoomSpans::endPeer(const std::string& participantId) {
   end(_peerSpans, participantId);
+}
+
+void RoomSpans::keepPeers(const std::set<std::string>& participantIds) {
+  Registry gone;
+  {
+    std::scoped_lock held(_tracingLock);
+    for (auto peer = _peerSpans.begin(); peer != _peerSpans.end();) {
+      const auto next = std::next(peer);
+      if (!participantIds.contains(peer->first)) gone.insert(_peerSpans.extract(peer));
+      peer = next;
+    }
+  }
+  endAll(gone);
 }
 
 void RoomSpans::setConsumer(const std::string& consumerId, SpanScope span) {

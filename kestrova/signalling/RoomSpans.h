@@ -5,6 +5,7 @@
 #include <map>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 
 namespace kestrova {
@@ -31,6 +32,8 @@ public:
   void setPeer(const std::string& participantId, SpanScope span);
   std::optional<SpanScope> peer(const std::string& participantId) const;
   void endPeer(const std::string& participantId);
+  /// Ends those of all others.
+  void keepPeers(const std::set<std::string>& participantIds);
   void setConsumer(const std::string& consumerId, SpanScope span);
   std::optional<SpanScope> consumer(const std::string& consumerId) const;
   void endConsumer(const std::string& consumerId);
@@ -49,6 +52,7 @@ private:
   using Registry = std::map<std::string, SpanScope>;
   std::optional<SpanScope> find(const Registry& registry, const std::string& id) const;
   void end(Registry& registry, const std::string& id);
+  void finishIf(Slot slot, std::optional<int> number, const EndSpanOptions& end);
 
   mutable std::mutex _tracingLock;
   std::map<Slot, Held> _slots;

@@ -65,6 +65,7 @@ std::size_t valueStart(std::string_view text, std::size_t position) {
 }  // namespace
 
 std::string redacted(std::string_view value, const RedactionConfig& config) {
+  if (value == redactedText) return std::string(value);
   const auto length =
       static_cast<std::size_t>(std::count_if(value.begin(), value.end(), startsCharacter));
   const bool tooShort = config.mode == RedactionMode::auto_ && length <= config.autoThreshold;

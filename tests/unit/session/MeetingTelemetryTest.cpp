@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 #include <tests/unit/tracing/Collector.h>
 #include <tests/unit/tracing/Exported.h>
+#include <tests/unit/tracing/RecordingOutput.h>
 
 #include "DropFixture.h"
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -95,6 +97,45 @@ TEST_F(MeetingTelemetryTest, aServiceThatWantsNoTracesGetsNone) {
     meeting.platform.advance(5s);
     EXPECT_EQ(KestrovaTelemetry::activeInstance(), nullptr);
   }
+}
+
+TEST_F(MeetingTelemetryTest, noSecretLeavesTheMachineInASpan) {
+  auto& meeting = begin(R"({"enabled":true,"pbEndPoint":")" + endpoint + R"("})",
+                        {.signalingBaseUrl = "me:hidden-user@signal.test/api?key=hidden-base",
+                         .secureKey = "hidden-secure-key"});
+  meeting.join();
+  meeting.test.meeting->leave();
+  meeting.platform.advance(5s);
+  const auto all = finish();
+  EXPECT_EQ(Exported::attributesOf(all.spans.at("Initializing the meeting")).at("secureKey"),
+            "[REDACTED]");
+  EXPECT_EQ(Exported::attributesOf(all.spans.at("Joining the meeting")).at("signalingUrl"),
+            "signal.test/api");
+  for (const auto& request : drop->platform.session->requests) {
+    if (request.url != endpoint) continue;
+    EXPECT_EQ(request.body.find("hidden"), std::string::npos);
+    EXPECT_EQ(request.body.find("secret-token"), std::string::npos);
+  }
+}
+
+TEST_F(MeetingTelemetryTest, whoIsNotThereAfterAReturnHasASpanThatEnds) {
+  auto& meeting = begin();
+  meeting.join();
+  for (const auto* id : {"bob", "eve"}) meeting.test.addPeer(id, {{"displayName", id}});
+  const auto output =
+      std::make_shared<RecordingOutput>(EventCategories{EventCategory::telemetry}, false);
+  SdkTracer::shared().registerOutput(output);
+  const auto stays = [&](const std::string& who) {
+    const auto isEnd = [&](const auto& end) {
+      return end.name == "Participant '" + who + "' joined the room";
+    };
+    return std::none_of(output->ends.begin(), output->ends.end(), isEnd);
+  };
+  meeting.service().answer("join", {{"peers", List{Dictionary{{"id", "eve"}}}}});
+  meeting.dropAndComeBack(2s);
+  EXPECT_FALSE(stays("bob"));
+  EXPECT_TRUE(stays("eve"));
+  SdkTracer::shared().removeOutput(output);
 }
 
 TEST_F(MeetingTelemetryTest, whatADropInterruptsDidNotSucceed) {

@@ -27,10 +27,12 @@ std::optional<std::string> PubSubEndpointStore::pubSubUrl() const {
 void PubSubEndpointStore::update(std::optional<std::string> pubSubUrl) {
   if (pubSubUrl) boost::algorithm::trim(*pubSubUrl);
   if (pubSubUrl && pubSubUrl->empty()) pubSubUrl.reset();
-  std::scoped_lock held(_lock);
-  _pubSubUrl = std::move(pubSubUrl);
-  traceRealtime("Endpoint: update pubSubUrl", {{"hasUrl", _pubSubUrl.has_value()},
-                                               {"host", [this] { return hostOf(_pubSubUrl); }}});
+  {
+    std::scoped_lock held(_lock);
+    _pubSubUrl = pubSubUrl;
+  }
+  traceRealtime("Endpoint: update pubSubUrl",
+                {{"hasUrl", pubSubUrl.has_value()}, {"host", [&] { return hostOf(pubSubUrl); }}});
 }
 
 void PubSubEndpointStore::clear() {

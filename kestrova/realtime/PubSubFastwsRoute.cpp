@@ -98,6 +98,14 @@ PubSubMessageDropInfo dropInfo(std::uint64_t count) {
   return {static_cast<std::int64_t>(std::min(count, most))};
 }
 
+void traceNewClient(const boost::urls::url_view& url) {
+  if (boost::algorithm::to_lower_copy(std::string(url.scheme())) == "ws")
+    traceRealtime("Router: connecting over insecure ws:// — production should use wss://");
+  const std::string host = url.host();
+  traceRealtime("Router: lazily creating fastws socket + wire client",
+                {{"host", host.empty() ? "-" : host}});
+}
+
 }  // namespace
 
 PubSubFastwsRoute::PubSubFastwsRoute(std::shared_ptr<PubSubRouting> routing)
@@ -109,17 +117,25 @@ std::shared_ptr<PubSubWireClient> PubSubFastwsRoute::ensureWireClient() {
   const auto url = _routing->roomClient->pubSubEndpointStore().pubSubUrl();
   // An operation that began just before a move may have made one for where topics were served.
   if (url && isMadeForAnother(*url)) teardown();
-  std::scoped_lock held(_lock);
-  if (_wireClient) {
-    traceRealtime("Router: reusing existing wire client");
-    return _wireClient;
+  const auto address = url.value_or("");
+  const auto parsed = boost::urls::parse_uri(address);
+  std::shared_ptr<PubSubWireClient> client;
+  bool isNew = false;
+  {
+    std::scoped_lock held(_lock);
+    isNew = !_wireClient && parsed.has_value();
+    if (isNew) {
+      _url = address;
+      _wireClient = makeWireClient(_url);
+    }
+    client = _wireClient;
   }
-  if (!url || !boost::urls::parse_uri(*url)) {
-    traceRealtime("Router: ensureWireClient — no fastws endpoint");
-    return nullptr;
-  }
-  _url = *url;
-  return _wireClient = makeWireClient(_url);
+  if (isNew)
+    traceNewClient(*parsed);
+  else
+    traceRealtime(client ? "Router: reusing existing wire client"
+                         : "Router: ensureWireClient — no fastws endpoint");
+  return client;
 }
 
 bool PubSubFastwsRoute::isMadeForAnother(const std::string& url) {
@@ -129,12 +145,6 @@ bool PubSubFastwsRoute::isMadeForAnother(const std::string& url) {
 
 /// Not connected yet: the first operation does that.
 std::shared_ptr<PubSubWireClient> PubSubFastwsRoute::makeWireClient(const std::string& url) {
-  const auto parsed = boost::urls::parse_uri(url).value();
-  if (boost::algorithm::to_lower_copy(std::string(parsed.scheme())) == "ws")
-    traceRealtime("Router: connecting over insecure ws:// — production should use wss://");
-  const std::string host = parsed.host();
-  traceRealtime("Router: lazily creating fastws socket + wire client",
-                {{"host", host.empty() ? "-" : host}});
   if (!_pubsubQueue) _pubsubQueue = SerialQueue::make("com.kestrova.pubsubQueue");
   auto client = PubSubWireClient::make(PubSubSocket::make(url, _pubsubQueue), _pubsubQueue);
   const auto weak = weak_from_this();

@@ -14,6 +14,29 @@ namespace {
 
 constexpr std::array<std::string_view, 4> typeNames = {"debug", "info", "error", "fault"};
 
+constexpr bool isControl(char c) {
+  return static_cast<unsigned char>(c) < 0x20 || c == 0x7F;
+}
+
+/// What somebody else chose, as a name, must neither pass for a line of its own nor steer a
+/// terminal.
+void appendPrintable(std::string& text, std::string_view line) {
+  constexpr std::string_view digits = "0123456789abcdef";
+  for (std::size_t at = 0; at < line.size(); ++at) {
+    const auto c = line[at];
+    // The second block of controls is C2 80 to C2 9F in UTF-8.
+    const bool isSecond = c == '\xC2' && at + 1 < line.size() && (line[at + 1] & 0xE0) == 0x80;
+    if (!isControl(c) && !isSecond) {
+      text += c;
+      continue;
+    }
+    const auto code = static_cast<unsigned char>(isSecond ? line[++at] : c);
+    text += "\\x";
+    text += digits[code >> 4];
+    text += digits[code & 0xF];
+  }
+}
+
 // The stream is locked per call, so one call writes the whole line.
 void writeToStandardError(LogType type, std::string_view line) {
   std::string text = "[";
@@ -23,7 +46,7 @@ void writeToStandardError(LogType type, std::string_view line) {
   text += "] ";
   text += typeNames.at(static_cast<std::size_t>(type));
   text += ": ";
-  text += line;
+  appendPrintable(text, line);
   text += '\n';
   std::fwrite(text.data(), 1, text.size(), stderr);
 }

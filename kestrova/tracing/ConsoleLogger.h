@@ -21,7 +21,8 @@ public:
   /// The program's own name.
   static std::string_view subsystem();
 
-  /// To the standard error stream, as "[subsystem:category] type: line".
+  /// To the standard error stream, as "[subsystem:category] type: line". Control characters are
+  /// written as "\x1b".
   ConsoleLogger();
   explicit ConsoleLogger(LineSink sink);
 

@@ -50,6 +50,15 @@ protected:
   std::vector<Heard> heard;
 };
 
+TEST_F(LogHandlerTest, aNameOfSomebodyElseNeitherMakesLinesNorSteersTheTerminal) {
+  Kestrova::setLogHandler(nullptr);
+  auto console = makeConsole(LogLevel::warn);
+  const auto* name = "Zoë\x1b[2J\r\n[x:SDK] error: \u009b1m\x7f…\xC2";
+  EXPECT_EQ(written([&] { console.onEvent({.name = name, .category = warn}); }),
+            "[kestrova_unit_tests:SDK] info: Kestrova: ⚡ "
+            "Zoë\\x1b[2J\\x0d\\x0a[x:SDK] error: \\x9b1m\\x7f…\xC2\n");
+}
+
 TEST_F(LogHandlerTest, getsTheLinesOfAConsoleThatIsThereAlready) {
   Kestrova::setLogHandler(nullptr);
   auto console = makeConsole(LogLevel::warn);

@@ -16,6 +16,12 @@ if(NOT KESTROVA_OPENTELEMETRY_INCLUDE OR NOT KESTROVA_ABSEIL_INCLUDE OR "${libra
   message(FATAL_ERROR "opentelemetry-cpp and Abseil are not installed: run scripts/bootstrap, or "
     "build without telemetry export (-DKESTROVA_TELEMETRY=OFF)")
 endif()
+file(STRINGS ${KESTROVA_OPENTELEMETRY_INCLUDE}/opentelemetry/version.h version
+  REGEX "define OPENTELEMETRY_VERSION ")
+if(NOT version MATCHES "\"([0-9.]+)\"" OR CMAKE_MATCH_1 VERSION_LESS 1.19)
+  message(FATAL_ERROR "opentelemetry-cpp 1.19 or newer is needed; found is ${CMAKE_MATCH_1}: run "
+    "scripts/bootstrap, or build without telemetry export (-DKESTROVA_TELEMETRY=OFF)")
+endif()
 target_include_directories(kestrova_opentelemetry SYSTEM INTERFACE ${KESTROVA_OPENTELEMETRY_INCLUDE})
 target_link_libraries(kestrova_opentelemetry INTERFACE ${libraries} protobuf::libprotobuf)
 # As the packaged libraries were built.

@@ -1,5 +1,7 @@
 #include <kestrova/platform/Farewells.h>
 
+#include <unistd.h>
+
 #include <condition_variable>
 #include <cstdlib>
 #include <mutex>
@@ -14,6 +16,7 @@ struct Farewells::State {
   void (*lastWords)() = nullptr;
   void (*afterwards)() = nullptr;
   bool isOver = false;
+  const pid_t process = ::getpid();
 
   void said() {
     std::scoped_lock held(lock);
@@ -62,9 +65,11 @@ void Farewells::afterwards(void (*work)()) {
   std::atexit(atExit);
 }
 
-/// Comes once for each of the two that registered it; the first time does it all.
+/// Comes once for each of the two that registered it; the first time does it all. A fork of the
+/// process that exits has none of the threads that it would wait for, and nothing to say.
 void Farewells::atExit() {
   auto& all = state();
+  if (::getpid() != all.process) return;
   void (*lastWords)() = nullptr;
   {
     std::scoped_lock held(all.lock);

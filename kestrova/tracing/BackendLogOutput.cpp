@@ -1,3 +1,4 @@
+#include <kestrova/platform/Farewells.h>
 #include <kestrova/platform/Platform.h>
 #include <kestrova/platform/Values.h>
 #include <kestrova/tracing/BackendLogOutput.h>
@@ -60,7 +61,9 @@ struct BackendLogOutput::Posts {
       tellConsoles(std::to_string(missing) + " log lines left out: too many under way");
   }
 
-  static Task<void> send(std::shared_ptr<Posts> posts, URLRequest request) {
+  /// \param farewell the exit of the process waits for it, a little
+  static Task<void> send(std::shared_ptr<Posts> posts, URLRequest request,
+                         std::shared_ptr<void> farewell) {
     std::string failure;
     try {
       auto sending = posts->platform->urlSession->data(std::move(request));
@@ -70,6 +73,7 @@ struct BackendLogOutput::Posts {
     }
     if (!failure.empty()) reportUnsent(failure);
     posts->end();
+    farewell.reset();
   }
 };
 
@@ -104,10 +108,10 @@ void BackendLogOutput::sendLog(const std::string& text, EventCategory category,
   auto request = makeRequest(target, text, category, attributes, dashboardLog);
   if (!_posts->begin()) return;
   // Never here: whoever traces may hold a lock, or have to go on at once.
-  boost::asio::post(_posts->platform->background,
-                    [posts = _posts, request = std::move(request)]() mutable {
-                      spawn(Posts::send(std::move(posts), std::move(request)));
-                    });
+  boost::asio::post(_posts->platform->background, [posts = _posts, request = std::move(request),
+                                                   farewell = Farewells::begin()]() mutable {
+    spawn(Posts::send(std::move(posts), std::move(request), std::move(farewell)));
+  });
 } catch (const std::exception& error) {
   reportUnsent(error.what());
 }

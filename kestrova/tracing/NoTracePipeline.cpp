@@ -4,6 +4,10 @@
 
 namespace kestrova {
 
+bool exportsTraces() {
+  return false;
+}
+
 std::shared_ptr<TracePipeline> makeTracePipeline(TracePipelineOptions) {
   return nullptr;
 }

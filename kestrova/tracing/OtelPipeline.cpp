@@ -273,8 +273,9 @@ public:
         std::shared_ptr<otel::TracerProvider>(works->provider())));
   }
 
-  /// Flushes and ends `works` in the background.
+  /// Flushes and ends `works` in the background; the exit of the process has flushed them all.
   void close(std::shared_ptr<Works> works) try {
+    if (_areOver) return;
     std::thread([this, works = std::move(works)] {
       works->flush(Clock::now() + closingPatience);
       works->close();
@@ -452,6 +453,10 @@ void quietenOpenTelemetry() {
 }
 
 }  // namespace
+
+bool exportsTraces() {
+  return true;
+}
 
 std::shared_ptr<TracePipeline> makeTracePipeline(TracePipelineOptions options) {
   if (!options.platform || !options.platform->urlSession || Pipelines::shared().areOver())

@@ -2,6 +2,7 @@
 #include <kestrova/tracing/KestrovaTelemetry.h>
 #include <kestrova/tracing/SdkTracer.h>
 #include <kestrova/tracing/TelemetryOutput.h>
+#include <kestrova/tracing/TracePipeline.h>
 
 #include <algorithm>
 #include <chrono>
@@ -34,6 +35,7 @@ SdkTracer::SdkTracer(WallClock wallClockMs) : _wallClockMs(std::move(wallClockMs
 
 SdkTracer* SdkTracer::makeShared() {
   auto* tracer = new SdkTracer;
+  if (!exportsTraces()) return tracer;
   tracer->setTelemetryOutputFactory(
       [](EventCategories categories, bool seesSecrets, bool respectsLogLevel) {
         return std::make_shared<TelemetryOutput>(

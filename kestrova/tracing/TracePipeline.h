@@ -40,7 +40,10 @@ public:
       const std::shared_ptr<TelemetrySpan>& otherwise) = 0;
 };
 
-/// \returns nothing in a build without OpenTelemetry
+/// Whether this build can export traces at all.
+bool exportsTraces();
+
+/// \returns nothing where it can't
 /// \throws std::exception when the machine has no means for another pipeline
 std::shared_ptr<TracePipeline> makeTracePipeline(TracePipelineOptions options);
 

@@ -1,3 +1,4 @@
+#include <kestrova/platform/Farewells.h>
 #include <kestrova/tracing/BackendLogOutput.h>
 
 #include <gmock/gmock.h>
@@ -7,6 +8,7 @@
 namespace kestrova::test {
 namespace {
 
+using namespace std::chrono_literals;
 using enum EventCategory;
 using testing::Contains;
 using testing::HasSubstr;
@@ -134,9 +136,11 @@ TEST_F(BackendLogOutputTest, aLogThatHangsHoldsOnlySoMuch) {
   };
   speak(most + 6);
   EXPECT_EQ(requests().size(), most);
+  EXPECT_FALSE(Farewells::wait(0ms)) << "a program that ends waits a little for what is under way";
   EXPECT_TRUE(platform.traces.texts().empty());
   platform.session->release();
   platform.pump();
+  EXPECT_TRUE(Farewells::wait(0ms));
   EXPECT_THAT(platform.traces.texts(),
               testing::ElementsAre("6 log lines left out: too many under way"));
   speak(most);

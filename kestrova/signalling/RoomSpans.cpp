@@ -20,7 +20,8 @@ void interrupt(const SpanScope& span, std::string_view message) {
 std::optional<SpanScope> RoomSpans::get(Slot slot) const {
   std::scoped_lock held(_tracingLock);
   const auto found = _slots.find(slot);
-  return found == _slots.end() ? std::nullopt : std::optional(found->second.span);
+  if (found == _slots.end() || found->second.isTaken) return std::nullopt;
+  return found->second.span;
 }
 
 int RoomSpans::set(Slot slot, SpanScope span) {
@@ -58,8 +59,9 @@ void RoomSpans::finishIf(Slot slot, std::optional<int> number, const EndSpanOpti
 
 std::optional<SpanScope> RoomSpans::take(Slot slot) {
   std::scoped_lock held(_tracingLock);
-  auto node = _slots.extract(slot);
-  return node.empty() ? std::nullopt : std::optional(std::move(node.mapped().span));
+  const auto found = _slots.find(slot);
+  if (found == _slots.end() || std::exchange(found->second.isTaken, true)) return std::nullopt;
+  return found->second.span;
 }
 
 void RoomSpans::drop(Slot slot, int number) {

@@ -24,7 +24,7 @@ public:
   void finish(Slot slot, const EndSpanOptions& end = {});
   /// The same, unless another took its place.
   void finish(Slot slot, int number, const EndSpanOptions& end = {});
-  /// Empties the slot and gives what was in it, which ends elsewhere.
+  /// Gives what is in the slot, and no more from then on; whoever set it still ends and drops it.
   std::optional<SpanScope> take(Slot slot);
   /// Empties the slot, unless another is in it.
   void drop(Slot slot, int number);
@@ -48,6 +48,7 @@ private:
     SpanScope span;
     int number = 0;
     bool hasEnded = false;
+    bool isTaken = false;
   };
   using Registry = std::map<std::string, SpanScope>;
   std::optional<SpanScope> find(const Registry& registry, const std::string& id) const;

@@ -66,6 +66,8 @@ Task<void> Teardown::disconnect(LeaveReason leaveReason, bool closeSocket,
         {{"leaveReasonCode", rawValue(leaveReason)}, {"leaveReason", message(leaveReason)}},
         leaveSpan);
   trace(manual ? "Meeting left successfully" : "Meeting closed successfully", {}, leaveSpan);
+  // Before the goodbye is said: a process that waits for no more than that still exports it.
+  _context->spans.finish(RoomSpans::Slot::leave);
   if (closeSocket) _context->socketRequestHandler->disconnect(leaveReason, std::move(goodbye));
 }
 

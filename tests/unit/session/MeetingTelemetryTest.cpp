@@ -194,6 +194,13 @@ TEST_F(MeetingTelemetryTest, aMoveThatAnotherSupersedesDidNotSucceed) {
     EXPECT_EQ(all.status(name), "ERROR: interrupted by another move, " + dropped);
 }
 
+TEST_F(MeetingTelemetryTest, aCameraThatIsSentHasASpanThatSucceeded) {
+  auto& meeting =
+      begin(R"({"enabled":true,"pbEndPoint":")" + endpoint + R"("})", {.webcamEnabled = true});
+  meeting.join();
+  EXPECT_EQ(finish().status("Starting Video Stream transmission"), "OK");
+}
+
 TEST_F(MeetingTelemetryTest, aMicrophoneThatDoesNotStartIsNoSuccess) {
   auto& meeting =
       begin(R"({"enabled":true,"pbEndPoint":")" + endpoint + R"("})", {.micEnabled = true});

@@ -123,10 +123,12 @@ void MeetingLifecycle::entryResponded(const Dictionary& payload) {
   if (!isWhole || _context->connections->isOver()) return;
 
   const bool isMine = *id == _context->localParticipant->id();
-  if (isMine) _context->roomClient()->logTo(makeBackendLog(_context->id(), *id, *sessionId));
-  auto& spans = _context->roomClient()->spans();
-  const auto entrySpan = spans.get(Slot::requestEntry);
   const auto switchingRoomId = text(payload, "switchingRoomId");
+  const auto client = _context->roomClient();
+  if (isMine && !switchingRoomId)
+    client->logTo(makeBackendLog(client->requests()->meetingId(), *id, *sessionId));
+  auto& spans = client->spans();
+  const auto entrySpan = spans.get(Slot::requestEntry);
   ScopedSpan span([&] { return "Entry response: " + boost::algorithm::to_upper_copy(*decision); },
                   {{"peer.id", *id},
                    {"entry.decision", *decision},

@@ -8,6 +8,12 @@
 #include <utility>
 
 namespace kestrova {
+namespace {
+
+/// How many meetings of the process are between their join and their end.
+std::atomic<int> tracingMeetings{0};
+
+}  // namespace
 
 std::shared_ptr<RoomClient> RoomClient::make(RoomClientOptions options) {
   std::shared_ptr<RoomClient> client(new RoomClient(std::move(options)));
@@ -42,6 +48,7 @@ RoomClient::~RoomClient() {
 // ---- Joining and leaving -----------------------------------------------------------------------
 
 Task<void> RoomClient::connect() {
+  if (!_isTracing.exchange(true)) ++tracingMeetings;
   return _joinSequence->connect();
 }
 
@@ -122,18 +129,19 @@ void RoomClient::noteSession(const std::optional<std::string>& sessionId) {
 }
 
 void RoomClient::logTo(const std::shared_ptr<TraceOutput>& backendLog) {
-  _context->setBackendLog(backendLog);
-  SdkTracer::shared().setBackendOutput(backendLog);
+  auto& tracer = SdkTracer::shared();
+  tracer.setBackendOutput(backendLog, _context->exchangeBackendLog(backendLog));
+  // The meeting may have ended meanwhile.
+  if (!_isTracing) tracer.clearBackendOutput(backendLog);
 }
 
-/// The tracer is the process's: what another meeting, joined since, has there stays.
 void RoomClient::cleanUpTracing() {
+  const bool wasTracing = _isTracing.exchange(false);
   _context->spans.clear();
-  if (_isTracingClean.exchange(true)) return;
   auto& tracer = SdkTracer::shared();
-  if (const auto own = _context->backendLog()) tracer.clearBackendOutput(own);
-  const auto active = KestrovaTelemetry::activeInstance();
-  if (!active || active == _context->kestrovaOTEL()) tracer.clearSpanHistory();
+  if (const auto own = _context->exchangeBackendLog(nullptr)) tracer.clearBackendOutput(own);
+  // The tracer is the process's: what other meetings have there stays.
+  if (wasTracing && --tracingMeetings == 0) tracer.clearSpanHistory();
 }
 
 // ---- Files -------------------------------------------------------------------------------------

@@ -146,7 +146,7 @@ private:
   const std::shared_ptr<ModeChanging> _modeChanging;
   const std::shared_ptr<PeerRequests> _peerRequests;
   RemoteEventDispatcher _dispatcher;
-  std::atomic<bool> _isTracingClean{false};
+  std::atomic<bool> _isTracing{false};  // from the join to the end
 };
 
 }  // namespace kestrova

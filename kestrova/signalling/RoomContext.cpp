@@ -43,14 +43,9 @@ void RoomContext::setKestrovaOTEL(std::shared_ptr<KestrovaTelemetry> telemetry) 
   _kestrovaOTEL.swap(telemetry);
 }
 
-std::shared_ptr<TraceOutput> RoomContext::backendLog() const {
+std::shared_ptr<TraceOutput> RoomContext::exchangeBackendLog(std::shared_ptr<TraceOutput> output) {
   std::scoped_lock held(_lock);
-  return _backendLog;
-}
-
-void RoomContext::setBackendLog(std::shared_ptr<TraceOutput> output) {
-  std::scoped_lock held(_lock);
-  _backendLog.swap(output);
+  return std::exchange(_backendLog, std::move(output));
 }
 
 void RoomContext::afterRequests(Work work) const {

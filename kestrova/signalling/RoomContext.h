@@ -66,9 +66,8 @@ public:
   /// Nothing before the join has learnt where traces go.
   std::shared_ptr<KestrovaTelemetry> kestrovaOTEL() const;
   void setKestrovaOTEL(std::shared_ptr<KestrovaTelemetry> telemetry);
-  /// The output for the service's log of this stay; nothing before the admission.
-  std::shared_ptr<TraceOutput> backendLog() const;
-  void setBackendLog(std::shared_ptr<TraceOutput> output);
+  /// Keeps the output for the service's log of this stay. \returns the one until now, or nothing
+  std::shared_ptr<TraceOutput> exchangeBackendLog(std::shared_ptr<TraceOutput> output);
 
 private:
   const std::shared_ptr<SerialQueue> _requestQueue;

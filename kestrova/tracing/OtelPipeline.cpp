@@ -287,6 +287,11 @@ public:
   }
 
 private:
+  /// A fork of the process has none of its threads, and exports nothing.
+  Pipelines() {
+    pthread_atfork(nullptr, nullptr, [] { shared()._areOver = true; });
+  }
+
   void endAll();
 
   std::shared_mutex _inUse;

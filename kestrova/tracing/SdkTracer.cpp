@@ -220,20 +220,33 @@ void SdkTracer::setLogLevel(LogLevel level) {
   for (const auto& output : *_outputs) output->setLogLevel(level);
 }
 
-void SdkTracer::setBackendOutput(const std::shared_ptr<TraceOutput>& output) {
+void SdkTracer::setBackendOutput(const std::shared_ptr<TraceOutput>& output,
+                                 const std::shared_ptr<TraceOutput>& former) {
   const std::lock_guard lock(_outputRefsLock);
-  removeOutput(std::exchange(_backendLogcatOutput, output));
-  registerOutput(output);
+  std::erase(_backendLogs, former);
+  _backendLogs.push_back(output);
+  useNewestBackendLog();
 }
 
 void SdkTracer::clearBackendOutput() {
   const std::lock_guard lock(_outputRefsLock);
-  removeOutput(std::exchange(_backendLogcatOutput, nullptr));
+  _backendLogs.clear();
+  useNewestBackendLog();
 }
 
 void SdkTracer::clearBackendOutput(const std::shared_ptr<TraceOutput>& own) {
   const std::lock_guard lock(_outputRefsLock);
-  if (_backendLogcatOutput == own) removeOutput(std::exchange(_backendLogcatOutput, nullptr));
+  std::erase(_backendLogs, own);
+  useNewestBackendLog();
+}
+
+/// With _outputRefsLock held. The new one comes before the old one goes: nothing is lost in
+/// between.
+void SdkTracer::useNewestBackendLog() {
+  const auto newest = _backendLogs.empty() ? nullptr : _backendLogs.back();
+  if (newest == _backendLogcatOutput) return;
+  registerOutput(newest);
+  removeOutput(std::exchange(_backendLogcatOutput, newest));
 }
 
 void SdkTracer::clearSpanHistory() {

@@ -139,10 +139,13 @@ public:
   /// How `ensureTelemetryOutput` makes its output; without one there is none. The shared tracer has
   /// one that makes a `TelemetryOutput`. Called with the tracer locked: must not call the tracer.
   void setTelemetryOutputFactory(TelemetryOutputFactory factory);
-  /// Registers the backend log's output in place of the one before.
-  void setBackendOutput(const std::shared_ptr<TraceOutput>& output);
+  /// Registers a meeting's backend log in place of the one there is, which comes back when the new
+  /// one is cleared, unless it is `former`: that meeting's own until now.
+  void setBackendOutput(const std::shared_ptr<TraceOutput>& output,
+                        const std::shared_ptr<TraceOutput>& former = nullptr);
+  /// Forgets them all.
   void clearBackendOutput();
-  /// The same, if it is still that one: another meeting may have registered its own since.
+  /// Forgets this one only.
   void clearBackendOutput(const std::shared_ptr<TraceOutput>& own);
   /// Has every output forget the spans of the meeting that ended.
   void clearSpanHistory();
@@ -164,6 +167,7 @@ private:
   void deliver(Record record, Selects selects, void (TraceOutput::*callback)(const Record&)) const;
   std::shared_ptr<const Outputs> outputs() const;
   void replaceOutputs(Outputs outputs);  // under _outputsLock
+  void useNewestBackendLog();
   LogLevel globalLogLevel() const;
   std::shared_ptr<const Redaction> redaction() const;
 
@@ -184,6 +188,7 @@ private:
   std::shared_ptr<TraceOutput> _clientLogcatOutput;
   std::shared_ptr<TraceOutput> _telemetryLogcatOutput;
   std::shared_ptr<TraceOutput> _backendLogcatOutput;
+  std::vector<std::shared_ptr<TraceOutput>> _backendLogs;  // of all meetings, the newest last
   TelemetryOutputFactory _makeTelemetryOutput;
 
   mutable std::mutex _redactionLock;

@@ -100,7 +100,9 @@ void TelemetryOutput::clearSpanHistory() {
 
 void TelemetryOutput::bufferAction(Action action) {
   const std::lock_guard held(_lock);
-  if (_pendingActionRetryCount < maxPendingRetries) _pendingActions.push_back(std::move(action));
+  if (_pendingActionRetryCount >= maxPendingRetries) return;
+  // Far more than a join brings about: a process may go on for days without another.
+  if (_pendingActions.size() < maxPendingActions) _pendingActions.push_back(std::move(action));
 }
 
 void TelemetryOutput::flushPendingActions() {

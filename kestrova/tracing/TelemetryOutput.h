@@ -55,6 +55,7 @@ private:
 
   static constexpr std::size_t maxSpans = 512;
   static constexpr int maxPendingRetries = 3;
+  static constexpr std::size_t maxPendingActions = 16'384;
 
   void bufferAction(Action action);
   void flushPendingActions();

@@ -49,6 +49,18 @@ TEST_F(MeetingLogTest, aStayIsLoggedUntilItsEndWhicheverWayItEnds) {
   EXPECT_EQ(linesOfAnError(), 0) << "nothing more under the name of that stay";
 }
 
+TEST_F(MeetingLogTest, aMoveThatADropInterruptsIsLoggedUnderTheNewRoom) {
+  drop.join();
+  drop.service().withhold("join");
+  drop.test.notify(
+      "entryResponded",
+      {{"sessionId", "s"}, {"id", "me"}, {"decision", "allowed"}, {"switchingRoomId", "hall"}});
+  drop.dropAndReturn(2s);
+  EXPECT_EQ(linesOfAnError(), 1);
+  EXPECT_NE(drop.platform.session->requests.back().body.find(R"("roomId":"hall")"),
+            std::string::npos);
+}
+
 TEST_F(MeetingLogTest, anEndLeavesTheLogOfAnotherMeetingAlone) {
   drop.join();
   const auto other =

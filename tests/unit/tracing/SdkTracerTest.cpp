@@ -129,9 +129,18 @@ TEST_F(SdkTracerTest, bringsAndTakesItsOwnOutputs) {
   const auto backend = std::make_shared<RecordingOutput>(EventCategories{warn}, false, 16);
   tracer.setBackendOutput(backend);
   tracer.traceEvent("to the backend", {.category = warn});
+  const auto newer = std::make_shared<RecordingOutput>(EventCategories{warn}, false, 16);
+  const auto newest = std::make_shared<RecordingOutput>(EventCategories{warn}, false, 16);
+  tracer.setBackendOutput(newer);
+  tracer.setBackendOutput(newest, newer);
+  tracer.traceEvent("to another meeting's", {.category = warn});
+  tracer.clearBackendOutput(newest);
+  tracer.traceEvent("to the first again", {.category = warn});
   tracer.clearBackendOutput();
   tracer.clearBackendOutput();
-  EXPECT_EQ(backend->events.size(), 1U);
+  EXPECT_EQ(backend->events.size(), 2U);
+  EXPECT_EQ(newer->events.size(), 0U);
+  EXPECT_EQ(newest->events.size(), 1U);
   EXPECT_FALSE(tracer.wantsRouted(16));
 }
 

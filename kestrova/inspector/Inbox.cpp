@@ -10,6 +10,7 @@ namespace {
 
 // The record keeps no more of them.
 constexpr std::size_t mostTraces = Ring<EventFacts>::mostEntries;
+constexpr std::size_t mostTraceBytes = Ring<EventFacts>::mostBytes;
 
 }  // namespace
 
@@ -28,14 +29,16 @@ void Inbox::put(Change change) {
   });
 }
 
-void Inbox::putTrace(Change change) {
+void Inbox::putTrace(Change change, std::size_t bytes) {
   {
     std::scoped_lock held(_lock);
-    if (_traces >= mostTraces) {
+    const bool isTooMuch = _traceBytes + bytes > mostTraceBytes && _traces > 0;
+    if (isTooMuch || _traces >= mostTraces) {
       ++_leftOut;
       return;
     }
     ++_traces;
+    _traceBytes += bytes;
   }
   put(std::move(change));
 }
@@ -48,6 +51,7 @@ void Inbox::deliver() {
     changes.swap(_changes);
     leftOut = std::exchange(_leftOut, 0);
     _traces = 0;
+    _traceBytes = 0;
   }
   _reader(std::move(changes), leftOut);
 }

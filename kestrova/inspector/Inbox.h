@@ -25,7 +25,8 @@ public:
 
   void put(Change change);
   /// For the trace, which may come faster than anybody can read: left out while too much waits.
-  void putTrace(Change change);
+  /// \param bytes that the line holds
+  void putTrace(Change change, std::size_t bytes);
 
 private:
   void deliver();
@@ -35,6 +36,7 @@ private:
   std::mutex _lock;  // for all below
   std::vector<Change> _changes;
   std::size_t _traces = 0;
+  std::size_t _traceBytes = 0;
   std::size_t _leftOut = 0;
 };
 

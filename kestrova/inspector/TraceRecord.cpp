@@ -41,6 +41,10 @@ std::size_t weight(const SpanFacts& span) {
   return sizeof span + span.name.size() + span.message.size() + weight(span.attributes);
 }
 
+std::size_t weight(const SpanEnding& ending) {
+  return sizeof ending + ending.name.size() + ending.message.size() + weight(ending.attributes);
+}
+
 std::size_t weight(const EventFacts& event) {
   return sizeof event + event.name.size() + weight(event.attributes);
 }

@@ -10,7 +10,21 @@
 
 namespace kestrova::inspector {
 
+/// How a span ended, and what is known of it where its start was not heard.
+struct SpanEnding {
+  std::string id;
+  std::string name;
+  Ms t = 0;
+  Ms durationMs = 0;
+  bool success = true;
+  std::string message{};
+  TraceAttributes attributes{};  ///< joins those of the start
+  std::string category{};
+};
+
+/// About how many bytes of memory it takes.
 std::size_t weight(const SpanFacts& span);
+std::size_t weight(const SpanEnding& ending);
 std::size_t weight(const EventFacts& event);
 
 /// Entries in the order of their coming, numbered from the first ever.
@@ -48,18 +62,6 @@ private:
   std::deque<Entry> _entries;
   std::size_t _bytes = 0;
   std::size_t _dropped = 0;
-};
-
-/// How a span ended, and what is known of it where its start was not heard.
-struct SpanEnding {
-  std::string id;
-  std::string name;
-  Ms t = 0;
-  Ms durationMs = 0;
-  bool success = true;
-  std::string message{};
-  TraceAttributes attributes{};  ///< joins those of the start
-  std::string category{};
 };
 
 /// The library's trace of the last minutes. One thread.

@@ -26,35 +26,40 @@ public:
 
 private:
   void started(const InspectorEvent& event) {
-    _inbox->putTrace([span = SpanFacts{.id = event.id,
-                                       .parentId = event.parentId,
-                                       .name = event.name,
-                                       .start = event.timestamp,
-                                       .attributes = event.attributes,
-                                       .category = std::string(rawValue(event.category))}](
-                         MeetingRecord& record) mutable { record.spanStarted(std::move(span)); });
+    put(SpanFacts{.id = event.id,
+                  .parentId = event.parentId,
+                  .name = event.name,
+                  .start = event.timestamp,
+                  .attributes = event.attributes,
+                  .category = std::string(rawValue(event.category))},
+        &MeetingRecord::spanStarted);
   }
   void ended(const InspectorEvent& event) {
-    _inbox->putTrace([ending = SpanEnding{.id = event.id,
-                                          .name = event.name,
-                                          .t = event.timestamp,
-                                          .durationMs = event.durationMs.value_or(0),
-                                          .success = event.success.value_or(true),
-                                          .message = event.message.value_or(""),
-                                          .attributes = event.attributes,
-                                          .category = std::string(rawValue(event.category))}](
-                         MeetingRecord& record) mutable { record.spanEnded(std::move(ending)); });
+    put(SpanEnding{.id = event.id,
+                   .name = event.name,
+                   .t = event.timestamp,
+                   .durationMs = event.durationMs.value_or(0),
+                   .success = event.success.value_or(true),
+                   .message = event.message.value_or(""),
+                   .attributes = event.attributes,
+                   .category = std::string(rawValue(event.category))},
+        &MeetingRecord::spanEnded);
   }
   void happened(const InspectorEvent& event) {
-    _inbox->putTrace(
-        [facts = EventFacts{.t = event.timestamp,
-                            .name = event.name,
-                            .parentId = event.parentId,
-                            .category = std::string(rawValue(event.category)),
-                            .success = event.success,
-                            .attributes = event.attributes}](MeetingRecord& record) mutable {
-          record.eventHappened(std::move(facts));
-        });
+    put(EventFacts{.t = event.timestamp,
+                   .name = event.name,
+                   .parentId = event.parentId,
+                   .category = std::string(rawValue(event.category)),
+                   .success = event.success,
+                   .attributes = event.attributes},
+        &MeetingRecord::eventHappened);
+  }
+  template <class Facts>
+  void put(Facts facts, void (MeetingRecord::*take)(Facts)) {
+    const auto bytes = weight(facts);
+    _inbox->putTrace([facts = std::move(facts),
+                      take](MeetingRecord& record) mutable { (record.*take)(std::move(facts)); },
+                     bytes);
   }
 
   const std::shared_ptr<Inbox> _inbox;

@@ -3,6 +3,7 @@
 #include <kestrova/platform/Values.h>
 
 #include <chrono>
+#include <exception>
 #include <string>
 #include <utility>
 
@@ -21,13 +22,21 @@ EventFeed::EventFeed(boost::asio::io_context& loop, PageServer::Options options,
       _gathering(loop) {}
 
 void EventFeed::take(std::vector<Inbox::Change> changes, std::size_t leftOut) {
-  for (const auto& change : changes) change(_record);
+  std::exception_ptr failure;
+  for (const auto& change : changes) {
+    try {
+      change(_record);
+    } catch (...) {  // what comes after it is true all the same
+      failure = std::current_exception();
+    }
+  }
   if (leftOut > 0)
     _record.eventHappened({.t = now(),
                            .name = "The trace came too fast: lines were left out",
                            .category = "WARN",
                            .attributes = {{"count", std::to_string(leftOut)}}});
   if (_record.hasSamplesToTell()) tellSamplesSoon();
+  if (failure) std::rethrow_exception(failure);
 }
 
 void EventFeed::changed(std::string_view event, const Dictionary& data) {

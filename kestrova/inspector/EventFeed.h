@@ -21,6 +21,7 @@ public:
   EventFeed(boost::asio::io_context& loop, PageServer::Options options, std::string_view page);
 
   PageServer& server() { return _server; }
+  /// Takes all of them, and throws after that what the last one that failed has thrown.
   void take(std::vector<Inbox::Change> changes, std::size_t leftOut);
 
 private:

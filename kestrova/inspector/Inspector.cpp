@@ -1,20 +1,17 @@
 #include <kestrova/inspector/EventFeed.h>
 #include <kestrova/inspector/Inbox.h>
 #include <kestrova/inspector/Inspector.h>
+#include <kestrova/inspector/LoopThread.h>
 #include <kestrova/inspector/MeetingWatch.h>
 #include <kestrova/inspector/Page.h>
 #include <kestrova/inspector/TraceWatch.h>
 #include <kestrova/platform/Queue.h>
 
-#include <boost/asio/executor_work_guard.hpp>
-#include <boost/asio/io_context.hpp>
 #include <boost/asio/post.hpp>
 #include <boost/asio/steady_timer.hpp>
-#include <pthread.h>
 
 #include <chrono>
 #include <optional>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -32,43 +29,40 @@ constexpr std::chrono::milliseconds longestEnd{50};
 
 struct Inspector::State {
   explicit State(Options options)
-      : feed(*loop, PageServer::Options{.port = options.port}, page()),
+      : feed(*thread.loop(), PageServer::Options{.port = options.port}, page()),
         inbox(std::make_shared<Inbox>(
-            loop, [this](std::vector<Inbox::Change> changes,
-                         std::size_t leftOut) { feed.take(std::move(changes), leftOut); })),
+            thread.loop(),
+            [this](std::vector<Inbox::Change> changes, std::size_t leftOut) {
+              feed.take(std::move(changes), leftOut);
+            })),
         watch(std::make_shared<MeetingWatch>(inbox)),
         traces(inbox) {}
 
   void finish();
 
-  const std::shared_ptr<asio::io_context> loop = std::make_shared<asio::io_context>(1);
-  asio::executor_work_guard<asio::io_context::executor_type> work{loop->get_executor()};
+  LoopThread thread;
   EventFeed feed;
-  asio::steady_timer end{*loop};
+  asio::steady_timer end{*thread.loop()};
   const std::shared_ptr<Inbox> inbox;
   std::shared_ptr<MeetingWatch> watch;
   std::optional<TraceWatch> traces;
-  std::thread thread;
 };
 
 /// On the thread.
 void Inspector::State::finish() {
-  feed.server().finish([this] { loop->stop(); });
   end.expires_after(longestEnd);
   end.async_wait([this](const boost::system::error_code&) {
+    thread.loop()->stop();
     feed.server().close();
-    loop->stop();
   });
+  feed.server().finish([this] { thread.loop()->stop(); });
 }
 
 Inspector::Inspector(const std::shared_ptr<Meeting>& meeting) : Inspector(meeting, Options()) {}
 
 Inspector::Inspector(const std::shared_ptr<Meeting>& meeting, Options options)
     : _state(std::make_unique<State>(options)) {
-  _state->thread = std::thread([loop = _state->loop] {
-    pthread_setname_np(pthread_self(), "kestrova-inspec");
-    loop->run();
-  });
+  _state->thread.start();
   // What is there and what changes are both seen on the main queue, so that nothing falls between.
   MainQueue::shared().async(
       [weak = std::weak_ptr(_state->watch), weakMeeting = std::weak_ptr(meeting)] {
@@ -81,7 +75,7 @@ Inspector::Inspector(const std::shared_ptr<Meeting>& meeting, Options options)
 Inspector::~Inspector() {
   _state->watch.reset();
   _state->traces.reset();
-  asio::post(*_state->loop, [state = _state.get()] { state->finish(); });
+  asio::post(*_state->thread.loop(), [state = _state.get()] { state->finish(); });
   _state->thread.join();
 }
 

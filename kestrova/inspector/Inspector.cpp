@@ -9,6 +9,7 @@
 
 #include <boost/asio/post.hpp>
 #include <boost/asio/steady_timer.hpp>
+#include <unistd.h>
 
 #include <chrono>
 #include <optional>
@@ -40,6 +41,7 @@ struct Inspector::State {
 
   void finish();
 
+  const pid_t process = ::getpid();
   LoopThread thread;
   EventFeed feed;
   asio::steady_timer end{*thread.loop()};
@@ -73,6 +75,12 @@ Inspector::Inspector(const std::shared_ptr<Meeting>& meeting, Options options)
 }
 
 Inspector::~Inspector() {
+  // In a child that a fork made there is no such thread to wait for, and what the locks guard may
+  // have been half done: all of it belongs to the parent.
+  if (::getpid() != _state->process) {
+    static_cast<void>(_state.release());
+    return;
+  }
   _state->watch.reset();
   _state->traces.reset();
   asio::post(*_state->thread.loop(), [state = _state.get()] { state->finish(); });

@@ -28,7 +28,8 @@ public:
   /// \throws std::system_error when the port is taken
   explicit Inspector(const std::shared_ptr<Meeting>& meeting);
   Inspector(const std::shared_ptr<Meeting>& meeting, Options options);
-  /// Open pages keep what they show, and get nothing more. Returns within 100 ms.
+  /// Open pages keep what they show, and get nothing more. Returns within 100 ms. In a child
+  /// process that came by fork, nothing happens: the pages are the parent's.
   ~Inspector();
   Inspector(const Inspector&) = delete;
   Inspector& operator=(const Inspector&) = delete;
@@ -38,7 +39,7 @@ public:
 
 private:
   struct State;
-  const std::unique_ptr<State> _state;
+  std::unique_ptr<State> _state;
 };
 
 }  // namespace kestrova

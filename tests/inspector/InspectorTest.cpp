@@ -2,7 +2,9 @@
 #include <kestrova/tracing/SdkTracer.h>
 
 #include <gmock/gmock.h>
+#include <sys/wait.h>
 #include <tests/support/TestMeeting.h>
+#include <unistd.h>
 
 #include "Browser.h"
 #include <chrono>
@@ -247,6 +249,25 @@ TEST_F(InspectorTest, TheTraceComesWithItsSpansAndWithoutSecrets) {
   const auto late = boost::json::serialize(Page(*inspector).snapshot);
   EXPECT_NE(late.find("\"Outer\""), std::string::npos);
   EXPECT_EQ(late.find("secret"), std::string::npos);
+}
+
+TEST_F(InspectorTest, AChildThatEndsLeavesThePagesToItsParent) {
+  auto test = TestMeeting::joined(platform);
+  auto inspector = inspect(test);
+  Page page(*inspector);
+  const auto child = ::fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    ::alarm(30);  // ends it by a signal, should it wait for a thread that it doesn't have
+    inspector.reset();
+    ::_exit(0);
+  }
+  int status = -1;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+  test.addPeer("bob");
+  EXPECT_EQ(page.mark("participant"), "bob joined");
+  EXPECT_EQ(Page(*inspector).snapshot.at("participants").as_array().size(), 2U);
 }
 
 TEST_F(InspectorTest, EndsWhileThreadsTrace) {

@@ -12,8 +12,9 @@ using boost::system::error_code;
 
 namespace {
 
-// As many as one system call takes along gladly.
+// As many texts, and bytes, as one system call takes along gladly.
 constexpr std::size_t mostTogether = 64;
+constexpr std::size_t mostAtOnce = 64 * 1024;
 
 }  // namespace
 
@@ -41,27 +42,27 @@ void PageConnection::answer(std::string text) {
   if (_state != State::reading) return;
   _state = State::answering;
   readOn();
-  put(std::make_shared<const std::string>(std::move(text)), 0);
+  put(std::make_shared<const std::string>(std::move(text)));
 }
 
 void PageConnection::stream(std::string text) {
   if (_state != State::reading) return;
   _state = State::streaming;
   _isStream = true;
-  _deadline.cancel();
   readOn();
-  put(std::make_shared<const std::string>(std::move(text)), 0);
+  put(std::make_shared<const std::string>(std::move(text)));
+  watchProgress();
 }
 
 void PageConnection::send(const Message& message) {
   if (_state != State::streaming) return;
-  if (_countedBytes + message->size() > _limits.waitingBytes) return close();
-  put(message, message->size());
+  if (_waitingBytes + message->size() > _limits.waitingBytes) return close();
+  put(message);
 }
 
-void PageConnection::put(const Message& text, std::size_t counted) {
-  _countedBytes += counted;
-  _waiting.push_back({text, counted});
+void PageConnection::put(Message text) {
+  _waitingBytes += text->size();
+  _waiting.push_back(std::move(text));
   write();
 }
 
@@ -72,19 +73,41 @@ void PageConnection::write() {
   _waiting.erase(_waiting.begin(), _waiting.begin() + count);
   std::vector<boost::asio::const_buffer> buffers;
   buffers.reserve(_writing.size());
-  for (const auto& piece : _writing) buffers.push_back(boost::asio::buffer(*piece.text));
-  boost::asio::async_write(_socket, buffers,
-                           [self = shared_from_this()](const error_code& error, std::size_t) {
-                             if (self->_state == State::closed) return;
-                             if (error)
-                               self->close();
-                             else
-                               self->written();
-                           });
+  for (const auto& text : _writing) buffers.push_back(boost::asio::buffer(*text));
+  boost::asio::async_write(
+      _socket, buffers,
+      // Asked at the beginning, and whenever a part was taken.
+      [self = shared_from_this()](const error_code& error, std::size_t) {
+        self->_progress = std::chrono::steady_clock::now();
+        return error ? 0 : mostAtOnce;
+      },
+      [self = shared_from_this()](const error_code& error, std::size_t) {
+        if (self->_state == State::closed) return;
+        if (error)
+          self->close();
+        else
+          self->written();
+      });
+}
+
+/// Cuts off a page that has stopped reading. One timer for all that is written, as there is much.
+void PageConnection::watchProgress() {
+  using Clock = std::chrono::steady_clock;
+  const auto since = _writing.empty() ? Clock::now() : _progress;
+  _deadline.expires_at(since + _limits.standstill);
+  _deadline.async_wait([self = shared_from_this()](const error_code& error) {
+    if (error || self->_state == State::closed) return;
+    const bool stands =
+        !self->_writing.empty() && Clock::now() >= self->_progress + self->_limits.standstill;
+    if (stands)
+      self->close();
+    else
+      self->watchProgress();
+  });
 }
 
 void PageConnection::written() {
-  for (const auto& piece : _writing) _countedBytes -= piece.counted;
+  for (const auto& text : _writing) _waitingBytes -= text->size();
   _writing.clear();
   if (!_waiting.empty()) return write();
   if (_state == State::streaming) return;

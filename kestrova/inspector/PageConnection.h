@@ -23,8 +23,11 @@ public:
   struct Limits {
     /// How long a request may take to come, and its answer to be taken.
     std::chrono::milliseconds request{10'000};
-    /// How much may wait for a page that reads slowly; more, and it is cut off.
-    std::size_t waitingBytes = 4 * 1024 * 1024;
+    /// How long a page may take nothing of what waits for it.
+    std::chrono::milliseconds standstill{15'000};
+    /// How much may wait for a page that reads slowly; more, and it is cut off. What a stream
+    /// begins with counts, and is the most of it.
+    std::size_t waitingBytes = 24 * 1024 * 1024;
   };
   /// What a connection asks its server.
   class Server {
@@ -41,9 +44,12 @@ public:
   PageConnection(boost::asio::ip::tcp::socket socket, Limits limits, Server& server);
 
   void start();
+  /// Whoever has shown the key keeps the place when places run out.
+  void showedKey() { _hasShownKey = true; }
+  bool hasShownKey() const { return _hasShownKey; }
   /// Says this and closes.
   void answer(std::string text);
-  /// Says this, however long, and goes on with whatever is sent.
+  /// Says this, and goes on with whatever is sent.
   void stream(std::string text);
   /// Whether it has been a stream, also after its end.
   bool isStream() const { return _isStream; }
@@ -55,14 +61,10 @@ public:
 private:
   enum class State { reading, answering, streaming, finishing, closed };
 
-  struct Piece {
-    Message text;
-    std::size_t counted;  // against the limit
-  };
-
-  void put(const Message& text, std::size_t counted);
+  void put(Message text);
   void write();
   void written();
+  void watchProgress();
   void readOn();
 
   boost::asio::ip::tcp::socket _socket;
@@ -71,9 +73,11 @@ private:
   Server& _server;
   State _state = State::reading;
   bool _isStream = false;
-  std::deque<Piece> _waiting;
-  std::vector<Piece> _writing;
-  std::size_t _countedBytes = 0;      // of both
+  bool _hasShownKey = false;
+  std::deque<Message> _waiting;
+  std::vector<Message> _writing;
+  std::size_t _waitingBytes = 0;  // of both
+  std::chrono::steady_clock::time_point _progress;
   std::array<char, 512> _unwanted{};  // what is said after the request
 };
 

@@ -1,7 +1,7 @@
 #include <kestrova/inspector/PageServer.h>
 
 #include <boost/system/system_error.hpp>
-#include <fcntl.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -20,6 +20,9 @@ namespace {
 
 // Browsers open a few for each page, and close them again.
 constexpr std::size_t mostConnections = 32;
+// The system's own grows to megabytes, of which a third must be read before a page's progress
+// shows.
+constexpr int sendBufferBytes = 128 * 1024;
 // When the process has no descriptor left, and the next attempt would fail at once.
 constexpr std::chrono::milliseconds acceptPause{100};
 
@@ -45,13 +48,12 @@ bool isSame(std::string_view given, std::string_view secret) {
   return difference == 0;
 }
 
-std::string refusal(std::string_view status) {
-  return httpHead(status, "Content-Length: 0\r\n");
+error_code lastError() {
+  return {errno, boost::system::system_category()};
 }
 
-/// A program that is started by this one shall not keep the port.
-void keepFromChildren(int descriptor) {
-  ::fcntl(descriptor, F_SETFD, FD_CLOEXEC);
+std::string refusal(std::string_view status) {
+  return httpHead(status, "Content-Length: 0\r\n");
 }
 
 std::string message(std::string_view event, std::string_view data) {
@@ -84,40 +86,64 @@ PageServer::PageServer(asio::io_context& loop, Options options, std::string_view
   accept();
 }
 
+/// A program that the application starts, on whichever thread, shall keep neither the port nor a
+/// connection: sockets are closed at exec from their first moment on, which asio's own are not.
 void PageServer::listen() {
   const tcp::endpoint endpoint(asio::ip::address_v4::loopback(), _options.port);
-  _acceptor.open(endpoint.protocol());
-  keepFromChildren(_acceptor.native_handle());
+  const int descriptor = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (descriptor < 0) throw boost::system::system_error(lastError());
+  _acceptor.assign(endpoint.protocol(), descriptor);
   _acceptor.set_option(tcp::acceptor::reuse_address(true));
   _acceptor.bind(endpoint);
   _acceptor.listen();
+  _acceptor.non_blocking(true);
 }
 
 // ---- Connections -------------------------------------------------------------------------------
 
 void PageServer::accept() {
-  _acceptor.async_accept([this](const error_code& error, tcp::socket socket) {
-    if (!_acceptor.is_open()) return;
-    if (!error) {
-      accepted(std::move(socket));
-      return accept();
-    }
-    _retry.expires_after(acceptPause);
-    _retry.async_wait([this](const error_code& cancelled) {
-      if (!cancelled) accept();
-    });
+  _acceptor.async_wait(tcp::acceptor::wait_read, [this](const error_code&) {
+    if (_acceptor.is_open()) acceptOne();
   });
 }
 
-void PageServer::accepted(tcp::socket socket) {
-  keepFromChildren(socket.native_handle());
-  if (_connections.size() >= mostConnections) return;
-  error_code ignored;
+void PageServer::acceptOne() {
+  const int descriptor = ::accept4(_acceptor.native_handle(), nullptr, nullptr, SOCK_CLOEXEC);
+  if (descriptor >= 0) {
+    accept();
+    return accepted(descriptor);
+  }
+  if (errno == EAGAIN || errno == EINTR || errno == ECONNABORTED) return accept();
+  _retry.expires_after(acceptPause);
+  _retry.async_wait([this](const error_code& cancelled) {
+    if (!cancelled) accept();
+  });
+}
+
+void PageServer::accepted(int descriptor) {
+  tcp::socket socket(_loop);
+  error_code error, ignored;
+  socket.assign(tcp::v4(), descriptor, error);
+  if (error) ::close(descriptor);
+  if (error || !makeRoom()) return;
   socket.set_option(tcp::no_delay(true), ignored);
+  socket.set_option(tcp::socket::send_buffer_size(sendBufferBytes), ignored);
   const auto connection =
       std::make_shared<PageConnection>(std::move(socket), _options.limits, *this);
   _connections.push_back(connection);
   connection->start();
+}
+
+/// Anybody on this machine can connect. Who hasn't shown the key goes first, the oldest before the
+/// others: a browser shows it at once.
+bool PageServer::makeRoom() {
+  if (_connections.size() < mostConnections) return true;
+  const auto found = std::find_if(_connections.begin(), _connections.end(),
+                                  [](const auto& each) { return !each->hasShownKey(); });
+  if (found == _connections.end()) return false;
+  const auto oldest = *found;
+  oldest->close();
+  return true;
 }
 
 void PageServer::gone(const PageConnection& connection) {
@@ -141,6 +167,7 @@ void PageServer::asked(PageConnection& connection, const HttpRequest& request) {
   const bool page = isSame(request.target, _path);
   const bool events = isSame(request.target, _path + "events");
   if (!request.isGet || (!page && !events)) return connection.answer(refusal("404 Not Found"));
+  connection.showedKey();
   if (events) return openStream(connection);
   connection.answer(
       httpHead("200 OK", "Content-Type: text/html; charset=utf-8\r\nContent-Length: " +
@@ -151,18 +178,20 @@ void PageServer::asked(PageConnection& connection, const HttpRequest& request) {
 void PageServer::openStream(PageConnection& connection) {
   if (_pages >= _options.mostPages) return connection.answer(refusal("503 Service Unavailable"));
   // Before it counts as a page: what the greeting brings to the others is in it already.
-  const auto greeting = _greeting();
+  auto greeting =
+      httpHead("200 OK", "Content-Type: text/event-stream\r\n") + message("snapshot", _greeting());
+  if (greeting.size() > _options.limits.waitingBytes)
+    return connection.answer(refusal("503 Service Unavailable"));
   if (_pages++ == 0) keepAlive();
-  connection.stream(httpHead("200 OK", "Content-Type: text/event-stream\r\n") +
-                    message("snapshot", greeting));
+  connection.stream(std::move(greeting));
 }
 
 void PageServer::keepAlive() {
   _keepAlive.expires_after(_options.keepAlive);
   _keepAlive.async_wait([this](const error_code& cancelled) {
     if (cancelled || _pages == 0) return;
-    broadcast(":\n\n");
     keepAlive();
+    broadcast(":\n\n");
   });
 }
 

@@ -51,7 +51,10 @@ public:
 private:
   void listen();
   void accept();
-  void accepted(boost::asio::ip::tcp::socket socket);
+  void acceptOne();
+  void accepted(int descriptor);
+  /// \returns whether there is a place for one more connection
+  bool makeRoom();
   void asked(PageConnection& connection, const HttpRequest& request) override;
   void gone(const PageConnection& connection) override;
   bool isOwnHost(std::string_view host) const;

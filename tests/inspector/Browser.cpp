@@ -6,6 +6,7 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
@@ -58,9 +59,9 @@ void Browser::send(std::string_view bytes) const {
   }
 }
 
-bool Browser::readMore() {
+bool Browser::readMore(std::size_t most) {
   std::array<char, 16384> bytes{};
-  const auto count = ::recv(_socket, bytes.data(), bytes.size(), 0);
+  const auto count = ::recv(_socket, bytes.data(), std::min(most, bytes.size()), 0);
   if (count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))
     throw std::runtime_error("the server says nothing");
   if (count <= 0) {
@@ -83,6 +84,13 @@ std::string Browser::readUntil(std::string_view end) {
 std::string Browser::readAll() {
   while (readMore()) continue;
   return std::exchange(_received, {});
+}
+
+std::size_t Browser::readSome(std::size_t bytes) {
+  while (_received.size() < bytes && readMore(bytes - _received.size())) continue;
+  const auto count = std::min(bytes, _received.size());
+  _received.erase(0, count);
+  return count;
 }
 
 std::string Browser::readHead() {

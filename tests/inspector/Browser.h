@@ -30,6 +30,8 @@ public:
   void send(std::string_view bytes) const;
   /// Everything up to the end of the connection.
   std::string readAll();
+  /// So many bytes, or fewer where the connection ends before. \returns how many came
+  std::size_t readSome(std::size_t bytes);
   /// The head of the answer, up to its empty line.
   std::string readHead();
   /// Comments between events are counted.
@@ -40,7 +42,7 @@ public:
 
 private:
   /// \throws std::runtime_error when nothing comes for too long
-  bool readMore();
+  bool readMore(std::size_t most = 16384);
   /// Up to and with `end`, which is left out; everything there is where the connection ends before.
   std::string readUntil(std::string_view end);
 

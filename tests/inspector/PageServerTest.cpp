@@ -3,9 +3,13 @@
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/post.hpp>
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 
 #include "Browser.h"
+#include <chrono>
 #include <future>
 #include <memory>
 #include <system_error>
@@ -74,6 +78,14 @@ private:
 
 std::string statusOf(const std::string& answer) {
   return answer.empty() ? "nothing" : answer.substr(9, 3);
+}
+
+/// Asks for the stream again and again until there is a place for it.
+void awaitPlace(const Served& served) {
+  std::string head;
+  do head = Browser::visiting(served.server.address(), "events").readHead();
+  while (statusOf(head) == "503");
+  EXPECT_EQ(statusOf(head), "200");
 }
 
 TEST(PageServerTest, ServesThePageToWhomHasTheKeyAndComesByItsOwnName) {
@@ -168,12 +180,7 @@ TEST(PageServerTest, TakesNoMorePagesThanItShouldUntilOneGoes) {
     EXPECT_EQ(statusOf(served.answer(getRequest(served.path() + "events", served.host()))), "503");
   }
   // Its going is seen when it is: until then the place is taken.
-  std::string head;
-  do {
-    auto next = Browser::visiting(served.server.address(), "events");
-    head = next.readHead();
-  } while (statusOf(head) == "503");
-  EXPECT_EQ(statusOf(head), "200");
+  awaitPlace(served);
   served.send("still", "{}");
   EXPECT_EQ(staying.nextEvent().name, "still");
 }
@@ -198,15 +205,89 @@ TEST(PageServerTest, CutsOffAPageThatDoesNotReadAndNobodyElse) {
   EXPECT_EQ(quick.nextEvent().name, "more");
 }
 
-TEST(PageServerTest, AGreetingMayBeLongerThanWhatMayWait) {
+TEST(PageServerTest, WhatAStreamBeginsWithCountsAsWaiting) {
   PageServer::Options options;
-  options.limits.waitingBytes = 1000;
+  options.limits.waitingBytes = 10'000'000;
   Served served(options, R"({"text":")" + std::string(8'000'000, 'x') + "\"}");
+  const auto data = R"({"text":")" + std::string(1'000'000, 'x') + "\"}";
   auto page = Browser::visiting(served.server.address(), "events", 4096);
   page.readHead();
-  served.send("next", R"({"n":1})");
+  served.send("first", data);
   EXPECT_EQ(page.nextEvent().data.at("text").as_string().size(), 8'000'000U);
-  EXPECT_EQ(page.nextEvent().name, "next");
+  EXPECT_EQ(page.nextEvent().name, "first") << "the limit is not reached";
+
+  auto slow = Browser::visiting(served.server.address(), "events", 4096);
+  slow.readHead();
+  for (int i = 0; i < 3; ++i) served.send("more", data);
+  EXPECT_LT(slow.readAll().size(), 8'000'000U);
+
+  options.limits.waitingBytes = 7'000'000;
+  const Served narrow(options, std::string(8'000'000, 'x'));
+  const auto answer = narrow.answer(getRequest(narrow.path() + "events", narrow.host()));
+  EXPECT_EQ(statusOf(answer), "503") << "it would never get through";
+}
+
+TEST(PageServerTest, APageThatTakesNothingLosesItsPlace) {
+  PageServer::Options options;
+  options.mostPages = 1;
+  options.limits.standstill = std::chrono::milliseconds(50);
+  const Served served(options, std::string(8'000'000, 'x'));
+  auto still = Browser::visiting(served.server.address(), "events", 4096);
+  still.readHead();
+  awaitPlace(served);
+  EXPECT_LT(still.readAll().size(), 8'000'000U);
+}
+
+TEST(PageServerTest, APageThatTakesALittleKeepsItsPlace) {
+  PageServer::Options options;
+  options.keepAlive = std::chrono::milliseconds(40);
+  options.limits.standstill = std::chrono::milliseconds(1500);
+  Served served(options, std::string(8'000'000, 'x'));
+  auto slow = Browser::visiting(served.server.address(), "events", 4096);
+  slow.readHead();
+  auto quick = Browser::visiting(served.server.address(), "events");
+  quick.readHead();
+  quick.readSome(8'000'000);
+  // The comments are its clock: twice as long as a page may stand still.
+  std::size_t taken = 0;
+  for (int comments = 0; comments < 75; ++comments) {
+    quick.readSome(3);
+    taken += slow.readSome(65'536);
+  }
+  EXPECT_EQ(taken, 75U * 65'536U);
+}
+
+TEST(PageServerTest, WhoShowsNoKeyMakesRoomForOthers) {
+  PageServer::Options options;
+  options.limits.request = std::chrono::minutes(1);  // nobody goes by that
+  Served served(options);
+  auto page = served.page();
+  std::vector<std::unique_ptr<Browser>> strangers;
+  for (int i = 0; i < 100; ++i) {
+    strangers.push_back(std::make_unique<Browser>(served.port()));
+    // Some say nothing, some ask with no key and don't go.
+    if (i % 2 == 0) strangers.back()->send(getRequest("/", served.host()));
+  }
+  const auto answer = served.answer(getRequest(served.path(), served.host()));
+  EXPECT_EQ(statusOf(answer), "200");
+  EXPECT_EQ(strangers[1]->readAll(), "") << "the oldest has gone";
+  served.send("still", "{}");
+  EXPECT_EQ(page.nextEvent().name, "still");
+}
+
+TEST(PageServerTest, ItsSocketsAreClosedAtExec) {
+  const Served served;
+  const auto page = served.page();
+  int sockets = 0;
+  for (int descriptor = 0; descriptor < 1024; ++descriptor) {
+    sockaddr_in place{};
+    socklen_t size = sizeof place;
+    if (::getsockname(descriptor, reinterpret_cast<sockaddr*>(&place), &size) != 0) continue;
+    if (ntohs(place.sin_port) != served.port()) continue;
+    ++sockets;
+    EXPECT_NE(::fcntl(descriptor, F_GETFD) & FD_CLOEXEC, 0);
+  }
+  EXPECT_EQ(sockets, 2) << "the one that listens, and the page's";
 }
 
 TEST(PageServerTest, KeepsQuietPagesOpen) {

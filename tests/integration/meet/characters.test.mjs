@@ -1,20 +1,10 @@
 import * as assert from 'node:assert/strict';
-import * as fs from 'node:fs';
-import { after, before, test } from 'node:test';
-import { openService, temporaryFolder, until } from '../../../server/test/support.mjs';
-import { join, talk } from './support.mjs';
+import { test } from 'node:test';
+import { until } from '../../../server/test/support.mjs';
+import { join, openPlace, talk } from './support.mjs';
 import { TerminalRun } from './terminal.mjs';
 
-let service;
-let folder;
-before(async () => {
-  service = await openService({ characterThink: 50, grace: 20_000 });
-  folder = temporaryFolder();
-});
-after(async () => {
-  await service.close();
-  fs.rmSync(folder, { recursive: true });
-});
+const { service, folder } = await openPlace({ characterThink: 50, grace: 20_000 });
 
 const quiet = ['--camera', 'none', '--mic', 'none'];
 const joining = (meeting, name, ...more) => join(service, meeting, name, ...quiet, ...more);

@@ -4,21 +4,12 @@ import * as fs from 'node:fs';
 import * as https from 'node:https';
 import * as path from 'node:path';
 import { text } from 'node:stream/consumers';
-import { after, before, test } from 'node:test';
-import { openService, temporaryFolder } from '../../../server/test/support.mjs';
-import { joinAs, start, talk } from './support.mjs';
+import { test } from 'node:test';
+import { openService } from '../../../server/test/support.mjs';
+import { joinAs, openPlace, start, talk } from './support.mjs';
 import { TerminalRun } from './terminal.mjs';
 
-let service;
-let folder;
-before(async () => {
-  service = await openService({ grace: 20_000 });
-  folder = temporaryFolder();
-});
-after(async () => {
-  await service.close();
-  fs.rmSync(folder, { recursive: true });
-});
+const { service, folder } = await openPlace({ grace: 20_000 });
 
 const talking = (...args) => talk(service, ...args);
 const saying = (message) => (entry) => entry.message === message;

@@ -2,16 +2,12 @@ import * as assert from 'node:assert/strict';
 import { once } from 'node:events';
 import * as fs from 'node:fs';
 import * as path from 'node:path';
-import { after, before, test } from 'node:test';
+import { test } from 'node:test';
 import { setTimeout as sleep } from 'node:timers/promises';
-import { openService, temporaryFolder } from '../../../server/test/support.mjs';
-import { joinAs, Run, start } from './support.mjs';
+import { temporaryFolder } from '../../../server/test/support.mjs';
+import { joinAs, openPlace, Run, start } from './support.mjs';
 
-let service;
-before(async () => {
-  service = await openService();
-});
-after(() => service.close());
+const { service } = await openPlace();
 
 const joining = (meeting, name, more, ...words) => {
   const { args, env } = joinAs(service, meeting, name);

@@ -1,20 +1,9 @@
 import * as assert from 'node:assert/strict';
-import * as fs from 'node:fs';
-import { after, before, test } from 'node:test';
-import { openService, temporaryFolder } from '../../../server/test/support.mjs';
-import { join, joinAs, Run } from './support.mjs';
+import { test } from 'node:test';
+import { join, joinAs, openPlace, Run } from './support.mjs';
 import { TerminalRun } from './terminal.mjs';
 
-let service;
-let folder;
-before(async () => {
-  service = await openService();
-  folder = temporaryFolder();
-});
-after(async () => {
-  await service.close();
-  fs.rmSync(folder, { recursive: true });
-});
+const { service, folder } = await openPlace();
 
 const quiet = ['--camera', 'none', '--mic', 'none'];
 

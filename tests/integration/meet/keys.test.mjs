@@ -1,21 +1,11 @@
 import * as assert from 'node:assert/strict';
 import * as fs from 'node:fs';
 import * as path from 'node:path';
-import { after, before, test } from 'node:test';
-import { openService, temporaryFolder } from '../../../server/test/support.mjs';
-import { join } from './support.mjs';
+import { test } from 'node:test';
+import { join, openPlace } from './support.mjs';
 import { TerminalRun } from './terminal.mjs';
 
-let service;
-let folder;
-before(async () => {
-  service = await openService();
-  folder = temporaryFolder();
-});
-after(async () => {
-  await service.close();
-  fs.rmSync(folder, { recursive: true });
-});
+const { service, folder } = await openPlace();
 
 const joining = (...args) => join(service, ...args);
 

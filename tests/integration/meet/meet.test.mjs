@@ -3,15 +3,11 @@ import { once } from 'node:events';
 import * as fs from 'node:fs';
 import { createServer } from 'node:net';
 import * as path from 'node:path';
-import { after, before, test } from 'node:test';
-import { openService, temporaryFolder } from '../../../server/test/support.mjs';
-import { join, joinAs, readPng, Run } from './support.mjs';
+import { test } from 'node:test';
+import { temporaryFolder } from '../../../server/test/support.mjs';
+import { join, joinAs, openPlace, readPng, Run } from './support.mjs';
 
-let service;
-before(async () => {
-  service = await openService();
-});
-after(() => service.close());
+const { service } = await openPlace();
 
 const joining = (...args) => join(service, ...args);
 

@@ -1,13 +1,8 @@
 import * as assert from 'node:assert/strict';
-import { after, before, test } from 'node:test';
-import { openService } from '../../../server/test/support.mjs';
-import { join, joinAs, Run } from './support.mjs';
+import { test } from 'node:test';
+import { join, joinAs, openPlace, Run } from './support.mjs';
 
-let service;
-before(async () => {
-  service = await openService();
-});
-after(() => service.close());
+const { service } = await openPlace();
 
 const quiet = ['--camera', 'none', '--mic', 'none'];
 

@@ -1,20 +1,9 @@
 import * as assert from 'node:assert/strict';
-import * as fs from 'node:fs';
-import { after, before, test } from 'node:test';
-import { openService, temporaryFolder } from '../../../server/test/support.mjs';
-import { join } from './support.mjs';
+import { test } from 'node:test';
+import { join, openPlace } from './support.mjs';
 import { TerminalRun } from './terminal.mjs';
 
-let service;
-let folder;
-before(async () => {
-  service = await openService({ serviceDelay: 50, transcriptionPace: 0, grace: 20_000 });
-  folder = temporaryFolder();
-});
-after(async () => {
-  await service.close();
-  fs.rmSync(folder, { recursive: true });
-});
+const { service, folder } = await openPlace({ serviceDelay: 50, transcriptionPace: 0, grace: 20_000 });
 
 const quiet = ['--camera', 'none', '--mic', 'none'];
 const joining = (meeting, name, ...more) => join(service, meeting, name, ...quiet, ...more);

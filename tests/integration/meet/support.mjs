@@ -3,11 +3,24 @@ import { spawn } from 'node:child_process';
 import { once } from 'node:events';
 import * as fs from 'node:fs';
 import { createInterface } from 'node:readline';
+import { after } from 'node:test';
 import { inflateSync } from 'node:zlib';
+import { openService, temporaryFolder } from '../../../server/test/support.mjs';
 
 const program = process.env.KESTROVA_MEET;
 const children = new Set();
 process.on('exit', () => children.forEach((child) => child.kill('SIGKILL')));
+
+/** A service and a folder for all tests of a file, which go after them. */
+export async function openPlace(options) {
+  const service = await openService(options);
+  const folder = temporaryFolder();
+  after(async () => {
+    await service.close();
+    fs.rmSync(folder, { recursive: true });
+  });
+  return { service, folder };
+}
 
 /** Starts a process that doesn't stay behind when a test fails. */
 export function start(command, args, options) {

@@ -69,11 +69,13 @@ public:
 
 class Producer : public RtpStream {
 public:
+  virtual std::shared_ptr<RTCRtpSender> rtpSender() const = 0;
   virtual void setDelegate(std::weak_ptr<ProducerDelegate> delegate) = 0;
 };
 
 class Consumer : public RtpStream {
 public:
+  virtual std::shared_ptr<RTCRtpReceiver> rtpReceiver() const = 0;
   virtual std::string producerId() const = 0;
   virtual void setDelegate(std::weak_ptr<ConsumerDelegate> delegate) = 0;
 };
@@ -125,6 +127,8 @@ struct ProducerOptions {
   std::string codecOptions;
   std::string codec;
   std::string appData;
+  /// Nothing of it is sent but what a frame cryptor has encrypted.
+  bool encrypted = false;
 };
 
 class SendTransport : public Transport {
@@ -142,11 +146,12 @@ public:
   virtual void setDelegate(std::weak_ptr<TransportDelegate> delegate) = 0;
   /// Negotiates a receiver and waits for the engine (some ms). `rtpParameters` and `appData` are
   /// JSON texts. Calls from several threads are carried out one after the other.
+  /// \param encrypted whether nothing of it is played but what a frame cryptor lets through
   /// \throws MediasoupError; the transport is then as it was before.
   virtual std::shared_ptr<Consumer> consume(const std::string& consumerId,
                                             const std::string& producerId, MediaKind kind,
                                             const std::string& rtpParameters,
-                                            const std::string& appData) = 0;
+                                            const std::string& appData, bool encrypted = false) = 0;
 };
 
 /// What a server said of the transport that it made; JSON texts.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <kestrova/platform/Capture.h>
+#include <kestrova/platform/FrameCryptor.h>
 #include <kestrova/platform/Imaging.h>
 #include <kestrova/platform/Mediasoup.h>
 #include <kestrova/platform/ProcessUsage.h>
@@ -48,6 +49,8 @@ struct Platform {
   std::function<ProcessUsage()> processUsage = [] { return ProcessUsage(); };
   /// Nothing on a platform that knows no still pictures.
   std::shared_ptr<Imaging> imaging;
+  /// Nothing on a platform that can't encrypt.
+  std::shared_ptr<FrameCryptors> frameCryptors;
 
   static std::shared_ptr<const Platform> current();
   /// Replaces the process's platform. Objects made before keep the one they were made with.

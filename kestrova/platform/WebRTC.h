@@ -66,6 +66,18 @@ public:
   virtual void onData(const AudioData& data) = 0;
 };
 
+/// What sends one track, or receives it. Thread-safe.
+class RTCRtpSender {
+public:
+  virtual ~RTCRtpSender() = default;
+  virtual std::shared_ptr<RTCMediaStreamTrack> track() const = 0;
+};
+class RTCRtpReceiver {
+public:
+  virtual ~RTCRtpReceiver() = default;
+  virtual std::shared_ptr<RTCMediaStreamTrack> track() const = 0;
+};
+
 /// Makes sources and tracks. Thread-safe.
 class RTCPeerConnectionFactory {
 public:

@@ -159,6 +159,12 @@ void RecordingParticipantListener::onStreamDisabled(
   hear("onStreamDisabled " + stream->id() + " " + std::string(text(stream->kind())) + " of " +
        participant->id());
 }
+void RecordingParticipantListener::e2eeStateChanged(const std::shared_ptr<Participant>& participant,
+                                                    E2EEState state,
+                                                    const std::shared_ptr<MediaStream>& stream) {
+  hear("e2eeStateChanged " + stream->id() + " of " + participant->id() + " " +
+       std::string(text(state)));
+}
 void RecordingParticipantListener::onMediaStatusChanged(const std::string& peerId, MediaType kind,
                                                         bool newStatus) {
   hear("onMediaStatusChanged " + peerId + " " + std::string(text(kind)) +

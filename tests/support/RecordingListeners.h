@@ -115,6 +115,8 @@ public:
   void onStreamResumed(const std::string& kind, const std::string& reason) override {
     hear("onStreamResumed " + kind + " " + reason);
   }
+  void e2eeStateChanged(const std::shared_ptr<Participant>& participant, E2EEState state,
+                        const std::shared_ptr<MediaStream>& stream) override;
   void onAgentStateChanged(AgentState state,
                            const std::shared_ptr<Participant>& participant) override;
   void onAgentTranscriptionReceived(const TranscriptionSegment& segment,

@@ -81,8 +81,10 @@ Task<std::shared_ptr<Producer>> ScriptedSendTransport::createProducer(ProducerOp
 std::shared_ptr<Consumer> ScriptedReceiveTransport::consume(const std::string& consumerId,
                                                             const std::string& producerId,
                                                             MediaKind kind, const std::string&,
-                                                            const std::string& appData) {
+                                                            const std::string& appData,
+                                                            bool encrypted) {
   _script->journal.add("consume " + consumerId);
+  if (encrypted) _script->consumedEncrypted.push_back(consumerId);
   _script->ask("consume");
   connectOnce();
   return std::make_shared<ScriptedConsumer>(_script, consumerId, producerId, kind, appData);

@@ -33,6 +33,7 @@ struct MediaScript {
   std::string loadedWith;
   std::vector<TransportDetails> details;
   std::vector<ProducerOptions> published;
+  std::vector<std::string> consumedEncrypted;  ///< ids
   std::weak_ptr<ScriptedSendTransport> send;
   std::weak_ptr<ScriptedReceiveTransport> receive;
   /// What the engine's statistics of a transport are, by its id; none by default.
@@ -40,6 +41,21 @@ struct MediaScript {
 
   /// \throws MediasoupError when `operation` is refused
   void ask(const std::string& operation) const;
+};
+
+/// One that has no track where the script refuses "track".
+template <class Interface>
+class ScriptedEnd final : public Interface {
+public:
+  ScriptedEnd(std::shared_ptr<MediaScript> script, std::shared_ptr<RTCMediaStreamTrack> track)
+      : _script(std::move(script)), _track(std::move(track)) {}
+  std::shared_ptr<RTCMediaStreamTrack> track() const override {
+    return _script->refused.contains("track") ? nullptr : _track;
+  }
+
+private:
+  const std::shared_ptr<MediaScript> _script;
+  const std::shared_ptr<RTCMediaStreamTrack> _track;
 };
 
 class ScriptedProducer final : public Producer {
@@ -56,6 +72,9 @@ public:
   void close() override;
   void setDelegate(std::weak_ptr<ProducerDelegate> delegate) override { _delegate = delegate; }
   Task<std::string> stats() override { co_return "[]"; }
+  std::shared_ptr<RTCRtpSender> rtpSender() const override {
+    return std::make_shared<ScriptedEnd<RTCRtpSender>>(_script, track());
+  }
 
 private:
   /// As the real one does.
@@ -86,6 +105,9 @@ public:
   void pause() override { _paused = true; }
   void resume() override { _paused = false; }
   void close() override;
+  std::shared_ptr<RTCRtpReceiver> rtpReceiver() const override {
+    return std::make_shared<ScriptedEnd<RTCRtpReceiver>>(_script, _track);
+  }
   void setDelegate(std::weak_ptr<ConsumerDelegate>) override {}
   Task<std::string> stats() override { co_return "[]"; }
 
@@ -159,7 +181,7 @@ public:
   using ScriptedTransport::ScriptedTransport;
   std::shared_ptr<Consumer> consume(const std::string& consumerId, const std::string& producerId,
                                     MediaKind kind, const std::string& rtpParameters,
-                                    const std::string& appData) override;
+                                    const std::string& appData, bool encrypted) override;
 };
 
 class ScriptedDevice final : public Device {

@@ -8,6 +8,7 @@
 #include "Journal.h"
 #include "ManualScheduler.h"
 #include "ScriptedCapture.h"
+#include "ScriptedCryptors.h"
 #include "ScriptedMediasoup.h"
 #include "ScriptedService.h"
 #include "ScriptedSession.h"
@@ -56,6 +57,7 @@ public:
   const std::shared_ptr<ScriptedTopics> topics = std::make_shared<ScriptedTopics>();
   const std::shared_ptr<MediaScript> media = std::make_shared<MediaScript>(journal);
   const std::shared_ptr<ScriptedFactory> factory = std::make_shared<ScriptedFactory>(journal);
+  const std::shared_ptr<ScriptedCryptors> cryptors = std::make_shared<ScriptedCryptors>(journal);
   const std::shared_ptr<ScriptedCapture> capture;
   TraceRecorder& traces = TraceRecorder::shared();
 };

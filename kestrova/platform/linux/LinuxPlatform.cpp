@@ -2,6 +2,7 @@
 #include <kestrova/platform/Runtime.h>
 #include <kestrova/platform/linux/ProcessUsage.h>
 #include <kestrova/platform/linux/capture/CaptureDevices.h>
+#include <kestrova/platform/linux/e2ee/LinuxFrameCryptors.h>
 #include <kestrova/platform/linux/http/CurlSession.h>
 #include <kestrova/platform/linux/imaging/LinuxImaging.h>
 #include <kestrova/platform/linux/mediasoup/MediasoupDevice.h>
@@ -47,6 +48,7 @@ Platform makeLinuxPlatform() {
       .operatingSystem = describeSystem(),
       .processUsage = processUsage,
       .imaging = makeImaging(),
+      .frameCryptors = makeFrameCryptors(),
   };
 }
 

@@ -32,11 +32,9 @@ std::shared_ptr<RTCMediaStreamTrack> ReceiveTransportImpl::wrapped(
   return VideoTrack::received(_core.engine, video, track->id());
 }
 
-std::shared_ptr<Consumer> ReceiveTransportImpl::consume(const std::string& consumerId,
-                                                        const std::string& producerId,
-                                                        MediaKind kind,
-                                                        const std::string& rtpParameters,
-                                                        const std::string& appData) {
+std::shared_ptr<Consumer> ReceiveTransportImpl::consume(
+    const std::string& consumerId, const std::string& producerId, MediaKind kind,
+    const std::string& rtpParameters, const std::string& appData, bool encrypted) {
   checkOpen();
   refuseEngineCallback("consume");
   if (consumerId.empty() || producerId.empty())
@@ -44,9 +42,10 @@ std::shared_ptr<Consumer> ReceiveTransportImpl::consume(const std::string& consu
   auto parameters = parseRtpParameters(rtpParameters, kind);
   return _core.engine->thread().run([&]() -> std::shared_ptr<Consumer> {
     checkOpen();
-    const auto received = _handler->receive(consumerId, kind, std::move(parameters));
+    const auto received = _handler->receive(consumerId, kind, std::move(parameters), encrypted);
     ConsumerImpl::Parts parts{consumerId, received.mid, kind, wrapped(kind, received), appData};
-    auto consumer = std::make_shared<ConsumerImpl>(weak_from_this(), std::move(parts), producerId);
+    auto consumer = std::make_shared<ConsumerImpl>(weak_from_this(), std::move(parts), producerId,
+                                                   received.gate);
     raiseConnect(received.fingerprint);
     keep(consumer);
     return consumer;

@@ -14,15 +14,20 @@ using ConsumerBase = StreamBase<ConsumerImpl, Consumer, ReceiveTransportImpl, Co
 
 class ConsumerImpl final : public ConsumerBase {
 public:
-  ConsumerImpl(std::weak_ptr<ReceiveTransportImpl> transport, Parts parts, std::string producerId)
+  ConsumerImpl(std::weak_ptr<ReceiveTransportImpl> transport, Parts parts, std::string producerId,
+               rtc::scoped_refptr<e2ee::FrameGate> gate)
       : ConsumerBase(std::move(transport), std::move(parts), false),
-        _producerId(std::move(producerId)) {}
+        _producerId(std::move(producerId)),
+        _rtpReceiver(std::make_shared<e2ee::GatedReceiver>(track(), std::move(gate))) {}
+
+  std::shared_ptr<RTCRtpReceiver> rtpReceiver() const override { return _rtpReceiver; }
 
   std::string producerId() const override { return _producerId; }
 
 private:
   void silence(bool withTransport) override;
   const std::string _producerId;
+  const std::shared_ptr<RTCRtpReceiver> _rtpReceiver;
 };
 
 class ReceiveTransportImpl final : public ReceiveTransportBase {
@@ -34,7 +39,7 @@ public:
 
   std::shared_ptr<Consumer> consume(const std::string& consumerId, const std::string& producerId,
                                     MediaKind kind, const std::string& rtpParameters,
-                                    const std::string& appData) override;
+                                    const std::string& appData, bool encrypted) override;
 
 private:
   friend ReceiveTransportBase;

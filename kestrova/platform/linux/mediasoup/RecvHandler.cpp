@@ -75,8 +75,12 @@ RemoteSection RecvHandler::sectionOf(const std::string& trackId, MediaKind kind,
   return section;
 }
 
-std::string RecvHandler::negotiate(const RemoteSection* added) {
+std::string RecvHandler::negotiate(const RemoteSection* added,
+                                   rtc::scoped_refptr<e2ee::FrameGate> gate) {
   _connection.setRemote(webrtc::SdpType::kOffer, _remote.text());
+  // Before anything can be received: a decoder must not see ciphertext.
+  const auto gated = added && gate ? _connection.transceiver(added->mid) : nullptr;
+  if (gated) gated->receiver()->SetDepacketizerToDecoderFrameTransformer(std::move(gate));
   auto answer = _connection.createAnswer();
   if (added)
     if (const int type = stereoPayloadType(*added)) answer = withStereo(answer, added->mid, type);
@@ -85,13 +89,17 @@ std::string RecvHandler::negotiate(const RemoteSection* added) {
 }
 
 RecvHandler::Received RecvHandler::receive(const std::string& trackId, MediaKind kind,
-                                           RtpParameters parameters) {
+                                           RtpParameters parameters, bool encrypted) {
   const auto section = sectionOf(trackId, kind, std::move(parameters));
+  rtc::scoped_refptr<e2ee::FrameGate> gate;
+  if (encrypted)
+    gate =
+        rtc::make_ref_counted<e2ee::FrameGate>(e2ee::frameCodec(section.codecs.front().mimeType));
   const auto before = _remote.snapshot();
   _remote.put(_remote.freeIndex(), section);
   SdpSession answer;
   try {
-    answer = parseSdp(negotiate(&section));
+    answer = parseSdp(negotiate(&section, gate));
   } catch (...) {
     _remote.restore(before);
     _connection.rollBack();
@@ -106,7 +114,8 @@ RecvHandler::Received RecvHandler::receive(const std::string& trackId, MediaKind
     throw MediasoupError("the WebRTC engine refuses to receive the track");
   }
   _transceivers[section.mid] = transceiver;
-  return {section.mid, transceiver->receiver()->track(), offeredFingerprint(answer)};
+  return {section.mid, transceiver->receiver()->track(), offeredFingerprint(answer),
+          std::move(gate)};
 }
 
 void RecvHandler::stop(const std::vector<std::string>& mids) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <kestrova/platform/linux/e2ee/FrameGate.h>
 #include <kestrova/platform/linux/mediasoup/Ortc.h>
 #include <kestrova/platform/linux/mediasoup/PeerConnection.h>
 #include <kestrova/platform/linux/mediasoup/RemoteSdp.h>
@@ -23,9 +24,11 @@ public:
     std::string mid;
     rtc::scoped_refptr<webrtc::MediaStreamTrackInterface> track;
     DtlsFingerprint fingerprint;
+    rtc::scoped_refptr<e2ee::FrameGate> gate;  ///< of what is encrypted
   };
   /// \throws MediasoupError, having left things as they were
-  Received receive(const std::string& trackId, MediaKind kind, RtpParameters parameters);
+  Received receive(const std::string& trackId, MediaKind kind, RtpParameters parameters,
+                   bool encrypted);
   /// Ends what `receive` began, all in one negotiation. Never throws.
   void stop(const std::vector<std::string>& mids);
   /// \throws MediasoupError
@@ -40,7 +43,7 @@ private:
   RemoteSection sectionOf(const std::string& trackId, MediaKind kind, RtpParameters parameters);
   std::string freeMid();
   /// \return our answer
-  std::string negotiate(const RemoteSection* added);
+  std::string negotiate(const RemoteSection* added, rtc::scoped_refptr<e2ee::FrameGate> gate = {});
 
   PeerConnection _connection;
   RemoteSdp _remote;

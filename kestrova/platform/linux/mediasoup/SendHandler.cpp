@@ -133,6 +133,12 @@ SendHandler::Sent SendHandler::send(const SendRequest& request) {
   if (!added.ok())
     throw MediasoupError(std::string("the track is refused: ") + added.error().message());
   Sender sender{added.MoveValue(), {}};
+  rtc::scoped_refptr<e2ee::FrameGate> gate;
+  if (request.encrypted) {
+    gate =
+        rtc::make_ref_counted<e2ee::FrameGate>(e2ee::frameCodec(sending.codecs.front().mimeType));
+    sender.transceiver->sender()->SetEncoderToPacketizerFrameTransformer(gate);
+  }
   auto parameters = sender.transceiver->sender()->GetParameters();
   for (auto& encoding : parameters.encodings)
     sender.active.push_back(std::exchange(encoding.active, false));
@@ -144,6 +150,7 @@ SendHandler::Sent SendHandler::send(const SendRequest& request) {
       throw MediasoupError(std::string("the encodings are refused: ") + held.message());
     auto sent = negotiate(request, std::move(sending), std::move(answering));
     sent.sender = sender.transceiver->sender();
+    sent.gate = std::move(gate);
     _senders[sent.mid] = std::move(sender);
     return sent;
   } catch (...) {
@@ -202,7 +209,7 @@ SendHandler::Sent SendHandler::negotiate(const SendRequest& request, RtpParamete
 
   _connection.setLocal(webrtc::SdpType::kOffer, sdp);
   _connection.setRemote(webrtc::SdpType::kAnswer, _remote.text());
-  return {sending.mid, std::move(sending), offeredFingerprint(offer), nullptr};
+  return {sending.mid, std::move(sending), offeredFingerprint(offer), nullptr, nullptr};
 }
 
 void SendHandler::start(const std::string& mid) {
@@ -233,8 +240,8 @@ bool SendHandler::seekBandwidth(const std::string& statistics) {
   for (const auto& item : report.get_array()) {
     const auto& entry = asDictionary(item);
     available = std::max(available, number(entry, "availableOutgoingBitrate", 0));
-    sending = sending ||
-              (text(entry, "kind", "") == "video" && number(entry, "packetsSent", 0) > 0);
+    sending =
+        sending || (text(entry, "kind", "") == "video" && number(entry, "packetsSent", 0) > 0);
   }
   if (available >= wantedBitrate()) return false;
   const double before = std::exchange(_lastEstimate, available);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <kestrova/platform/linux/e2ee/FrameGate.h>
 #include <kestrova/platform/linux/mediasoup/Ortc.h>
 #include <kestrova/platform/linux/mediasoup/PeerConnection.h>
 #include <kestrova/platform/linux/mediasoup/RemoteSdp.h>
@@ -21,6 +22,7 @@ struct SendRequest {
   std::vector<RTCRtpEncodingParameters> encodings;
   Dictionary codecOptions;
   std::optional<RtpCodec> codec;
+  bool encrypted = false;
 };
 
 /// The sending side of the exchange: our offer, the server's answer. Engine thread only, unless
@@ -35,6 +37,7 @@ public:
     RtpParameters rtpParameters;  ///< for the server
     DtlsFingerprint fingerprint;
     rtc::scoped_refptr<webrtc::RtpSenderInterface> sender;
+    rtc::scoped_refptr<e2ee::FrameGate> gate;  ///< of what is to be encrypted
   };
   /// Negotiates the track. Nothing of it is sent before `start`: a server that has yet to accept
   /// the producer would only throw it away, the first key frame included. \throws MediasoupError,

@@ -25,6 +25,7 @@ SendRequest requestOf(const ProducerOptions& options) {
     if (!wishes || !wishes->is_object()) throw MediasoupError("codecOptions is no JSON object");
     request.codecOptions = std::move(wishes->get_object());
   }
+  request.encrypted = options.encrypted;
   if (!options.codec.empty()) request.codec = parseCodecCapability(options.codec);
   return request;
 }
@@ -161,9 +162,9 @@ Task<std::shared_ptr<Producer>> SendTransportImpl::produce(Self self, ProducerOp
     throw MediasoupError("the server refuses the producer");
   }
   ProducerImpl::Parts parts{*producerId, mid, kind, options.track, options.appData};
-  auto producer =
-      std::make_shared<ProducerImpl>(self, std::move(parts), !options.track->isEnabled(),
-                                     self->_core.engine, std::move(negotiated.sent.sender));
+  auto producer = std::make_shared<ProducerImpl>(
+      self, std::move(parts), !options.track->isEnabled(), self->_core.engine,
+      std::move(negotiated.sent.sender), std::move(negotiated.sent.gate));
   self->keep(producer);
   self->_core.engine->thread().post([handler = self->_handler, mid] { handler->start(mid); });
   if (kind == MediaKind::video) self->seekBandwidth(0);

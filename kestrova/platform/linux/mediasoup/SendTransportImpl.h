@@ -23,17 +23,22 @@ class ProducerImpl final : public ProducerBase {
 public:
   using Sender = rtc::scoped_refptr<webrtc::RtpSenderInterface>;
   ProducerImpl(std::weak_ptr<SendTransportImpl> transport, Parts parts, bool paused,
-               std::shared_ptr<Engine> engine, Sender sender)
+               std::shared_ptr<Engine> engine, Sender sender,
+               rtc::scoped_refptr<e2ee::FrameGate> gate)
       : ProducerBase(std::move(transport), std::move(parts), paused),
         _engine(std::move(engine)),
-        _sender(std::move(sender)) {}
+        _sender(std::move(sender)),
+        _rtpSender(std::make_shared<e2ee::GatedSender>(track(), std::move(gate))) {}
   ~ProducerImpl() override;
+
+  std::shared_ptr<RTCRtpSender> rtpSender() const override { return _rtpSender; }
 
 private:
   void silence(bool withTransport) override;
 
   const std::shared_ptr<Engine> _engine;
   Sender _sender;  // used on the engine's own thread
+  const std::shared_ptr<RTCRtpSender> _rtpSender;
 };
 
 class SendTransportImpl final : public SendTransportBase {

@@ -7,6 +7,7 @@
 
 #include <kestrova/media/AudioFrameSource.h>
 #include <kestrova/media/AuthorisationDelegate.h>
+#include <kestrova/media/BaseKeyProvider.h>
 #include <kestrova/media/CustomRTCMediaStream.h>
 #include <kestrova/media/PushResult.h>
 #include <kestrova/media/SinkHandle.h>

@@ -10,6 +10,7 @@ namespace kestrova {
 /// What is left to do for a consumer that was taken out of the registry when its transport is
 /// closed next, which closes it, too, and at a fraction of the cost.
 inline void letGoOfConsumer(RoomContext& context, const std::shared_ptr<Consumer>& consumer) {
+  if (context.e2eeManager) context.e2eeManager->closeDecryption(consumer);
   consumer->setDelegate({});
   context.spans.endConsumer(consumer->id());
 }

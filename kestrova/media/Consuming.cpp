@@ -63,9 +63,12 @@ std::shared_ptr<Consumer> Consuming::consumeTrack(const Dictionary& data) {
   if (!id || !kind || !producerId || !rtpParameters || !appData || !peerId || !transport)
     throw RoomClientFailure(RoomClientError::couldNotStartConsumerStream);
 
-  const auto consumer =
-      transport->consume(*id, *producerId, *kind == "video" ? MediaKind::video : MediaKind::audio,
-                         jsonText(*rtpParameters).value_or(""), jsonText(*appData).value_or(""));
+  const bool isShare = boolean(*appData, "share", false);
+  // A shared screen travels unencrypted.
+  const auto e2ee = isShare ? nullptr : _context->e2eeManager;
+  const auto consumer = transport->consume(
+      *id, *producerId, *kind == "video" ? MediaKind::video : MediaKind::audio,
+      jsonText(*rtpParameters).value_or(""), jsonText(*appData).value_or(""), e2ee != nullptr);
   consumer->setDelegate(weak_from_this());
   _registry->add(consumer);
   if (consumer->closed()) {
@@ -73,10 +76,12 @@ std::shared_ptr<Consumer> Consuming::consumeTrack(const Dictionary& data) {
     removeTrack(consumer->id());
     throw RoomClientFailure(RoomClientError::couldNotStartConsumerStream);
   }
-  onMain(_context, [consumer, isShare = boolean(*appData, "share", false), peerId = *peerId](
-                       RoomContext&, RoomClientDelegate& meeting) {
-    meeting.addStream(consumer, isShare, peerId);
-  });
+  onMain(_context,
+         [consumer, isShare, peerId = *peerId](RoomContext&, RoomClientDelegate& meeting) {
+           meeting.addStream(consumer, isShare, peerId);
+         });
+  // Last, so that whatever is said of its frames finds the stream.
+  if (e2ee) e2ee->setupDecryption(consumer);
   return consumer;
 }
 

@@ -30,6 +30,10 @@ void MediaRegistry::removeProducer(const std::string& id) {
   _stateQueue->sync([&] { _producers.erase(id); });
 }
 
+std::shared_ptr<Producer> MediaRegistry::producer(const std::string& id) const {
+  return _stateQueue->sync([&] { return find(_producers, id); });
+}
+
 std::shared_ptr<Producer> MediaRegistry::getProducerByKind(MediaKind kind, bool share) const {
   for (const auto& producer : producers())
     if (producer->kind() == kind && isShare(producer->appData()) == share) return producer;

@@ -19,6 +19,7 @@ public:
 
   void add(const std::shared_ptr<Producer>& producer);
   void removeProducer(const std::string& id);
+  std::shared_ptr<Producer> producer(const std::string& id) const;
   /// The first producer of that kind that is a screen share, or is none.
   std::shared_ptr<Producer> getProducerByKind(MediaKind kind, bool isShare) const;
   std::vector<std::shared_ptr<Producer>> producers() const;

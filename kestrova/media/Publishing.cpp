@@ -264,6 +264,9 @@ Task<std::shared_ptr<Producer>> Publishing::publish(const Row& texts, ProducerOp
   const auto transport = _transports->sendTransport();
   const auto track = options.track;
   if (!options.track->isEnabled() || !transport || !connection.isCurrent()) co_return nullptr;
+  // A shared screen travels unencrypted.
+  const auto e2ee = texts.type == MediaType::share ? nullptr : _context->e2eeManager;
+  options.encrypted = e2ee != nullptr;
   std::shared_ptr<Producer> producer;
   try {
     producer = co_await transport->createProducer(std::move(options));
@@ -281,6 +284,7 @@ Task<std::shared_ptr<Producer>> Publishing::publish(const Row& texts, ProducerOp
   // A track that was silenced while the service was asked stays silent.
   if (track->isEnabled()) producer->resume();
   _registry->add(producer);
+  if (e2ee) e2ee->setupEncryption(producer);
   const auto& peerId = _context->options.meeting.localParticipantId;
   trace(texts.started, {}, span);
   trace("Emitting STREAM_ENABLED Event", {{"kind", text(texts.type)}, {"peerId", peerId}}, span);
@@ -322,6 +326,7 @@ Task<std::string> Publishing::closeLocal(const Row& texts, std::optional<Connect
     throw RoomClientFailure(RoomClientError::producerNotFound);
   }
   const auto producerId = producer->id();
+  if (const auto& e2ee = _context->e2eeManager) e2ee->closeEncryption(producer);
   co_await closeOnMain(producer);
   span.event(texts.stopped);
   const auto emitDisabled = [&] {

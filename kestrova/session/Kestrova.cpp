@@ -20,6 +20,7 @@ namespace {
 struct Configuration {
   std::mutex configLock;
   std::string token;
+  std::shared_ptr<BaseKeyProvider> baseKeyProvider;
 };
 
 Configuration& configuration() {
@@ -233,6 +234,25 @@ void Kestrova::setAuthorisationDelegate(std::weak_ptr<AuthorisationDelegate> del
 }
 std::vector<std::string> Kestrova::getCameras() {
   return MediaCapturer::getListOfCamerasAsString();
+}
+
+void Kestrova::setKeyProvider(std::shared_ptr<BaseKeyProvider> provider) {
+  ScopedSpan span("Setting up key provider for E2EE");
+  if (!provider || !provider->isSharedKey())
+    refuse(span, "Error while setting up key provider", "Shared Key not provided in key provider!",
+           RoomClientError::sharedKeyNotFound);
+  setBaseKeyProvider(std::move(provider));
+  span.event("Key provider is setup successfully");
+}
+
+std::shared_ptr<BaseKeyProvider> Kestrova::baseKeyProvider() {
+  std::scoped_lock held(configuration().configLock);
+  return configuration().baseKeyProvider;
+}
+
+void Kestrova::setBaseKeyProvider(std::shared_ptr<BaseKeyProvider> provider) {
+  std::scoped_lock held(configuration().configLock);
+  configuration().baseKeyProvider.swap(provider);
 }
 
 void Kestrova::configureCapture(const CaptureConfig& config) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <kestrova/media/AuthorisationDelegate.h>
+#include <kestrova/media/BaseKeyProvider.h>
 #include <kestrova/media/CustomRTCMediaStream.h>
 #include <kestrova/model/MetaData.h>
 #include <kestrova/model/RoomClientError.h>
@@ -108,6 +109,17 @@ public:
   static void setAuthorisationDelegate(std::weak_ptr<AuthorisationDelegate> delegate);
   /// The names of the cameras.
   static std::vector<std::string> getCameras();
+
+  /// Encrypts camera and microphone from end to end in the meetings that are joined from now on,
+  /// and decrypts what they receive; `ParticipantEventListener::e2eeStateChanged` tells how that
+  /// fares. A meeting that has begun to join stays as it is. The service can neither record nor
+  /// transcribe such a meeting. A shared screen is not encrypted. See docs/encryption.md. \throws
+  /// RoomClientFailure sharedKeyNotFound when the provider has no key; an earlier provider
+  ///   then stays
+  static void setKeyProvider(std::shared_ptr<BaseKeyProvider> provider);
+  static std::shared_ptr<BaseKeyProvider> baseKeyProvider();
+  /// Nothing ends encryption for the meetings that are joined from now on.
+  static void setBaseKeyProvider(std::shared_ptr<BaseKeyProvider> provider);
 
   /// Which devices are "the camera" and "the microphone" of this process, from the next capture on:
   /// one that runs is not disturbed.

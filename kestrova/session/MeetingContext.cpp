@@ -1,3 +1,4 @@
+#include <kestrova/session/Kestrova.h>
 #include <kestrova/session/MeetingContext.h>
 #include <kestrova/tracing/Trace.h>
 
@@ -39,7 +40,8 @@ std::shared_ptr<RoomClient> MeetingContext::roomClient() {
                         .connections = connections,
                         .multiStream = settings.multiStream,
                         .preferredProtocol = settings.preferredProtocol,
-                        .signalingBaseUrl = settings.signalingBaseUrl});
+                        .signalingBaseUrl = settings.signalingBaseUrl,
+                        .keyProvider = Kestrova::baseKeyProvider()});
   std::scoped_lock held(_roomClientLock);
   fresh->setDelegate(_roomClientDelegate);
   _roomClient = fresh;

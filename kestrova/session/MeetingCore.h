@@ -66,6 +66,10 @@ public:
   void handleStreamStateChange(StreamState state, const std::string& peerId,
                                const std::string& trackId) override;
   void streamsMeasured(const std::vector<StreamMeasurement>& measured) override;
+  void e2eeStateChanged(const std::string& peerID, E2EEState state,
+                        const std::string& streamId) override {
+    registry->e2eeStateChanged(peerID, state, streamId);
+  }
   void qualityLimitationInternal(QualityLimitationType type, QualityLimitationState state,
                                  std::int64_t timestamp) override;
   void participantMediaStatusChanged(const std::string& peerId, const std::string& kind,

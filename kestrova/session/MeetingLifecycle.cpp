@@ -262,9 +262,10 @@ void MeetingLifecycle::emitJoined(const std::optional<SpanScope>& joinSpan, Conn
   MainQueue::shared().async([weak = weak_from_this(), joinSpan, connection] {
     const auto self = weak.lock();
     if (!self || !connection.isCurrent() || self->_context->connections->isOver()) return;
-    trace("Emitting MEETING_JOINED Event", {}, joinSpan);
     const auto client = self->_context->roomClient();
     self->_context->localParticipant->setDelegate(client);
+    self->_context->setE2eeEnabled(client->isEncrypted());
+    trace("Emitting MEETING_JOINED Event", {}, joinSpan);
     client->setJoined(true);
     self->_wasJoined = true;
     // A move to another meeting that a drop interrupted ends here.
@@ -442,6 +443,7 @@ Task<void> MeetingLifecycle::disconnected(std::optional<LeaveReason> leaveReason
     self->_registry->clear();
     self->_characters->clear();
     client->cleanUpTracing();
+    self->_context->setE2eeEnabled(false);
     if (first) self->emitLeft(leaveReason.value_or(LeaveReason::unknown));
   });
 }

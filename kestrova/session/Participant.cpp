@@ -11,6 +11,12 @@
 #include <utility>
 
 namespace kestrova {
+namespace {
+
+/// A state of a stream that never comes to be listed must not be kept for good.
+constexpr std::size_t mostEarlyStates = 4;
+
+}  // namespace
 
 struct Participant::State {
   explicit State(Mode firstMode) : mode(firstMode) {}
@@ -24,6 +30,7 @@ struct Participant::State {
   std::optional<ParticipantPinState> askedPins;  // until the service says the same
   Mode mode;
   AgentState agentState = AgentState::IDLE;
+  std::map<std::string, E2EEState> earlyE2ee;  // of streams that are still to be listed, by id
   std::weak_ptr<MeetingActionValidating> meetingActionValidator;
   std::weak_ptr<ParticipantDelegate> delegate;
 
@@ -237,6 +244,7 @@ void Participant::addStream(std::shared_ptr<MediaStream> stream) {
     MainQueue::shared().async(
         [self = shared_from_this(), replaced] { StreamMap::tellEnd(*replaced, self->_id); });
   emit([stream](auto& listener, auto& self) { listener.onStreamEnabled(stream, self); });
+  tellEarlyE2EEState(stream->id());
 }
 
 std::shared_ptr<MediaStream> Participant::removeStream(const std::string& id) {
@@ -280,6 +288,38 @@ void Participant::setPinState(ParticipantPinState pinState) {
 
 void Participant::handleStreamStateChanged(StreamState state, const std::string& streamId) {
   _state->streams.tellState(state, streamId, _id);
+}
+
+/// The first frame of a publication may be encrypted before its stream is listed.
+void Participant::handleE2EEStateChanged(E2EEState state, const std::string& streamID) {
+  {
+    std::scoped_lock held(_state->stateLock);
+    auto& early = _state->earlyE2ee;
+    if (early.size() >= mostEarlyStates) early.clear();
+    early.insert_or_assign(streamID, state);
+  }
+  if (!tellEarlyE2EEState(streamID))
+    trace([&] { return "Stream of which E2EE State updated not found for ID: " + streamID + "."; });
+}
+
+bool Participant::tellEarlyE2EEState(const std::string& streamID) {
+  const auto listed = streams();
+  const auto found = listed.find(streamID);
+  if (found == listed.end()) return false;
+  const auto stream = found->second;
+  std::optional<E2EEState> state;
+  {
+    std::scoped_lock held(_state->stateLock);
+    if (const auto node = _state->earlyE2ee.extract(streamID)) state = node.mapped();
+  }
+  if (state) {
+    trace("Emitting E2EE_STATE_CHANGED Event",
+          {{"state", text(*state)}, {"kind", text(stream->kind())}, {"peerId", _id}});
+    emit([state = *state, stream](auto& listener, auto& self) {
+      listener.e2eeStateChanged(self, state, stream);
+    });
+  }
+  return true;
 }
 
 void Participant::handleMediaStatusChanged(const std::string& peerId, MediaType kind,

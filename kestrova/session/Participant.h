@@ -139,6 +139,9 @@ private:
   void setMode(Mode mode);
   void setPinState(ParticipantPinState pinState);
   void handleStreamStateChanged(StreamState state, const std::string& streamId);
+  void handleE2EEStateChanged(E2EEState state, const std::string& streamID);
+  /// \returns whether the stream is listed
+  bool tellEarlyE2EEState(const std::string& streamID);
   void handleMediaStatusChanged(const std::string& peerId, MediaType kind, bool newStatus);
   /// The service's subscription manager withholds a stream, or sends it again.
   void handleParticipantPause(const Dictionary& data);

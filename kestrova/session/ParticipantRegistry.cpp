@@ -202,6 +202,14 @@ bool ParticipantRegistry::takeMetrics(const StreamMeasurement& measured) {
   return owner && owner->takeMetrics(measured.streamId, measured.metrics);
 }
 
+void ParticipantRegistry::e2eeStateChanged(const std::string& peerID, E2EEState state,
+                                           const std::string& streamId) {
+  if (const auto participant = anybody(peerID))
+    participant->handleE2EEStateChanged(state, streamId);
+  else
+    trace([&] { return "Could not find participant with ID: " + peerID; });
+}
+
 void ParticipantRegistry::participantMediaStatusChanged(const std::string& peerId,
                                                         const std::string& kind, bool newState) {
   if (const auto participant = anybody(peerId))

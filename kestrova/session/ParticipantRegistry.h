@@ -51,6 +51,8 @@ public:
                                const std::string& trackId);
   /// \returns whether it was a stream of somebody's here
   bool takeMetrics(const StreamMeasurement& measured);
+  /// For the local participant, too.
+  void e2eeStateChanged(const std::string& peerID, E2EEState state, const std::string& streamId);
   void participantMediaStatusChanged(const std::string& peerId, const std::string& kind,
                                      bool newState);
   void participantModeChanged(const std::string& participantId, Mode mode);

@@ -1,3 +1,4 @@
+#include <kestrova/media/StreamFacts.h>
 #include <kestrova/model/RoomClientError.h>
 #include <kestrova/model/Secrets.h>
 #include <kestrova/signalling/RoomClient.h>
@@ -18,6 +19,7 @@ std::atomic<int> tracingMeetings{0};
 std::shared_ptr<RoomClient> RoomClient::make(RoomClientOptions options) {
   std::shared_ptr<RoomClient> client(new RoomClient(std::move(options)));
   client->_context->socketRequestHandler->setDelegates(client, client, client);
+  if (const auto& e2ee = client->_context->e2eeManager) e2ee->setDelegate(client);
   return client;
 }
 
@@ -182,6 +184,20 @@ void RoomClient::pauseConsumer(const std::string& consumerId) {
 
 void RoomClient::resumeConsumer(const std::string& consumerId) {
   inOrder(_consumerControls->resumeConsumer(consumerId));
+}
+
+void RoomClient::encryptionStateChanged(const std::string& id, RTCFrameCryptorState state) {
+  const bool isLocal = _registry->producer(id) != nullptr;
+  const auto consumer = isLocal ? nullptr : _registry->consumer(id);
+  const auto reported = e2eeStateOf(state, isLocal);
+  if (!reported) return;
+  auto peerId = isLocal ? _context->options.meeting.localParticipantId
+                        : (consumer ? factsOf(*consumer).peerId : std::string());
+  if (peerId.empty()) peerId = "N/A";
+  // Behind the arrival of the stream.
+  onMain(_context, [peerId, reported, id](RoomContext&, RoomClientDelegate& meeting) {
+    meeting.e2eeStateChanged(peerId, *reported, id);
+  });
 }
 
 // ---- The socket's side -------------------------------------------------------------------------

@@ -34,6 +34,7 @@ class RoomClient final : public RemoteEventDelegate,
                          public MeetingStateDelegate,
                          public ParticipantDelegate,
                          public MediaStreamDelegate,
+                         public E2EEManagerDelegate,
                          public std::enable_shared_from_this<RoomClient> {
 public:
   static std::shared_ptr<RoomClient> make(RoomClientOptions options);
@@ -78,6 +79,8 @@ public:
   /// Runs `work` once all of them have been handed to the socket, on its queue.
   void afterRequests(Work work) { _context->afterRequests(std::move(work)); }
 
+  /// Whether what is sent and received is encrypted end to end.
+  bool isEncrypted() const { return _context->e2eeManager != nullptr; }
   bool joined() const { return _context->joined(); }
   void setJoined(bool joined) { _context->setJoined(joined); }
   /// Tells the telemetry in which session the meeting is, or that the service named none.
@@ -116,6 +119,8 @@ public:
   Task<void> socketDisconnected(LeaveReason reason) override;
   void socketError(const std::string& message) override;
   void meetingStateChanged(MeetingState state, Connection connection) override;
+
+  void encryptionStateChanged(const std::string& id, RTCFrameCryptorState state) override;
 
   void askOfPeer(LocalEvent request, const std::string& participantId) override;
   void participantPinStateChanged(const std::string& participantId, ParticipantPinState pinState,

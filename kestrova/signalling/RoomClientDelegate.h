@@ -65,6 +65,9 @@ public:
   virtual void handleStreamStateChange(StreamState state, const std::string& peerId,
                                        const std::string& trackId) = 0;
   virtual void streamsMeasured(const std::vector<StreamMeasurement>& measured) = 0;
+  /// Of a stream that is encrypted. \param peerID "N/A" where nobody has it any more
+  virtual void e2eeStateChanged(const std::string& peerID, E2EEState state,
+                                const std::string& streamId) = 0;
   /// \param timestamp in milliseconds since 1970
   virtual void qualityLimitationInternal(QualityLimitationType type, QualityLimitationState state,
                                          std::int64_t timestamp) = 0;

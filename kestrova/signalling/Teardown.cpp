@@ -59,6 +59,7 @@ Task<void> Teardown::disconnect(LeaveReason leaveReason, bool closeSocket,
     co_await closeLocalMedia(closing.scope());
     attempt("capture", [this] { _capturer->stop(); });
     attempt("transports", [this] { _transports->closeTransports(); });
+    if (const auto& e2ee = _context->e2eeManager) e2ee->cleanupAll();
     closing.event("Disposing Transports & Devices");
     closing.event("All resources closed successfully");
   }

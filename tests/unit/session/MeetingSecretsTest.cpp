@@ -160,6 +160,26 @@ TEST_F(MeetingSecretsTest, noneComesOutOfAJoinThatFails) {
   expectNoSecret();
 }
 
+TEST_F(MeetingSecretsTest, theKeyOfAnEncryptedMeetingStaysInside) {
+  platform.session->answer(configuration);
+  const auto keys = std::make_shared<BaseKeyProvider>(true);
+  EXPECT_ANY_THROW(keys->setSharedKey("a-hidden-bad-key\xFF"));
+  keys->setSharedKey("a-hidden-shared-key");
+  Kestrova::setKeyProvider(keys);
+  auto test = TestMeeting::joined(platform, {.micEnabled = true});
+  test.addPeer("bob");
+  test.announce("cam", "bob", "video");
+  keys->ratchetSharedKey();
+  const auto cryptor = platform.cryptors->of("cam");
+  ASSERT_TRUE(cryptor);
+  cryptor->reach(RTCFrameCryptorState::decryptionFailed);
+  test.meeting->leave();
+  platform.pump();
+  Kestrova::setBaseKeyProvider(nullptr);
+  EXPECT_THAT(told, Contains("Key provider is setup successfully"));
+  expectNoSecret();
+}
+
 TEST_F(MeetingSecretsTest, theBackEndHearsOfTheStayThatIsGoingOn) {
   platform.session->answer(configuration);
   auto test = TestMeeting::entering(platform);

@@ -89,7 +89,7 @@ def costs_of_start(top):
 
 
 LINUX_USERS = ("kestrova/platform/linux/", "apps/", "tests/platform/", "tests/integration/",
-               "bench/")
+               "bench/", "fuzz/")
 
 
 def library_folder(path):

@@ -14,7 +14,7 @@ Chat::Chat(boost::asio::io_context& loop, Meeting& meeting, MeetingWatcher& watc
     : _report(report),
       _finished(std::move(finished)),
       _topic(std::make_shared<ChatTopic>(loop, meeting, watcher)),
-      _commands(meeting, watcher, characters, *_topic, options.token) {
+      _commands(meeting, watcher, characters, *_topic, options.token, options.keyFile) {
   // A line is typed below what is shown only where both are the terminal.
   if (!options.json && isatty(STDIN_FILENO) && isatty(STDOUT_FILENO)) {
     _keyboard = Keyboard::open(loop, [this](char key) { press(key); });

@@ -7,6 +7,7 @@
 #include <boost/asio/async_result.hpp>
 #include <boost/asio/use_awaitable.hpp>
 
+#include "Encryption.h"
 #include <algorithm>
 #include <fstream>
 #include <iterator>
@@ -61,7 +62,8 @@ bool isAway(const RealtimeStoreError& error) {
 
 std::string ChatCommands::help() {
   return "commands: /set KEY VALUE (no value clears), /get KEY, /watch KEY, /file PATH, "
-         "/say ID TEXT (or @ID TEXT, to a character), /interrupt ID; //text says /text";
+         "/say ID TEXT (or @ID TEXT, to a character), /interrupt ID, /rekey (reads --key-file "
+         "again), /ratchet (the next key); //text says /text";
 }
 
 Task<ChatCommands::Outcome> ChatCommands::run(std::string line) {
@@ -99,6 +101,8 @@ Task<void> ChatCommands::start(const std::string& line) {
                                  {"/file", true, &ChatCommands::sendFile},
                                  {"/say", true, &ChatCommands::sayToCharacter},
                                  {"/interrupt", true, &ChatCommands::interrupt},
+                                 {"/rekey", false, &ChatCommands::rekey},
+                                 {"/ratchet", false, &ChatCommands::ratchet},
                                  {"/help", false, &ChatCommands::sayHelp}};
   // "@Grace look" is said to everybody.
   if (line.starts_with('@') && _characters.knows(firstWord(line.substr(1)).first))
@@ -121,6 +125,18 @@ Task<void> ChatCommands::say(std::string message) {
 
 Task<void> ChatCommands::sayHelp(std::string) {
   _watcher.note("help", {{"message", help()}}, help());
+  co_return;
+}
+
+Task<void> ChatCommands::rekey(std::string) {
+  rereadKey(_keyFile);
+  _watcher.note("rekeyed", {}, "another key");
+  co_return;
+}
+
+Task<void> ChatCommands::ratchet(std::string) {
+  ratchetKey();
+  _watcher.note("rekeyed", {}, "the next key");
   co_return;
 }
 

@@ -24,14 +24,15 @@ public:
   };
 
   /// \param meeting \param watcher \param characters \param topic must outlive the commands
-  /// \param token with which files are stored
+  /// \param token with which files are stored \param keyFile with the key of the meeting, or empty
   ChatCommands(Meeting& meeting, MeetingWatcher& watcher, Characters& characters, ChatTopic& topic,
-               std::string token)
+               std::string token, std::string keyFile)
       : _meeting(meeting),
         _watcher(watcher),
         _characters(characters),
         _topic(topic),
-        _token(std::move(token)) {}
+        _token(std::move(token)),
+        _keyFile(std::move(keyFile)) {}
 
   Task<Outcome> run(std::string line);
   /// One line.
@@ -47,6 +48,8 @@ private:
   Task<void> sendFile(std::string path);
   Task<void> sayToCharacter(std::string rest);
   Task<void> interrupt(std::string id);
+  Task<void> rekey(std::string rest);
+  Task<void> ratchet(std::string rest);
   Task<void> sayHelp(std::string rest);
   void tellValue(const char* event, Dictionary details, const std::string& key,
                  const std::optional<std::string>& value, const std::string& by) const;
@@ -58,6 +61,7 @@ private:
   Characters& _characters;
   ChatTopic& _topic;
   const std::string _token;
+  const std::string _keyFile;
   std::map<std::string, RealtimeStore::Listener> _watched;
 };
 

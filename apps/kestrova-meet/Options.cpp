@@ -123,6 +123,10 @@ constexpr Row rows[] = {
      [](Options& o, const std::string& v) { o.token = v; }},
     {"--token-file", "FILE", "file with the access token; without either, KESTROVA_TOKEN",
      [](Options& o, const std::string& v) { o.tokenFile = v; }},
+    {"--key", "TEXT", "encrypt the meeting with this key; can be seen like --token",
+     [](Options& o, const std::string& v) { o.key = v; }},
+    {"--key-file", "FILE", "file with that key; without either, KESTROVA_KEY",
+     [](Options& o, const std::string& v) { o.keyFile = v; }},
     {"--mode", "MODE", "SEND_AND_RECV, RECV_ONLY or SIGNALLING_ONLY (SEND_AND_RECV)",
      [](Options& o, const std::string& v) { o.mode = mode(v); }},
     {"--camera", "KIND", "pattern, none, default, /dev/videoN, or a .y4m or .mjpeg file (pattern)",
@@ -260,6 +264,7 @@ std::string usageText() {
       "T transcription, H HLS, W whiteboard.\n"
       "\nWith --chat a line is a message, or one of /set KEY VALUE (no value clears), /get KEY,\n"
       "/watch KEY, /file PATH, and for an AI character /say ID TEXT or @ID TEXT, /interrupt ID;\n"
+      "of an encrypted meeting /rekey reads --key-file again, /ratchet goes on to the next key;\n"
       "//text says /text. On a terminal Ctrl-D leaves. When the lines of a script end, the "
       "program\n"
       "leaves once all are sent and acknowledged, or after --duration.\n"

@@ -24,6 +24,8 @@ struct Options {
   std::string participant;
   std::string token;
   std::string tokenFile;
+  std::string key;      ///< of an encrypted meeting
+  std::string keyFile;  ///< where it stands
   CaptureConfig capture{.camera = "pattern", .microphone = "tone", .speaker = "none"};
   Mode mode = Mode::SEND_AND_RECV;
   std::optional<std::chrono::milliseconds> duration;  ///< from the join; for ever without it

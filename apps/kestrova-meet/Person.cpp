@@ -48,6 +48,15 @@ void Person::onStreamDisabled(const std::shared_ptr<MediaStream>& stream,
   _media->remove(stream);
 }
 
+void Person::e2eeStateChanged(const std::shared_ptr<Participant>&, E2EEState state,
+                              const std::shared_ptr<MediaStream>& stream) {
+  const std::string kind(text(stream->kind()));
+  const bool works = state == E2EEState::EncryptionSuccess || state == E2EEState::DecryptionSuccess;
+  const std::string what = _media->local() ? "encrypted" : "decrypted";
+  _media->tell("e2ee", {{"kind", kind}, {"state", text(state)}},
+               kind + " of " + _media->name() + (works ? " is " : " can't be ") + what);
+}
+
 // ---- Agents ------------------------------------------------------------------------------------
 
 void Person::onAgentStateChanged(AgentState state, const std::shared_ptr<Participant>&) {

@@ -42,6 +42,8 @@ public:
                        const std::shared_ptr<Participant>& participant) override;
   void onStreamDisabled(const std::shared_ptr<MediaStream>& stream,
                         const std::shared_ptr<Participant>& participant) override;
+  void e2eeStateChanged(const std::shared_ptr<Participant>& participant, E2EEState state,
+                        const std::shared_ptr<MediaStream>& stream) override;
   void onAgentStateChanged(AgentState state,
                            const std::shared_ptr<Participant>& participant) override;
   void onAgentTranscriptionReceived(const TranscriptionSegment& segment,

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "Encryption.h"
 #include "ExitCode.h"
 #include "Options.h"
 #include "Report.h"
@@ -50,6 +51,7 @@ int main(int argc, char** argv) {
   Options options;
   try {
     options = parseOptions({argv + 1, argv + argc}, std::getenv("KESTROVA_TOKEN"));
+    if (!options.help && !options.version) beginEncryption(options);
   } catch (const UsageError& error) {
     return complain(std::string(error.what()) + "; see kestrova-meet --help", exitUsage);
   }

@@ -15,17 +15,24 @@ const SWITCHES = [
   ...['--disable-component-update', '--autoplay-policy=no-user-gesture-required'],
 ];
 
-async function bundle() {
+async function bundled(file, define = {}) {
   const { outputFiles } = await build({
-    entryPoints: [path.join(import.meta.dirname, 'page.mjs')],
+    entryPoints: [path.join(import.meta.dirname, file)],
     bundle: true,
     write: false,
     format: 'iife',
     platform: 'browser',
     nodePaths: [path.join(server, 'node_modules')],
+    define,
     logLevel: 'error',
   });
   return outputFiles[0].text;
+}
+
+/** The page's script, with that of its worker as a text in it. */
+async function bundle() {
+  const CRYPTOR = JSON.stringify(await bundled('cryptor.mjs'));
+  return bundled('page.mjs', { CRYPTOR });
 }
 
 /** What the browser calls the key of the service's certificate, which is first checked here. */

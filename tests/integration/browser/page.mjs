@@ -1,5 +1,6 @@
 import { Device } from 'mediasoup-client';
 import { io } from 'socket.io-client';
+import { Encryption } from './encryption.mjs';
 import { cameraTrack, toneTrack } from './sources.mjs';
 import { Topics } from './topics.mjs';
 import { PictureWatch, ToneWatch } from './watches.mjs';
@@ -21,8 +22,9 @@ class Participant {
     consumerClosed: ({ consumerId }) => this.#drop(consumerId),
   };
 
-  constructor({ service, roomId, peerId, token }) {
+  constructor({ service, roomId, peerId, token, encrypted }) {
     Object.assign(this, { roomId, peerId, token, device: new Device() });
+    if (encrypted) this.encryption = new Encryption();
     this.socket = io(`https://${service}`, {
       path: '/meeting/socket.io',
       transports: ['websocket'],
@@ -91,7 +93,11 @@ class Participant {
   }
 
   publishTone(hertz) {
-    return this.send.produce({ track: toneTrack(hertz) });
+    return this.send.produce({ track: toneTrack(hertz), ...this.#sending('audio/opus') });
+  }
+
+  #sending(mimeType) {
+    return { onRtpSender: (sender) => this.encryption?.attach(sender, mimeType) };
   }
 
   /** `mimeType` as the device has it; simulcast in three layers when `simulcast`. */
@@ -105,11 +111,15 @@ class Participant {
       codec,
       encodings: simulcast ? LAYERS : [{ maxBitrate: 900_000 }],
       codecOptions: { videoGoogleStartBitrate: 2000 },
+      ...this.#sending(mimeType),
     });
   }
 
   async #consume({ id, producerId, kind, rtpParameters, appData, peerId }) {
-    const consumer = await this.receive.consume({ id, producerId, kind, rtpParameters, appData });
+    const [{ mimeType }] = rtpParameters.codecs;
+    const onRtpReceiver = (receiver) => this.encryption?.attach(receiver, mimeType);
+    const stream = { id, producerId, kind, rtpParameters, appData };
+    const consumer = await this.receive.consume({ ...stream, onRtpReceiver });
     this.seen[peerId] ??= {};
     const watch = kind === 'video' ? new PictureWatch(consumer) : new ToneWatch(consumer);
     this.seen[peerId][kind] = watch.seen;

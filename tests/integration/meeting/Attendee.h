@@ -143,6 +143,11 @@ public:
     note(words(participant->isLocal() ? "own end" : "loses", text(stream->kind())));
   }
 
+  void e2eeStateChanged(const std::shared_ptr<Participant>& participant, E2EEState state,
+                        const std::shared_ptr<MediaStream>& stream) override {
+    note(words("e2ee", participant->id(), text(stream->kind()), text(state)));
+  }
+
   // What is answered before the question is noted, so that both may be set once that is seen.
   /// What to do with people who ask to enter; nothing leaves them waiting.
   std::optional<bool> letsPeopleIn;

@@ -1,7 +1,10 @@
 #pragma once
 
+#include <kestrova/platform/VideoFrame.h>
+
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -24,6 +27,16 @@ public:
   virtual std::optional<Image> decode(std::string_view file) = 0;
   /// The picture redrawn at another size, in pixels; nothing when either size makes no sense.
   virtual std::optional<Image> resize(const Image& image, int width, int height) = 0;
+  /// The picture of a frame, as its pixels lie; nothing for a frame without any.
+  virtual std::optional<Image> render(const VideoFrameBuffer& /*frame*/) { return std::nullopt; }
+  /// The picture turned clockwise by a multiple of 90 degrees.
+  virtual std::optional<Image> rotate(const Image& /*image*/, int /*degrees*/) {
+    return std::nullopt;
+  }
+  /// A JPEG file. \param quality from 0 to 1, the best; alpha is left out
+  virtual std::optional<std::string> encodeJpeg(const Image& /*image*/, double /*quality*/) {
+    return std::nullopt;
+  }
 };
 
 }  // namespace kestrova

@@ -1,12 +1,14 @@
 #pragma once
 
 #include <kestrova/platform/Capture.h>
+#include <kestrova/platform/Compositing.h>
 #include <kestrova/platform/FrameCryptor.h>
 #include <kestrova/platform/Imaging.h>
 #include <kestrova/platform/Mediasoup.h>
 #include <kestrova/platform/ProcessUsage.h>
 #include <kestrova/platform/Queue.h>
 #include <kestrova/platform/Scheduler.h>
+#include <kestrova/platform/Segmentation.h>
 #include <kestrova/platform/SocketIO.h>
 #include <kestrova/platform/URLSession.h>
 #include <kestrova/platform/WebSocketTask.h>
@@ -15,7 +17,9 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
+#include <utility>
 
 namespace kestrova {
 
@@ -51,6 +55,12 @@ struct Platform {
   std::shared_ptr<Imaging> imaging;
   /// Nothing on a platform that can't encrypt.
   std::shared_ptr<FrameCryptors> frameCryptors;
+  /// What frames are composited with, and what finds people in them; nothing where the platform has
+  /// no such thing. \throws PersonSegmentationError when it should have and can't
+  std::function<std::unique_ptr<CIContext>()> makeContext;
+  std::function<std::unique_ptr<VNImageRequestHandler>()> makeImageRequestHandler;
+  /// The size of the main screen in pixels; nothing without one.
+  std::function<std::optional<std::pair<int, int>>()> mainScreenSize;
 
   static std::shared_ptr<const Platform> current();
   /// Replaces the process's platform. Objects made before keep the one they were made with.

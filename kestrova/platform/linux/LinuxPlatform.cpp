@@ -4,8 +4,11 @@
 #include <kestrova/platform/linux/capture/CaptureDevices.h>
 #include <kestrova/platform/linux/e2ee/LinuxFrameCryptors.h>
 #include <kestrova/platform/linux/http/CurlSession.h>
+#include <kestrova/platform/linux/imaging/Compositor.h>
 #include <kestrova/platform/linux/imaging/LinuxImaging.h>
+#include <kestrova/platform/linux/imaging/MainScreen.h>
 #include <kestrova/platform/linux/mediasoup/MediasoupDevice.h>
+#include <kestrova/platform/linux/segmentation/PersonSegmentation.h>
 #include <kestrova/platform/linux/socketio/SocketManager.h>
 #include <kestrova/platform/linux/webrtc/PeerConnectionFactory.h>
 #include <kestrova/platform/linux/websocket/WebSocketTaskImpl.h>
@@ -49,6 +52,9 @@ Platform makeLinuxPlatform() {
       .processUsage = processUsage,
       .imaging = makeImaging(),
       .frameCryptors = makeFrameCryptors(),
+      .makeContext = makeCompositor,
+      .makeImageRequestHandler = makeImageRequestHandler,
+      .mainScreenSize = [] { return mainScreenSize(); },
   };
 }
 

@@ -1,10 +1,14 @@
 #include <kestrova/platform/linux/imaging/LinuxImaging.h>
 
+#include <libyuv/convert_argb.h>
+#include <libyuv/rotate_argb.h>
 #include <libyuv/scale_argb.h>
 #include <png.h>
 #include <turbojpeg.h>
 
+#include <cmath>
 #include <cstddef>
+#include <cstring>
 #include <utility>
 
 namespace kestrova {
@@ -63,6 +67,26 @@ std::optional<Image> decodeJpeg(std::string_view file) {
   return image;
 }
 
+std::optional<Image> fromPlanes(const I420View& from) {
+  if (!isComplete(from)) return std::nullopt;
+  auto image = blank(from.width, from.height);
+  if (image && libyuv::I420ToARGB(from.y, from.strideY, from.u, from.strideU, from.v, from.strideV,
+                                  image->pixels.data(), from.width * bytesPerPixel, from.width,
+                                  from.height) != 0)
+    image.reset();
+  return image;
+}
+
+std::optional<Image> fromPixels(const BGRAView& from) {
+  if (!isComplete(from)) return std::nullopt;
+  auto image = blank(from.width, from.height);
+  const auto row = std::size_t(from.width) * bytesPerPixel;
+  for (int y = 0; image && y < from.height; ++y)
+    std::memcpy(image->pixels.data() + std::size_t(y) * row,
+                from.pixels + std::ptrdiff_t(y) * from.stride, row);
+  return image;
+}
+
 class LinuxImaging final : public Imaging {
 public:
   std::optional<Image> decode(std::string_view file) override {
@@ -80,6 +104,42 @@ public:
                                     width, height, libyuv::kFilterBox) != 0)
       scaled.reset();
     return scaled;
+  }
+
+  std::optional<Image> render(const VideoFrameBuffer& frame) override {
+    return frame.format() == PixelFormat::bgra ? fromPixels(frame.bgra())
+                                               : fromPlanes(frame.i420());
+  }
+
+  std::optional<Image> rotate(const Image& image, int degrees) override {
+    if (!isWhole(image) || degrees % 90 != 0) return std::nullopt;
+    const int clockwise = (degrees % 360 + 360) % 360;
+    if (clockwise == 0) return image;
+    const bool lies = clockwise != 180;
+    auto turned = lies ? blank(image.height, image.width) : blank(image.width, image.height);
+    if (turned &&
+        libyuv::ARGBRotate(image.pixels.data(), image.width * bytesPerPixel, turned->pixels.data(),
+                           turned->width * bytesPerPixel, image.width, image.height,
+                           static_cast<libyuv::RotationMode>(clockwise)) != 0)
+      turned.reset();
+    return turned;
+  }
+
+  std::optional<std::string> encodeJpeg(const Image& image, double quality) override {
+    if (!isWhole(image) || !(quality >= 0 && quality <= 1)) return std::nullopt;
+    const std::unique_ptr<void, int (*)(tjhandle)> writer(tjInitCompress(), tjDestroy);
+    if (!writer) return std::nullopt;
+    constexpr int worst = 1;
+    constexpr int best = 100;
+    const int level = worst + static_cast<int>(std::lround(quality * (best - worst)));
+    unsigned char* bytes = nullptr;
+    unsigned long size = 0;
+    const int failed =
+        tjCompress2(writer.get(), image.pixels.data(), image.width, image.width * bytesPerPixel,
+                    image.height, TJPF_BGRA, &bytes, &size, TJSAMP_444, level, 0);
+    const std::unique_ptr<unsigned char, void (*)(unsigned char*)> held(bytes, tjFree);
+    if (failed) return std::nullopt;
+    return std::string(reinterpret_cast<const char*>(bytes), size);
   }
 };
 

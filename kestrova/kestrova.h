@@ -9,6 +9,8 @@
 #include <kestrova/media/AuthorisationDelegate.h>
 #include <kestrova/media/BaseKeyProvider.h>
 #include <kestrova/media/CustomRTCMediaStream.h>
+#include <kestrova/media/KestrovaBackgroundProcessor.h>
+#include <kestrova/media/KestrovaVideoProcessor.h>
 #include <kestrova/media/PushResult.h>
 #include <kestrova/media/SinkHandle.h>
 #include <kestrova/media/VideoFrameSource.h>

@@ -58,8 +58,7 @@ void MediaCapturer::renewCamera() {
 
 void MediaCapturer::listenTo(RTCCameraVideoCapturer& camera) {
   camera.onFrame([weak = weak_from_this()](const VideoFrame& frame) {
-    const auto self = weak.lock();
-    if (const auto source = self ? self->videoSource() : nullptr) source->onFrame(frame);
+    if (const auto self = weak.lock()) self->capturer(frame);
   });
   camera.onFailure([weak = weak_from_this()](const std::string& error) {
     const auto self = weak.lock();
@@ -76,6 +75,20 @@ void MediaCapturer::listenTo(RTCCameraVideoCapturer& camera) {
     };
     spawnOn(*self->_cameraSessionQueue, handle(weak, session, error));
   });
+}
+
+void MediaCapturer::capturer(const VideoFrame& didCapture) {
+  const auto source = videoSource();
+  _frames.process(didCapture, *source);
+}
+
+void MediaCapturer::setVideoProcessor(std::shared_ptr<KestrovaVideoProcessor> processor) {
+  _frames.setVideoProcessor(std::move(processor));
+}
+
+bool MediaCapturer::feeds(const Track& track) const {
+  std::scoped_lock held(_mediaLock);
+  return track && _videoTrack == track;
 }
 
 // ---- Camera ------------------------------------------------------------------------------------
@@ -329,6 +342,7 @@ std::shared_ptr<RTCVideoTrack> MediaCapturer::endCameraTrack(const Track& only) 
     _videoSource.swap(fresh);
     track.swap(_videoTrack);
   }
+  _frames.forget();
   if (track) track->setEnabled(false);
   return track;
 }

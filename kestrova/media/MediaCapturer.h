@@ -1,6 +1,7 @@
 #pragma once
 
 #include <kestrova/media/AuthorisationDelegate.h>
+#include <kestrova/media/FramePath.h>
 #include <kestrova/media/MediaConfigStore.h>
 #include <kestrova/platform/AsyncLock.h>
 #include <kestrova/platform/Mediasoup.h>
@@ -69,6 +70,16 @@ public:
   /// thread, with no lock held. Replaces an earlier handler.
   void onCaptureFailed(CaptureFailedHandler handler);
 
+  /// What the camera's pictures go through on their way; nothing takes it away. It stays until the
+  /// camera's track is removed. See `KestrovaVideoProcessor`.
+  void setVideoProcessor(std::shared_ptr<KestrovaVideoProcessor> processor);
+  /// From now on the newest picture is kept, such as others see it, until as many calls of
+  /// `takeCapturedImage` have asked for it; of those nothing but the last lets go of it.
+  void beginImageCapture() { _frames.beginImageCapture(); }
+  VideoFrame takeCapturedImage() { return _frames.takeCapturedImage(); }
+  /// Whether `track` is the camera's, as it runs now.
+  bool feeds(const Track& track) const;
+
   bool isCameraRunning() const;
   /// Stops a camera that feeds no track.
   Task<void> stopUnusedCamera();
@@ -100,6 +111,8 @@ private:
   std::shared_ptr<RTCCameraVideoCapturer> videoCapturer() const;
   void renewCamera();
   void listenTo(RTCCameraVideoCapturer& camera);
+  /// The road of a picture, on the capture thread.
+  void capturer(const VideoFrame& didCapture);
   Task<std::shared_ptr<RTCVideoTrack>> captureOnQueue(CaptureFormat output, CameraPosition position,
                                                       const char* replaced);
   Task<std::shared_ptr<RTCVideoTrack>> capture(CaptureFormat output, CameraPosition position,
@@ -124,6 +137,7 @@ private:
   const std::shared_ptr<RTCPeerConnectionFactory> _peerConnectionFactory;
   const std::shared_ptr<SerialQueue> _cameraSessionQueue;
   AsyncLock _session;
+  FramePath _frames;
 
   mutable std::mutex _mediaLock;
   std::shared_ptr<RTCCameraVideoCapturer> _videoCapturer;

@@ -59,8 +59,7 @@ void CameraControls::switchWebcam() {
 Task<void> CameraControls::flipCamera() {
   const auto turn = co_await _turns.acquire();
   const auto custom = liveCustomStream();
-  const auto capturer =
-      custom && custom->capturer() ? custom->capturer() : _context->roomClient()->capturer();
+  const auto capturer = runningCapturer();
   if (!custom && !capturer->isCameraRunning())
     capturer->setCameraPosition(_context->mediaConfigStore->video().facingMode);
   // A camera that is off is not opened by this; the next capture takes the other one.
@@ -69,6 +68,39 @@ Task<void> CameraControls::flipCamera() {
 
 void CameraControls::selectPosition(CameraPosition position) {
   _context->mediaConfigStore->recordFacingMode(position);
+}
+
+/// Of the application's track, where it is the library's, or the meeting's own.
+std::shared_ptr<MediaCapturer> CameraControls::runningCapturer() const {
+  const auto custom = liveCustomStream();
+  return custom && custom->capturer() ? custom->capturer() : _context->roomClient()->capturer();
+}
+
+// ---- What the pictures go through --------------------------------------------------------------
+
+void CameraControls::setVideoProcessor(std::shared_ptr<KestrovaVideoProcessor> processor) {
+  {
+    auto replaced = processor;
+    std::scoped_lock held(_processorLock);
+    _videoProcessor.swap(replaced);
+  }
+  runningCapturer()->setVideoProcessor(std::move(processor));
+}
+
+/// The capturer's own goes with its track; here, so that none comes back with the next.
+void CameraControls::turnedOff() {
+  std::shared_ptr<KestrovaVideoProcessor> dropped;
+  std::scoped_lock held(_processorLock);
+  dropped.swap(_videoProcessor);
+}
+
+void CameraControls::passProcessor(MediaCapturer& capturer) {
+  std::shared_ptr<KestrovaVideoProcessor> processor;
+  {
+    std::scoped_lock held(_processorLock);
+    processor = _videoProcessor;
+  }
+  if (processor) capturer.setVideoProcessor(std::move(processor));
 }
 
 // ---- Capture and publication -------------------------------------------------------------------
@@ -90,6 +122,7 @@ LocalMedium::Track CameraControls::trackOf(const CustomRTCMediaStream& stream) c
 }
 
 void CameraControls::record(const Stream& custom) {
+  if (const auto capturer = custom->capturer()) passProcessor(*capturer);
   // Another codec for others' sake is not what the application asked for.
   if (!_isRepublishing)
     _context->mediaConfigStore->recordVideo(
@@ -99,6 +132,7 @@ void CameraControls::record(const Stream& custom) {
 Task<LocalMedium::Stream> CameraControls::capture(Connection connection, SpanScope span) {
   const auto config = _context->mediaConfigStore->video();
   const auto capturer = _context->roomClient()->capturer();
+  passProcessor(*capturer);
   auto track = co_await capturer->createVideoTrack(config.encoderConfig, config.facingMode);
   if (!track) {
     if (!connection.isCurrent()) co_return nullptr;

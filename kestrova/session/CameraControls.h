@@ -5,11 +5,14 @@
 #include <kestrova/session/ParticipantRegistry.h>
 
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
 namespace kestrova {
+
+class KestrovaVideoProcessor;
 
 /// The local camera: permission, capture, publication, the local participant's stream that comes of
 /// them, the choice among cameras, and the change to VP8 when somebody can't decode what is sent.
@@ -23,6 +26,9 @@ public:
   void switchWebcam();
   /// Which camera the next capture takes.
   void selectPosition(CameraPosition position);
+
+  /// What the pictures go through, from the next one on, until the camera is turned off.
+  void setVideoProcessor(std::shared_ptr<KestrovaVideoProcessor> processor);
 
   /// What others in the room can't decode, as the service names codecs: for the next publication.
   void recordUnsupportedCodecs(const std::vector<std::string>& codecs);
@@ -46,14 +52,19 @@ private:
   Task<std::string> close(std::optional<Connection> telling, SpanScope span) override;
   Task<std::optional<std::string>> cleanup() override;
   Task<void> releaseCapture(Track track) override;
+  void turnedOff() override;
   void published() override;
 
+  std::shared_ptr<MediaCapturer> runningCapturer() const;
+  void passProcessor(MediaCapturer& capturer);
   Task<void> flipCamera();
   /// \param hasToggle whether toggles are refused as busy already
   Task<void> republish(CodecChangeInfo change, bool hasToggle);
 
   const std::shared_ptr<ParticipantRegistry> _registry;
   CodecFallback _fallback;
+  std::mutex _processorLock;
+  std::shared_ptr<KestrovaVideoProcessor> _videoProcessor;  // under _processorLock
   // Under the turn.
   std::optional<CodecChangeInfo> _change;  // to be told when the publication stands
   bool _isRepublishing = false;

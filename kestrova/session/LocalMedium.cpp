@@ -44,8 +44,12 @@ void LocalMedium::turnOn(Stream custom) {
 }
 
 void LocalMedium::turnOff() {
+  const bool wasWished = _state.wished();
   const auto refusal = _state.ask(false, _texts.off);
-  if (!_state.wished()) setSilent(true);
+  if (!_state.wished()) {
+    setSilent(true);
+    if (wasWished) turnedOff();
+  }
   if (refusal) return traceError(*refusal, {{"error", *refusal}});
   spawn(shared_from_this(), turnOffNow());
 }

@@ -80,6 +80,8 @@ protected:
   virtual Task<std::optional<std::string>> cleanup() = 0;
   /// Ends the library's own capture of `track`, if it is that.
   virtual Task<void> releaseCapture(Track track) = 0;
+  /// The application has turned it off, a moment ago.
+  virtual void turnedOff() {}
   /// A publication stands.
   virtual void published() {}
 

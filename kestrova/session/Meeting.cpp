@@ -188,6 +188,9 @@ void Meeting::disableWebcam() {
 void Meeting::switchWebcam() {
   if (_core->allows("switchWebcam")) _core->media->camera->switchWebcam();
 }
+void Meeting::setVideoProcessor(const std::shared_ptr<KestrovaVideoProcessor>& processor) {
+  if (_core->allows("setVideoProcessor")) _core->media->camera->setVideoProcessor(processor);
+}
 void Meeting::changeMode(Mode mode) {
   if (_core->allows("changeMode")) _core->modeChange->changeMode(mode);
 }

@@ -25,6 +25,7 @@ namespace kestrova {
 
 class AICharacter;
 class CustomRTCMediaStream;
+class KestrovaVideoProcessor;
 class MeetingCore;
 class PubSub;
 class RealtimeStore;
@@ -111,6 +112,11 @@ public:
   /// From the camera in front to the one in the back, and back; while it is off, for the next time.
   /// With a single camera nothing changes but a line in the trace.
   void switchWebcam();
+  /// Has the camera's pictures go through `processor` before anybody sees them; nothing: they go as
+  /// they are. It stays until the camera is turned off: set before it is turned on, no picture goes
+  /// past it. What the library does of itself (a return, another codec, another mode) leaves it.
+  /// An application's own pictures (`VideoFrameSource`) don't go through it.
+  void setVideoProcessor(const std::shared_ptr<KestrovaVideoProcessor>& processor);
   /// Changes what this participant sends and receives; `onParticipantModeChanged` tells the others.
   /// Microphone and camera come back as they were wished when the new mode sends. A mode that
   /// already is, and a change that a drop interrupts, end in CHANGE_MODE_FAILED.

@@ -217,6 +217,16 @@ void Participant::forgetQuality() {
   _state->qualityAskedOf = "";
 }
 
+void Participant::captureImage(std::optional<double> height, std::optional<double> width,
+                               ImageCompletion completion) {
+  const auto delegate = mayAct("captureImage");
+  if (!delegate) return;
+  for (const auto& [id, stream] : streams())
+    if (stream->kind() == MediaType::video && stream->videoTrack())
+      return delegate->imageCapturer(stream->videoTrack(), height, width, std::move(completion));
+  traceDebug("Not able to capture the image, because participant's webcam is off.");
+}
+
 std::string Participant::toJsonString() const {
   List streamList;
   for (const auto& [streamId, stream] : streams())

@@ -11,6 +11,7 @@
 #include <kestrova/session/ParticipantEventListener.h>
 #include <kestrova/session/ParticipantEvents.h>
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -98,6 +99,17 @@ public:
   /// stream that came since, and one for which it was refused, are asked for again.
   /// \throws AgentParticipantError for an agent
   virtual void setQuality(VideoQuality quality);
+
+  /// A JPEG in base64, without line breaks; nothing when that failed.
+  using ImageCompletion = std::function<void(const std::optional<std::string>& jpeg)>;
+  /// A still picture of the participant's camera, upright, half a second from now: of one's own as
+  /// the others see it. Does nothing, but for a line in the debug log, while the camera is off.
+  /// \param height \param width in pixels, the picture is stretched to them; where they are not
+  ///   given, the main screen's, and where there is no screen, the picture's own
+  /// \param completion called once, on the main queue
+  /// \throws AgentParticipantError for an agent
+  virtual void captureImage(std::optional<double> height, std::optional<double> width,
+                            ImageCompletion completion);
 
   /// The newest report of each of the participant's streams of that kind, two seconds old at most:
   /// a list of dictionaries with "trackId", "bitrate", "packetsLost", "jitter", "rtt", "codec" and
@@ -191,6 +203,9 @@ public:
   void enableWebcam() override { refuse("enableWebcam"); }
   void disableWebcam() override { refuse("disableWebcam"); }
   void setQuality(VideoQuality) override { refuse("setQuality"); }
+  void captureImage(std::optional<double>, std::optional<double>, ImageCompletion) override {
+    refuse("captureImage");
+  }
   std::optional<List> getShareStats() const override;
 
 private:

@@ -1,33 +1,14 @@
+#include <kestrova/media/ImageDownload.h>
 #include <kestrova/platform/Platform.h>
-#include <kestrova/platform/Queue.h>
 #include <kestrova/session/Utils.h>
-#include <kestrova/tracing/Trace.h>
 
-#include <chrono>
+#include <cstdint>
 #include <random>
 #include <string_view>
 #include <utility>
 
 namespace kestrova {
 namespace {
-
-constexpr std::chrono::milliseconds imageTimeout{15'000};
-
-Task<void> fetchImage(std::string url, Utils::ImageHandler completion) {
-  const auto platform = Platform::current();
-  std::optional<Image> image;
-  try {
-    URLRequest request{.url = std::move(url), .timeout = imageTimeout};
-    const URLResponse response = co_await platform->urlSession->data(std::move(request));
-    if (platform->imaging) image = platform->imaging->decode(response.body);
-  } catch (const std::exception& error) {
-    traceDebug("Image download failed", {{"error", std::string_view(error.what())}});
-  }
-  MainQueue::shared().async(
-      [image = std::move(image), completion = std::move(completion)]() mutable {
-        completion(std::move(image));
-      });
-}
 
 /// 64 bits of the system's randomness at a time.
 struct SystemRandom {
@@ -55,7 +36,7 @@ std::string Utils::generatePeerId() {
 }
 
 void Utils::downloadImage(std::string url, ImageHandler completion) {
-  spawn(fetchImage(std::move(url), std::move(completion)));
+  kestrova::downloadImage(std::move(url), std::move(completion));
 }
 
 std::optional<Image> Utils::resizeImage(const Image& image, int newHeight, int newWidth) {

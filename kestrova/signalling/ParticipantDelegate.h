@@ -5,9 +5,11 @@
 #include <kestrova/model/Peer.h>
 #include <kestrova/model/PinState.h>
 #include <kestrova/platform/Values.h>
+#include <kestrova/platform/WebRTC.h>
 #include <kestrova/signalling/Events.h>
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -29,6 +31,10 @@ public:
                           const std::string& participantId, std::function<void()> onRefused) = 0;
   /// The newest reports of the participant's streams of that kind; nothing without any.
   virtual std::optional<List> getStats(const std::string& participantId, MediaType type) = 0;
+  /// See `takeStillPicture`. \param of whose pictures they are
+  virtual void imageCapturer(const std::shared_ptr<RTCVideoTrack>& of, std::optional<double> height,
+                             std::optional<double> width,
+                             std::function<void(const std::optional<std::string>&)> completion) = 0;
 };
 
 /// The same for one stream.

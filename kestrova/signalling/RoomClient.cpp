@@ -1,3 +1,4 @@
+#include <kestrova/media/StillPicture.h>
 #include <kestrova/media/StreamFacts.h>
 #include <kestrova/model/RoomClientError.h>
 #include <kestrova/model/Secrets.h>
@@ -171,6 +172,19 @@ void RoomClient::participantPinStateChanged(const std::string& participantId,
                                             std::function<void()> onRefused) {
   inOrder(_peerRequests->participantPinStateChanged(participantId, pinState, pinning,
                                                     std::move(onRefused)));
+}
+
+void RoomClient::imageCapturer(std::optional<double> height, std::optional<double> width,
+                               ImageCompletion completion) {
+  takeStillPicture(stillFromCamera(_capturer), height, width, std::move(completion));
+}
+
+/// Pictures that don't come from the meeting's own camera are looked at where they arrive.
+void RoomClient::imageCapturer(const std::shared_ptr<RTCVideoTrack>& of,
+                               std::optional<double> height, std::optional<double> width,
+                               ImageCompletion completion) {
+  if (_capturer->feeds(of)) return imageCapturer(height, width, std::move(completion));
+  takeStillPicture(stillFromTrack(of), height, width, std::move(completion));
 }
 
 void RoomClient::setQuality(VideoQuality quality, const std::string& consumerId,

@@ -19,6 +19,7 @@
 #include <kestrova/signalling/Teardown.h>
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -128,6 +129,12 @@ public:
   void setQuality(VideoQuality quality, const std::string& consumerId,
                   const std::string& participantId, std::function<void()> onRefused) override;
   std::optional<List> getStats(const std::string& participantId, MediaType type) override;
+  using ImageCompletion = std::function<void(const std::optional<std::string>&)>;
+  /// A still picture of the local camera, such as others see it. See `takeStillPicture`.
+  void imageCapturer(std::optional<double> height, std::optional<double> width,
+                     ImageCompletion completion);
+  void imageCapturer(const std::shared_ptr<RTCVideoTrack>& of, std::optional<double> height,
+                     std::optional<double> width, ImageCompletion completion) override;
   void pauseConsumer(const std::string& consumerId) override;
   void resumeConsumer(const std::string& consumerId) override;
 

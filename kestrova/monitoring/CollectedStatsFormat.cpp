@@ -1,5 +1,4 @@
 #include <kestrova/monitoring/Collector.h>
-#include <kestrova/monitoring/StatsExtraction.h>
 
 #include <utility>
 
@@ -33,6 +32,9 @@ constexpr Row ofVideo[] = {
     {"totalFreezesDuration", "total_freezes_duration", ""},
 };
 
+/// An entry has no more than these, its network's included.
+constexpr std::size_t mostKeys = 15;
+
 template <class Rows>
 void put(Dictionary& entry, const Dictionary& stream, const Rows& rows, bool isInbound) {
   for (const Row& row : rows) {
@@ -60,16 +62,18 @@ std::optional<std::string_view> networkText(const Dictionary& network) {
   return std::nullopt;
 }
 
-Dictionary entryOf(const Dictionary& stream, const Dictionary& report, bool isAudio) {
+Dictionary entryOf(const Dictionary& stream, const Dictionary& report, bool isAudio,
+                   boost::json::storage_ptr storage) {
   static const Dictionary empty;
   const auto* found = dictionary(report, "network");
   const auto& network = found ? *found : empty;
-  const bool isInbound = text(stream, "direction") == "inbound";
-  Dictionary entry{{"timestamp", integer(report, "timestamp", 0)},
-                   {"direction", isInbound ? "inbound" : "outbound"}};
+  const bool isInbound = textView(stream, "direction") == "inbound";
+  Dictionary entry({{"timestamp", integer(report, "timestamp", 0)},
+                    {"direction", isInbound ? "inbound" : "outbound"}},
+                   mostKeys, std::move(storage));
   put(entry, stream, common, isInbound);
   if (const auto* codec = dictionary(stream, isInbound ? "codec_in" : "codec_out"))
-    entry["codec"] = text(*codec, "mime_type", "");
+    entry["codec"] = textView(*codec, "mime_type");
   if (const auto roundTrip = number(network, "delta_rtt_connectivity_ms"))
     entry["rtt"] = *roundTrip;
   if (const auto name = networkText(network)) entry["network"] = *name;
@@ -83,13 +87,17 @@ Dictionary entryOf(const Dictionary& stream, const Dictionary& report, bool isAu
 }  // namespace
 
 Dictionary Collector::formatCollectedStats(const Dictionary& report) {
-  Dictionary formatted{{"peerId", text(report, "peerId", "")}, {"name", text(report, "name", "")}};
+  const auto storage = storageOfOneUse();
+  Dictionary formatted({{"peerId", text(report, "peerId", "")}, {"name", text(report, "name", "")}},
+                       storage);
   for (const char* kind : {"audio", "video"}) {
-    List entries;
-    if (const auto* streams = dictionary(report, kind))
-      for (const auto& [ssrc, stream] : *streams)
-        entries.push_back(entryOf(asDictionary(stream), report, kind == std::string_view("audio")));
-    formatted[kind] = std::move(entries);
+    auto& entries = formatted[kind].emplace_array();
+    const auto* streams = dictionary(report, kind);
+    if (!streams) continue;
+    entries.reserve(streams->size());
+    for (const auto& [ssrc, stream] : *streams)
+      entries.push_back(
+          entryOf(asDictionary(stream), report, kind == std::string_view("audio"), storage));
   }
   return formatted;
 }

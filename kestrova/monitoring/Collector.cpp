@@ -1,7 +1,7 @@
 #include <kestrova/monitoring/Collector.h>
-#include <kestrova/monitoring/StatsExtraction.h>
 #include <kestrova/platform/Platform.h>
 
+#include <algorithm>
 #include <utility>
 #include <vector>
 
@@ -29,7 +29,7 @@ Dictionary* getSSRCDataFromBunch(std::string_view ssrc, Dictionary& bunch,
     auto* streams = bunch.if_contains(kind);
     auto* entry =
         streams && streams->is_object() ? streams->get_object().if_contains(ssrc) : nullptr;
-    if (entry && entry->is_object() && text(entry->get_object(), "direction") == direction)
+    if (entry && entry->is_object() && textView(entry->get_object(), "direction") == direction)
       return &entry->get_object();
   }
   return nullptr;
@@ -45,10 +45,12 @@ void put(Dictionary& to, const Dictionary& from, Renames names) {
 }  // namespace
 
 struct Collector::Pass {
-  using Names = std::map<std::string, std::vector<std::string>, std::less<>>;
+  using Names = std::multimap<std::string_view, std::string>;
+  using Entries = std::vector<std::pair<StateType, const Dictionary*>>;
 
   Dictionary& report;  // begins as the one before, so that it has what differences are taken to
   double elapsedMs = 0;
+  Entries entries;  // those of the list that are read, by what they are
   const Dictionary* selectedPair = nullptr;
   std::set<std::string> active;  // SSRCs that this list has
   Names byTrack;                 // SSRCs by the id of their track's entry
@@ -60,7 +62,8 @@ struct Collector::Pass {
   /// The entry of the stream that `stat` is about, and which it is; nothing when it doesn't say.
   Dictionary* stream(const Dictionary& stat, std::string_view direction, std::string& ssrc) {
     const auto number = integer(stat, "ssrc");
-    const auto kind = text(stat, "kind", text(stat, "mediaType", ""));
+    auto kind = textView(stat, "kind");
+    if (kind.empty()) kind = textView(stat, "mediaType");
     if (!number || (kind != "audio" && kind != "video")) return nullptr;
     ssrc = std::to_string(*number);
     active.insert(ssrc);
@@ -70,18 +73,22 @@ struct Collector::Pass {
     return &entry.get_object();
   }
   void note(Names& names, const Dictionary& stat, std::string_view key, const std::string& ssrc) {
-    if (auto name = text(stat, key)) names[std::move(*name)].push_back(ssrc);
+    if (const auto name = textView(stat, key); !name.empty()) names.emplace(name, ssrc);
   }
 };
 
 namespace {
 
 void pruneStaleSSRCs(Dictionary& report, const std::set<std::string>& active) {
+  const auto isStale = [&](const auto& stream) {
+    return !active.contains(std::string(stream.key()));
+  };
   for (const char* kind : kinds) {
     auto& streams = report[kind].as_object();
-    Dictionary kept;
-    for (auto& [ssrc, entry] : streams)
-      if (active.contains(std::string(ssrc))) kept.emplace(ssrc, std::move(entry));
+    if (std::none_of(streams.begin(), streams.end(), isStale)) continue;
+    Dictionary kept(streams.storage());
+    for (auto& stream : streams)
+      if (!isStale(stream)) kept.emplace(stream.key(), std::move(stream.value()));
     streams = std::move(kept);
   }
 }
@@ -97,10 +104,12 @@ Dictionary Collector::collectStats(const List& raw) {
 }
 
 Dictionary Collector::getDefaultMetrics(const Dictionary* previousStats) const {
-  Dictionary report{
-      {"name", _identity.name}, {"roomId", _identity.roomId}, {"peerId", _identity.peerId}};
+  static const Dictionary nothing;
+  Dictionary report(
+      {{"name", _identity.name}, {"roomId", _identity.roomId}, {"peerId", _identity.peerId}},
+      storageOfOneUse());
   for (const char* key : {"audio", "video", "network", "data"})
-    report[key] = previousStats ? under(*previousStats, key) : Dictionary();
+    report[key] = under(previousStats ? *previousStats : nothing, key);
   return report;
 }
 
@@ -113,33 +122,33 @@ Dictionary Collector::analyze(const List& raw, const Dictionary* previousReport,
   if (previousReport)
     pass.elapsedMs =
         static_cast<double>(timestamp - integer(*previousReport, "timestamp", timestamp));
-  readCodecs(raw);
-  for (const auto& stat : raw) extract(pass, asDictionary(stat));
+  for (const auto& stat : raw)
+    if (const auto type = stateTypeFrom(textView(asDictionary(stat), "type")))
+      pass.entries.emplace_back(*type, &asDictionary(stat));
+  readCodecs(pass);
+  for (const auto& [type, stat] : pass.entries) extract(pass, type, *stat);
   // Behind the streams that they name.
-  for (const auto& stat : raw) nameTracks(pass, asDictionary(stat));
+  for (const auto& [type, stat] : pass.entries) nameTracks(pass, type, *stat);
   pruneStaleSSRCs(report, pass.active);
   return report;
 }
 
-void Collector::readCodecs(const List& raw) {
-  for (const auto& value : raw) {
-    const auto& stat = asDictionary(value);
-    if (stateTypeFrom(text(stat, "type", "")) != StateType::codec) continue;
-    const bool isAudio = text(stat, "mimeType", "").starts_with("audio/");
-    auto codec = isAudio ? extractAudioCodec(stat) : extractVideoCodec(stat);
-    if (auto id = text(stat, "id"); id && !codec.empty()) _codecMapping[*id] = std::move(codec);
+void Collector::readCodecs(const Pass& pass) {
+  for (const auto& [type, stat] : pass.entries) {
+    if (type != StateType::codec) continue;
+    const bool isAudio = textView(*stat, "mimeType").starts_with("audio/");
+    auto codec = isAudio ? extractAudioCodec(*stat) : extractVideoCodec(*stat);
+    if (auto id = text(*stat, "id"); id && !codec.empty()) _codecMapping[*id] = std::move(codec);
   }
 }
 
-const Dictionary* Collector::codec(const std::string& id) const {
+const Dictionary* Collector::codec(std::string_view id) const {
   const auto found = _codecMapping.find(id);
   return found == _codecMapping.end() ? nullptr : &found->second;
 }
 
-void Collector::extract(Pass& pass, const Dictionary& stat) {
-  const auto type = stateTypeFrom(text(stat, "type", ""));
-  if (!type) return;
-  switch (*type) {
+void Collector::extract(Pass& pass, StateType type, const Dictionary& stat) {
+  switch (type) {
     case StateType::candidatePair:
       if (&stat == pass.selectedPair) extractNetwork(pass, stat);
       break;
@@ -204,8 +213,8 @@ void Collector::extractInbound(Pass& pass, const Dictionary& stat) {
   if (const auto jitter = extractLastJitter(stat)) (*entry)["delta_jitter_ms_in"] = *jitter;
   put(*entry, stat,
       {{"trackId", "track_in"}, {"trackIdentifier", "track_id_in"}, {"codecId", "codec_id_in"}});
-  if (const auto* used = codec(text(stat, "codecId", ""))) (*entry)["codec_in"] = *used;
-  if (text(*entry, "kind") == "audio") {
+  if (const auto* used = codec(textView(stat, "codecId"))) (*entry)["codec_in"] = *used;
+  if (textView(*entry, "kind") == "audio") {
     put(*entry, extractAudioEventsData(stat, *entry),
         {{"totalConcealmentEvents", "total_concealment_events"},
          {"deltaConcealmentEvents", "delta_concealment_events"},
@@ -236,8 +245,8 @@ void Collector::extractOutbound(Pass& pass, const Dictionary& stat) {
        {"deltaKBytesSent", "delta_KBytes_out"},
        {"kbsSent", "delta_kbs_out"}});
   put(*entry, stat, {{"trackId", "track_out"}, {"codecId", "codec_id_out"}});
-  if (const auto* used = codec(text(stat, "codecId", ""))) (*entry)["codec_out"] = *used;
-  if (text(*entry, "kind") != "video") return;
+  if (const auto* used = codec(textView(stat, "codecId"))) (*entry)["codec_out"] = *used;
+  if (textView(*entry, "kind") != "video") return;
   (*entry)["size_out"] = extractVideoSize(stat);
   (*entry)["limitation_out"] = extractQualityLimitation(stat);
 }
@@ -264,11 +273,10 @@ void Collector::extractRemote(Pass& pass, const Dictionary& stat, bool isOutboun
 }
 
 /// Which track a stream belongs to is said by other entries, and so is the network's kind.
-void Collector::nameTracks(Pass& pass, const Dictionary& stat) {
-  const auto type = stateTypeFrom(text(stat, "type", ""));
-  const auto id = text(stat, "id", "");
+void Collector::nameTracks(Pass& pass, StateType type, const Dictionary& stat) {
+  const auto id = textView(stat, "id");
   if (type == StateType::localCandidate) {
-    if (text(pass.network(), "local_candidate_id") != id) return;
+    if (id.empty() || textView(pass.network(), "local_candidate_id") != id) return;
     put(pass.network(), extractRelayProtocolUsed(stat),
         {{"infrastructure", "infrastructure"},
          {"localCandidateProtocol", "local_candidate_protocol"},
@@ -279,9 +287,9 @@ void Collector::nameTracks(Pass& pass, const Dictionary& stat) {
   const auto* track = stat.if_contains("trackIdentifier");
   if (!track || !track->is_string()) return;
   const auto& names = type == StateType::track ? pass.byTrack : pass.bySource;
-  const auto streams = names.find(id);
-  if (streams == names.end()) return;
-  for (const auto& ssrc : streams->second) {
+  const auto [begin, end] = names.equal_range(id);
+  for (auto named = begin; named != end; ++named) {
+    const auto& ssrc = named->second;
     if (auto* sent = getSSRCDataFromBunch(ssrc, pass.report, "outbound"))
       (*sent)["track_id_out"] = *track;
     else if (auto* received = getSSRCDataFromBunch(ssrc, pass.report, "inbound"))

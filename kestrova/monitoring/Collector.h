@@ -1,5 +1,6 @@
 #pragma once
 
+#include <kestrova/monitoring/StatsExtraction.h>
 #include <kestrova/platform/Values.h>
 
 #include <cstdint>
@@ -43,14 +44,14 @@ private:
   struct Pass;
 
   Dictionary getDefaultMetrics(const Dictionary* previousStats) const;
-  void readCodecs(const List& raw);
-  const Dictionary* codec(const std::string& id) const;
-  void extract(Pass& pass, const Dictionary& stat);
+  void readCodecs(const Pass& pass);
+  const Dictionary* codec(std::string_view id) const;
+  void extract(Pass& pass, StateType type, const Dictionary& stat);
   static void extractNetwork(Pass& pass, const Dictionary& pair);
   void extractInbound(Pass& pass, const Dictionary& stat);
   void extractOutbound(Pass& pass, const Dictionary& stat);
   static void extractRemote(Pass& pass, const Dictionary& stat, bool isOutbound);
-  static void nameTracks(Pass& pass, const Dictionary& stat);
+  static void nameTracks(Pass& pass, StateType type, const Dictionary& stat);
 
   const Identity _identity;
   std::deque<Dictionary> _statsReports;

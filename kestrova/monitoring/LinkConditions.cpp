@@ -30,7 +30,7 @@ std::vector<Limitation> LinkConditions::observeStatsOfSendTransport(const List& 
   std::vector<Limitation> news;
   for (const auto& value : raw) {
     const auto& stat = asDictionary(value);
-    if (text(stat, "type") == "outbound-rtp")
+    if (textView(stat, "type") == "outbound-rtp")
       _outbTraces[text(stat, "id", "")] = text(stat, "qualityLimitationReason", "");
   }
   // Between two reports of the other side nothing is judged.
@@ -71,7 +71,7 @@ std::optional<double> LinkConditions::averageRoundTrip(const List& raw) {
   int samples = 0;
   for (const auto& value : raw) {
     const auto& stat = asDictionary(value);
-    if (text(stat, "type") != "remote-inbound-rtp") continue;
+    if (textView(stat, "type") != "remote-inbound-rtp") continue;
     const auto total = number(stat, "totalRoundTripTime");
     const auto measurements = number(stat, "roundTripTimeMeasurements");
     if (!total || !measurements) continue;
@@ -112,7 +112,7 @@ std::vector<LinkConditions::StreamNews> LinkConditions::observeStatsOfRecvTransp
   std::vector<StreamNews> news;
   for (const auto& value : entries) {
     const auto& entry = asDictionary(value);
-    const auto kind = text(entry, "kind", "");
+    const auto kind = textView(entry, "kind");
     if (kind == "audio" || kind == "shareAudio") continue;
     const auto trackId = text(entry, "trackId", "");
     const auto peerId = text(entry, "peerId", "");

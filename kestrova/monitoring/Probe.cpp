@@ -31,7 +31,7 @@ Task<List> MonitoringObject::getStats() const {
     if (!transport || !isUsable(*transport)) co_return List();
     auto asking = transport->stats();
     const auto text = co_await std::move(asking);
-    auto parsed = parseJson(text);
+    auto parsed = parseJson(text, storageOfOneUse());
     if (!parsed || !parsed->is_array()) co_return List();
     co_return std::move(parsed->get_array());
   }(sendTransport ? std::shared_ptr<Transport>(sendTransport) : recieveTransport);
@@ -93,14 +93,14 @@ void Probe::tick() {
 
 Task<void> Probe::timerAction(std::weak_ptr<Probe> weak, MonitoringObject monitoringObject,
                               std::shared_ptr<void> /*look*/) {
-  List raw;
+  std::optional<List> raw;  // which assignment gives the answer's storage
   try {
     auto asking = monitoringObject.getStats();
     raw = co_await std::move(asking);
   } catch (...) {
     // A look that fails finds nothing; the next one comes soon.
   }
-  if (const auto self = weak.lock()) self->deliver(std::move(raw));
+  if (const auto self = weak.lock()) self->deliver(raw ? std::move(*raw) : List());
 }
 
 void Probe::deliver(List raw) {
@@ -110,10 +110,9 @@ void Probe::deliver(List raw) {
     if (!_running) return;
     delegate = _delegate.lock();
   }
-  CollectedStats stats{.probeId = _id};
-  stats.report = _collector.collectStats(raw);
-  stats.raw = std::move(raw);
+  auto report = _collector.collectStats(raw);
   if (!delegate) return;
+  const CollectedStats stats{.probeId = _id, .raw = std::move(raw), .report = std::move(report)};
   if (_monitoringObject.isSending())
     delegate->onSendTransportStatsCollected(stats);
   else

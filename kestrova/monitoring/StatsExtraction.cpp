@@ -60,20 +60,32 @@ std::optional<InfrastructureValue> infrastructureOf(std::string_view networkType
   return std::nullopt;
 }
 
-/// The total of a counter and its growth, under two names.
+/// What is read of a counter, and what its total and growth are called.
+struct Counter {
+  std::string_view key;
+  std::string_view total;
+  std::string_view delta;
+};
+
 void putCounter(Dictionary& result, const Dictionary& stat, const Dictionary& previous,
-                std::string_view key, const std::string& name, std::string_view previousKey) {
-  const auto total = integer(stat, key, 0);
-  result["total" + name] = total;
-  result["delta" + name] = countDifference(total, previous, previousKey);
+                const Counter& counter, std::string_view previousKey) {
+  const auto total = integer(stat, counter.key, 0);
+  result[counter.total] = total;
+  result[counter.delta] = countDifference(total, previous, previousKey);
 }
 
-void putKBytes(Dictionary& result, double total, const Dictionary& previous,
-               const std::string& direction, std::string_view previousKey, double elapsedMs) {
+constexpr Counter bytesReceived{"bytesReceived", "totalKBytesReceived", "deltaKBytesReceived"};
+constexpr Counter bytesSent{"bytesSent", "totalKBytesSent", "deltaKBytesSent"};
+constexpr Counter packetsLost{"packetsLost", "totalPacketsLost", "deltaPacketsLost"};
+
+void putKBytes(Dictionary& result, const Dictionary& stat, const Dictionary& previous,
+               const Counter& counter, std::string_view rate, std::string_view previousKey,
+               double elapsedMs) {
+  const double total = kBytes(stat, counter.key);
   const double delta = difference(total, previous, previousKey);
-  result["totalKBytes" + direction] = total;
-  result["deltaKBytes" + direction] = delta;
-  result["kbs" + direction] = kbs(delta, elapsedMs);
+  result[counter.total] = total;
+  result[counter.delta] = delta;
+  result[rate] = kbs(delta, elapsedMs);
 }
 
 }  // namespace
@@ -83,16 +95,17 @@ std::optional<StateType> stateTypeFrom(std::string_view type) {
 }
 
 const Dictionary* selectedCandidatePair(const List& raw) {
-  std::string selected;
+  std::string_view selected;
   for (const auto& value : raw)
-    if (text(asDictionary(value), "type") == "transport")
-      selected = text(asDictionary(value), "selectedCandidatePairId", "");
+    if (textView(asDictionary(value), "type") == "transport")
+      selected = textView(asDictionary(value), "selectedCandidatePairId");
   const Dictionary* nominated = nullptr;
   const Dictionary* succeeded = nullptr;
   for (const auto& value : raw) {
     const auto& stat = asDictionary(value);
-    if (text(stat, "type") != "candidate-pair" || text(stat, "state") != "succeeded") continue;
-    if (!selected.empty() && text(stat, "id") == selected) return &stat;
+    if (textView(stat, "type") != "candidate-pair" || textView(stat, "state") != "succeeded")
+      continue;
+    if (!selected.empty() && textView(stat, "id") == selected) return &stat;
     if (boolean(stat, "nominated", false)) nominated = &stat;
     succeeded = &stat;
   }
@@ -102,9 +115,9 @@ const Dictionary* selectedCandidatePair(const List& raw) {
 Dictionary extractBytesSentReceived(const Dictionary& stat, const Dictionary& previous,
                                     double elapsedMs) {
   Dictionary result;
-  putKBytes(result, kBytes(stat, "bytesReceived"), previous, "Received", "total_KBytes_received",
+  putKBytes(result, stat, previous, bytesReceived, "kbsReceived", "total_KBytes_received",
             elapsedMs);
-  putKBytes(result, kBytes(stat, "bytesSent"), previous, "Sent", "total_KBytes_sent", elapsedMs);
+  putKBytes(result, stat, previous, bytesSent, "kbsSent", "total_KBytes_sent", elapsedMs);
   return result;
 }
 
@@ -141,38 +154,46 @@ Dictionary extractAvailableBandwidth(const Dictionary& stat) {
 Dictionary extractAudioVideoPacketReceived(const Dictionary& stat, const Dictionary& previous,
                                            double elapsedMs) {
   Dictionary result;
-  putCounter(result, stat, previous, "packetsReceived", "PacketsReceived", "total_packets_in");
-  putCounter(result, stat, previous, "packetsLost", "PacketsLost", "total_packets_lost_in");
+  result.reserve(8);
+  putCounter(result, stat, previous,
+             {"packetsReceived", "totalPacketsReceived", "deltaPacketsReceived"},
+             "total_packets_in");
+  putCounter(result, stat, previous, packetsLost, "total_packets_lost_in");
   result["percentPacketsLost"] =
       percentLost(number(result, "deltaPacketsLost", 0), number(result, "deltaPacketsReceived", 0));
-  putKBytes(result, kBytes(stat, "bytesReceived"), previous, "Received", "total_KBytes_in",
-            elapsedMs);
+  putKBytes(result, stat, previous, bytesReceived, "kbsReceived", "total_KBytes_in", elapsedMs);
   return result;
 }
 
 Dictionary extractAudioVideoPacketSent(const Dictionary& stat, const Dictionary& previous,
                                        double elapsedMs) {
   Dictionary result;
-  putCounter(result, stat, previous, "packetsSent", "PacketsSent", "total_packets_out");
-  putKBytes(result, kBytes(stat, "bytesSent"), previous, "Sent", "total_KBytes_out", elapsedMs);
+  putCounter(result, stat, previous, {"packetsSent", "totalPacketsSent", "deltaPacketsSent"},
+             "total_packets_out");
+  putKBytes(result, stat, previous, bytesSent, "kbsSent", "total_KBytes_out", elapsedMs);
   return result;
 }
 
 Dictionary extractAudioVideoPacketLost(const Dictionary& stat, const Dictionary& previous) {
   Dictionary result;
-  putCounter(result, stat, previous, "packetsLost", "PacketsLost", "total_packets_lost_out");
+  putCounter(result, stat, previous, packetsLost, "total_packets_lost_out");
   result["percentPacketsLost"] = number(stat, "fractionLost", 0) * 100;
   return result;
 }
 
 Dictionary extractAudioEventsData(const Dictionary& stat, const Dictionary& previous) {
   Dictionary result;
-  putCounter(result, stat, previous, "concealmentEvents", "ConcealmentEvents",
+  putCounter(result, stat, previous,
+             {"concealmentEvents", "totalConcealmentEvents", "deltaConcealmentEvents"},
              "total_concealment_events");
-  putCounter(result, stat, previous, "insertedSamplesForDeceleration",
-             "InsertedSamplesForDeceleration", "total_inserted_samples_for_decelaration");
-  putCounter(result, stat, previous, "removedSamplesForAcceleration",
-             "RemovedSamplesForAcceleration", "total_removed_samples_for_accelaration");
+  putCounter(result, stat, previous,
+             {"insertedSamplesForDeceleration", "totalInsertedSamplesForDeceleration",
+              "deltaInsertedSamplesForDeceleration"},
+             "total_inserted_samples_for_decelaration");
+  putCounter(result, stat, previous,
+             {"removedSamplesForAcceleration", "totalRemovedSamplesForAcceleration",
+              "deltaRemovedSamplesForAcceleration"},
+             "total_removed_samples_for_accelaration");
   return result;
 }
 

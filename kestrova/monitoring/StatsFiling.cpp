@@ -14,21 +14,21 @@ constexpr std::size_t mostOfAKindSent = 250;
 constexpr std::size_t mostReceived = 500;
 constexpr std::size_t mostOfTheDevice = 500;
 
-void append(List& kept, Dictionary entry, std::size_t most) {
-  kept.emplace_back(std::move(entry));
+void append(List& kept, const Dictionary& entry, std::size_t most) {
+  kept.emplace_back(entry);
   // In one go now and then: the front of a list is dear to take away.
   if (kept.size() > most + most / 8) kept.erase(kept.begin(), kept.end() - most);
 }
 
 /// The entries of a report by what they are of: "audio" or "video", and the track.
-using Index = std::multimap<std::pair<std::string_view, std::string>, const Dictionary*>;
+using Index = std::multimap<std::pair<std::string_view, std::string_view>, const Dictionary*>;
 
 Index indexOf(const Dictionary& report) {
   Index index;
   for (const char* medium : {"audio", "video"})
     if (const auto* entries = list(report, medium))
       for (const auto& entry : *entries)
-        index.emplace(std::pair(medium, text(asDictionary(entry), "trackId", "")),
+        index.emplace(std::pair(medium, textView(asDictionary(entry), "trackId")),
                       &asDictionary(entry));
   return index;
 }
@@ -37,7 +37,7 @@ template <class Take>
 void forEachEntry(const Index& index, const KnownTrack& track, Take take) {
   const bool isSound = track.kind == "audio" || track.kind == "shareAudio";
   const auto [begin, end] =
-      index.equal_range({isSound ? std::string_view("audio") : "video", track.trackId});
+      index.equal_range({std::string_view(isSound ? "audio" : "video"), track.trackId});
   for (auto found = begin; found != end; ++found) take(*found->second);
 }
 
@@ -51,13 +51,19 @@ List& StatsFiling::listOf(const char* section, std::string_view kind) {
   return entries.is_array() ? entries.get_array() : entries.emplace_array();
 }
 
+List& StatsFiling::listOf(Latest& latest, const KnownTrack& track,
+                          const boost::json::storage_ptr& storage) {
+  return latest.try_emplace({track.peerId, track.type}, storage).first->second;
+}
+
 void StatsFiling::fileSent(const Dictionary& report, const std::vector<KnownTrack>& tracks) {
   _latestSent.clear();
   const bool keeps = ++_sendReportCounter % keptReport == 0;
+  const auto storage = storageOfOneUse();
   const auto index = indexOf(report);
   for (const auto& track : tracks)
     forEachEntry(index, track, [&](const Dictionary& entry) {
-      _latestSent[{track.peerId, track.type}].push_back(entry);
+      listOf(_latestSent, track, storage).push_back(entry);
       if (keeps) append(listOf("producerStats", track.kind), entry, mostOfAKindSent);
     });
 }
@@ -65,22 +71,24 @@ void StatsFiling::fileSent(const Dictionary& report, const std::vector<KnownTrac
 List StatsFiling::fileReceived(const Dictionary& report, const std::vector<KnownTrack>& tracks) {
   _latestReceived.clear();
   const bool keeps = ++_receiveReportCounter % keptReport == 0;
-  List entries;
+  const auto storage = storageOfOneUse();
+  List entries(storage);
   const auto index = indexOf(report);
   for (const auto& track : tracks)
-    forEachEntry(index, track, [&](Dictionary entry) {
+    forEachEntry(index, track, [&](const Dictionary& found) {
+      auto& entry = entries.emplace_back(found).get_object();
       entry["peerId"] = track.peerId;
       entry["kind"] = track.kind;
       if (keeps) append(listOf("consumerStats", ""), entry, mostReceived);
-      _latestReceived[{track.peerId, track.type}].push_back(entry);
-      entries.push_back(std::move(entry));
+      listOf(_latestReceived, track, storage).push_back(entry);
     });
   return entries;
 }
 
 std::optional<List> StatsFiling::latest(const std::string& peerId, MediaType type) const {
   for (const auto* side : {&_latestSent, &_latestReceived})
-    if (const auto found = side->find({peerId, type}); found != side->end()) return found->second;
+    if (const auto found = side->find({peerId, type}); found != side->end())
+      return List(found->second, {});  // in memory of its own, since it leaves the queue
   return std::nullopt;
 }
 

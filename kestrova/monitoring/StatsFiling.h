@@ -41,6 +41,8 @@ private:
   using Latest = std::map<std::pair<std::string, MediaType>, List>;
 
   List& listOf(const char* section, std::string_view kind);
+  static List& listOf(Latest& latest, const KnownTrack& track,
+                      const boost::json::storage_ptr& storage);
 
   Latest _latestSent;
   Latest _latestReceived;

@@ -41,7 +41,7 @@ bool isStream(std::string_view type) {
 /// When the engine made the list.
 double stampOf(const List& raw, std::int64_t now) {
   for (const auto& value : raw)
-    if (isStream(text(asDictionary(value), "type", "")))
+    if (isStream(textView(asDictionary(value), "type")))
       return number(asDictionary(value), "timestamp", static_cast<double>(now));
   return static_cast<double>(now);
 }
@@ -50,11 +50,12 @@ double stampOf(const List& raw, std::int64_t now) {
 
 StreamMeter::Measured StreamMeter::measure(const List& raw, std::int64_t now) {
   Entries byId;
+  byId.reserve(raw.size());
   for (const auto& value : raw)
-    if (auto id = text(asDictionary(value), "id"))
-      byId.emplace(std::move(*id), &asDictionary(value));
+    if (const auto id = textView(asDictionary(value), "id"); !id.empty())
+      byId.emplace(id, &asDictionary(value));
   const auto named = [&](const Dictionary& stat, std::string_view key) -> const Dictionary* {
-    const auto found = byId.find(text(stat, key, ""));
+    const auto found = byId.find(textView(stat, key));
     return found == byId.end() ? nullptr : found->second;
   };
 
@@ -65,7 +66,7 @@ StreamMeter::Measured StreamMeter::measure(const List& raw, std::int64_t now) {
   _next.clear();
   for (const auto& value : raw) {
     const auto& stat = asDictionary(value);
-    const auto type = text(stat, "type", "");
+    const auto type = textView(stat, "type");
     if (!isStream(type)) continue;
     const bool isReceived = type == "inbound-rtp";
     const auto* source = named(stat, isReceived ? "trackId" : "mediaSourceId");

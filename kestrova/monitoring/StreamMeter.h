@@ -7,6 +7,8 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <unordered_map>
 
 namespace kestrova {
 
@@ -30,7 +32,7 @@ private:
     double packets = 0;
     double packetsLost = 0;
   };
-  using Entries = std::map<std::string, const Dictionary*, std::less<>>;
+  using Entries = std::unordered_map<std::string_view, const Dictionary*>;
 
   void addReceived(StreamMetrics& metrics, const Dictionary& stat, double elapsedMs);
   void addSent(StreamMetrics& metrics, const Dictionary& stat, const Dictionary* remote,

@@ -94,6 +94,11 @@ std::string text(const Dictionary& from, std::string_view key, std::string_view 
   return text(from, key).value_or(std::string(fallback));
 }
 
+std::string_view textView(const Dictionary& from, std::string_view key) {
+  const auto* value = find(from, key);
+  return value && value->is_string() ? std::string_view(value->get_string()) : std::string_view();
+}
+
 std::optional<std::int64_t> integer(const Dictionary& from, std::string_view key) {
   const auto* value = find(from, key);
   return value ? wholeNumber(*value) : std::nullopt;
@@ -130,14 +135,18 @@ const Dictionary& asDictionary(const Value& value) {
   return object ? *object : empty;
 }
 
-std::optional<Value> parseJson(std::string_view json) {
+boost::json::storage_ptr storageOfOneUse() {
+  return boost::json::make_shared_resource<boost::json::monotonic_resource>();
+}
+
+std::optional<Value> parseJson(std::string_view json, boost::json::storage_ptr storage) {
   boost::json::parse_options options;
   options.max_depth = maxJsonDepth;
   boost::system::error_code error;
-  auto value = boost::json::parse(json, error, {}, options);
+  auto value = boost::json::parse(json, error, storage, options);
   if (error) {
     const auto whole = withWholeSurrogates(json);
-    if (whole) value = boost::json::parse(*whole, error, {}, options);
+    if (whole) value = boost::json::parse(*whole, error, storage, options);
     if (error) return std::nullopt;
   }
   makeFinite(value);

@@ -29,11 +29,8 @@ Task<List> MonitoringObject::getStats() const {
   // The coroutine runs when it is awaited; this object may be gone by then.
   return [](std::shared_ptr<Transport> transport) -> Task<List> {
     if (!transport || !isUsable(*transport)) co_return List();
-    auto asking = transport->stats();
-    const auto text = co_await std::move(asking);
-    auto parsed = parseJson(text, storageOfOneUse());
-    if (!parsed || !parsed->is_array()) co_return List();
-    co_return std::move(parsed->get_array());
+    auto asking = transport->statsList();
+    co_return co_await std::move(asking);
   }(sendTransport ? std::shared_ptr<Transport>(sendTransport) : recieveTransport);
 }
 

@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
 #include "Endpoint.h"
+#include <cmath>
 #include <filesystem>
+#include <map>
 
 namespace kestrova::test {
 namespace {
@@ -71,6 +73,44 @@ INSTANTIATE_TEST_SUITE_P(Sfu, EveryCodec,
                                          Case{"H264", "video/H264", false, false, 1280},
                                          Case{"Vp9", "video/VP9", false, false, 1280}),
                          [](const auto& tested) { return std::string(tested.param.name); });
+
+/// Those of the entries that stay as they are while media flows, without their time stamps.
+std::map<std::string, Dictionary> lastingEntries(const List& statistics) {
+  std::map<std::string, Dictionary> lasting;
+  for (const auto& value : statistics) {
+    auto entry = asDictionary(value);
+    const auto type = text(entry, "type", "");
+    if (type != "codec" && type != "local-candidate" && type != "certificate") continue;
+    entry.erase("timestamp");
+    lasting[text(entry, "id", "")] = std::move(entry);
+  }
+  return lasting;
+}
+
+TEST(Transports, TheirStatisticsAreTheSameReadAndAsText) {
+  Sfu sfu;
+  auto endpoint = Endpoint::make(sfu);
+  ProducerOptions options;
+  options.track = endpoint->cameraTrack(320, 180);
+  const auto camera = endpoint->produce(std::move(options));
+  auto picture = endpoint->watch(endpoint->consume(camera->id()));
+  ASSERT_TRUE(picture->waitForReadings(5));
+
+  const auto written = parseJson(await(endpoint->sending->stats()));
+  const auto read = await(endpoint->sending->statsList());
+  ASSERT_TRUE(written && written->is_array());
+  EXPECT_GE(lastingEntries(read).size(), 3u);
+  EXPECT_EQ(lastingEntries(read), lastingEntries(written->get_array()));
+  for (const auto& value : read)
+    for (const auto& member : asDictionary(value)) {
+      const auto* number = member.key() == "timestamp" ? nullptr : member.value().if_double();
+      EXPECT_FALSE(number && *number == std::trunc(*number))
+          << member.key() << " would be written otherwise";
+    }
+
+  endpoint->sending->close();
+  EXPECT_TRUE(await(endpoint->sending->statsList()).empty());
+}
 
 TEST(Transports, ConsumersComeAndGoWhileOthersRun) {
   Sfu sfu;

@@ -1,5 +1,6 @@
 #include <kestrova/platform/Runtime.h>
 #include <kestrova/platform/linux/mediasoup/PeerConnection.h>
+#include <kestrova/platform/linux/mediasoup/StatsList.h>
 
 #include <api/jsep.h>
 #include <api/make_ref_counted.h>
@@ -7,7 +8,6 @@
 #include <api/stats/rtc_stats_report.h>
 #include <boost/asio/post.hpp>
 
-#include <algorithm>
 #include <chrono>
 #include <future>
 #include <mutex>
@@ -60,43 +60,25 @@ private:
   }
 };
 
-/// The engine writes time stamps in microseconds, the standard has milliseconds.
-std::string inMilliseconds(std::string_view json) {
-  constexpr std::string_view key = "\"timestamp\":";
-  constexpr std::size_t digits = 3;
-  std::string result;
-  result.reserve(json.size() + json.size() / 64);
-  for (auto at = json.find(key); at != json.npos; at = json.find(key)) {
-    const auto number = at + key.size();
-    const auto end = std::min(json.find_first_not_of("0123456789", number), json.size());
-    const bool isLong = end - number > digits;
-    result.append(json.substr(0, isLong ? end - digits : end));
-    if (isLong) result.append(1, '.').append(json.substr(end - digits, digits));
-    json.remove_prefix(end);
-  }
-  return result.append(json);
-}
-
 class StatsObserver : public webrtc::RTCStatsCollectorCallback {
 public:
-  StatsObserver(std::shared_ptr<void> underWay, PeerConnection::StatsHandler done)
+  StatsObserver(std::shared_ptr<void> underWay, PeerConnection::ReportHandler done)
       : _underWay(std::move(underWay)), _done(std::move(done)) {}
-  ~StatsObserver() override { give("[]"); }
+  ~StatsObserver() override {
+    _underWay.reset();
+    if (_done) _done(nullptr);
+  }
   void OnStatsDelivered(const rtc::scoped_refptr<const webrtc::RTCStatsReport>& report) override {
     _underWay.reset();
     // Of fifty streams this takes milliseconds, which the media should not wait for.
     boost::asio::post(Runtime::background(), [report, done = std::exchange(_done, nullptr)] {
-      if (done) done(inMilliseconds(report->ToJson()));
+      if (done) done(report.get());
     });
   }
 
 private:
-  void give(std::string json) {
-    _underWay.reset();
-    if (auto done = std::exchange(_done, nullptr)) done(std::move(json));
-  }
   std::shared_ptr<void> _underWay;
-  PeerConnection::StatsHandler _done;
+  PeerConnection::ReportHandler _done;
 };
 
 std::unique_ptr<webrtc::SessionDescriptionInterface> description(webrtc::SdpType type,
@@ -275,19 +257,32 @@ rtc::scoped_refptr<webrtc::RtpTransceiverInterface> PeerConnection::transceiver(
 void PeerConnection::stats(rtc::scoped_refptr<webrtc::RtpSenderInterface> sender,
                            rtc::scoped_refptr<webrtc::RtpReceiverInterface> receiver,
                            StatsHandler done) {
+  gather(sender.get(), receiver.get(), [done = std::move(done)](const auto* report) {
+    done(report ? statsText(*report) : "[]");
+  });
+}
+
+void PeerConnection::statsList(ListHandler done) {
+  gather(nullptr, nullptr, [done = std::move(done)](const auto* report) {
+    done(report ? mediasoup::statsList(*report) : List());
+  });
+}
+
+void PeerConnection::gather(webrtc::RtpSenderInterface* sender,
+                            webrtc::RtpReceiverInterface* receiver, ReportHandler done) {
   // First it counts, then it looks: a close() on its way either waits for this or is seen here.
   ++*_statistics;
   std::shared_ptr<void> underWay(_statistics.get(), [counter = _statistics](void*) { --*counter; });
   if (_closing) {
     underWay.reset();
-    return done("[]");
+    return done(nullptr);
   }
   rtc::scoped_refptr<webrtc::RTCStatsCollectorCallback> observer =
       rtc::make_ref_counted<StatsObserver>(std::move(underWay), std::move(done));
   if (sender)
-    _connection->GetStats(sender, observer);
+    _connection->GetStats(rtc::scoped_refptr<webrtc::RtpSenderInterface>(sender), observer);
   else if (receiver)
-    _connection->GetStats(receiver, observer);
+    _connection->GetStats(rtc::scoped_refptr<webrtc::RtpReceiverInterface>(receiver), observer);
   else
     _connection->GetStats(observer.get());
 }

@@ -46,8 +46,16 @@ public:
   /// when there is nothing.
   void stats(rtc::scoped_refptr<webrtc::RtpSenderInterface> sender,
              rtc::scoped_refptr<webrtc::RtpReceiverInterface> receiver, StatsHandler done);
+  using ListHandler = std::function<void(List list)>;
+  /// The same of everything, read.
+  void statsList(ListHandler done);
+
+  /// Gets nothing when there is no report.
+  using ReportHandler = std::function<void(const webrtc::RTCStatsReport* report)>;
 
 private:
+  void gather(webrtc::RtpSenderInterface* sender, webrtc::RtpReceiverInterface* receiver,
+              ReportHandler done);
   class Observer;
   struct LastHold;
   static void closeIdle(Engine& engine, LastHold last);

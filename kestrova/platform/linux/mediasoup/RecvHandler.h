@@ -37,6 +37,7 @@ public:
   void close() { _connection.close(); }
   /// Of one receiver, or of the whole connection where `mid` is empty.
   void stats(const std::string& mid, PeerConnection::StatsHandler done);
+  void statsList(PeerConnection::ListHandler done) { _connection.statsList(std::move(done)); }
 
 private:
   using Transceiver = rtc::scoped_refptr<webrtc::RtpTransceiverInterface>;

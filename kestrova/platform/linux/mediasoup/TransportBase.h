@@ -132,6 +132,7 @@ public:
   }
 
   Task<std::string> stats() override { return streamStats({}); }
+  Task<List> statsList() override { return statsListOf(this->shared_from_this()); }
 
   void setDelegate(std::weak_ptr<Delegate> delegate) override {
     std::scoped_lock held(_lock);
@@ -223,6 +224,19 @@ private:
       });
     };
     auto answer = awaitCallback<std::string>(std::move(ask));
+    co_return co_await std::move(answer);
+  }
+
+  static Task<List> statsListOf(std::shared_ptr<Self> self) {
+    auto ask = [self](Completion<List> done) {
+      self->_core.engine->thread().post([self, done] {
+        if (self->closed())
+          done({});
+        else
+          self->_handler->statsList(done);
+      });
+    };
+    auto answer = awaitCallback<List>(std::move(ask));
     co_return co_await std::move(answer);
   }
 

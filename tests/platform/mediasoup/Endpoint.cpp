@@ -163,14 +163,15 @@ std::shared_ptr<Producer> Endpoint::produce(ProducerOptions options) {
   return await(sending->createProducer(std::move(options)));
 }
 
-std::shared_ptr<Consumer> Endpoint::consume(const std::string& producerId) {
+std::shared_ptr<Consumer> Endpoint::consume(const std::string& producerId, bool encrypted) {
   const auto offer =
       sfu.call("consume", {{"transportId", receiving->id()},
                            {"producerId", producerId},
                            {"rtpCapabilities", *parseJson(device->rtpCapabilities())}});
   const auto kind = text(offer, "kind", "") == "video" ? MediaKind::video : MediaKind::audio;
-  auto consumer = receiving->consume(text(offer, "id", ""), producerId, kind,
-                                     boost::json::serialize(offer.at("rtpParameters")), "{}");
+  auto consumer =
+      receiving->consume(text(offer, "id", ""), producerId, kind,
+                         boost::json::serialize(offer.at("rtpParameters")), "{}", encrypted);
   sfu.call("resumeConsumer", {{"consumerId", consumer->id()}});
   return consumer;
 }

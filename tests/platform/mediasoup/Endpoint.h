@@ -71,7 +71,7 @@ public:
   std::shared_ptr<RTCAudioTrack> toneTrack(double hz);
   std::shared_ptr<Producer> produce(ProducerOptions options);
   /// Consumes at the server and here, and lets the media flow.
-  std::shared_ptr<Consumer> consume(const std::string& producerId);
+  std::shared_ptr<Consumer> consume(const std::string& producerId, bool encrypted = false);
   /// As `consume`, watched.
   std::shared_ptr<ClockWatch> watch(const std::shared_ptr<Consumer>& consumer);
   std::shared_ptr<ToneWatch> listen(const std::shared_ptr<Consumer>& consumer);

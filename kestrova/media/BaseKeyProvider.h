@@ -24,8 +24,8 @@ class RTCFrameCryptorKeyProvider;
 /// A key that is set later, or ratcheted, holds at once for every meeting that uses the provider.
 class BaseKeyProvider {
 public:
-  /// \param discardFrameWhenCryptorNotReady what becomes of received frames in the moment before
-  ///   their stream can be decrypted: true discards them, false plays them as they came
+  /// \param discardFrameWhenCryptorNotReady whether received frames that come before their cryptor
+  ///   is on are discarded, or handed on as they came; nothing is sent unencrypted either way
   explicit BaseKeyProvider(bool discardFrameWhenCryptorNotReady);
   ~BaseKeyProvider();
   BaseKeyProvider(const BaseKeyProvider&) = delete;

@@ -13,6 +13,7 @@ const PAGE_HERTZ = 523;
 const MEET_HERTZ = 660;
 const NEAR_HERTZ = 10;
 const KEY = 'correct horse battery staple';
+const THIRD_KEY = 'a third key';
 const LAYERS = { mimeType: 'video/VP8', simulcast: true, width: 960, height: 540 };
 const SINGLE = { mimeType: 'video/H264', simulcast: false, width: 640, height: 360 };
 
@@ -62,7 +63,7 @@ function startMeet(t, roomId, key) {
   const keyFile = path.join(folder, 'key');
   fs.writeFileSync(keyFile, `  ${key}\n`);
   const options = ['--participant', 'meet', '--tone-hz', `${MEET_HERTZ}`, '--key-file', keyFile];
-  const run = join(service, roomId, 'Meet', ...options, '--duration', '5m', '--chat');
+  const run = join(service, roomId, 'Meet', ...options, '--duration', '5m', '--chat', '--verbose');
   t.after(async () => {
     await run.stop('SIGKILL');
     fs.rmSync(folder, { recursive: true });
@@ -130,6 +131,8 @@ async function pageRefuses(page, codec) {
 
 async function part(page, run) {
   assert.equal(await within(run.stop('SIGTERM'), () => run.events.at(-1)), 143, run.stderr);
+  assert.match(run.stderr, /Joining the meeting/);
+  assert.ok(![KEY, THIRD_KEY].some((key) => (run.stderr + run.stdout).includes(key)), 'a key is told');
   assert.deepEqual(await page.evaluate(() => globalThis.participant.failures), []);
   assert.deepEqual(page.trouble, []);
   await page.evaluate(() => globalThis.participant.leave());
@@ -142,6 +145,22 @@ async function videos(roomId) {
   const video = (list) => list.find(({ kind }) => kind === 'video');
   return peers.map(({ producers, consumers }) => [video(producers), video(consumers)]);
 }
+
+test('a key that is none is refused, and so is a file without one', async () => {
+  const folder = temporaryFolder();
+  const empty = path.join(folder, 'empty');
+  fs.writeFileSync(empty, ' \n');
+  for (const [options, told] of [
+    [['--key-file', path.join(folder, 'none')], /no key can be read from .*none/],
+    [['--key-file', empty], /the key is empty/],
+    [['--key', '   '], /the key is empty/],
+  ]) {
+    const run = join(service, 'refused', 'Meet', ...options);
+    assert.equal(await run.ended, 2);
+    assert.match(run.stderr, told);
+  }
+  fs.rmSync(folder, { recursive: true });
+});
 
 for (const [name, camera, layer] of [['vp8', LAYERS, 2], ['h264', SINGLE, undefined]]) {
   test(`both encrypt ${name} with one key, and the service still chooses layers`, async (t) => {
@@ -189,11 +208,11 @@ test('another key opens nothing until it is the same, also after a ratchet', asy
   run.say('/ratchet');
   await Promise.all([together, pageReceives(page), meetReceives(run)]);
 
-  fs.writeFileSync(run.keyFile, 'a third key\n');
+  fs.writeFileSync(run.keyFile, `${THIRD_KEY}\n`);
   const changed = told(run, 'page', 'DecryptionFailed');
   run.say('/rekey');
   await changed;
-  await page.order('setKey', 'a third key');
+  await page.order('setKey', THIRD_KEY);
   await Promise.all([pageReceives(page), meetReceives(run)]);
   await part(page, run);
 });

@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include "Frames.h"
+#include <atomic>
+#include <thread>
 
 namespace kestrova::e2ee::test {
 namespace {
@@ -78,6 +80,36 @@ TEST(KeyRingTest, aReceiverFollowsTheRatchetWithinItsWindow) {
   EXPECT_EQ(kept(opened), frame);
   EXPECT_EQ(other.decrypt(sealed).state, State::ok) << "all streams go on together";
   EXPECT_EQ(ours->exportSharedKey(0), theirs->exportSharedKey(0));
+}
+
+TEST(KeyRingTest, keysMayChangeWhileFramesAreOnTheirWay) {
+  const auto keys = ring("a key");
+  std::atomic<bool> ending{false};
+  std::atomic<int> opened{0};
+  const auto work = [&] {
+    FrameCipher sender(keys, FrameCodec::h264);
+    FrameCipher receiver(keys, FrameCodec::h264);
+    Bytes frame(500, 0);
+    std::copy_n("\0\0\1\x65\x88", 5, frame.begin());
+    while (!ending) {
+      const auto sent = kept(sender.encrypt(frame));
+      ASSERT_FALSE(sent.empty());
+      const auto result = receiver.decrypt(sent);
+      // It may have been encrypted just before the change.
+      if (!result.frame) continue;
+      ASSERT_EQ(kept(result), frame);
+      ++opened;
+    }
+  };
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 3; ++i) threads.emplace_back(work);
+  for (int i = 0; i < 6; ++i) {
+    keys->setSharedKey(bytes("another key"), i % 2);
+    keys->ratchetSharedKey(i % 2);
+  }
+  while (opened < 100) std::this_thread::yield();
+  ending = true;
+  for (auto& thread : threads) thread.join();
 }
 
 TEST(KeyRingTest, givesUpAfterTheFailuresThatAreTolerated) {

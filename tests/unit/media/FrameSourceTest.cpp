@@ -76,7 +76,7 @@ protected:
 
 constexpr int big = std::numeric_limits<int>::max();
 const std::vector<std::uint8_t> bytes(64 * 64, 7);
-const auto* p = bytes.data();
+const auto* px = bytes.data();
 constexpr I420View noPlanes{};
 
 TEST_F(FrameSourceTest, refusesPicturesThatMakeNoSenseAndReleasesThemOnce) {
@@ -86,17 +86,17 @@ TEST_F(FrameSourceTest, refusesPicturesThatMakeNoSenseAndReleasesThemOnce) {
     FrameInfo info;
     PushResult expected;
   };
-  const I420View good{p, p, p, 16, 8, 8, 16, 16};
+  const I420View good{px, px, px, 16, 8, 8, 16, 16};
   const Case cases[] = {
       {"nothing", noPlanes, {}, PushResult::noData},
-      {"no v", {p, p, nullptr, 16, 8, 8, 16, 16}, {}, PushResult::noData},
-      {"no width", {p, p, p, 16, 8, 8, 0, 16}, {}, PushResult::badSize},
-      {"negative", {p, p, p, 16, 8, 8, 16, -16}, {}, PushResult::badSize},
-      {"too wide", {p, p, p, 8193, 4097, 4097, 8193, 2}, {}, PushResult::badSize},
-      {"absurd", {p, p, p, big, big, big, big, big}, {}, PushResult::badSize},
-      {"y stride", {p, p, p, 15, 8, 8, 16, 16}, {}, PushResult::badStride},
-      {"u stride of an odd width", {p, p, p, 15, 7, 8, 15, 15}, {}, PushResult::badStride},
-      {"negative stride", {p, p, p, 16, 8, -8, 16, 16}, {}, PushResult::badStride},
+      {"no v", {px, px, nullptr, 16, 8, 8, 16, 16}, {}, PushResult::noData},
+      {"no width", {px, px, px, 16, 8, 8, 0, 16}, {}, PushResult::badSize},
+      {"negative", {px, px, px, 16, 8, 8, 16, -16}, {}, PushResult::badSize},
+      {"too wide", {px, px, px, 8193, 4097, 4097, 8193, 2}, {}, PushResult::badSize},
+      {"absurd", {px, px, px, big, big, big, big, big}, {}, PushResult::badSize},
+      {"y stride", {px, px, px, 15, 8, 8, 16, 16}, {}, PushResult::badStride},
+      {"u stride of an odd width", {px, px, px, 15, 7, 8, 15, 15}, {}, PushResult::badStride},
+      {"negative stride", {px, px, px, 16, 8, -8, 16, 16}, {}, PushResult::badStride},
       {"askew", good, {.rotation = 45}, PushResult::badRotation},
       {"full turn", good, {.rotation = 360}, PushResult::badRotation},
       {"other way", good, {.rotation = -90}, PushResult::badRotation},
@@ -117,15 +117,15 @@ TEST_F(FrameSourceTest, refusesPicturesThatMakeNoSenseAndReleasesThemOnce) {
   EXPECT_TRUE(frames.empty());
   EXPECT_EQ(source->counters().refused, 2 * std::size(cases));
 
-  EXPECT_EQ(source->push(NV12View{p, p, 15, 15, 15, 15}), PushResult::badStride);
-  EXPECT_EQ(source->push(NV12View{p, p, 15, 16, 15, 15}), PushResult::accepted);
-  EXPECT_EQ(source->push(BGRAView{p, 63, 16, 2}), PushResult::badStride);
-  EXPECT_EQ(source->push(BGRAView{p, big, 8193, 2}), PushResult::badSize);
+  EXPECT_EQ(source->push(NV12View{px, px, 15, 15, 15, 15}), PushResult::badStride);
+  EXPECT_EQ(source->push(NV12View{px, px, 15, 16, 15, 15}), PushResult::accepted);
+  EXPECT_EQ(source->push(BGRAView{px, 63, 16, 2}), PushResult::badStride);
+  EXPECT_EQ(source->push(BGRAView{px, big, 8193, 2}), PushResult::badSize);
 }
 
 TEST_F(FrameSourceTest, timeMustGoOnButRefusedPicturesDontCount) {
   const auto source = VideoFrameSource::make();
-  const I420View view{p, p, p, 16, 8, 8, 16, 16};
+  const I420View view{px, px, px, 16, 8, 8, 16, 16};
   EXPECT_EQ(source->push(view, {.timestampUs = 1000}), PushResult::accepted);
   EXPECT_EQ(source->push(view, {.timestampUs = 1000}), PushResult::timeWentBack);
   EXPECT_EQ(source->push(view, {.timestampUs = 9000, .rotation = 1}), PushResult::badRotation);
@@ -146,9 +146,9 @@ TEST_F(FrameSourceTest, borrowedMemoryIsGivenBackOnceWhenTheLastReaderIsDone) {
     ++released;
     throw std::runtime_error("an application's mistake");
   };
-  source->push(I420View{p, p, p, 16, 8, 8, 16, 16}, {}, release);
+  source->push(I420View{px, px, px, 16, 8, 8, 16, 16}, {}, release);
   ASSERT_EQ(frames.size(), 1u);
-  EXPECT_EQ(frames[0].buffer->i420().y, p) << "not copied";
+  EXPECT_EQ(frames[0].buffer->i420().y, px) << "not copied";
   source.reset();
   auto reader = frames[0].buffer;
   frames.clear();

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <tests/support/TestMeeting.h>
 
+#include "PubSubFixture.h"
 #include <limits>
 
 namespace kestrova::test {

@@ -4,6 +4,7 @@
 
 #include "Journal.h"
 #include <memory>
+#include <set>
 #include <string>
 
 namespace kestrova::test {
@@ -17,8 +18,10 @@ public:
   std::string id() const override { return _id; }
   bool isEnabled() const override { return _enabled; }
   void setEnabled(bool enabled) override { _enabled = enabled; }
-  void addSink(const std::shared_ptr<Sink>&) override {}
-  void removeSink(const std::shared_ptr<Sink>&) override {}
+  void addSink(const std::shared_ptr<Sink>& sink) override { sinks.insert(sink); }
+  void removeSink(const std::shared_ptr<Sink>& sink) override { sinks.erase(sink); }
+
+  std::set<std::shared_ptr<Sink>> sinks;
 
 private:
   const std::string _id;
@@ -34,8 +37,12 @@ public:
     _journal.add("source.adapt " + std::to_string(width) + "x" + std::to_string(height) + "@" +
                  std::to_string(fps));
   }
-  void onFrame(const VideoFrame&) override { ++frames; }
+  void onFrame(const VideoFrame& frame) override {
+    ++frames;
+    last = frame;
+  }
   int frames = 0;
+  VideoFrame last;
 
 private:
   Journal& _journal;
@@ -57,7 +64,7 @@ public:
   explicit ScriptedFactory(Journal& journal) : _journal(journal) {}
 
   std::shared_ptr<RTCVideoSource> videoSource() override {
-    return std::make_shared<ScriptedVideoSource>(_journal);
+    return newestVideoSource = std::make_shared<ScriptedVideoSource>(_journal);
   }
   std::shared_ptr<RTCAudioSource> audioSource(
       const std::map<std::string, std::string>& constraints) override {
@@ -73,6 +80,7 @@ public:
     return std::make_shared<ScriptedAudioTrack>(trackId);
   }
 
+  std::shared_ptr<ScriptedVideoSource> newestVideoSource;
   /// Those of the newest audio source.
   std::map<std::string, std::string> audioConstraints;
 

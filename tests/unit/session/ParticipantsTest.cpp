@@ -201,6 +201,7 @@ TEST_F(ParticipantsTest, whatIsAskedOfOthersIsSentWithTheirId) {
 TEST_F(ParticipantsTest, anAgentIsAskedForNothing) {
   const auto agent = test.addPeer("bot", {{"metaData", {{"agent_id", "g7"}}}});
   EXPECT_THROW(agent->enableMic(), AgentParticipantError);
+  EXPECT_THROW(agent->captureImage(1, 1, {}), AgentParticipantError);
   try {
     agent->setQuality(VideoQuality::low);
     FAIL();

@@ -27,6 +27,8 @@ void Controls::press(char key) {
   };
   static constexpr Row rows[] = {{'m', &Controls::toggleMicrophone},
                                  {'v', &Controls::toggleWebcam},
+                                 {'b', &Controls::toggleBackground},
+                                 {'i', &Controls::takeStill},
                                  {'q', &Controls::changeQuality},
                                  {'p', &Controls::togglePin},
                                  {'R', &Controls::toggle<Service::recording>},
@@ -43,7 +45,8 @@ void Controls::press(char key) {
 }
 
 std::string Controls::help() {
-  return "keys: m microphone, v webcam, q quality, p pin, R recording, T transcription, H HLS, "
+  return "keys: m microphone, v webcam, b background, i still picture, q quality, p pin, R "
+         "recording, T transcription, H HLS, "
          "W whiteboard, l leave, ? help";
 }
 
@@ -66,7 +69,9 @@ void Controls::toggleMicrophone() {
 void Controls::toggleWebcam() {
   const bool on = sends(MediaType::video);
   tell(on ? "webcam off" : "webcam on");
-  on ? _meeting.disableWebcam() : _meeting.enableWebcam();
+  if (on) return _meeting.disableWebcam();
+  _picture.beforeWebcam();
+  _meeting.enableWebcam();
 }
 
 void Controls::changeQuality() {

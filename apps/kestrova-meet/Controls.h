@@ -3,6 +3,7 @@
 #include <kestrova/session/Meeting.h>
 
 #include "MeetingWatcher.h"
+#include "Picture.h"
 #include "ServiceWatch.h"
 #include <functional>
 #include <memory>
@@ -13,10 +14,14 @@ namespace kestrova::meet {
 /// What the keys do. Main queue only.
 class Controls {
 public:
-  /// \param meeting \param watcher \param services must outlive the controls
-  Controls(Meeting& meeting, MeetingWatcher& watcher, ServiceWatch& services,
+  /// \param meeting \param watcher \param services \param picture must outlive the controls
+  Controls(Meeting& meeting, MeetingWatcher& watcher, ServiceWatch& services, Picture& picture,
            std::function<void()> leave)
-      : _meeting(meeting), _watcher(watcher), _services(services), _leave(std::move(leave)) {}
+      : _meeting(meeting),
+        _watcher(watcher),
+        _services(services),
+        _picture(picture),
+        _leave(std::move(leave)) {}
   void press(char key);
   /// One line.
   static std::string help();
@@ -26,6 +31,8 @@ private:
   void toggleWebcam();
   void changeQuality();
   void togglePin();
+  void toggleBackground() { _picture.toggleBackground(); }
+  void takeStill() { _picture.takeStill(); }
   template <Service service>
   void toggle() {
     _services.toggle(service);
@@ -36,6 +43,7 @@ private:
   Meeting& _meeting;
   MeetingWatcher& _watcher;
   ServiceWatch& _services;
+  Picture& _picture;
   const std::function<void()> _leave;
 };
 

@@ -2,6 +2,7 @@
 
 #include <kestrova/platform/Values.h>
 
+#include "Picture.h"
 #include <algorithm>
 #include <charconv>
 #include <cmath>
@@ -103,6 +104,14 @@ std::uint16_t port(const std::string& value) {
   return *found;
 }
 
+std::string background(const std::string& value) {
+  try {
+    return backgroundSource(value);
+  } catch (const std::runtime_error& error) {
+    throw UsageError(std::string("--background takes a file, a URL or blur; ") + error.what());
+  }
+}
+
 struct Row {
   std::string_view flag;
   std::string_view value;  ///< empty for a switch; in brackets where it may be left out
@@ -133,6 +142,9 @@ constexpr Row rows[] = {
      [](Options& o, const std::string& v) {
        o.capture.camera = device("--camera", v, {"pattern", "none", "default"});
      }},
+    {"--background", "WHAT",
+     "a picture behind us (FILE or URL, PNG or JPEG), or blur: the room out of focus",
+     [](Options& o, const std::string& v) { o.background = background(v); }},
     {"--mic", "KIND", "tone, none, default or a .wav file (tone)",
      [](Options& o, const std::string& v) {
        o.capture.microphone = device("--mic", v, {"tone", "none", "default"});
@@ -258,7 +270,8 @@ std::string usageText() {
     text += left + std::string(row.help) + "\n";
   }
   text +=
-      "\nOn a terminal, without --json and --chat: m microphone, v webcam, q quality and p pin of "
+      "\nOn a terminal, without --json and --chat: m microphone, v webcam, b background,\n"
+      "i still picture of us into a file, q quality and p pin of "
       "who\n"
       "came last, l leave, ? help. Capitals start and stop services of the meeting: R recording,\n"
       "T transcription, H HLS, W whiteboard.\n"

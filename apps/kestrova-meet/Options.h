@@ -31,6 +31,7 @@ struct Options {
   std::optional<std::chrono::milliseconds> duration;  ///< from the join; for ever without it
   std::optional<std::filesystem::path> snapshot;
   std::optional<std::filesystem::path> record;
+  std::string background;  ///< "blur" or a URL; empty: none
   int expect = 0;
   std::vector<Service> start;  ///< after the join
   std::string character;       ///< the id of one that joins with us; empty: none

@@ -47,13 +47,17 @@ Summary Session::run() {
   Kestrova::setLogLevel(_options.verbose ? LogLevel::all : LogLevel::none);
   Kestrova::configureCapture(_options.capture);
   Kestrova::config(_options.token);
+  // A camera that has no background yet would show the room.
+  const bool showsAtOnce = _options.capture.camera != "none" && _options.background.empty();
   _meeting = Kestrova::initMeeting({.meetingId = _options.meeting,
                                     .participantId = _options.participant,
                                     .participantName = _options.name,
                                     .micEnabled = _options.capture.microphone != "none",
-                                    .webcamEnabled = _options.capture.camera != "none",
+                                    .webcamEnabled = showsAtOnce,
                                     .mode = _options.mode,
                                     .signalingBaseUrl = _options.service});
+  _picture = std::make_unique<Picture>(*_meeting, *_watcher, _options.background,
+                                       _options.snapshot.value_or("."));
   listen();
   inspect();
   _deadline.expires_after(longestConnecting);
@@ -67,6 +71,8 @@ Summary Session::run() {
   _keyboard.reset();
   if (_chat) _chat->release();
   _inspector.reset();
+  _controls.reset();
+  _picture.reset();
 
   auto summary = summarise();
   _meeting->removeAllEventListeners();
@@ -113,8 +119,8 @@ void Session::takeInput() {
     return;
   }
   if (_options.json) return;
-  _controls =
-      std::make_unique<Controls>(*_meeting, *_watcher, *_services, [this] { end(exitGood, {}); });
+  _controls = std::make_unique<Controls>(*_meeting, *_watcher, *_services, *_picture,
+                                         [this] { end(exitGood, {}); });
   _keyboard = Keyboard::open(_loop, [this](char key) { _controls->press(key); });
   if (_keyboard) _watcher->note("key", Controls::help());
 }
@@ -156,6 +162,7 @@ void Session::joined() {
 }
 
 void Session::bringWhatIsWished() {
+  if (!_options.background.empty() && _options.capture.camera != "none") _picture->bring();
   for (const auto service : _options.start) _services->start(service);
   if (!_options.relayTo.empty())
     _meeting->requestMediaRelay(_options.relayTo, _options.relayToken.empty()

@@ -14,6 +14,7 @@
 #include "Keyboard.h"
 #include "MeetingWatcher.h"
 #include "Options.h"
+#include "Picture.h"
 #include "RelayWatch.h"
 #include "ServiceWatch.h"
 #include <memory>
@@ -67,6 +68,7 @@ private:
   std::shared_ptr<RelayWatch> _relays;
   std::shared_ptr<Characters> _characters;
   std::unique_ptr<Inspector> _inspector;
+  std::unique_ptr<Picture> _picture;
   std::unique_ptr<Controls> _controls;
   std::unique_ptr<Keyboard> _keyboard;
   std::unique_ptr<Chat> _chat;

@@ -196,6 +196,12 @@ test('the figures of each stream stand in its own charts, also of the moment loo
   await page.mouse.move(x + width / 2, y + 60);
   await until(async () => Math.abs((await page.locator('#cursor').boundingBox())?.x - (x + width / 2)) < 2);
   await see(page, '#ago', '60 s ago');
+  // Two within one frame: what counts is the last.
+  await page.locator('#timeline').evaluate((pane, clientX) => {
+    pane.dispatchEvent(new PointerEvent('pointermove', { clientX }));
+    pane.dispatchEvent(new PointerEvent('pointerleave'));
+  }, x + width / 4);
+  await page.locator('#flag').waitFor({ state: 'hidden' });
   assert.deepEqual(page.trouble, []);
 });
 

@@ -1,54 +1,13 @@
 import * as assert from 'node:assert/strict';
-import * as fs from 'node:fs';
-import { after, afterEach, before, beforeEach, test } from 'node:test';
-import { newPage, openBrowser } from './browser.mjs';
+import { test } from 'node:test';
 import { Feed } from './feed.mjs';
+import {
+  MINUTE, PERSON, SAMPLE, SPAN, STREAM, feed, gone, ink, openFile, openPage, see, seeValue,
+  sendStream, until, useFeed, words,
+} from './pages.mjs';
 
-const PATIENCE_MS = 60_000;
-const MINUTE = 60_000;
 const PICTURE_METRICS = ['bitrate', 'fps', 'rtt', 'loss', 'jitter', 'freezes'];
-
-let browser;
-let feed;
-const opened = [];
-before(async () => (browser = await openBrowser()));
-after(() => browser?.close());
-beforeEach(async () => (feed = await Feed.open()));
-afterEach(async () => {
-  for (const page of opened.splice(0)) await page.close();
-  await feed?.close();
-});
-
-async function openPage({ frozenClock = false, ...options } = {}) {
-  const page = await newPage(browser, options);
-  opened.push(page);
-  page.setDefaultTimeout(PATIENCE_MS);
-  if (frozenClock) await page.clock.install({ time: Date.now() });
-  await page.goto(feed.url);
-  // From here its time passes only where a test lets it.
-  if (frozenClock) await page.clock.pauseAt(Date.now() + MINUTE);
-  return page;
-}
-
-const see = (page, selector, words) => page.locator(selector, { hasText: words }).first().waitFor();
-const gone = (page, selector) => page.locator(selector).waitFor({ state: 'detached' });
-const words = (page, selector) => page.locator(selector).allInnerTexts();
-const seeValue = (page, stream, metric, text) =>
-  page
-    .locator(`[data-stream="${stream}"] .row`, { has: page.locator(`[data-metric="${metric}"]`) })
-    .locator('.value', { hasText: text })
-    .waitFor();
-
-/** How many pixels a chart's line or bars have, in all and in its upper half. */
-function ink(page, stream, metric) {
-  return page.evaluate(([stream, metric]) => {
-    const canvas = document.querySelector(`[data-stream="${stream}"] [data-metric="${metric}"]`);
-    if (!canvas || canvas.width === 0) return { all: 0, high: 0 };
-    const { data, width, height } = canvas.getContext('2d').getImageData(0, 0, canvas.width, canvas.height);
-    const solid = (part) => part.filter((value, at) => at % 4 === 3 && value > 200).length;
-    return { all: solid(data), high: solid(data.subarray(0, width * 4 * Math.floor(height / 2))) };
-  }, [stream, metric]);
-}
+const grouped = (number) => String(number).replace(/\B(?=\d{3}$)/, '\u202f');
 
 /** How strongly a chart's ground is shaded at `t`, 0 to 255. */
 function shade(page, stream, metric, t) {
@@ -58,30 +17,9 @@ function shade(page, stream, metric, t) {
   }, [stream, metric, t]);
 }
 
-async function until(look) {
-  const deadline = Date.now() + PATIENCE_MS;
-  for (;;) {
-    const found = await look();
-    if (found) return found;
-    assert.ok(Date.now() < deadline, `waited in vain for ${look}`);
-  }
-}
-
-const PERSON = { id: 'p', name: 'Grace', local: false, mode: 'RECV_ONLY', leftAt: null };
-const STREAM = { id: 'v', kind: 'video', endedAt: null, state: 'ACTIVE', codec: 'video/VP8' };
-const SPAN = { parentId: null, durationMs: 1, success: true, message: '', attributes: {}, category: '' };
-const SAMPLE = [1234, 24, 640, 360, null, 0, 5, null, 0];
-
-function sendStream(person = PERSON, stream = STREAM) {
-  const now = feed.now();
-  feed.send('meeting', { id: 'abc', localParticipantId: 'me', state: 'CONNECTED' });
-  feed.send('participant', { ...person, joinedAt: now });
-  feed.send('stream', { participantId: person.id, stream: { ...stream, startedAt: now } });
-}
-
 test('what comes is shown as it comes, by the clock of who sends it', async () => {
   await feed.close();
-  feed = await Feed.open({ now: () => Date.now() + 90 * MINUTE });
+  useFeed(await Feed.open({ now: () => Date.now() + 90 * MINUTE }));
   const page = await openPage();
   await see(page, '#link', 'Live');
   await see(page, '#people', 'Nobody is here yet');
@@ -253,88 +191,6 @@ test('errors have a list of their own, which the filter narrows down', async () 
   assert.deepEqual(page.trouble, []);
 });
 
-const grouped = (number) => String(number).replace(/\B(?=\d{3}$)/, '\u202f');
-const withoutNow = ({ now, ...rest }) => rest;
-async function saved(page) {
-  const [download] = await Promise.all([page.waitForEvent('download'), page.locator('#save').click()]);
-  return { name: download.suggestedFilename(), text: fs.readFileSync(await download.path(), 'utf8') };
-}
-const openFile = (page, name, text) =>
-  page.setInputFiles('#file', { name, mimeType: 'application/json', buffer: Buffer.from(text) });
-
-test('a saved file is what was fed, and shows it again beside a live meeting', async () => {
-  feed.sendMeeting(feed.now() - MINUTE);
-  const first = await openPage();
-  await see(first, '#meeting', 'Planning');
-  const file = await saved(first);
-  assert.match(file.name, /^kestrova-kqx3-m8vt-2pca-\d{8}T\d{6}Z[.]json$/);
-  const { format, version, ...fed } = withoutNow(feed.snapshot());
-  assert.deepEqual(withoutNow(JSON.parse(file.text)), { format, version, ...fed });
-
-  const other = await Feed.open();
-  [feed, fed.feed] = [other, feed];
-  try {
-    const page = await openPage({ height: 2600 });
-    sendStream();
-    await see(page, '#meeting', 'abc');
-    await openFile(page, file.name, file.text);
-    await see(page, '#meeting', 'Planning');
-    await see(page, '#link', 'File of ');
-    await until(async () => (await ink(page, 'grace-v', 'bitrate')).all > 0);
-    await see(page, '.span', 'Setting quality of Grace');
-    // What is live goes on behind it, and leaves it alone.
-    feed.send('meeting', { id: 'abc', state: 'FAILED' });
-    feed.send('snapshot', feed.snapshot());
-    feed.send('samples', { t: feed.now(), streams: { v: SAMPLE } });
-    await page.waitForFunction(() => live.recording.streams.get('v').samples.length === 1);
-    await see(page, '#meeting', 'Planning');
-    assert.deepEqual(JSON.parse((await saved(page)).text), JSON.parse(file.text));
-    await page.locator('#live').click();
-    await see(page, '#state', 'FAILED');
-    await seeValue(page, 'v', 'bitrate', '1\u202f234 kbit/s');
-    await gone(page, '[data-stream="grace-v"]');
-
-    const dropped = await page.evaluateHandle((text) => {
-      const transfer = new DataTransfer();
-      transfer.items.add(new File([text], 'dropped.json'));
-      return transfer;
-    }, file.text);
-    await page.dispatchEvent('body', 'drop', { dataTransfer: dropped });
-    await see(page, '#meeting', 'Planning');
-    assert.deepEqual([first.trouble, page.trouble], [[], []]);
-  } finally {
-    await fed.feed.close();
-  }
-});
-
-test('a damaged or foreign file is told, and changes nothing', async () => {
-  feed.sendMeeting(feed.now() - MINUTE);
-  const page = await openPage();
-  await see(page, '#meeting', 'Planning');
-  const whole = feed.snapshot();
-  const files = {
-    'cut off': [JSON.stringify(whole).slice(0, -9), 'it is not JSON, or only a part of it'],
-    empty: ['', 'it is not JSON'],
-    foreign: ['{"version":1}', 'it is no recording of an inspector'],
-    list: ['[]', 'it is no recording of an inspector'],
-    newer: [JSON.stringify({ ...whole, version: 2 }), 'it has version 2, this page reads version 1'],
-    timeless: [JSON.stringify({ ...whole, now: 1e300 }), 'it has no time'],
-    broken: [JSON.stringify({ ...whole, participants: {} }), '“participants” is not a list'],
-    hole: [JSON.stringify({ ...whole, spans: [SPAN, null] }), `entry 1 of “spans” can't be read`],
-    trash: [JSON.stringify({ ...whole, events: [{}, 7] }), `entry 2 of “events” can't be read`],
-    nameless: [JSON.stringify({ ...whole, participants: [{ id: 'x', streams: [{}] }] }), 'entry 1 of “str'],
-  };
-  for (const [name, [text, told]] of Object.entries(files)) {
-    await openFile(page, `${name}.json`, text);
-    await see(page, '#notice', `“${name}.json” can't be shown: ${told}`);
-    await see(page, '#link', 'Live');
-  }
-  assert.equal(await page.locator('#meeting').innerText(), 'Planning');
-  await page.locator('#notice button').click();
-  await page.locator('#notice').waitFor({ state: 'hidden' });
-  assert.deepEqual(page.trouble, []);
-});
-
 test('a lost connection is told and comes back, with whatever there is then', async () => {
   feed.sendMeeting(feed.now() - MINUTE);
   const page = await openPage();
@@ -355,24 +211,6 @@ test('a lost connection is told and comes back, with whatever there is then', as
   }
   const own = page.trouble.filter((line) => !line.startsWith('Failed to load resource'));
   assert.deepEqual(own, []);
-});
-
-test('what is held stays, while the recording goes on', async () => {
-  sendStream();
-  feed.send('samples', { t: feed.now(), streams: { v: SAMPLE } });
-  const page = await openPage();
-  await seeValue(page, 'v', 'bitrate', '1\u202f234 kbit/s');
-  await page.keyboard.press('p');
-  await see(page, '#link', 'Held at');
-  const held = await saved(page);
-  feed.send('samples', { t: feed.now(), streams: { v: SAMPLE.with(0, 55) } });
-  feed.send('span', { ...SPAN, id: 'new', name: 'new span', start: feed.now() });
-  await page.waitForFunction(() => live.recording.spans.size === 1);
-  assert.deepEqual(JSON.parse((await saved(page)).text), JSON.parse(held.text));
-  await page.locator('#pause').click();
-  await seeValue(page, 'v', 'bitrate', '55 kbit/s');
-  await see(page, '.span', 'new span');
-  assert.deepEqual(page.trouble, []);
 });
 
 test('markup off the wire is text', async () => {
@@ -419,40 +257,6 @@ test('400 pixels are enough', async () => {
   assert.ok(await fits());
   await page.locator('#errors li', { hasText: '3015' }).getByRole('button').click();
   await page.locator('#timeline').waitFor({ state: 'visible' });
-  assert.deepEqual(page.trouble, []);
-});
-
-test('two minutes and 5000 spans and events are kept, a few rows are elements', async () => {
-  const now = feed.now();
-  const [left, gone] = [{ ...PERSON, id: 'left' }, { ...PERSON, id: 'gone' }];
-  for (const [person, minutesAgo] of [[left, 1], [gone, 3]])
-    feed.send('participant', { ...person, joinedAt: now - 9 * MINUTE, leftAt: now - minutesAgo * MINUTE });
-  feed.send('participant', { ...PERSON, joinedAt: now - 9 * MINUTE });
-  feed.send('stream', { participantId: 'p', stream: { ...STREAM, startedAt: now } });
-  for (let t = now - 9 * MINUTE; t < now; t += 1000) feed.send('samples', { t, streams: { v: SAMPLE } });
-  // Of the states before the two minutes the last still holds.
-  const states = [[5, 'CONNECTING'], [4, 'CONNECTED'], [3, 'RECONNECTING'], [1, 'CONNECTED']];
-  for (const [minutesAgo, text] of states)
-    feed.send('mark', { t: now - minutesAgo * MINUTE, kind: 'state', text });
-  feed.send('span', { ...SPAN, id: 'long', name: 'still running', start: now - 9 * MINUTE, durationMs: null });
-  for (let at = 0; at < 6000; at += 1) {
-    const [t, parentId] = [now - 6000 + at, 'long'];
-    if (at % 3 === 0) feed.send('event', { t, name: `event ${at}`, parentId, attributes: {} });
-    else feed.send('span', { ...SPAN, id: `s${at}`, parentId, name: `span ${at}`, start: t });
-  }
-  const page = await openPage();
-  await see(page, '.span', 'span 5999');
-  feed.send('span', { ...SPAN, id: 'last', parentId: 'long', name: 'the very last', start: feed.now() });
-  await see(page, '.span', 'the very last'); // the end is followed
-  assert.ok((await page.locator('.span').count()) < 100);
-  const { participants, spans, events, marks } = JSON.parse((await saved(page)).text);
-  assert.ok(spans.length + events.length <= 5000 && spans.length + events.length > 4500);
-  assert.equal(spans[0].id, 'long');
-  assert.ok(!spans.some(({ id }) => id === 's1') && spans.some(({ id }) => id === 's5999'));
-  assert.deepEqual(participants.map(({ id }) => id), ['left', 'p']);
-  assert.deepEqual(marks.map(({ text }) => text), ['RECONNECTING', 'CONNECTED']);
-  const [{ samples }] = participants[1].streams;
-  assert.ok(samples.length > 60 && samples[0][0] >= now - 2 * MINUTE);
   assert.deepEqual(page.trouble, []);
 });
 

@@ -1,0 +1,135 @@
+import * as assert from 'node:assert/strict';
+import { test } from 'node:test';
+import { Feed } from './feed.mjs';
+import {
+  MINUTE, PERSON, SAMPLE, SPAN, STREAM, feed, gone, ink, openFile, openPage, saved, see, seeValue,
+  sendStream, until, useFeed,
+} from './pages.mjs';
+
+const withoutNow = ({ now, ...rest }) => rest;
+
+test('a saved file is what was fed, and shows it again beside a live meeting', async () => {
+  feed.sendMeeting(feed.now() - MINUTE);
+  const first = await openPage();
+  await see(first, '#meeting', 'Planning');
+  const file = await saved(first);
+  assert.match(file.name, /^kestrova-kqx3-m8vt-2pca-\d{8}T\d{6}Z[.]json$/);
+  const { format, version, ...fed } = withoutNow(feed.snapshot());
+  assert.deepEqual(withoutNow(JSON.parse(file.text)), { format, version, ...fed });
+
+  const other = await Feed.open();
+  const before = feed;
+  useFeed(other);
+  try {
+    const page = await openPage({ height: 2600 });
+    sendStream();
+    await see(page, '#meeting', 'abc');
+    await openFile(page, file.name, file.text);
+    await see(page, '#meeting', 'Planning');
+    await see(page, '#link', 'File of ');
+    await until(async () => (await ink(page, 'grace-v', 'bitrate')).all > 0);
+    await see(page, '.span', 'Setting quality of Grace');
+    // What is live goes on behind it, and leaves it alone.
+    feed.send('meeting', { id: 'abc', state: 'FAILED' });
+    feed.send('snapshot', feed.snapshot());
+    feed.send('samples', { t: feed.now(), streams: { v: SAMPLE } });
+    await page.waitForFunction(() => live.recording.streams.get('v').samples.length === 1);
+    await see(page, '#meeting', 'Planning');
+    assert.deepEqual(JSON.parse((await saved(page)).text), JSON.parse(file.text));
+    await page.locator('#live').click();
+    await see(page, '#state', 'FAILED');
+    await seeValue(page, 'v', 'bitrate', '1\u202f234 kbit/s');
+    await gone(page, '[data-stream="grace-v"]');
+
+    const dropped = await page.evaluateHandle((text) => {
+      const transfer = new DataTransfer();
+      transfer.items.add(new File([text], 'dropped.json'));
+      return transfer;
+    }, file.text);
+    await page.dispatchEvent('body', 'drop', { dataTransfer: dropped });
+    await see(page, '#meeting', 'Planning');
+    assert.deepEqual([first.trouble, page.trouble], [[], []]);
+  } finally {
+    await before.close();
+  }
+});
+
+test('a damaged or foreign file is told, and changes nothing', async () => {
+  feed.sendMeeting(feed.now() - MINUTE);
+  const page = await openPage();
+  await see(page, '#meeting', 'Planning');
+  const whole = feed.snapshot();
+  const files = {
+    'cut off': [JSON.stringify(whole).slice(0, -9), 'it is not JSON, or only a part of it'],
+    empty: ['', 'it is not JSON'],
+    foreign: ['{"version":1}', 'it is no recording of an inspector'],
+    list: ['[]', 'it is no recording of an inspector'],
+    newer: [JSON.stringify({ ...whole, version: 2 }), 'it has version 2, this page reads version 1'],
+    timeless: [JSON.stringify({ ...whole, now: 1e300 }), 'it has no time'],
+    broken: [JSON.stringify({ ...whole, participants: {} }), '“participants” is not a list'],
+    hole: [JSON.stringify({ ...whole, spans: [SPAN, null] }), `entry 1 of “spans” can't be read`],
+    trash: [JSON.stringify({ ...whole, events: [{}, 7] }), `entry 2 of “events” can't be read`],
+    nameless: [JSON.stringify({ ...whole, participants: [{ id: 'x', streams: [{}] }] }), 'entry 1 of “str'],
+  };
+  for (const [name, [text, told]] of Object.entries(files)) {
+    await openFile(page, `${name}.json`, text);
+    await see(page, '#notice', `“${name}.json” can't be shown: ${told}`);
+    await see(page, '#link', 'Live');
+  }
+  assert.equal(await page.locator('#meeting').innerText(), 'Planning');
+  await page.locator('#notice button').click();
+  await page.locator('#notice').waitFor({ state: 'hidden' });
+  assert.deepEqual(page.trouble, []);
+});
+
+test('what is held stays, while the recording goes on', async () => {
+  sendStream();
+  feed.send('samples', { t: feed.now(), streams: { v: SAMPLE } });
+  const page = await openPage();
+  await seeValue(page, 'v', 'bitrate', '1\u202f234 kbit/s');
+  await page.keyboard.press('p');
+  await see(page, '#link', 'Held at');
+  const held = await saved(page);
+  feed.send('samples', { t: feed.now(), streams: { v: SAMPLE.with(0, 55) } });
+  feed.send('span', { ...SPAN, id: 'new', name: 'new span', start: feed.now() });
+  await page.waitForFunction(() => live.recording.spans.size === 1);
+  assert.deepEqual(JSON.parse((await saved(page)).text), JSON.parse(held.text));
+  await page.locator('#pause').click();
+  await seeValue(page, 'v', 'bitrate', '55 kbit/s');
+  await see(page, '.span', 'new span');
+  assert.deepEqual(page.trouble, []);
+});
+
+test('two minutes and 5000 spans and events are kept, a few rows are elements', async () => {
+  const now = feed.now();
+  const [left, gone] = [{ ...PERSON, id: 'left' }, { ...PERSON, id: 'gone' }];
+  for (const [person, minutesAgo] of [[left, 1], [gone, 3]])
+    feed.send('participant', { ...person, joinedAt: now - 9 * MINUTE, leftAt: now - minutesAgo * MINUTE });
+  feed.send('participant', { ...PERSON, joinedAt: now - 9 * MINUTE });
+  feed.send('stream', { participantId: 'p', stream: { ...STREAM, startedAt: now } });
+  for (let t = now - 9 * MINUTE; t < now; t += 1000) feed.send('samples', { t, streams: { v: SAMPLE } });
+  // Of the states before the two minutes the last still holds.
+  const states = [[5, 'CONNECTING'], [4, 'CONNECTED'], [3, 'RECONNECTING'], [1, 'CONNECTED']];
+  for (const [minutesAgo, text] of states)
+    feed.send('mark', { t: now - minutesAgo * MINUTE, kind: 'state', text });
+  feed.send('span', { ...SPAN, id: 'long', name: 'still running', start: now - 9 * MINUTE, durationMs: null });
+  for (let at = 0; at < 6000; at += 1) {
+    const [t, parentId] = [now - 6000 + at, 'long'];
+    if (at % 3 === 0) feed.send('event', { t, name: `event ${at}`, parentId, attributes: {} });
+    else feed.send('span', { ...SPAN, id: `s${at}`, parentId, name: `span ${at}`, start: t });
+  }
+  const page = await openPage();
+  await see(page, '.span', 'span 5999');
+  feed.send('span', { ...SPAN, id: 'last', parentId: 'long', name: 'the very last', start: feed.now() });
+  await see(page, '.span', 'the very last'); // the end is followed
+  assert.ok((await page.locator('.span').count()) < 100);
+  const { participants, spans, events, marks } = JSON.parse((await saved(page)).text);
+  assert.ok(spans.length + events.length <= 5000 && spans.length + events.length > 4500);
+  assert.equal(spans[0].id, 'long');
+  assert.ok(!spans.some(({ id }) => id === 's1') && spans.some(({ id }) => id === 's5999'));
+  assert.deepEqual(participants.map(({ id }) => id), ['left', 'p']);
+  assert.deepEqual(marks.map(({ text }) => text), ['RECONNECTING', 'CONNECTED']);
+  const [{ samples }] = participants[1].streams;
+  assert.ok(samples.length > 60 && samples[0][0] >= now - 2 * MINUTE);
+  assert.deepEqual(page.trouble, []);
+});

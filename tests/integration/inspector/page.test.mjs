@@ -61,6 +61,44 @@ test('what comes is shown as it comes, by the clock of who sends it', async () =
   assert.deepEqual(asked, ['/key/', '/key/events']);
 });
 
+test('what lasts ends with whom it is about, and with the meeting', async () => {
+  sendStream();
+  const page = await openPage();
+  const mark = (kind, text, more) => feed.send('mark', { t: feed.now(), kind, text, ...more });
+  const pause = (text) => mark('stream', text, { participantId: 'p' });
+  const streams = (words) => see(page, '[data-lane=streams] .value', words);
+  pause('video paused: <b>hidden');
+  await streams('Grace video paused');
+  const [title] = await page.locator('[data-lane=streams] .band').evaluateAll((all) => all.map((one) => one.title));
+  assert.match(title, /^Grace video paused: <b>hidden: \d/);
+  const paused = await page.evaluate(() => bands.paused[0].from);
+  await page.waitForFunction((t) => view.place(t) < 0.995, paused);
+  await until(async () => (await shade(page, 'v', 'bitrate', paused + 100)) > 0);
+  pause('video resumed: seen');
+  await streams('moving');
+  pause('video paused');
+  await streams('Grace video paused');
+  mark('stream', 'video ended', { participantId: 'p', streamId: 'v' });
+  await streams('moving');
+  for (let at = 0; at < 6; at += 1) {
+    feed.send('participant', { ...PERSON, id: `p${at}`, name: `Person ${at}`, joinedAt: feed.now() });
+    mark('stream', 'video paused', { participantId: `p${at}` });
+  }
+  await streams(/^Person 0 video paused\n.*\n.*\nand 3 more$/);
+  // Also when it was long ago.
+  const was = (kind, text, minutesAgo) => mark(kind, text, { t: feed.now() - minutesAgo * MINUTE });
+  was('state', 'CONNECTED', 9);
+  was('quality', 'BANDWIDTH DETECTED', 8);
+  was('state', 'FAILED', 7);
+  was('quality', 'CONGESTION DETECTED', 6);
+  await see(page, '[data-lane=limits] .value', /^CONGESTION$/);
+
+  mark('state', 'DISCONNECTED');
+  await streams('moving');
+  await see(page, '[data-lane=limits] .value', 'none');
+  assert.deepEqual(page.trouble, []);
+});
+
 test('what cannot be read is left out, and nothing else', async () => {
   const page = await openPage();
   await see(page, '#link', 'Live');

@@ -332,11 +332,19 @@ test('it is drawn four times a second at most, and not while nobody sees it', as
   assert.ok((await drawnIn(1000)) > 0);
   await page.clock.runFor(11_000);
   await see(page, '#link', 'Live, silent for 1');
-  // Time alone lets go of who has left.
-  feed.send('participant', { ...PERSON, leftAt: await page.evaluate(() => live.now()) });
+  // Time alone lets go of what was over two minutes ago.
+  const now = await page.evaluate(() => live.now());
+  const start = now - 3 * MINUTE;
+  feed.send('span', { ...SPAN, id: 'over', start });
+  feed.send('span', { ...SPAN, id: 'reaches into them', start, durationMs: 2 * MINUTE });
+  feed.send('event', { t: start, name: 'over', attributes: {} });
+  feed.send('participant', { ...PERSON, leftAt: now });
   await page.waitForFunction(() => live.recording.people.get('p').leftAt !== null);
+  await page.clock.runFor(1500);
+  await see(page, '#spanCount', '1 span · 0 events');
   await page.clock.fastForward(121_000);
   await page.clock.runFor(500);
   await see(page, '#people', 'Nobody is here yet');
+  await see(page, '#spanCount', '0 spans');
   assert.deepEqual(page.trouble, []);
 });

@@ -123,6 +123,15 @@ test('two minutes and 5000 spans and events are kept, a few rows are elements', 
   feed.send('span', { ...SPAN, id: 'last', parentId: 'long', name: 'the very last', start: feed.now() });
   await see(page, '.span', 'the very last'); // the end is followed
   assert.ok((await page.locator('.span').count()) < 100);
+  await page.locator('.tree').evaluate((box) => (box.scrollTop = box.scrollHeight / 2));
+  const middle = page.locator('.span').nth(10);
+  const key = await middle.getAttribute('id');
+  const place = async () => (await page.locator(`#${key}`).boundingBox()).y;
+  const [y] = await Promise.all([place(), page.evaluate(() => draw())]);
+  feed.send('event', { t: now - 6001, name: 'above', parentId: 'long', attributes: {} });
+  await page.waitForFunction(() => live.recording.events.at(-1)?.name === 'above');
+  await page.evaluate(() => draw());
+  assert.equal(await place(), y); // what is read stays
   const { participants, spans, events, marks } = JSON.parse((await saved(page)).text);
   assert.ok(spans.length + events.length <= 5000 && spans.length + events.length > 4500);
   assert.equal(spans[0].id, 'long');

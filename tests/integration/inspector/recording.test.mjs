@@ -85,10 +85,21 @@ test('a damaged or foreign file is told, and changes nothing', async () => {
 test('what is held stays, while the recording goes on', async () => {
   sendStream();
   feed.send('samples', { t: feed.now(), streams: { v: SAMPLE } });
+  feed.send('event', { t: feed.now(), name: 'an event', attributes: { colour: 'blue' } });
   const page = await openPage();
   await seeValue(page, 'v', 'bitrate', '1\u202f234 kbit/s');
+  const card = page.locator('[data-stream="v"] button');
+  await card.click();
+  await page.locator('.span .words').click();
+  await see(page, '.details', 'blue');
   await page.keyboard.press('p');
   await see(page, '#link', 'Held at');
+  const isLeftAsItWas = async () => {
+    await page.evaluate(() => draw());
+    assert.equal(await card.getAttribute('aria-expanded'), 'false');
+    assert.match(await page.locator('.details').innerText(), /blue/);
+  };
+  await isLeftAsItWas();
   const held = await saved(page);
   feed.send('samples', { t: feed.now(), streams: { v: SAMPLE.with(0, 55) } });
   feed.send('span', { ...SPAN, id: 'new', name: 'new span', start: feed.now() });
@@ -97,6 +108,7 @@ test('what is held stays, while the recording goes on', async () => {
   await page.locator('#pause').click();
   await seeValue(page, 'v', 'bitrate', '55 kbit/s');
   await see(page, '.span', 'new span');
+  await isLeftAsItWas();
   assert.deepEqual(page.trouble, []);
 });
 

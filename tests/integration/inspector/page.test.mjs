@@ -251,6 +251,26 @@ test('a lost connection is told and comes back, with whatever there is then', as
   assert.deepEqual(own, []);
 });
 
+test('what lasted before a short loss of the connection lasts after it', async () => {
+  sendStream();
+  const page = await openPage();
+  await see(page, '#state', 'CONNECTED');
+  const limited = (words) => see(page, '[data-lane=limits] .value', words);
+  for (const text of ['CPU DETECTED', 'BANDWIDTH DETECTED'])
+    feed.send('mark', { t: feed.now() - 3 * MINUTE, kind: 'quality', text });
+  await limited(/^CPU\nBANDWIDTH$/);
+  const resolved = { t: feed.now(), kind: 'quality', text: 'CPU RESOLVED' };
+  feed.down();
+  await see(page, '#link', 'Lost, reconnecting');
+  // What is older than two minutes isn't told again.
+  Object.assign(feed.all, { marks: [resolved], meeting: { ...feed.all.meeting, state: 'RECONNECTING' } });
+  feed.up();
+  await see(page, '#state', 'RECONNECTING');
+  await limited(/^BANDWIDTH$/);
+  const own = page.trouble.filter((line) => !line.startsWith('Failed to load resource'));
+  assert.deepEqual(own, []);
+});
+
 test('markup off the wire is text', async () => {
   const evil = '<img src=x onerror="document.title=1"><script>document.title=1</script>';
   feed.send('meeting', { id: evil, name: evil, localParticipantId: evil, state: evil });

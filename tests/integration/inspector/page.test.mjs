@@ -22,7 +22,7 @@ test('what comes is shown as it comes, by the clock of who sends it', async () =
   useFeed(await Feed.open({ now: () => Date.now() + 90 * MINUTE }));
   const page = await openPage();
   await see(page, '#link', 'Live');
-  await see(page, '#people', 'Nobody is here yet');
+  await see(page, '#people', 'Nobody is here');
   sendStream();
   for (const number of [1, 2, 3]) {
     const values = SAMPLE.with(0, 1234 * number).with(8, 7);
@@ -364,7 +364,7 @@ test('it is drawn four times a second at most, and not while nobody sees it', as
   await see(page, '#spanCount', '1 span · 0 events');
   await page.clock.fastForward(121_000);
   await page.clock.runFor(500);
-  await see(page, '#people', 'Nobody is here yet');
+  await see(page, '#people', 'Nobody is here');
   await see(page, '#spanCount', '0 spans');
   assert.deepEqual(page.trouble, []);
 });

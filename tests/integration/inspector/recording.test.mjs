@@ -1,4 +1,7 @@
 import * as assert from 'node:assert/strict';
+import * as fs from 'node:fs';
+import * as os from 'node:os';
+import * as path from 'node:path';
 import { test } from 'node:test';
 import { Feed } from './feed.mjs';
 import {
@@ -68,6 +71,7 @@ test('a damaged or foreign file is told, and changes nothing', async () => {
     timeless: [JSON.stringify({ ...whole, now: 1e300 }), 'it has no time'],
     broken: [JSON.stringify({ ...whole, participants: {} }), '“participants” is not a list'],
     hole: [JSON.stringify({ ...whole, spans: [SPAN, null] }), `entry 1 of “spans” can't be read`],
+    timed: [JSON.stringify({ ...whole, spans: [{ ...SPAN, id: 's', durationMs: '9' }] }), 'entry 1 of “spans”'],
     trash: [JSON.stringify({ ...whole, events: [{}, 7] }), `entry 2 of “events” can't be read`],
     nameless: [JSON.stringify({ ...whole, participants: [{ id: 'x', streams: [{}] }] }), 'entry 1 of “str'],
   };
@@ -79,6 +83,47 @@ test('a damaged or foreign file is told, and changes nothing', async () => {
   assert.equal(await page.locator('#meeting').innerText(), 'Planning');
   await page.locator('#notice button').click();
   await page.locator('#notice').waitFor({ state: 'hidden' });
+  assert.deepEqual(page.trouble, []);
+});
+
+test('a file of far too much is shown in part, and the page goes on', async () => {
+  const page = await openPage();
+  const now = feed.now();
+  const many = (number, make) => Array.from({ length: number }, (_, at) => make(at));
+  const stream = (id, more) => ({ ...STREAM, id, startedAt: now, samples: [], ...more });
+  const person = (at) => ({ ...PERSON, id: `p${at}`, joinedAt: now + at, streams: [stream(`v${at}`)] });
+  const one = { ...PERSON, id: 'one', name: 'N'.repeat(2e6), local: true, joinedAt: now };
+  const deep = many(50, (at) => ({ ...SPAN, id: `d${at}`, parentId: `d${at - 1}`, start: now }));
+  const attributes = Object.fromEntries(many(150_000, (at) => [`key ${at}`, at]));
+  const file = {
+    ...feed.snapshot(),
+    participants: [
+      { ...one, streams: many(150_000, (at) => stream(`own${at}`)) },
+      ...many(3000, person),
+      ...many(3000, (at) => ({ ...person(at), id: `left${at}`, leftAt: now - at, streams: [] })),
+    ],
+    marks: many(30_000, (at) => ({ t: now - at, kind: 'error', text: `error ${at}`, code: 1 })),
+    spans: [...deep, { ...SPAN, id: 'wide', name: 'wide İ.*[', start: now, attributes }],
+  };
+  const folder = fs.mkdtempSync(path.join(os.tmpdir(), 'recording-'));
+  try {
+    const name = path.join(folder, 'huge.json');
+    fs.writeFileSync(name, JSON.stringify(file));
+    await page.setInputFiles('#file', name);
+    await see(page, '#link', 'File of ');
+  } finally {
+    fs.rmSync(folder, { recursive: true });
+  }
+  await see(page, '#people > .empty', 'and 3301 more participants'); // of 3001, and 500 who left
+  await see(page, '.person:first-child > .empty', 'and 149980 more streams');
+  await see(page, '#errorCount', 'the last 200 of 2000');
+  await page.locator('#filter').fill('i̇.*[');
+  await page.locator('.span', { hasText: 'wide' }).locator('.words').click();
+  await see(page, '.details', 'and 149800 more attributes');
+  assert.ok((await page.evaluate(() => document.querySelectorAll('*').length)) < 30_000);
+  await page.locator('#live').click();
+  await see(page, '#link', 'Live');
+  await see(page, '#people', 'Nobody is here');
   assert.deepEqual(page.trouble, []);
 });
 

@@ -165,6 +165,8 @@ test('the figures of each stream stand in its own charts, also of the moment loo
   await see(page, '[data-lane=streams] .value', 'moving');
   await page.keyboard.press('Shift+ArrowLeft');
   await see(page, '[data-lane=limits] .value', 'none');
+  const spoken = await page.locator('#axis').getAttribute('aria-valuetext');
+  assert.match(spoken, /^[\d:]{8}; meeting CONNECTED; limits none; streams moving$/);
   await page.keyboard.press('Escape');
   await page.locator('#flag').waitFor({ state: 'hidden' });
 
@@ -187,8 +189,11 @@ test('spans are a tree, which a text or their trouble narrows down', async () =>
   const names = () => words(page, '.span .words');
   const shows = (expected) => until(async () => JSON.stringify(await names()) === JSON.stringify(expected));
   await see(page, '#spanCount', '19 spans · 7 events · 2 failed · 2 running');
-  for (const [name, level] of [['Restarting ICE', 1], ['Asking for new parameters', 2]])
-    await see(page, `.span[aria-level="${level}"]`, name);
+  const places = { 'Restarting ICE': [1, 9, 11], 'Asking for new parameters': [2, 1, 2] };
+  for (const [name, [level, position, size]] of Object.entries(places)) {
+    const place = `[aria-level="${level}"][aria-posinset="${position}"][aria-setsize="${size}"]`;
+    await see(page, `.span${place}`, name);
+  }
   await see(page, '.span.running', 'Waiting for the service');
 
   await page.locator('#filter').fill('RELAY'); // an attribute of an event

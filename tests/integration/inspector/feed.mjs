@@ -5,7 +5,7 @@ import * as path from 'node:path';
 import { fileURLToPath } from 'node:url';
 import { meeting } from './meeting.mjs';
 
-const PAGE = path.join(import.meta.dirname, '../../../kestrova/inspector/page.html');
+export const PAGE = path.join(import.meta.dirname, '../../../kestrova/inspector/page.html');
 const KEY = '/key/';
 const RETRY_MS = 50;
 

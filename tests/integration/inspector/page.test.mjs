@@ -256,6 +256,14 @@ test('a lost connection is told and comes back, with whatever there is then', as
   assert.deepEqual(own, []);
 });
 
+test('a page that never got through says so, until it does', async () => {
+  feed.down(503);
+  const page = await openPage();
+  await see(page, '#link', 'No connection, trying again');
+  feed.up();
+  await see(page, '#link', 'Live');
+});
+
 test('what lasted before a short loss of the connection lasts after it', async () => {
   sendStream();
   const page = await openPage();

@@ -20,12 +20,12 @@ afterEach(async () => {
   await feed?.close();
 });
 
-export async function openPage({ frozenClock = false, ...options } = {}) {
+export async function openPage({ frozenClock = false, url = feed.url, ...options } = {}) {
   const page = await newPage(browser, options);
   opened.push(page);
   page.setDefaultTimeout(PATIENCE_MS);
   if (frozenClock) await page.clock.install({ time: Date.now() });
-  await page.goto(feed.url);
+  await page.goto(url);
   // From here its time passes only where a test lets it.
   if (frozenClock) await page.clock.pauseAt(Date.now() + MINUTE);
   return page;

@@ -3,12 +3,14 @@ import * as fs from 'node:fs';
 import * as os from 'node:os';
 import * as path from 'node:path';
 import { test } from 'node:test';
-import { Feed } from './feed.mjs';
+import { pathToFileURL } from 'node:url';
+import { Feed, PAGE } from './feed.mjs';
 import {
   MINUTE, PERSON, SAMPLE, SPAN, STREAM, feed, gone, ink, openFile, openPage, saved, see, seeValue,
   sendStream, until, useFeed,
 } from './pages.mjs';
 
+const PAGE_URL = pathToFileURL(PAGE).href;
 const withoutNow = ({ now, ...rest }) => rest;
 
 test('a saved file is what was fed, and shows it again beside a live meeting', async () => {
@@ -83,6 +85,22 @@ test('a damaged or foreign file is told, and changes nothing', async () => {
   assert.equal(await page.locator('#meeting').innerText(), 'Planning');
   await page.locator('#notice button').click();
   await page.locator('#notice').waitFor({ state: 'hidden' });
+  assert.deepEqual(page.trouble, []);
+});
+
+test('a page that was opened from a disk shows files, and offers nothing live', async () => {
+  const page = await openPage({ url: PAGE_URL });
+  await see(page, '#link', 'Open a recording');
+  await see(page, '#meeting', 'No meeting');
+  await page.locator('#recorded').waitFor({ state: 'hidden' });
+  await page.keyboard.press('p');
+  feed.sendMeeting(feed.now() - MINUTE);
+  await openFile(page, 'some.json', JSON.stringify(feed.snapshot()));
+  await see(page, '#meeting', 'Planning');
+  await page.locator('#axis').press('ArrowLeft');
+  await see(page, '#ago', '1.0 s to the end');
+  await page.locator('#save').waitFor({ state: 'visible' });
+  for (const control of ['#pause', '#live']) await page.locator(control).waitFor({ state: 'hidden' });
   assert.deepEqual(page.trouble, []);
 });
 

@@ -99,6 +99,21 @@ test('what lasts ends with whom it is about, and with the meeting', async () => 
   assert.deepEqual(page.trouble, []);
 });
 
+test('words beside a band cover no others', async () => {
+  sendStream();
+  const page = await openPage();
+  const [now, video] = [feed.now(), { participantId: 'p', streamId: 'v' }];
+  const marks = [[64, 'FREEZE_DETECTED', video], [50, 'FREEZE_RESOLVED', video]];
+  for (const [seconds, text, whose] of [...marks, [9, 'audio paused', { participantId: 'p' }]])
+    feed.send('mark', { t: now - seconds * 1000, kind: 'stream', text, ...whose });
+  const labels = page.locator('[data-lane=streams] .band > span');
+  await see(page, '[data-lane=streams] .band.after', 'Grace video frozen');
+  await see(page, '[data-lane=streams] .band.before', 'Grace audio paused');
+  const [a, b] = await labels.evaluateAll((all) => all.map((one) => one.getBoundingClientRect().toJSON()));
+  assert.ok(a.right < b.left || a.bottom <= b.top, JSON.stringify([a, b]));
+  assert.deepEqual(page.trouble, []);
+});
+
 test('what cannot be read is left out, and nothing else', async () => {
   const page = await openPage();
   await see(page, '#link', 'Live');

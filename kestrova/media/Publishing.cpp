@@ -1,3 +1,4 @@
+#include <kestrova/media/BroadcastCapturer.h>
 #include <kestrova/media/Publishing.h>
 #include <kestrova/media/SdkCapabilities.h>
 #include <kestrova/media/VideoCodecCapabilityResolver.h>
@@ -74,6 +75,7 @@ const Publishing::Row& Publishing::row(MediaType type) {
        .notSupported = "Screen sharing is not supported on this device or browser.",
        .notSupportedError = KestrovaError::ERROR_GET_DISPLAY_MEDIA,
        .started = "Screen share transmission started successfully",
+       .publishFailed = "Error in enableScreenShare() -> while publishing the screen",
        .stopSpan = "Stopping Screen Share Stream transmission",
        .alreadyClosed = "Screenshare stream is already disabled!",
        .alreadyClosedError =
@@ -89,11 +91,13 @@ const Publishing::Row& Publishing::row(MediaType type) {
 Publishing::Publishing(std::shared_ptr<RoomContext> context,
                        std::shared_ptr<MediaRegistry> registry,
                        std::shared_ptr<Transports> transports,
-                       std::shared_ptr<MediaCapturer> capturer)
+                       std::shared_ptr<MediaCapturer> capturer,
+                       std::shared_ptr<BroadcastCapturer> broadcast)
     : _context(std::move(context)),
       _registry(std::move(registry)),
       _transports(std::move(transports)),
-      _capturer(std::move(capturer)) {}
+      _capturer(std::move(capturer)),
+      _broadcast(std::move(broadcast)) {}
 
 // ---- Publishing --------------------------------------------------------------------------------
 
@@ -138,12 +142,12 @@ Task<std::shared_ptr<Producer>> Publishing::produceLocalAudio(
                   {{"config", [&] { return customAudioStream->toJsonString(true); }}},
                   enableMicSpan);
   requireTransport(texts, connection, span);
-  requireDevice(texts, connection, span);
+  requireDevice(texts, connection, span.scope());
   const auto fields = customAudioStream->fields();
   {
     ScopedSpan resolving("Utilising resolved microphone track", {}, span.scope());
     if (!fields.audioTrack)
-      refuse(resolving, connection, texts.noTrack, texts.notSupportedError,
+      refuse(resolving.scope(), connection, texts.noTrack, texts.notSupportedError,
              RoomClientError::audioNotSupported);
     resolving.event("Microphone Track Generated");
   }
@@ -168,12 +172,12 @@ Task<std::shared_ptr<Producer>> Publishing::produceLocalVideo(
                   {{"config", [&] { return customVideoStream->toJsonString(false); }}},
                   enableCamSpan);
   requireTransport(texts, connection, span);
-  requireDevice(texts, connection, span);
+  requireDevice(texts, connection, span.scope());
   auto track = customVideoStream->videoTrack();
   {
     ScopedSpan resolving("Utilising resolved camera track", {}, span.scope());
     if (!track)
-      refuse(resolving, connection, texts.noTrack, texts.notSupportedError,
+      refuse(resolving.scope(), connection, texts.noTrack, texts.notSupportedError,
              RoomClientError::videoNotSupported);
     resolving.event("Camera Track Generated");
   }
@@ -195,6 +199,26 @@ Task<std::shared_ptr<Producer>> Publishing::produceLocalVideo(
       RoomSpans::Slot::current, number,
       {.success = producer != nullptr, .message = producer ? "" : "not published"});
   _context->spans.drop(RoomSpans::Slot::current, number);
+  co_return producer;
+}
+
+Task<std::shared_ptr<Producer>> Publishing::produceLocalScreenShare(
+    Connection connection, std::optional<SpanScope> parentSpan) {
+  const auto self = shared_from_this();
+  const auto& texts = row(MediaType::share);
+  requireDevice(texts, connection, parentSpan);
+  ProducerOptions options;
+  {
+    ScopedSpan creating("Creating Screenshare Track", {}, parentSpan);
+    auto track = co_await _broadcast->createBroadcastTrack();
+    creating.event("Screenshare Track Generated");
+    options.track = std::move(track);
+  }
+  ScopedSpan span("Starting Screen Share Stream transmission", {}, parentSpan);
+  options.appData = boost::json::serialize(Dictionary{{"share", true}});
+  auto publishing = publish(texts, std::move(options), connection, span.scope());
+  auto producer = co_await std::move(publishing);
+  if (!producer) span.interrupt("not published");
   co_return producer;
 }
 
@@ -231,12 +255,12 @@ Publishing::VideoPlan Publishing::planVideo(CustomRTCMediaStream& stream) {
   return plan;
 }
 
-void Publishing::refuse(const ScopedSpan& span, const Connection& connection, const char* line,
+void Publishing::refuse(ParentSpan span, const Connection& connection, const char* line,
                         const KestrovaError& error, RoomClientError failure, const char* message) {
   if (*message)
-    traceError(line, {{"message", message}}, span.scope());
+    traceError(line, {{"message", message}}, span);
   else
-    traceError(line, {}, span.scope());
+    traceError(line, {}, span);
   const auto delegate = _context->delegate();
   if (delegate && connection.isCurrent()) delegate->onError(error);
   throw RoomClientFailure(failure);
@@ -245,13 +269,12 @@ void Publishing::refuse(const ScopedSpan& span, const Connection& connection, co
 void Publishing::requireTransport(const Row& texts, const Connection& connection,
                                   const ScopedSpan& span) {
   if (!_transports->sendTransport())
-    refuse(span, connection, texts.noTransport,
+    refuse(span.scope(), connection, texts.noTransport,
            KestrovaError::ERROR_ACTION_PERFORMED_BEFORE_MEETING_JOINED,
            RoomClientError::sendTransportNotCreated);
 }
 
-void Publishing::requireDevice(const Row& texts, const Connection& connection,
-                               const ScopedSpan& span) {
+void Publishing::requireDevice(const Row& texts, const Connection& connection, ParentSpan span) {
   if (!_transports->device()->canProduce(texts.kind))
     refuse(span, connection, texts.notSupported, texts.notSupportedError,
            texts.kind == MediaKind::audio ? RoomClientError::audioNotSupported
@@ -287,6 +310,7 @@ Task<std::shared_ptr<Producer>> Publishing::publish(const Row& texts, ProducerOp
   if (e2ee) e2ee->setupEncryption(producer);
   const auto& peerId = _context->options.meeting.localParticipantId;
   trace(texts.started, {}, span);
+  if (texts.type == MediaType::share) co_return producer;
   trace("Emitting STREAM_ENABLED Event", {{"kind", text(texts.type)}, {"peerId", peerId}}, span);
   trace(texts.turnedOn, {}, span);
   co_return producer;
@@ -311,6 +335,15 @@ Task<std::string> Publishing::closeLocalVideo(std::optional<Connection> telling,
 Task<std::string> Publishing::closeLocalScreenShare(std::optional<Connection> telling,
                                                     std::optional<SpanScope> parentSpan) {
   return closeLocal(row(MediaType::share), std::move(telling), std::move(parentSpan));
+}
+
+Task<std::optional<std::string>> Publishing::forgetLocalScreenShare() {
+  const auto self = shared_from_this();
+  const auto producer = _registry->getProducerByKind(MediaKind::video, true);
+  if (!producer) co_return std::nullopt;
+  co_await closeOnMain(producer);
+  _registry->removeProducer(producer->id());
+  co_return producer->id();
 }
 
 Task<std::string> Publishing::closeLocal(const Row& texts, std::optional<Connection> telling,
@@ -378,6 +411,7 @@ Task<void> Publishing::closeOnMain(std::shared_ptr<Producer> producer) {
 void Publishing::removeTrack(MediaType type, const std::shared_ptr<RTCMediaStreamTrack>& track) {
   if (type == MediaType::audio) _capturer->removeAudioTrack(track);
   if (type == MediaType::video) _capturer->removeVideoTrack(track);
+  if (type == MediaType::share) _broadcast->removeBroadcastTrack(track);
 }
 
 void Publishing::onTransportClose(const std::shared_ptr<Producer>& producer) {

@@ -28,4 +28,21 @@ private:
   std::vector<std::weak_ptr<Observer>> _observers;
 };
 
+/// Notifications by name among the processes of one user that share a group's directory. They carry
+/// nothing but their name, and reach whoever observes at that moment. Thread-safe.
+class CrossProcessNotifications {
+public:
+  /// Observes for as long as it lives.
+  class Observer {
+  public:
+    virtual ~Observer() = default;
+  };
+  virtual ~CrossProcessNotifications() = default;
+  /// `handler` is called on a background thread. Nothing when the directory can't be used.
+  [[nodiscard]] virtual std::shared_ptr<Observer> addObserver(const std::string& container,
+                                                              std::string name,
+                                                              std::function<void()> handler) = 0;
+  virtual void post(const std::string& container, const std::string& name) = 0;
+};
+
 }  // namespace kestrova

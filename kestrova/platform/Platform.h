@@ -23,6 +23,8 @@
 
 namespace kestrova {
 
+class ScreenSharing;
+
 /// What the operating system says of itself.
 struct OperatingSystem {
   std::string machine;  ///< the hardware name, as `uname` gives it
@@ -61,6 +63,8 @@ struct Platform {
   std::function<std::unique_ptr<VNImageRequestHandler>()> makeImageRequestHandler;
   /// The size of the main screen in pixels; nothing without one.
   std::function<std::optional<std::pair<int, int>>()> mainScreenSize;
+  /// Nothing on a platform whose screen can't be shared.
+  std::shared_ptr<ScreenSharing> screenSharing;
 
   static std::shared_ptr<const Platform> current();
   /// Replaces the process's platform. Objects made before keep the one they were made with.

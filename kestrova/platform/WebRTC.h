@@ -83,6 +83,8 @@ class RTCPeerConnectionFactory {
 public:
   virtual ~RTCPeerConnectionFactory() = default;
   virtual std::shared_ptr<RTCVideoSource> videoSource() = 0;
+  /// The same for pictures of a screen: what is short of bits loses frames before it loses detail.
+  virtual std::shared_ptr<RTCVideoSource> videoSourceForScreenCast() { return videoSource(); }
   /// \param constraints texts such as "googEchoCancellation": "true"
   virtual std::shared_ptr<RTCAudioSource> audioSource(
       const std::map<std::string, std::string>& constraints) = 0;

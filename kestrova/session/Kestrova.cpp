@@ -3,6 +3,7 @@
 #include <kestrova/media/MediaConfigStore.h>
 #include <kestrova/model/Secrets.h>
 #include <kestrova/platform/Platform.h>
+#include <kestrova/platform/ScreenSharing.h>
 #include <kestrova/session/Kestrova.h>
 #include <kestrova/session/MeetingCore.h>
 #include <kestrova/session/Utils.h>
@@ -253,6 +254,10 @@ std::shared_ptr<BaseKeyProvider> Kestrova::baseKeyProvider() {
 void Kestrova::setBaseKeyProvider(std::shared_ptr<BaseKeyProvider> provider) {
   std::scoped_lock held(configuration().configLock);
   configuration().baseKeyProvider.swap(provider);
+}
+
+void Kestrova::configureScreenShare(const ScreenShareConfig& config) {
+  if (const auto screen = Platform::current()->screenSharing) screen->configure(config);
 }
 
 void Kestrova::configureCapture(const CaptureConfig& config) {

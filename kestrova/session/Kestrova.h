@@ -6,6 +6,7 @@
 #include <kestrova/model/MetaData.h>
 #include <kestrova/model/RoomClientError.h>
 #include <kestrova/platform/Capture.h>
+#include <kestrova/platform/ScreenShareConfig.h>
 #include <kestrova/platform/TaskFwd.h>
 #include <kestrova/session/Meeting.h>
 #include <kestrova/tracing/LogHandler.h>
@@ -124,6 +125,9 @@ public:
   /// Which devices are "the camera" and "the microphone" of this process, from the next capture on:
   /// one that runs is not disturbed.
   static void configureCapture(const CaptureConfig& config);
+
+  /// Who sends the screen when a meeting shares it, from the next share on.
+  static void configureScreenShare(const ScreenShareConfig& config);
 
   static void setLogLevel(LogLevel level);
   /// Gives the log of this process to `handler` instead of the standard error stream; nullptr gives

@@ -1,5 +1,5 @@
-#include <kestrova/model/RoomClientError.h>
 #include <kestrova/session/MediaControls.h>
+#include <kestrova/session/ScreenShareControls.h>
 #include <kestrova/tracing/Trace.h>
 
 #include <utility>
@@ -10,6 +10,7 @@ MediaControls::MediaControls(std::shared_ptr<MeetingContext> context,
                              std::shared_ptr<ParticipantRegistry> registry)
     : microphone(std::make_shared<MicrophoneControls>(context)),
       camera(std::make_shared<CameraControls>(context, std::move(registry))),
+      screen(std::make_shared<ScreenShareControls>(context)),
       _context(std::move(context)) {}
 
 /// Has a device that ends by itself end its stream.
@@ -32,20 +33,28 @@ Task<void> MediaControls::startWishedMedia(Mode mode, Connection connection,
   watchCapture();
   co_await microphone->clearEarlier(connection);
   co_await camera->clearEarlier(connection);
+  co_await screen->clearEarlier(connection);
   auto startingMicrophone = microphone->startWished(mode, connection, parentSpan);
   co_await std::move(startingMicrophone);
   auto startingCamera = camera->startWished(mode, connection, parentSpan);
   co_await std::move(startingCamera);
+  auto startingScreen = screen->resume(connection, parentSpan);
+  co_await std::move(startingScreen);
 }
 
 void MediaControls::releaseCustomStreams() {
   microphone->releaseCustomStream();
   camera->releaseCustomStream();
+  screen->end();
 }
 
 Task<void> MediaControls::stopStragglers(Connection connection,
                                          std::optional<SpanScope> parentSpan) {
   const auto self = shared_from_this();
+  if (screen->isScreenSharingActive()) {
+    auto stopping = screen->stopForMode(connection, parentSpan);
+    co_await std::move(stopping);
+  }
   const std::shared_ptr<LocalMedium> media[] = {camera, microphone};
   for (const auto& medium : media) {
     if (!medium->isPublished()) continue;
@@ -57,16 +66,8 @@ Task<void> MediaControls::stopStragglers(Connection connection,
 Task<void> MediaControls::stopPublishing(Connection connection,
                                          std::optional<SpanScope> parentSpan) {
   const auto self = shared_from_this();
-  {
-    ScopedSpan span("Disabling Screen Share", {}, parentSpan);
-    try {
-      auto closing =
-          _context->roomClient()->publishing()->closeLocalScreenShare(connection, span.scope());
-      _context->localParticipant->removeStream(co_await std::move(closing));
-    } catch (const RoomClientFailure&) {
-      // Nothing was shared.
-    }
-  }
+  auto stoppingScreen = screen->stopForMode(connection, parentSpan);
+  co_await std::move(stoppingScreen);
   auto stoppingCamera = camera->stopForMode(connection, parentSpan);
   co_await std::move(stoppingCamera);
   auto stoppingMicrophone = microphone->stopForMode(connection, parentSpan);

@@ -10,8 +10,10 @@
 
 namespace kestrova {
 
-/// What the local participant publishes, as a whole: brings microphone and camera up as wished,
-/// and takes everything down.
+class ScreenShareControls;
+
+/// What the local participant publishes, as a whole: brings microphone, camera and screen up as
+/// wished, and takes everything down.
 class MediaControls : public std::enable_shared_from_this<MediaControls> {
 public:
   MediaControls(std::shared_ptr<MeetingContext> context,
@@ -19,9 +21,10 @@ public:
 
   const std::shared_ptr<MicrophoneControls> microphone;
   const std::shared_ptr<CameraControls> camera;
+  const std::shared_ptr<ScreenShareControls> screen;
 
   /// Clears what an earlier connection left, then starts microphone and camera as wished and as the
-  /// mode allows. Ends quietly when `connection` goes meanwhile.
+  /// mode allows; a screen that is shared goes on. Ends quietly when `connection` goes meanwhile.
   Task<void> startWishedMedia(Mode mode, Connection connection,
                               std::optional<SpanScope> parentSpan);
   /// Stops screen share, webcam and microphone, in this order; the wishes stay as they are.
@@ -30,7 +33,8 @@ public:
   /// Stops what is published after all, in a mode that has no sending.
   Task<void> stopStragglers(Connection connection, std::optional<SpanScope> parentSpan);
 
-  /// The meeting is over: no camera or microphone that the library opened runs on.
+  /// The meeting is over: no camera or microphone that the library opened runs on, and no screen is
+  /// sent.
   void releaseCustomStreams();
 
 private:

@@ -1,6 +1,7 @@
 #include <kestrova/platform/Await.h>
 #include <kestrova/session/Meeting.h>
 #include <kestrova/session/MeetingCore.h>
+#include <kestrova/session/ScreenShareControls.h>
 #include <kestrova/signalling/SDKConfiguration.h>
 #include <kestrova/tracing/Trace.h>
 
@@ -184,6 +185,12 @@ void Meeting::enableWebcam(const std::shared_ptr<CustomRTCMediaStream>& customVi
 }
 void Meeting::disableWebcam() {
   if (_core->allows("disableWebcam")) _core->media->camera->turnOff();
+}
+void Meeting::enableScreenShare() {
+  if (_core->allows("enableScreenShare")) _core->media->screen->enableScreenShare();
+}
+void Meeting::disableScreenShare() {
+  if (_core->allows("disableScreenShare")) _core->media->screen->disableScreenShare();
 }
 void Meeting::switchWebcam() {
   if (_core->allows("switchWebcam")) _core->media->camera->switchWebcam();

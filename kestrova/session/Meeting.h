@@ -109,6 +109,12 @@ public:
   /// Publishes the camera, or the application's own track.
   void enableWebcam(const std::shared_ptr<CustomRTCMediaStream>& customVideoStream = nullptr);
   void disableWebcam();
+  /// Shares the screen: starts the program that sends it (see `Kestrova::configureScreenShare`), or
+  /// waits for one that is started by hand. Others see it from the local participant's
+  /// `onStreamEnabled` on. It ends with `disableScreenShare`, with that program, with the meeting,
+  /// and with a mode without sending; a lost connection interrupts it, and the return takes it up.
+  void enableScreenShare();
+  void disableScreenShare();
   /// From the camera in front to the one in the back, and back; while it is off, for the next time.
   /// With a single camera nothing changes but a line in the trace.
   void switchWebcam();

@@ -130,6 +130,7 @@ private:
   // The meeting's side of it, for those who keep participants and streams in step with the service.
   friend class AgentParticipant;
   friend class LocalMedium;
+  friend class ScreenShareControls;
   friend class MediaControls;
   friend class MeetingCore;
   friend class MeetingLifecycle;

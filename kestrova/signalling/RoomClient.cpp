@@ -1,3 +1,4 @@
+#include <kestrova/media/BroadcastCapturer.h>
 #include <kestrova/media/StillPicture.h>
 #include <kestrova/media/StreamFacts.h>
 #include <kestrova/model/RoomClientError.h>
@@ -28,15 +29,17 @@ RoomClient::RoomClient(RoomClientOptions options)
     : _context(std::make_shared<RoomContext>(std::move(options))),
       _registry(std::make_shared<MediaRegistry>(_context->stateQueue)),
       _capturer(MediaCapturer::make()),
+      _broadcast(BroadcastCapturer::make()),
       _monitor(std::make_shared<TransportMonitor>(_context, _registry)),
       _transports(std::make_shared<Transports>(_context, _registry, _monitor)),
-      _publishing(std::make_shared<Publishing>(_context, _registry, _transports, _capturer)),
+      _publishing(
+          std::make_shared<Publishing>(_context, _registry, _transports, _capturer, _broadcast)),
       _consuming(std::make_shared<Consuming>(_context, _registry, _transports)),
       _consumerControls(std::make_shared<ConsumerControls>(_context)),
       _serviceRequests(std::make_shared<ServiceRequests>(_context)),
       _joinSequence(std::make_shared<JoinSequence>(_context, _transports, _capturer)),
-      _teardown(
-          std::make_shared<Teardown>(_context, _registry, _transports, _publishing, _capturer)),
+      _teardown(std::make_shared<Teardown>(_context, _registry, _transports, _publishing, _capturer,
+                                           _broadcast)),
       _roomSwitch(std::make_shared<RoomSwitch>(_context, _consuming, _joinSequence, _teardown,
                                                _serviceRequests)),
       _modeChanging(std::make_shared<ModeChanging>(_context, _transports, _consuming)),

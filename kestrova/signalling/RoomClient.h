@@ -112,6 +112,7 @@ public:
   const std::shared_ptr<ConsumerControls>& consumerControls() const { return _consumerControls; }
   const std::shared_ptr<ServiceRequests>& serviceRequests() const { return _serviceRequests; }
   const std::shared_ptr<MediaCapturer>& capturer() const { return _capturer; }
+  const std::shared_ptr<BroadcastCapturer>& broadcast() const { return _broadcast; }
 
   void handleRemoteEvent(RemoteEvent event, const Dictionary& response) override;
   void handleNewConsumer(const Dictionary& response) override;
@@ -146,6 +147,7 @@ private:
   const std::shared_ptr<RoomContext> _context;
   const std::shared_ptr<MediaRegistry> _registry;
   const std::shared_ptr<MediaCapturer> _capturer;
+  const std::shared_ptr<BroadcastCapturer> _broadcast;
   const std::shared_ptr<TransportMonitor> _monitor;
   const std::shared_ptr<Transports> _transports;
   const std::shared_ptr<Publishing> _publishing;

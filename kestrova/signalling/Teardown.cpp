@@ -1,3 +1,4 @@
+#include <kestrova/media/BroadcastCapturer.h>
 #include <kestrova/media/ConsumerClosing.h>
 #include <kestrova/model/RoomClientError.h>
 #include <kestrova/signalling/Response.h>
@@ -10,12 +11,14 @@ namespace kestrova {
 
 Teardown::Teardown(std::shared_ptr<RoomContext> context, std::shared_ptr<MediaRegistry> registry,
                    std::shared_ptr<Transports> transports, std::shared_ptr<Publishing> publishing,
-                   std::shared_ptr<MediaCapturer> capturer)
+                   std::shared_ptr<MediaCapturer> capturer,
+                   std::shared_ptr<BroadcastCapturer> broadcast)
     : _context(std::move(context)),
       _registry(std::move(registry)),
       _transports(std::move(transports)),
       _publishing(std::move(publishing)),
-      _capturer(std::move(capturer)) {}
+      _capturer(std::move(capturer)),
+      _broadcast(std::move(broadcast)) {}
 
 namespace {
 
@@ -57,6 +60,7 @@ Task<void> Teardown::disconnect(LeaveReason leaveReason, bool closeSocket,
     ScopedSpan closing("Closing resources", {}, leaveSpan);
     attempt("streams", [this] { letGoOfStreams(); });
     co_await closeLocalMedia(closing.scope());
+    attempt("screen", [this] { _broadcast->removeBroadcastTrack(); });
     attempt("capture", [this] { _capturer->stop(); });
     attempt("transports", [this] { _transports->closeTransports(); });
     if (const auto& e2ee = _context->e2eeManager) e2ee->cleanupAll();

@@ -18,7 +18,7 @@ class Teardown : public std::enable_shared_from_this<Teardown> {
 public:
   Teardown(std::shared_ptr<RoomContext> context, std::shared_ptr<MediaRegistry> registry,
            std::shared_ptr<Transports> transports, std::shared_ptr<Publishing> publishing,
-           std::shared_ptr<MediaCapturer> capturer);
+           std::shared_ptr<MediaCapturer> capturer, std::shared_ptr<BroadcastCapturer> broadcast);
 
   Task<void> disconnect(LeaveReason leaveReason, bool closeSocket,
                         std::shared_ptr<void> goodbye = {});
@@ -34,6 +34,7 @@ private:
   const std::shared_ptr<Transports> _transports;
   const std::shared_ptr<Publishing> _publishing;
   const std::shared_ptr<MediaCapturer> _capturer;
+  const std::shared_ptr<BroadcastCapturer> _broadcast;
 
   std::mutex _teardownLock;
   bool _didTearDown = false;

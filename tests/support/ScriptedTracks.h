@@ -66,6 +66,11 @@ public:
   std::shared_ptr<RTCVideoSource> videoSource() override {
     return newestVideoSource = std::make_shared<ScriptedVideoSource>(_journal);
   }
+  std::shared_ptr<RTCVideoSource> videoSourceForScreenCast() override {
+    auto source = std::make_shared<ScriptedVideoSource>(_journal);
+    screenSource = source;
+    return source;
+  }
   std::shared_ptr<RTCAudioSource> audioSource(
       const std::map<std::string, std::string>& constraints) override {
     audioConstraints = constraints;
@@ -81,6 +86,8 @@ public:
   }
 
   std::shared_ptr<ScriptedVideoSource> newestVideoSource;
+  /// The newest one for a screen.
+  std::weak_ptr<ScriptedVideoSource> screenSource;
   /// Those of the newest audio source.
   std::map<std::string, std::string> audioConstraints;
 

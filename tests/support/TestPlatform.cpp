@@ -24,7 +24,8 @@ TestPlatform::TestPlatform()
       .makeDevice = [media = media] { return std::make_shared<ScriptedDevice>(media); },
       .peerConnectionFactory = [factory = factory] { return factory; },
       .operatingSystem = {.machine = "x86_64", .major = 12, .minor = 5, .patch = 0},
-      .frameCryptors = cryptors};
+      .frameCryptors = cryptors,
+      .screenSharing = screen};
   Platform::install(std::move(platform));
   MainQueue::adopt(_io.get_executor());
   SdkTracer::shared().setLogLevel(LogLevel::none);

@@ -10,6 +10,7 @@
 #include "ScriptedCapture.h"
 #include "ScriptedCryptors.h"
 #include "ScriptedMediasoup.h"
+#include "ScriptedScreen.h"
 #include "ScriptedService.h"
 #include "ScriptedSession.h"
 #include "ScriptedSocket.h"
@@ -59,6 +60,7 @@ public:
   const std::shared_ptr<ScriptedFactory> factory = std::make_shared<ScriptedFactory>(journal);
   const std::shared_ptr<ScriptedCryptors> cryptors = std::make_shared<ScriptedCryptors>(journal);
   const std::shared_ptr<ScriptedCapture> capture;
+  const std::shared_ptr<ScriptedScreen> screen = std::make_shared<ScriptedScreen>(journal);
   TraceRecorder& traces = TraceRecorder::shared();
 };
 

@@ -1,5 +1,6 @@
 #include <kestrova/platform/Platform.h>
 #include <kestrova/platform/Runtime.h>
+#include <kestrova/platform/ScreenSharing.h>
 #include <kestrova/platform/linux/ProcessUsage.h>
 #include <kestrova/platform/linux/capture/CaptureDevices.h>
 #include <kestrova/platform/linux/e2ee/LinuxFrameCryptors.h>
@@ -8,6 +9,7 @@
 #include <kestrova/platform/linux/imaging/LinuxImaging.h>
 #include <kestrova/platform/linux/imaging/MainScreen.h>
 #include <kestrova/platform/linux/mediasoup/MediasoupDevice.h>
+#include <kestrova/platform/linux/screen/LinuxScreenSharing.h>
 #include <kestrova/platform/linux/segmentation/PersonSegmentation.h>
 #include <kestrova/platform/linux/socketio/SocketManager.h>
 #include <kestrova/platform/linux/webrtc/PeerConnectionFactory.h>
@@ -55,6 +57,7 @@ Platform makeLinuxPlatform() {
       .makeContext = makeCompositor,
       .makeImageRequestHandler = makeImageRequestHandler,
       .mainScreenSize = [] { return mainScreenSize(); },
+      .screenSharing = makeScreenSharing(Runtime::network()),
   };
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <kestrova/media/BroadcastCapturer.h>
 #include <kestrova/media/ConsumerControls.h>
 #include <kestrova/media/Consuming.h>
 #include <kestrova/media/Publishing.h>
@@ -53,10 +54,11 @@ struct MediaBench {
   const std::shared_ptr<MediaRegistry> registry =
       std::make_shared<MediaRegistry>(context->stateQueue);
   const std::shared_ptr<MediaCapturer> capturer = MediaCapturer::make();
+  const std::shared_ptr<BroadcastCapturer> broadcast = BroadcastCapturer::make();
   const std::shared_ptr<Transports> transports = std::make_shared<Transports>(
       context, registry, std::make_shared<TransportMonitor>(context, registry));
   const std::shared_ptr<Publishing> publishing =
-      std::make_shared<Publishing>(context, registry, transports, capturer);
+      std::make_shared<Publishing>(context, registry, transports, capturer, broadcast);
   const std::shared_ptr<Consuming> consuming =
       std::make_shared<Consuming>(context, registry, transports);
 };

@@ -102,37 +102,37 @@ TEST_F(MediaTest, eachFailureOfAPublishHasItsWordsAndItsError) {
   };
   const Row rows[] = {
       {"no transport",
-       [](auto& p) { p.media->refused = {"createSendTransport"}; },
+       [](auto& it) { it.media->refused = {"createSendTransport"}; },
        {3035, 3035},
        {"Error in unmuteMic() -> Tried to enable mic while meeting is in CONNECTING state.",
         "Error in enableWebcam() -> Tried to enable webcam while meeting is in CONNECTING state.",
         "error while creating sendTransport: createSendTransport refused"}},
       {"device can't",
-       [](auto& p) {
-         p.media->refused = {"audio", "video"};
+       [](auto& it) {
+         it.media->refused = {"audio", "video"};
        },
        {3012, 3011},
        {"Audio capture is not supported on this device or browser.",
         "Error in enableWebcam() -> Camera access unavailable."}},
       {"engine refuses",
-       [](auto& p) { p.media->refused = {"createProducer"}; },
+       [](auto& it) { it.media->refused = {"createProducer"}; },
        {},
        {"Error in unmuteMic() -> while creating microphone track", "Enable WebCam Failed"}},
       {"permission denied",
-       [](auto& p) {
-         p.capture->cameraStatus = AuthorisationStatus::denied;
-         p.capture->microphoneStatus = AuthorisationStatus::restricted;
+       [](auto& it) {
+         it.capture->cameraStatus = AuthorisationStatus::denied;
+         it.capture->microphoneStatus = AuthorisationStatus::restricted;
        },
        {3015, 3014},
        {"Permission to access the microphone was denied.",
         "Permission to access the camera was denied."}},
       {"no devices",
-       [](auto& p) { p.capture->hasMicrophone = false, p.capture->devices.clear(); },
+       [](auto& it) { it.capture->hasMicrophone = false, it.capture->devices.clear(); },
        {KestrovaError::ERROR_MICROPHONE_ACCESS_UNAVAILABLE.rawValue(),
         KestrovaError::ERROR_NO_WEBCAM_DEVICE_FOUND.rawValue()},
        {"Error in unmuteMic() -> Microphone access unavailable."}},
       {"devices fail",
-       [](auto& p) { p.capture->microphoneStart = fails, p.capture->cameraStart = fails; },
+       [](auto& it) { it.capture->microphoneStart = fails, it.capture->cameraStart = fails; },
        {KestrovaError::ERROR_MICROPHONE_ACCESS_UNAVAILABLE.rawValue(),
         KestrovaError::ERROR_VIDEO_TRACK_CREATION_FAILED.rawValue()},
        {"Failed to start video! the device is busy"}},

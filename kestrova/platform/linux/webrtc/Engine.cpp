@@ -169,6 +169,10 @@ std::shared_ptr<RTCVideoSource> Engine::videoSource() {
   return std::make_shared<VideoSource>(shared_from_this());
 }
 
+std::shared_ptr<RTCVideoSource> Engine::videoSourceForScreenCast() {
+  return std::make_shared<VideoSource>(shared_from_this(), true);
+}
+
 std::shared_ptr<RTCAudioSource> Engine::audioSource(
     const std::map<std::string, std::string>& constraints) {
   return std::make_shared<AudioSource>(shared_from_this(), constraints);

@@ -27,6 +27,7 @@ public:
   Engine& operator=(const Engine&) = delete;
 
   std::shared_ptr<RTCVideoSource> videoSource() override;
+  std::shared_ptr<RTCVideoSource> videoSourceForScreenCast() override;
   std::shared_ptr<RTCAudioSource> audioSource(
       const std::map<std::string, std::string>& constraints) override;
   std::shared_ptr<RTCVideoTrack> videoTrack(const std::shared_ptr<RTCVideoSource>& source,

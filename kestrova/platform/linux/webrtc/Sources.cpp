@@ -118,7 +118,7 @@ void VideoSource::onFrame(const VideoFrame& frame) {
 }
 
 rtc::scoped_refptr<VideoTap> VideoSource::tap(std::shared_ptr<VideoFeed> feed) {
-  auto tap = rtc::make_ref_counted<VideoTap>(_taps, std::move(feed));
+  auto tap = rtc::make_ref_counted<VideoTap>(_taps, std::move(feed), _isScreencast);
   std::scoped_lock held(_lock);  // a new limit reaches this track either here or by the list
   tap->limit(_limit.width, _limit.height, _limit.fps);
   _taps->add(tap);

@@ -54,11 +54,12 @@ private:
 /// What one local track is to the engine: the pictures of its source, none once the track is off.
 class VideoTap : public rtc::AdaptedVideoTrackSource {
 public:
-  VideoTap(std::weak_ptr<TapList<VideoTap>> siblings, std::shared_ptr<VideoFeed> feed)
-      : _siblings(std::move(siblings)), _feed(std::move(feed)) {}
+  VideoTap(std::weak_ptr<TapList<VideoTap>> siblings, std::shared_ptr<VideoFeed> feed,
+           bool isScreencast)
+      : _siblings(std::move(siblings)), _feed(std::move(feed)), _isScreencast(isScreencast) {}
   SourceState state() const override { return kLive; }
   bool remote() const override { return false; }
-  bool is_screencast() const override { return false; }
+  bool is_screencast() const override { return _isScreencast; }
   absl::optional<bool> needs_denoising() const override { return false; }
 
   void limit(int width, int height, int fps);
@@ -76,6 +77,7 @@ private:
   };
   const std::weak_ptr<TapList<VideoTap>> _siblings;
   const std::shared_ptr<VideoFeed> _feed;
+  const bool _isScreencast;
   // The delivering thread:
   rtc::TimestampAligner _aligner;
   EngineBuffers _buffers;
@@ -108,7 +110,8 @@ private:
 /// through without a copy.
 class VideoSource final : public RTCVideoSource {
 public:
-  explicit VideoSource(std::shared_ptr<Engine> engine) : _engine(std::move(engine)) {}
+  explicit VideoSource(std::shared_ptr<Engine> engine, bool isScreencast = false)
+      : _engine(std::move(engine)), _isScreencast(isScreencast) {}
   void adaptOutputFormat(int width, int height, int fps) override;
   void onFrame(const VideoFrame& frame) override;
   /// For one more track.
@@ -121,6 +124,7 @@ private:
     int fps = 0;
   };
   const std::shared_ptr<Engine> _engine;
+  const bool _isScreencast;
   const std::shared_ptr<TapList<VideoTap>> _taps = std::make_shared<TapList<VideoTap>>();
   std::mutex _lock;
   Limit _limit;  // under _lock

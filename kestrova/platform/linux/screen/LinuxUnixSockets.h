@@ -1,0 +1,11 @@
+#pragma once
+
+#include <kestrova/platform/UnixSockets.h>
+
+#include <memory>
+
+namespace kestrova {
+
+std::shared_ptr<UnixSockets> makeUnixSockets();
+
+}  // namespace kestrova

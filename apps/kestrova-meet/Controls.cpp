@@ -29,6 +29,7 @@ void Controls::press(char key) {
                                  {'v', &Controls::toggleWebcam},
                                  {'b', &Controls::toggleBackground},
                                  {'i', &Controls::takeStill},
+                                 {'s', &Controls::toggleScreen},
                                  {'q', &Controls::changeQuality},
                                  {'p', &Controls::togglePin},
                                  {'R', &Controls::toggle<Service::recording>},
@@ -45,9 +46,9 @@ void Controls::press(char key) {
 }
 
 std::string Controls::help() {
-  return "keys: m microphone, v webcam, b background, i still picture, q quality, p pin, R "
-         "recording, T transcription, H HLS, "
-         "W whiteboard, l leave, ? help";
+  return "keys: m microphone, v webcam, s screen, b background, i still picture, q quality, p pin, "
+         "R "
+         "recording, T transcription, H HLS, W whiteboard, l leave, ? help";
 }
 
 void Controls::tell(const std::string& line) {
@@ -72,6 +73,12 @@ void Controls::toggleWebcam() {
   if (on) return _meeting.disableWebcam();
   _picture.beforeWebcam();
   _meeting.enableWebcam();
+}
+
+void Controls::toggleScreen() {
+  const bool on = sends(MediaType::share);
+  tell(on ? "screen off" : "screen on");
+  on ? _meeting.disableScreenShare() : _meeting.enableScreenShare();
 }
 
 void Controls::changeQuality() {

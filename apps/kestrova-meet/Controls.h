@@ -29,6 +29,7 @@ public:
 private:
   void toggleMicrophone();
   void toggleWebcam();
+  void toggleScreen();
   void changeQuality();
   void togglePin();
   void toggleBackground() { _picture.toggleBackground(); }

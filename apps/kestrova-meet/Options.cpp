@@ -8,6 +8,8 @@
 #include <cmath>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
+#include <sstream>
 #include <string_view>
 
 namespace kestrova::meet {
@@ -96,6 +98,11 @@ Service service(const std::string& value) {
                    "\"");
 }
 
+std::vector<std::string> words(const std::string& value) {
+  std::istringstream in(value);
+  return {std::istream_iterator<std::string>(in), {}};
+}
+
 /// Nothing given is any free port.
 std::uint16_t port(const std::string& value) {
   if (value.empty()) return 0;
@@ -153,6 +160,12 @@ constexpr Row rows[] = {
      [](Options& o, const std::string& v) { o.capture.speaker = v; }},
     {"--tone-hz", "HZ", "pitch of the tone (440)",
      [](Options& o, const std::string& v) { o.capture.toneHz = tone(v); }},
+    {"--screen", "", "share the screen after the join",
+     [](Options& o, const std::string&) { o.screen = true; }},
+    {"--screen-with", "ARGS", "what kestrova-broadcast, which sends it, is started with",
+     [](Options& o, const std::string& v) { o.screenShare.arguments = words(v); }},
+    {"--screen-program", "PATH", "another program that sends it; empty waits for one",
+     [](Options& o, const std::string& v) { o.screenShare.screenSharingExtension = v; }},
     {"--duration", "TIME", "leave this long after the join: 10s, 500ms, 2m",
      [](Options& o, const std::string& v) { o.duration = duration(v); }},
     {"--snapshot", "DIR", "write the last picture of each remote participant there, as PNG",
@@ -269,11 +282,14 @@ std::string usageText() {
     left.resize(std::max(column, left.size() + 1), ' ');
     text += left + std::string(row.help) + "\n";
   }
-  text +=
-      "\nOn a terminal, without --json and --chat: m microphone, v webcam, b background,\n"
-      "i still picture of us into a file, q quality and p pin of "
-      "who\n"
-      "came last, l leave, ? help. Capitals start and stop services of the meeting: R recording,\n"
+  text += "
+      On a terminal,
+      without-- json and --chat : m microphone, v webcam, s screen, b background,
+      "
+      "i still picture of us into a file, q quality and p pin of who came last, l leave, ? help.
+      "
+      "Capitals start and stop services of the meeting: R recording,
+      "
       "T transcription, H HLS, W whiteboard.\n"
       "\nWith --chat a line is a message, or one of /set KEY VALUE (no value clears), /get KEY,\n"
       "/watch KEY, /file PATH, and for an AI character /say ID TEXT or @ID TEXT, /interrupt ID;\n"

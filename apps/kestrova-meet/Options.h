@@ -2,6 +2,7 @@
 
 #include <kestrova/model/MeetingTypes.h>
 #include <kestrova/platform/Capture.h>
+#include <kestrova/platform/ScreenShareConfig.h>
 
 #include <chrono>
 #include <cstdint>
@@ -27,6 +28,8 @@ struct Options {
   std::string key;      ///< of an encrypted meeting
   std::string keyFile;  ///< where it stands
   CaptureConfig capture{.camera = "pattern", .microphone = "tone", .speaker = "none"};
+  bool screen = false;  ///< shared after the join
+  ScreenShareConfig screenShare;
   Mode mode = Mode::SEND_AND_RECV;
   std::optional<std::chrono::milliseconds> duration;  ///< from the join; for ever without it
   std::optional<std::filesystem::path> snapshot;

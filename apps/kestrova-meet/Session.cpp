@@ -46,6 +46,7 @@ Summary Session::run() {
   awaitSignal();
   Kestrova::setLogLevel(_options.verbose ? LogLevel::all : LogLevel::none);
   Kestrova::configureCapture(_options.capture);
+  Kestrova::configureScreenShare(_options.screenShare);
   Kestrova::config(_options.token);
   // A camera that has no background yet would show the room.
   const bool showsAtOnce = _options.capture.camera != "none" && _options.background.empty();
@@ -164,6 +165,7 @@ void Session::joined() {
 void Session::bringWhatIsWished() {
   if (!_options.background.empty() && _options.capture.camera != "none") _picture->bring();
   for (const auto service : _options.start) _services->start(service);
+  if (_options.screen) _meeting->enableScreenShare();
   if (!_options.relayTo.empty())
     _meeting->requestMediaRelay(_options.relayTo, _options.relayToken.empty()
                                                       ? std::nullopt

@@ -34,6 +34,15 @@ void connect(webrtc::AudioTrackInterface& track, AudioFeed* feed) {
   track.AddSink(feed);
 }
 
+void switchReceived(webrtc::VideoTrackInterface& track, bool enabled) {
+  track.set_enabled(enabled);
+}
+/// By its volume: a receiver whose track is switched gives its frame transformer, if it has one, to
+/// the engine once more, and there a debug check ends the process.
+void switchReceived(webrtc::AudioTrackInterface& track, bool enabled) {
+  if (auto* source = track.GetSource()) source->SetVolume(enabled ? 1 : 0);
+}
+
 }  // namespace
 
 /// Outlives the track for as long as the engine's thread has work for it.
@@ -100,7 +109,10 @@ template <class Kind>
 void Track<Kind>::setEnabled(bool enabled) {
   _line->feed->enabled = enabled;
   _engine->post([line = _line, enabled] {
-    line->track->set_enabled(enabled);
+    if (line->tap)
+      line->track->set_enabled(enabled);
+    else
+      switchReceived(*line->track, enabled);
     line->feed->enabledInEngine = enabled;
   });
 }

@@ -103,9 +103,15 @@ TEST_P(FrameCipherTest, framesWithTheMarkPassAndLoseIt) {
   EXPECT_FALSE(receiver.decrypt(bytes("MAGIC")).frame) << "nothing is left of it";
 }
 
+std::string nameOf(const testing::TestParamInfo<FrameCodec>& tested) {
+  constexpr const char* names[] = {"unknown", "opus", "vp8", "vp9", "h264"};
+  return names[static_cast<int>(tested.param)];
+}
+
 INSTANTIATE_TEST_SUITE_P(Codecs, FrameCipherTest,
                          testing::Values(FrameCodec::opus, FrameCodec::vp8, FrameCodec::vp9,
-                                         FrameCodec::h264));
+                                         FrameCodec::h264),
+                         nameOf);
 
 TEST(FrameCipherNonceTest, noTwoFramesOfAMeetingShareANonce) {
   const auto keys = ring();

@@ -163,7 +163,8 @@ void Session::joined() {
 }
 
 void Session::bringWhatIsWished() {
-  if (!_options.background.empty() && _options.capture.camera != "none") _picture->bring();
+  const bool showsUs = sendsMedia(_options.mode) && _options.capture.camera != "none";
+  if (showsUs && !_options.background.empty()) _picture->bring();
   for (const auto service : _options.start) _services->start(service);
   if (_options.screen) _meeting->enableScreenShare();
   if (!_options.relayTo.empty())

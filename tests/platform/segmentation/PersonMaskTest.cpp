@@ -60,7 +60,8 @@ TEST(PersonMask, theSamePictureGivesTheSameMaskAndAnEmptyRoomNobody) {
   std::fill_n(wall.mutableY(), 640 * 480, std::uint8_t{120});
   std::fill_n(wall.mutableU(), 320 * 240, std::uint8_t{128});
   std::fill_n(wall.mutableV(), 320 * 240, std::uint8_t{128});
-  const auto nobody = makeImageRequestHandler()->perform({}, wall);
+  const auto other = makeImageRequestHandler();
+  const auto nobody = other->perform({}, wall);
   int found = 0;
   for (int i = 0; i < nobody.width * nobody.height; ++i) found += nobody.pixels[i] >= 128;
   EXPECT_LT(found, nobody.width * nobody.height / 50);

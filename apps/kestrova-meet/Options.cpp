@@ -282,15 +282,12 @@ std::string usageText() {
     left.resize(std::max(column, left.size() + 1), ' ');
     text += left + std::string(row.help) + "\n";
   }
-  text += "
-      On a terminal,
-      without-- json and --chat : m microphone, v webcam, s screen, b background,
-      "
-      "i still picture of us into a file, q quality and p pin of who came last, l leave, ? help.
-      "
-      "Capitals start and stop services of the meeting: R recording,
-      "
-      "T transcription, H HLS, W whiteboard.\n"
+  text +=
+      "\nOn a terminal, without --json and --chat: m microphone, v webcam, s screen, b "
+      "background,\n"
+      "i still picture of us into a file, q quality and p pin of who came last, l leave, ? help.\n"
+      "Capitals start and stop services of the meeting: R recording, T transcription, H HLS,\n"
+      "W whiteboard.\n"
       "\nWith --chat a line is a message, or one of /set KEY VALUE (no value clears), /get KEY,\n"
       "/watch KEY, /file PATH, and for an AI character /say ID TEXT or @ID TEXT, /interrupt ID;\n"
       "of an encrypted meeting /rekey reads --key-file again, /ratchet goes on to the next key;\n"

@@ -1,6 +1,6 @@
+#include <kestrova/media/I420BufferPool.h>
 #include <kestrova/media/ImageDownload.h>
 #include <kestrova/media/KestrovaBackgroundProcessor.h>
-#include <kestrova/media/PixelBufferPool.h>
 #include <kestrova/model/Secrets.h>
 #include <kestrova/platform/Platform.h>
 #include <kestrova/tracing/Trace.h>
@@ -60,7 +60,7 @@ struct KestrovaBackgroundProcessor::State {
   bool isPrepared = false;
   std::unique_ptr<VNImageRequestHandler> handler;
   std::unique_ptr<CIContext> reusableCIContext;
-  std::optional<PixelBufferPool> pixelBufferPool;
+  std::optional<I420BufferPool> pixelBufferPool;
   int poolWidth = 0;
   int poolHeight = 0;
 };

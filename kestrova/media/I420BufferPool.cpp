@@ -1,4 +1,4 @@
-#include <kestrova/media/PixelBufferPool.h>
+#include <kestrova/media/I420BufferPool.h>
 
 #include <atomic>
 #include <cstddef>
@@ -11,7 +11,7 @@ constexpr std::size_t mostKept = 8;
 
 }  // namespace
 
-std::shared_ptr<I420Buffer> PixelBufferPool::createPixelBuffer() {
+std::shared_ptr<I420Buffer> I420BufferPool::createPixelBuffer() {
   for (const auto& buffer : _all) {
     if (buffer.use_count() > 1) continue;
     // Whoever let go of it last has finished reading.

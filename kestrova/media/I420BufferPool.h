@@ -9,9 +9,9 @@ namespace kestrova {
 
 /// Pictures of one size that are used again once nobody else looks at them. One thread at a time;
 /// what it gave may outlive it, and be let go of on any thread.
-class PixelBufferPool {
+class I420BufferPool {
 public:
-  PixelBufferPool(int width, int height) : _width(width), _height(height) {}
+  I420BufferPool(int width, int height) : _width(width), _height(height) {}
   /// A picture with undefined content.
   std::shared_ptr<I420Buffer> createPixelBuffer();
 

@@ -109,7 +109,8 @@ int main(int argc, char** argv) {
     return complain("there is no folder of this user alone to meet in", broadcastExit::failed);
   const auto center = makeNotifications(boost::asio::system_executor());
   const int code = share(options, *folder, *center);
-  center->post(*folder, "kestrova.flutter.stopScreenShare");
+  // Of a failure the exit code tells more, and the closed connection as much.
+  if (code == broadcastExit::finished) center->post(*folder, "kestrova.flutter.stopScreenShare");
   return code;
 }
 

@@ -90,6 +90,9 @@ public:
   void onSpeakerChanged(const std::optional<std::string>& participantId) override {
     note("speaker " + participantId.value_or("nobody"));
   }
+  void onPresenterChanged(const std::optional<std::string>& participantId) override {
+    note("presenter " + participantId.value_or("nobody"));
+  }
   void onMeetingStateChanged(MeetingState state) override { note(words("state", name(state))); }
   void onEntryResponded(const std::string& id, const std::string& decision) override {
     note(words("entry", id, decision));

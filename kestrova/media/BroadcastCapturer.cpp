@@ -36,7 +36,7 @@ BroadcastCapturer::~BroadcastCapturer() {
 std::optional<std::string> BroadcastCapturer::lookUpAppGroupIdentifier() const {
   {
     std::scoped_lock held(_sourceLock);
-    if (_group) return _group;
+    if (!_group.empty()) return _group;
   }
   const auto& screen = _platform->screenSharing;
   return screen ? screen->infoValue(appGroupIdentifierKey) : std::nullopt;

@@ -40,6 +40,7 @@ public:
   /// The group that the application declared, or the one that `useGroup` put in its place.
   std::optional<std::string> lookUpAppGroupIdentifier() const;
   std::optional<std::string> filePathForIdentifier(const std::string& identifier) const;
+  /// \param identifier empty: the one that was declared
   void useGroup(std::string identifier);
 
   /// `handler` is told, on the bridge's own thread, when the sender has gone. Replaces an earlier
@@ -66,7 +67,7 @@ private:
   std::shared_ptr<RTCVideoTrack> _track;
   std::shared_ptr<SocketConnectionFrameReader> _framereader;
   std::shared_ptr<BroadcastSocketConnection> _socketconnection;
-  std::optional<std::string> _group;
+  std::string _group;
   std::function<void()> _ended;
   VideoFrame _last;
   std::optional<std::int64_t> _firstTimeUs;

@@ -90,7 +90,7 @@ void ScreenShareControls::begin(Number number) {
   // The program that is started here meets nobody else's socket.
   if (extension && declared) share.group = _screen->ownGroup(*declared);
   const auto group = share.group.empty() ? declared.value_or("") : share.group;
-  if (!group.empty()) _context->roomClient()->broadcast()->useGroup(group);
+  _context->roomClient()->broadcast()->useGroup(group);
   _context->roomClient()->broadcast()->onEnded([weak = weak_from_this(), number] {
     if (const auto self = weak.lock()) self->stopShare(number);
   });

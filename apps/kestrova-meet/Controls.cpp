@@ -69,10 +69,9 @@ void Controls::toggleMicrophone() {
 
 void Controls::toggleWebcam() {
   const bool on = sends(MediaType::video);
+  if (!on && !_picture.beforeWebcam()) return;
   tell(on ? "webcam off" : "webcam on");
-  if (on) return _meeting.disableWebcam();
-  _picture.beforeWebcam();
-  _meeting.enableWebcam();
+  on ? _meeting.disableWebcam() : _meeting.enableWebcam();
 }
 
 void Controls::toggleScreen() {

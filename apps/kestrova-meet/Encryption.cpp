@@ -9,11 +9,14 @@
 namespace kestrova::meet {
 namespace {
 
+constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
+
 /// Its first line.
 std::string keyFrom(const std::string& file) {
   std::ifstream in(file);
   std::string key;
   if (!in || !std::getline(in, key)) throw std::runtime_error("no key can be read from " + file);
+  if (key.starts_with(byteOrderMark)) key.erase(0, byteOrderMark.size());
   return key;
 }
 

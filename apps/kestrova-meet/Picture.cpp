@@ -48,21 +48,31 @@ Picture::Picture(Meeting& meeting, MeetingWatcher& watcher, std::string backgrou
       _folder(std::move(folder)) {}
 
 void Picture::bring() {
+  if (_processor) {  // joined again
+    if (_isThere && _awaitsWebcam) turnOn();
+    return;
+  }
   using Processor = KestrovaBackgroundProcessor;
   const auto there = [this, weak = std::weak_ptr(_life)](bool isThere) {
     if (weak.expired()) return;
+    _isThere = isThere;
     _watcher.note("background", {{"there", isThere}},
                   isThere ? "the background is there" : "no background: the camera stays off");
-    if (!isThere) return;
-    show(true);
-    _meeting.enableWebcam();
+    if (isThere) turnOn();
   };
-  if (_source == blurred) {
-    _processor = std::make_shared<Processor>(Processor::Blur());
-    there(true);
-  } else {
+  _awaitsWebcam = true;
+  if (_source == blurred)
+    _processor = std::make_shared<Processor>(Processor::Blur(), there);
+  else
     _processor = std::make_shared<Processor>(_source, there);
-  }
+}
+
+/// While the connection is away nothing can be turned on: the next join does it.
+void Picture::turnOn() {
+  if (_meeting.meetingState() != MeetingState::CONNECTED) return;
+  _awaitsWebcam = false;
+  show(true);
+  _meeting.enableWebcam();
 }
 
 void Picture::show(bool on) {
@@ -70,11 +80,20 @@ void Picture::show(bool on) {
   _meeting.setVideoProcessor(on ? _processor : nullptr);
 }
 
-void Picture::beforeWebcam() {
+bool Picture::mayShow() {
+  if (_source.empty() || _isThere) return true;
+  tell("there is no background yet: the webcam stays off");
+  return false;
+}
+
+bool Picture::beforeWebcam() {
+  if (!mayShow()) return false;
   if (_isOn) show(true);
+  return true;
 }
 
 void Picture::toggleBackground() {
+  if (!mayShow()) return;
   if (!_processor)
     _processor = std::make_shared<KestrovaBackgroundProcessor>(KestrovaBackgroundProcessor::Blur());
   show(!_isOn);

@@ -18,10 +18,11 @@ public:
   Picture(Meeting& meeting, MeetingWatcher& watcher, std::string background,
           std::filesystem::path folder);
 
-  /// Once joined: turns the camera on as soon as the background is there, and not before.
+  /// At each join: turns the camera on as soon as the background is there, and not before.
   void bring();
-  /// The background goes with the camera: before it is turned on again.
-  void beforeWebcam();
+  /// The background goes with the camera: before it is turned on again. \returns whether it may be:
+  /// not without the background that was asked for
+  bool beforeWebcam();
   /// From the background to the room as it is, and back; without any, the room out of focus.
   void toggleBackground();
   /// Writes a still picture to a file.
@@ -29,7 +30,9 @@ public:
 
 private:
   struct Life {};
+  void turnOn();
   void show(bool on);
+  bool mayShow();
   void tell(const std::string& line) { _watcher.note("key", line); }
   void keep(const std::string& jpegInBase64);
 
@@ -39,6 +42,8 @@ private:
   const std::filesystem::path _folder;
   std::shared_ptr<KestrovaBackgroundProcessor> _processor;
   bool _isOn = false;
+  bool _isThere = false;
+  bool _awaitsWebcam = false;
   int _stills = 0;
   const std::shared_ptr<Life> _life = std::make_shared<Life>();  // for what is told later
 };

@@ -151,6 +151,8 @@ Sample Session::sample() const {
 void Session::joined() {
   const bool first = !std::exchange(_joined, true);
   if (_ending) return;
+  const bool showsUs = sendsMedia(_options.mode) && _options.capture.camera != "none";
+  if (showsUs && !_options.background.empty()) _picture->bring();
   if (first) bringWhatIsWished();  // before the chat talks to it
   if (_chat) _chat->joined();
   if (!first) return;
@@ -163,8 +165,6 @@ void Session::joined() {
 }
 
 void Session::bringWhatIsWished() {
-  const bool showsUs = sendsMedia(_options.mode) && _options.capture.camera != "none";
-  if (showsUs && !_options.background.empty()) _picture->bring();
   for (const auto service : _options.start) _services->start(service);
   if (_options.screen) _meeting->enableScreenShare();
   if (!_options.relayTo.empty())

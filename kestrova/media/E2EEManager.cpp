@@ -19,19 +19,28 @@ void E2EEManager::setDelegate(std::weak_ptr<E2EEManagerDelegate> delegate) {
 }
 
 void E2EEManager::setupEncryption(const std::shared_ptr<Producer>& producer) {
-  setUp(producer->rtpSender(), producer->id());
+  setUp(producer, producer->rtpSender());
 }
 
 void E2EEManager::setupDecryption(const std::shared_ptr<Consumer>& consumer) {
-  setUp(consumer->rtpReceiver(), consumer->id());
+  setUp(consumer, consumer->rtpReceiver());
 }
 
-template <class End>
-void E2EEManager::setUp(const std::shared_ptr<End>& end, const std::string& id) {
+void E2EEManager::closeEncryption(const std::shared_ptr<Producer>& producer) {
+  close(producer);
+}
+
+void E2EEManager::closeDecryption(const std::shared_ptr<Consumer>& consumer) {
+  close(consumer);
+}
+
+template <class Stream, class End>
+void E2EEManager::setUp(const std::shared_ptr<Stream>& stream, const std::shared_ptr<End>& end) {
   if (!end || !end->track()) return traceDebug("Track is not ready for encryption!");
-  _cryptorQueue->async([weak = weak_from_this(), end, id] {
+  _cryptorQueue->async([weak = weak_from_this(), stream, end] {
     const auto self = weak.lock();
-    if (!self) return;
+    if (!self || stream->closed()) return;
+    const auto id = stream->id();
     const auto cryptor =
         self->_platform ? self->_platform->makeFrameCryptor(self->_peerConnectionFactory, end, id,
                                                             FrameCryptors::aesGcm,
@@ -39,24 +48,27 @@ void E2EEManager::setUp(const std::shared_ptr<End>& end, const std::string& id) 
                         : nullptr;
     if (!cryptor) return traceDebug("Failed to create frameCryptor!");
     cryptor->setDelegate(weak);
-    self->_frameCryptors[id] = cryptor;
+    self->_frameCryptors[id] = {stream, cryptor};
     cryptor->setEnabled(true);
   });
 }
 
-void E2EEManager::close(const std::string& id) {
-  _cryptorQueue->async([weak = weak_from_this(), id] {
+template <class Stream>
+void E2EEManager::close(const std::shared_ptr<Stream>& stream) {
+  _cryptorQueue->async([weak = weak_from_this(), stream] {
     const auto self = weak.lock();
-    const auto node =
-        self ? self->_frameCryptors.extract(id) : decltype(_frameCryptors)::node_type();
-    if (!node.empty()) node.mapped()->setEnabled(false);
+    if (!self) return;
+    const auto found = self->_frameCryptors.find(stream->id());
+    if (found == self->_frameCryptors.end() || found->second.stream.lock() != stream) return;
+    found->second.cryptor->setEnabled(false);
+    self->_frameCryptors.erase(found);
   });
 }
 
 void E2EEManager::cleanupAll() {
   _cryptorQueue->async([self = shared_from_this()] {
-    for (const auto& [id, cryptor] : std::exchange(self->_frameCryptors, {}))
-      cryptor->setEnabled(false);
+    for (const auto& [id, guarded] : std::exchange(self->_frameCryptors, {}))
+      guarded.cryptor->setEnabled(false);
   });
 }
 

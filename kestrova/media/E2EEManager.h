@@ -36,8 +36,8 @@ public:
   void setupEncryption(const std::shared_ptr<Producer>& producer);
   void setupDecryption(const std::shared_ptr<Consumer>& consumer);
   /// Nothing more of it passes. One that has no cryptor does nothing.
-  void closeEncryption(const std::shared_ptr<Producer>& producer) { close(producer->id()); }
-  void closeDecryption(const std::shared_ptr<Consumer>& consumer) { close(consumer->id()); }
+  void closeEncryption(const std::shared_ptr<Producer>& producer);
+  void closeDecryption(const std::shared_ptr<Consumer>& consumer);
   void cleanupAll();
 
   void frameCryptor(const std::shared_ptr<RTCFrameCryptor>& cryptor,
@@ -45,15 +45,22 @@ public:
                     RTCFrameCryptorState state) override;
 
 private:
-  template <class End>
-  void setUp(const std::shared_ptr<End>& end, const std::string& id);
-  void close(const std::string& id);
+  /// The cryptor of a producer or consumer. An id may come again after a lost connection: the end
+  /// of the one before is not the end of the new one.
+  struct Guarded {
+    std::weak_ptr<const void> stream;
+    std::shared_ptr<RTCFrameCryptor> cryptor;
+  };
+  template <class Stream, class End>
+  void setUp(const std::shared_ptr<Stream>& stream, const std::shared_ptr<End>& end);
+  template <class Stream>
+  void close(const std::shared_ptr<Stream>& stream);
 
   const std::shared_ptr<RTCPeerConnectionFactory> _peerConnectionFactory;
   const std::shared_ptr<BaseKeyProvider> _baseKeyProvider;
   const std::shared_ptr<FrameCryptors> _platform;
   const std::shared_ptr<SerialQueue> _cryptorQueue;
-  std::map<std::string, std::shared_ptr<RTCFrameCryptor>> _frameCryptors;  // on _cryptorQueue
+  std::map<std::string, Guarded> _frameCryptors;  // on _cryptorQueue
   std::mutex _delegateLock;
   std::weak_ptr<E2EEManagerDelegate> _delegate;
 };

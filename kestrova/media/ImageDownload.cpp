@@ -68,7 +68,7 @@ Task<void> fetchImage(std::string url, std::function<void(std::optional<Image>)>
   }
   MainQueue::shared().async(
       [image = std::move(image), completion = std::move(completion)]() mutable {
-        completion(std::move(image));
+        if (completion) completion(std::move(image));
       });
 }
 

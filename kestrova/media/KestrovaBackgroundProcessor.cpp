@@ -3,7 +3,10 @@
 #include <kestrova/media/KestrovaBackgroundProcessor.h>
 #include <kestrova/model/Secrets.h>
 #include <kestrova/platform/Platform.h>
+#include <kestrova/platform/Queue.h>
 #include <kestrova/tracing/Trace.h>
+
+#include <boost/asio/post.hpp>
 
 #include <cstdint>
 #include <exception>
@@ -47,6 +50,8 @@ struct KestrovaBackgroundProcessor::State {
   }
   void set(std::shared_ptr<const Image> image, std::uint64_t change);
   void prepare();
+  /// Tells whether the background can be shown. What that takes is prepared in the background.
+  static void tell(const std::shared_ptr<State>& state, bool isThere, Completion completion);
 
   const std::shared_ptr<const Platform> platform = Platform::current();
 
@@ -56,8 +61,8 @@ struct KestrovaBackgroundProcessor::State {
   std::uint64_t _change = 0;                   // under backgroundLock; the latest one
   std::uint64_t _shown = 0;                    // under backgroundLock; the one that is seen
 
-  // The capture thread alone:
-  bool isPrepared = false;
+  std::once_flag prepared;
+  // Made once, then the capture thread's alone:
   std::unique_ptr<VNImageRequestHandler> handler;
   std::unique_ptr<CIContext> reusableCIContext;
   std::optional<I420BufferPool> pixelBufferPool;
@@ -74,18 +79,31 @@ void KestrovaBackgroundProcessor::State::set(std::shared_ptr<const Image> image,
   _backgroundci.swap(image);
 }
 
-/// What is costly is made where it is used, and tried once.
+/// What is costly is made when it is needed, and tried once.
 void KestrovaBackgroundProcessor::State::prepare() {
-  if (std::exchange(isPrepared, true)) return;
-  if (!platform->makeImageRequestHandler || !platform->makeContext)
-    return sayUnavailable("this platform has none");
-  try {
-    reusableCIContext = platform->makeContext();
-    if (reusableCIContext) handler = platform->makeImageRequestHandler();
-    if (!handler) sayUnavailable("this platform has none");
-  } catch (const std::exception& error) {
-    sayUnavailable(error.what());
-  }
+  std::call_once(prepared, [this] {
+    if (!platform->makeImageRequestHandler || !platform->makeContext)
+      return sayUnavailable("this platform has none");
+    try {
+      reusableCIContext = platform->makeContext();
+      if (reusableCIContext) handler = platform->makeImageRequestHandler();
+      if (!handler) sayUnavailable("this platform has none");
+    } catch (const std::exception& error) {
+      sayUnavailable(error.what());
+    }
+  });
+}
+
+void KestrovaBackgroundProcessor::State::tell(const std::shared_ptr<State>& state, bool isThere,
+                                              Completion completion) {
+  if (!completion) return;
+  boost::asio::post(state->platform->background,
+                    [state, isThere, completion = std::move(completion)]() mutable {
+                      if (isThere) state->prepare();
+                      const bool isShown = isThere && state->handler;
+                      MainQueue::shared().async(
+                          [isShown, completion = std::move(completion)] { completion(isShown); });
+                    });
 }
 
 KestrovaBackgroundProcessor::KestrovaBackgroundProcessor(const std::string& backgroundSource,
@@ -94,9 +112,9 @@ KestrovaBackgroundProcessor::KestrovaBackgroundProcessor(const std::string& back
   changeBackground(backgroundSource, std::move(completion));
 }
 
-KestrovaBackgroundProcessor::KestrovaBackgroundProcessor(Blur blur)
+KestrovaBackgroundProcessor::KestrovaBackgroundProcessor(Blur blur, Completion completion)
     : _state(std::make_shared<State>()) {
-  changeBackground(blur);
+  changeBackground(blur, std::move(completion));
 }
 
 KestrovaBackgroundProcessor::~KestrovaBackgroundProcessor() = default;
@@ -106,17 +124,22 @@ void KestrovaBackgroundProcessor::changeBackground(const std::string& background
   auto take = [weak = std::weak_ptr(_state), change = _state->beginChange(),
                url = addressWithoutSecrets(backgroundSource),
                completion = std::move(completion)](std::optional<Image> image) {
-    if (!image)
-      traceDebug([&] { return "Error downloading image from URL: " + url; });
-    else if (const auto state = weak.lock())
-      state->set(std::make_shared<const Image>(std::move(*image)), change);
-    if (completion) completion(image.has_value());
+    const bool isThere = image.has_value();
+    if (!isThere) traceDebug([&] { return "Error downloading image from URL: " + url; });
+    const auto state = weak.lock();
+    if (!state) {
+      if (completion) completion(false);
+      return;
+    }
+    if (isThere) state->set(std::make_shared<const Image>(std::move(*image)), change);
+    State::tell(state, isThere, completion);
   };
   downloadImage(backgroundSource, std::move(take));
 }
 
-void KestrovaBackgroundProcessor::changeBackground(Blur) {
+void KestrovaBackgroundProcessor::changeBackground(Blur, Completion completion) {
   _state->set(nullptr, _state->beginChange());
+  State::tell(_state, true, std::move(completion));
 }
 
 std::optional<VideoFrame> KestrovaBackgroundProcessor::onFrameReceived(const VideoFrame& frame) {

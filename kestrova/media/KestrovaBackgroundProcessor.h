@@ -24,7 +24,8 @@ class KestrovaBackgroundProcessor final : public KestrovaVideoProcessor {
 public:
   /// The room itself, out of focus.
   struct Blur {};
-  /// Told on the main queue whether the background is there; once.
+  /// Told on the main queue, once: whether the background is there, and people can be told from
+  /// what is behind them. Until then, and without it, the room is seen.
   using Completion = std::function<void(bool isThere)>;
 
   /// Starts the download at once and is usable at once.
@@ -32,7 +33,7 @@ public:
   ///   to the camera's size, each side by itself
   explicit KestrovaBackgroundProcessor(const std::string& backgroundSource,
                                        Completion completion = {});
-  explicit KestrovaBackgroundProcessor(Blur blur);
+  explicit KestrovaBackgroundProcessor(Blur blur, Completion completion = {});
   ~KestrovaBackgroundProcessor() override;
   KestrovaBackgroundProcessor(const KestrovaBackgroundProcessor&) = delete;
   KestrovaBackgroundProcessor& operator=(const KestrovaBackgroundProcessor&) = delete;
@@ -40,7 +41,7 @@ public:
   /// The background before stays until the new one is there, and when that can't be had. Of several
   /// changes the last one counts, whichever download ends first.
   void changeBackground(const std::string& backgroundSource, Completion completion = {});
-  void changeBackground(Blur blur);
+  void changeBackground(Blur blur, Completion completion = {});
 
   std::optional<VideoFrame> onFrameReceived(const VideoFrame& frame) override;
 

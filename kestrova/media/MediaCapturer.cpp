@@ -342,8 +342,9 @@ std::shared_ptr<RTCVideoTrack> MediaCapturer::endCameraTrack(const Track& only) 
     _videoSource.swap(fresh);
     track.swap(_videoTrack);
   }
-  _frames.forget();
+  // First, so that no picture of the camera as it is gets through behind the processor.
   if (track) track->setEnabled(false);
+  _frames.forget();
   return track;
 }
 

@@ -80,11 +80,25 @@ std::shared_ptr<MediaCapturer> CameraControls::runningCapturer() const {
 
 void CameraControls::setVideoProcessor(std::shared_ptr<KestrovaVideoProcessor> processor) {
   {
-    auto replaced = processor;
     std::scoped_lock held(_processorLock);
-    _videoProcessor.swap(replaced);
+    _videoProcessor.swap(processor);
   }
-  runningCapturer()->setVideoProcessor(std::move(processor));
+  handProcessorOn(*runningCapturer());
+}
+
+std::shared_ptr<KestrovaVideoProcessor> CameraControls::videoProcessor() const {
+  std::scoped_lock held(_processorLock);
+  return _videoProcessor;
+}
+
+/// Without a lock held; what is set in between counts.
+void CameraControls::handProcessorOn(MediaCapturer& capturer) const {
+  for (auto processor = videoProcessor();;) {
+    capturer.setVideoProcessor(processor);
+    auto wished = videoProcessor();
+    if (wished == processor) return;
+    processor = std::move(wished);
+  }
 }
 
 /// The capturer's own goes with its track; here, so that none comes back with the next.
@@ -95,12 +109,7 @@ void CameraControls::turnedOff() {
 }
 
 void CameraControls::passProcessor(MediaCapturer& capturer) {
-  std::shared_ptr<KestrovaVideoProcessor> processor;
-  {
-    std::scoped_lock held(_processorLock);
-    processor = _videoProcessor;
-  }
-  if (processor) capturer.setVideoProcessor(std::move(processor));
+  if (videoProcessor()) handProcessorOn(capturer);
 }
 
 // ---- Capture and publication -------------------------------------------------------------------

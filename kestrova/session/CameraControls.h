@@ -57,13 +57,15 @@ private:
 
   std::shared_ptr<MediaCapturer> runningCapturer() const;
   void passProcessor(MediaCapturer& capturer);
+  std::shared_ptr<KestrovaVideoProcessor> videoProcessor() const;
+  void handProcessorOn(MediaCapturer& capturer) const;
   Task<void> flipCamera();
   /// \param hasToggle whether toggles are refused as busy already
   Task<void> republish(CodecChangeInfo change, bool hasToggle);
 
   const std::shared_ptr<ParticipantRegistry> _registry;
   CodecFallback _fallback;
-  std::mutex _processorLock;
+  mutable std::mutex _processorLock;
   std::shared_ptr<KestrovaVideoProcessor> _videoProcessor;  // under _processorLock
   // Under the turn.
   std::optional<CodecChangeInfo> _change;  // to be told when the publication stands

@@ -40,8 +40,7 @@ std::shared_ptr<RoomClient> MeetingContext::roomClient() {
                         .connections = connections,
                         .multiStream = settings.multiStream,
                         .preferredProtocol = settings.preferredProtocol,
-                        .signalingBaseUrl = settings.signalingBaseUrl,
-                        .keyProvider = Kestrova::baseKeyProvider()});
+                        .signalingBaseUrl = settings.signalingBaseUrl});
   std::scoped_lock held(_roomClientLock);
   fresh->setDelegate(_roomClientDelegate);
   _roomClient = fresh;

@@ -1,5 +1,6 @@
 #include <kestrova/session/BackendLog.h>
 #include <kestrova/session/JoinedMeetings.h>
+#include <kestrova/session/Kestrova.h>
 #include <kestrova/session/MeetingLifecycle.h>
 #include <kestrova/signalling/Response.h>
 #include <kestrova/tracing/Trace.h>
@@ -92,7 +93,7 @@ std::optional<Task<void>> MeetingLifecycle::prepareJoin() {
   try {
     const auto client = _context->roomClient();
     JoinedMeetings::shared().add(weak_from_this());
-    return client->connect();
+    return client->connect(Kestrova::baseKeyProvider());
   } catch (const std::exception& error) {
     failed(error.what());
   }

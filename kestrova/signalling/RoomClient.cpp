@@ -21,7 +21,6 @@ std::atomic<int> tracingMeetings{0};
 std::shared_ptr<RoomClient> RoomClient::make(RoomClientOptions options) {
   std::shared_ptr<RoomClient> client(new RoomClient(std::move(options)));
   client->_context->socketRequestHandler->setDelegates(client, client, client);
-  if (const auto& e2ee = client->_context->e2eeManager) e2ee->setDelegate(client);
   return client;
 }
 
@@ -53,7 +52,13 @@ RoomClient::~RoomClient() {
 
 // ---- Joining and leaving -----------------------------------------------------------------------
 
-Task<void> RoomClient::connect() {
+Task<void> RoomClient::connect(std::shared_ptr<BaseKeyProvider> keyProvider) {
+  if (keyProvider) {
+    auto e2ee = std::make_shared<E2EEManager>(_context->platform->peerConnectionFactory(),
+                                              std::move(keyProvider));
+    e2ee->setDelegate(weak_from_this());
+    _context->e2eeManager = std::move(e2ee);
+  }
   if (!_isTracing.exchange(true)) ++tracingMeetings;
   return _joinSequence->connect();
 }

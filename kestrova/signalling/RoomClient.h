@@ -45,8 +45,9 @@ public:
     _context->setDelegate(std::move(delegate));
   }
 
-  /// Starts the whole join, up to the entry request; see `JoinSequence`.
-  Task<void> connect();
+  /// Starts the whole join, up to the entry request; see `JoinSequence`. Once.
+  /// \param keyProvider with it, what is sent and received is encrypted end to end
+  Task<void> connect(std::shared_ptr<BaseKeyProvider> keyProvider = nullptr);
   Task<void> setupDeviceAndTransports(bool isLoaded, std::optional<SpanScope> changeModeSpan,
                                       bool needToCreateSendTransport,
                                       bool needToCreateRecvTransport, Connection connection);

@@ -9,9 +9,6 @@ RoomContext::RoomContext(RoomClientOptions roomOptions)
       sending(options.sending),
       connections(options.connections),
       platform(Platform::current()),
-      e2eeManager(options.keyProvider ? std::make_shared<E2EEManager>(
-                                            platform->peerConnectionFactory(), options.keyProvider)
-                                      : nullptr),
       socketRequestHandler(std::make_shared<SocketRequestHandler>(options.meeting, connections)),
       stateQueue(SerialQueue::make("com.kestrova.roomclient.state")),
       _requestQueue(SerialQueue::make("com.kestrova.roomclient.requests")) {}

@@ -31,8 +31,6 @@ struct RoomClientOptions {
   bool multiStream = true;
   PreferredProtocol preferredProtocol = PreferredProtocol::UDP_OVER_TCP;
   std::optional<std::string> signalingBaseUrl;
-  /// With it, what is sent and received is encrypted end to end.
-  std::shared_ptr<BaseKeyProvider> keyProvider;
 };
 
 /// What the pieces of one room client share. Each piece keeps the state that it alone changes.
@@ -45,8 +43,8 @@ public:
   const std::shared_ptr<LocalSending> sending;
   const std::shared_ptr<Connections> connections;
   const std::shared_ptr<const Platform> platform;
-  /// Nothing where nothing is encrypted.
-  const std::shared_ptr<E2EEManager> e2eeManager;
+  /// Set by the join, before anything is asked of the service; nothing where nothing is encrypted.
+  std::shared_ptr<E2EEManager> e2eeManager;
   const std::shared_ptr<SocketRequestHandler> socketRequestHandler;
   /// Serialises `joined`, the producers and the consumers. Never wait for it from within.
   const std::shared_ptr<SerialQueue> stateQueue;

@@ -141,13 +141,20 @@ TEST_F(BackgroundProcessorTest, withoutASegmentationTheLogSaysSoOnce) {
   EXPECT_EQ(platform.traces.count(line), 1);
   EXPECT_EQ(platform.traces.attribute(line, "error"), "there is no model");
   EXPECT_EQ(script->made, 1) << "it is not tried with every picture";
+  platform.session->answer("1x1");
+  std::vector<bool> told;
+  const auto tell = [&](bool isThere) { told.push_back(isThere); };
+  const KestrovaBackgroundProcessor blurred(KestrovaBackgroundProcessor::Blur(), tell);
+  const KestrovaBackgroundProcessor replaced("https://pictures.test/room", tell);
+  platform.pump();
+  EXPECT_THAT(told, testing::ElementsAre(false, false)) << "who waits for it must not be seen";
 
   auto bare = *Platform::current();
   bare.makeImageRequestHandler = nullptr;
   Platform::install(std::move(bare));
   KestrovaBackgroundProcessor other{KestrovaBackgroundProcessor::Blur()};
   EXPECT_FALSE(other.onFrameReceived(frame));
-  EXPECT_EQ(platform.traces.count(line), 2);
+  EXPECT_EQ(platform.traces.count(line), 4) << "each says so once";
 }
 
 // ---- Files -------------------------------------------------------------------------------------

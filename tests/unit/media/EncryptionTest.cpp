@@ -231,5 +231,17 @@ TEST_F(EncryptionTest, aStateOfNobodysStreamIsTraced) {
   EXPECT_TRUE(platform.traces.has("Could not find participant with ID: N/A"));
 }
 
+TEST_F(EncryptionTest, theKeyOfTheJoinCountsWhateverWasAskedOfTheMeetingBefore) {
+  platform.service->answer("produce", {{"id", "mic"}});
+  TestMeeting test(platform, {.micEnabled = true});
+  test.meeting->pubsub();
+  setKey();
+  test.lookUp();
+  test.reachSocket();
+  test.decide("allowed");
+  EXPECT_TRUE(test.meeting->e2eeEnabled());
+  EXPECT_TRUE(platform.cryptors->of("mic")->enabled());
+}
+
 }  // namespace
 }  // namespace kestrova::test

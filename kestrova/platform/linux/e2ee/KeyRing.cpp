@@ -33,6 +33,7 @@ std::deque<KeyMaterial> KeyRing::derived(Bytes material, std::size_t count) cons
 
 bool KeyRing::setSharedKey(std::span<const std::uint8_t> key, int index) {
   if (!has(index) || key.empty()) return false;
+  std::scoped_lock changing(_changeLock);
   auto keys = derived(Bytes(key.begin(), key.end()), 1 + _window);
   if (keys.empty()) return false;
   auto& slot = _slots[static_cast<std::size_t>(index)];
@@ -54,13 +55,14 @@ std::optional<Bytes> KeyRing::exportSharedKey(int index) const {
 std::optional<Bytes> KeyRing::ratchetSharedKey(int index) {
   if (!has(index)) return std::nullopt;
   auto& slot = _slots[static_cast<std::size_t>(index)];
+  std::scoped_lock changing(_changeLock);
   for (;;) {
     const std::uint32_t version = slot.version;
     if (version == 0) return std::nullopt;
     const auto outcome = ratchet(slot, version, 1);
     if (outcome == Ratchet::done) return exportSharedKey(index);
     if (outcome == Ratchet::failed) return std::nullopt;
-    // Another key was set while the next one was derived.
+    // A frame has led on to a later key while the next one was derived.
   }
 }
 

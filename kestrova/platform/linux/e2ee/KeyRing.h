@@ -12,7 +12,7 @@
 namespace kestrova::e2ee {
 
 /// The keys of a meeting. Cryptors look at a number for each frame, and take the key only when that
-/// has changed. Thread-safe; keys are derived with no lock held.
+/// has changed. Thread-safe; no frame waits while keys are derived.
 class KeyRing final : public RTCFrameCryptorKeyProvider {
 public:
   explicit KeyRing(FrameCryptorKeyOptions options);
@@ -52,6 +52,7 @@ private:
 
   const FrameCryptorKeyOptions _options;
   const std::size_t _window;
+  std::mutex _changeLock;  // held for a whole change: the last one asked for is the one that stays
   mutable std::mutex _lock;
   std::vector<Slot> _slots;
   std::atomic<int> _current{0};

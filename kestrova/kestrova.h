@@ -14,6 +14,7 @@
 #include <kestrova/media/PushResult.h>
 #include <kestrova/media/SinkHandle.h>
 #include <kestrova/media/VideoFrameSource.h>
+#include <kestrova/model/AudioDevice.h>
 #include <kestrova/model/CharacterTypes.h>
 #include <kestrova/model/KestrovaError.h>
 #include <kestrova/model/LinkCondition.h>

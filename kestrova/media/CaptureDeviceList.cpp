@@ -1,20 +1,15 @@
+#include <kestrova/media/AudioMulticastDelegate.h>
 #include <kestrova/media/MediaCapturer.h>
 #include <kestrova/tracing/Trace.h>
 
-#include <mutex>
-#include <utility>
+#include <memory>
 
 namespace kestrova {
 namespace {
 
-struct DelegateSlot {
-  std::mutex lock;
-  std::weak_ptr<AuthorisationDelegate> delegate;
-};
-
-DelegateSlot& delegateSlot() {
-  static auto& slot = *new DelegateSlot;
-  return slot;
+const std::shared_ptr<AudioMulticastDelegate>& permissionListeners() {
+  static const auto& listeners = *new auto(std::make_shared<AudioMulticastDelegate>());
+  return listeners;
 }
 
 AuthorisationStatus checkPermission(const char* span, const char* unknown,
@@ -61,13 +56,22 @@ std::vector<std::string> MediaCapturer::getListOfCamerasAsString() {
 }
 
 void MediaCapturer::setDelegate(std::weak_ptr<AuthorisationDelegate> delegate) {
-  std::scoped_lock held(delegateSlot().lock);
-  delegateSlot().delegate = std::move(delegate);
+  auto& listeners = permissionListeners()->multicastDelegate;
+  listeners.removeAll();
+  listeners.add(delegate.lock());
+}
+
+void MediaCapturer::addDelegate(const std::shared_ptr<AuthorisationDelegate>& delegate) {
+  permissionListeners()->multicastDelegate.add(delegate);
+}
+
+void MediaCapturer::removeDelegate(const std::shared_ptr<AuthorisationDelegate>& delegate) {
+  permissionListeners()->multicastDelegate.remove(delegate);
 }
 
 std::shared_ptr<AuthorisationDelegate> MediaCapturer::delegate() {
-  std::scoped_lock held(delegateSlot().lock);
-  return delegateSlot().delegate.lock();
+  const auto& listeners = permissionListeners();
+  return listeners->multicastDelegate.isEmpty() ? nullptr : listeners;
 }
 
 }  // namespace kestrova

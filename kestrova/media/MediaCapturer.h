@@ -99,8 +99,13 @@ public:
   static std::vector<AVCaptureDevice> getListOfCameras();
   /// The names of the cameras.
   static std::vector<std::string> getListOfCamerasAsString();
-  /// Who is told that a permission is lacking; held weakly, one for the process.
+  /// Who is told that a permission is lacking, in place of all others; held weakly, for the
+  /// process.
   static void setDelegate(std::weak_ptr<AuthorisationDelegate> delegate);
+  /// Another one, besides.
+  static void addDelegate(const std::shared_ptr<AuthorisationDelegate>& delegate);
+  static void removeDelegate(const std::shared_ptr<AuthorisationDelegate>& delegate);
+  /// All of them in one; nothing when none is alive.
   static std::shared_ptr<AuthorisationDelegate> delegate();
 
 private:

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <kestrova/platform/AudioSession.h>
+#include <kestrova/platform/CallObserver.h>
 #include <kestrova/platform/Capture.h>
 #include <kestrova/platform/Compositing.h>
 #include <kestrova/platform/FrameCryptor.h>
@@ -65,6 +67,11 @@ struct Platform {
   std::function<std::optional<std::pair<int, int>>()> mainScreenSize;
   /// Nothing on a platform whose screen can't be shared.
   std::shared_ptr<ScreenSharing> screenSharing;
+  /// One session, in both forms; nothing on a platform that has no sound of its own.
+  std::shared_ptr<AVAudioSession> audioSession;
+  std::shared_ptr<RTCAudioSession> rtcAudioSession;
+  /// Nothing on a platform that knows no telephone calls.
+  std::function<std::shared_ptr<CXCallObserver>()> makeCallObserver;
 
   static std::shared_ptr<const Platform> current();
   /// Replaces the process's platform. Objects made before keep the one they were made with.

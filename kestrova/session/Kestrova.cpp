@@ -1,3 +1,4 @@
+#include <kestrova/media/AudioManager.h>
 #include <kestrova/media/EncodingPresets.h>
 #include <kestrova/media/MediaCapturer.h>
 #include <kestrova/media/MediaConfigStore.h>
@@ -233,8 +234,19 @@ void Kestrova::getAudioPermission() {
 void Kestrova::setAuthorisationDelegate(std::weak_ptr<AuthorisationDelegate> delegate) {
   MediaCapturer::setDelegate(std::move(delegate));
 }
+void Kestrova::addAuthorisationDelegate(const std::shared_ptr<AuthorisationDelegate>& delegate) {
+  MediaCapturer::addDelegate(delegate);
+}
+void Kestrova::removeAuthorisationDelegate(const std::shared_ptr<AuthorisationDelegate>& delegate) {
+  MediaCapturer::removeDelegate(delegate);
+}
 std::vector<std::string> Kestrova::getCameras() {
   return MediaCapturer::getListOfCamerasAsString();
+}
+std::vector<std::string> Kestrova::getAudioDevices() {
+  std::vector<std::string> names;
+  for (auto& mic : AudioManager::make(false)->getMics()) names.push_back(std::move(mic.deviceName));
+  return names;
 }
 
 void Kestrova::setKeyProvider(std::shared_ptr<BaseKeyProvider> provider) {

@@ -106,10 +106,17 @@ public:
   /// `AuthorisationDelegate`. Linux asks nobody: what is undecided shows when the device is opened.
   static void getVideoPermission();
   static void getAudioPermission();
-  /// Who is told; held weakly, one for the process, and the last one set.
+  /// Who is told, in place of whoever was; held weakly, for the process.
   static void setAuthorisationDelegate(std::weak_ptr<AuthorisationDelegate> delegate);
+  /// Somebody more, and one of them less.
+  static void addAuthorisationDelegate(const std::shared_ptr<AuthorisationDelegate>& delegate);
+  static void removeAuthorisationDelegate(const std::shared_ptr<AuthorisationDelegate>& delegate);
   /// The names of the cameras.
   static std::vector<std::string> getCameras();
+  /// The names of the microphones, as `Meeting::changeMic` and `CaptureConfig::microphone` take
+  /// them. May wait for the sound server, half a second at most; none where there is no such
+  /// server.
+  static std::vector<std::string> getAudioDevices();
 
   /// Encrypts camera and microphone from end to end in the meetings that are joined from now on,
   /// and decrypts what they receive; `ParticipantEventListener::e2eeStateChanged` tells how that

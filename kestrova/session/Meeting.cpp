@@ -198,6 +198,13 @@ void Meeting::switchWebcam() {
 void Meeting::setVideoProcessor(const std::shared_ptr<KestrovaVideoProcessor>& processor) {
   if (_core->allows("setVideoProcessor")) _core->media->camera->setVideoProcessor(processor);
 }
+std::vector<AudioDevice> Meeting::getMics() {
+  if (!_core->allows("getMics")) return {};
+  return _core->audio->getMics();
+}
+void Meeting::changeMic(const std::string& selectedDevice) {
+  if (_core->allows("changeMic")) _core->audio->changeMic(selectedDevice);
+}
 void Meeting::changeMode(Mode mode) {
   if (_core->allows("changeMode")) _core->modeChange->changeMode(mode);
 }

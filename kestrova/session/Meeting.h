@@ -1,5 +1,6 @@
 #pragma once
 
+#include <kestrova/model/AudioDevice.h>
 #include <kestrova/model/CharacterTypes.h>
 #include <kestrova/model/ListenerHandle.h>
 #include <kestrova/model/MeetingEnd.h>
@@ -123,6 +124,15 @@ public:
   /// past it. What the library does of itself (a return, another codec, another mode) leaves it.
   /// An application's own pictures (`VideoFrameSource`) don't go through it.
   void setVideoProcessor(const std::shared_ptr<KestrovaVideoProcessor>& processor);
+  /// The microphones of this machine, what is built in first. May wait for the sound server, half a
+  /// second at most; none where there is no such server.
+  std::vector<AudioDevice> getMics();
+  /// Goes over to another microphone, or with "Speaker" to what is built into the machine, and
+  /// stays with it. What is published goes on without a gap; while the microphone is off, it is for
+  /// the next time. `onMicChanged` tells that it was done; a device that can't be had is a line in
+  /// the trace, and nothing changes. The whole process has one microphone. \param selectedDevice a
+  /// `deviceName` of `getMics`
+  void changeMic(const std::string& selectedDevice);
   /// Changes what this participant sends and receives; `onParticipantModeChanged` tells the others.
   /// Microphone and camera come back as they were wished when the new mode sends. A mode that
   /// already is, and a change that a drop interrupts, end in CHANGE_MODE_FAILED.

@@ -21,6 +21,7 @@ MeetingCore::MeetingCore(std::shared_ptr<MeetingContext> meetingContext)
       registry(std::make_shared<ParticipantRegistry>(context)),
       characters(std::make_shared<CharacterRegistry>(context)),
       media(std::make_shared<MediaControls>(context, registry)),
+      audio(std::make_shared<AudioControls>(context)),
       realtime(std::make_shared<MeetingRealtime>(context)),
       services(std::make_shared<ServiceStatus>(context)),
       lifecycle(std::make_shared<MeetingLifecycle>(context, registry, characters, media, realtime,

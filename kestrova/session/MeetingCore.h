@@ -1,6 +1,8 @@
 #pragma once
 
+#include <kestrova/media/CallObserverManager.h>
 #include <kestrova/platform/NotificationCenter.h>
+#include <kestrova/session/AudioControls.h>
 #include <kestrova/session/CharacterRegistry.h>
 #include <kestrova/session/MediaControls.h>
 #include <kestrova/session/MeetingContext.h>
@@ -29,6 +31,7 @@ public:
   const std::shared_ptr<ParticipantRegistry> registry;
   const std::shared_ptr<CharacterRegistry> characters;
   const std::shared_ptr<MediaControls> media;
+  const std::shared_ptr<AudioControls> audio;
   const std::shared_ptr<MeetingRealtime> realtime;
   const std::shared_ptr<ServiceStatus> services;
   const std::shared_ptr<MeetingLifecycle> lifecycle;
@@ -140,6 +143,7 @@ private:
   explicit MeetingCore(std::shared_ptr<MeetingContext> meetingContext);
   void observeExternalCalls();
 
+  const CallMonitoring _callMonitoring;
   std::shared_ptr<NotificationCenter::Observer> _callObserver;
 };
 

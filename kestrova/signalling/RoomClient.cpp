@@ -29,6 +29,7 @@ RoomClient::RoomClient(RoomClientOptions options)
       _registry(std::make_shared<MediaRegistry>(_context->stateQueue)),
       _capturer(MediaCapturer::make()),
       _broadcast(BroadcastCapturer::make()),
+      _audioSession(AudioManager::make(true)),
       _monitor(std::make_shared<TransportMonitor>(_context, _registry)),
       _transports(std::make_shared<Transports>(_context, _registry, _monitor)),
       _publishing(
@@ -38,7 +39,7 @@ RoomClient::RoomClient(RoomClientOptions options)
       _serviceRequests(std::make_shared<ServiceRequests>(_context)),
       _joinSequence(std::make_shared<JoinSequence>(_context, _transports, _capturer)),
       _teardown(std::make_shared<Teardown>(_context, _registry, _transports, _publishing, _capturer,
-                                           _broadcast)),
+                                           _broadcast, _audioSession)),
       _roomSwitch(std::make_shared<RoomSwitch>(_context, _consuming, _joinSequence, _teardown,
                                                _serviceRequests)),
       _modeChanging(std::make_shared<ModeChanging>(_context, _transports, _consuming)),
@@ -48,6 +49,7 @@ RoomClient::RoomClient(RoomClientOptions options)
 RoomClient::~RoomClient() {
   // Also of a meeting that was let go of, or never joined.
   cleanUpTracing();
+  _audioSession->stopAudioSession();
 }
 
 // ---- Joining and leaving -----------------------------------------------------------------------
@@ -124,6 +126,16 @@ Task<std::optional<std::string>> RoomClient::cleanupVideo() {
   const auto self = shared_from_this();
   if (!_registry->getProducerByKind(MediaKind::video, false)) co_return std::nullopt;
   co_return co_await _publishing->closeLocalVideo(std::nullopt, std::nullopt);
+}
+
+Task<std::optional<std::string>> RoomClient::changeMic(std::string selectedDevice) {
+  const auto self = shared_from_this();
+  ScopedSpan span("Changing Microphone", {{"selectedDevice", selectedDevice}});
+  std::optional<SpanScope> parent = span.scope();
+  auto changing = _audioSession->changeMic(std::move(selectedDevice), std::move(parent));
+  const auto chosen = co_await std::move(changing);
+  if (!chosen) span.interrupt("Device was not changed");
+  co_return chosen;
 }
 
 void RoomClient::inOrder(Task<void> request) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <kestrova/media/AudioManager.h>
 #include <kestrova/media/ConsumerControls.h>
 #include <kestrova/media/Consuming.h>
 #include <kestrova/media/MediaCapturer.h>
@@ -76,6 +77,9 @@ public:
   Task<std::optional<std::string>> cleanupAudio();
   Task<std::optional<std::string>> cleanupVideo();
 
+  /// See `AudioManager::changeMic`.
+  Task<std::optional<std::string>> changeMic(std::string selectedDevice);
+
   /// Starts a request of the application's, behind those that it made before.
   void inOrder(Task<void> request);
   /// Runs `work` once all of them have been handed to the socket, on its queue.
@@ -114,6 +118,7 @@ public:
   const std::shared_ptr<ServiceRequests>& serviceRequests() const { return _serviceRequests; }
   const std::shared_ptr<MediaCapturer>& capturer() const { return _capturer; }
   const std::shared_ptr<BroadcastCapturer>& broadcast() const { return _broadcast; }
+  const std::shared_ptr<AudioManager>& audioSession() const { return _audioSession; }
 
   void handleRemoteEvent(RemoteEvent event, const Dictionary& response) override;
   void handleNewConsumer(const Dictionary& response) override;
@@ -149,6 +154,7 @@ private:
   const std::shared_ptr<MediaRegistry> _registry;
   const std::shared_ptr<MediaCapturer> _capturer;
   const std::shared_ptr<BroadcastCapturer> _broadcast;
+  const std::shared_ptr<AudioManager> _audioSession;
   const std::shared_ptr<TransportMonitor> _monitor;
   const std::shared_ptr<Transports> _transports;
   const std::shared_ptr<Publishing> _publishing;

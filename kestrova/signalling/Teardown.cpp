@@ -12,13 +12,15 @@ namespace kestrova {
 Teardown::Teardown(std::shared_ptr<RoomContext> context, std::shared_ptr<MediaRegistry> registry,
                    std::shared_ptr<Transports> transports, std::shared_ptr<Publishing> publishing,
                    std::shared_ptr<MediaCapturer> capturer,
-                   std::shared_ptr<BroadcastCapturer> broadcast)
+                   std::shared_ptr<BroadcastCapturer> broadcast,
+                   std::shared_ptr<AudioManager> audioSession)
     : _context(std::move(context)),
       _registry(std::move(registry)),
       _transports(std::move(transports)),
       _publishing(std::move(publishing)),
       _capturer(std::move(capturer)),
-      _broadcast(std::move(broadcast)) {}
+      _broadcast(std::move(broadcast)),
+      _audioSession(std::move(audioSession)) {}
 
 namespace {
 
@@ -64,6 +66,7 @@ Task<void> Teardown::disconnect(LeaveReason leaveReason, bool closeSocket,
     attempt("capture", [this] { _capturer->stop(); });
     attempt("transports", [this] { _transports->closeTransports(); });
     if (const auto& e2ee = _context->e2eeManager) e2ee->cleanupAll();
+    attempt("audio session", [this] { _audioSession->stopAudioSession(); });
     closing.event("Disposing Transports & Devices");
     closing.event("All resources closed successfully");
   }

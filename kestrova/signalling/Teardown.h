@@ -1,5 +1,6 @@
 #pragma once
 
+#include <kestrova/media/AudioManager.h>
 #include <kestrova/media/MediaCapturer.h>
 #include <kestrova/media/MediaRegistry.h>
 #include <kestrova/media/Publishing.h>
@@ -18,7 +19,8 @@ class Teardown : public std::enable_shared_from_this<Teardown> {
 public:
   Teardown(std::shared_ptr<RoomContext> context, std::shared_ptr<MediaRegistry> registry,
            std::shared_ptr<Transports> transports, std::shared_ptr<Publishing> publishing,
-           std::shared_ptr<MediaCapturer> capturer, std::shared_ptr<BroadcastCapturer> broadcast);
+           std::shared_ptr<MediaCapturer> capturer, std::shared_ptr<BroadcastCapturer> broadcast,
+           std::shared_ptr<AudioManager> audioSession);
 
   Task<void> disconnect(LeaveReason leaveReason, bool closeSocket,
                         std::shared_ptr<void> goodbye = {});
@@ -35,6 +37,7 @@ private:
   const std::shared_ptr<Publishing> _publishing;
   const std::shared_ptr<MediaCapturer> _capturer;
   const std::shared_ptr<BroadcastCapturer> _broadcast;
+  const std::shared_ptr<AudioManager> _audioSession;
 
   std::mutex _teardownLock;
   bool _didTearDown = false;

@@ -101,12 +101,6 @@ void RecordingListener::onPinStateChanged(const std::string& participantId, PinT
 void RecordingListener::onParticipantModeChanged(const std::string& participantId, Mode mode) {
   hear("onParticipantModeChanged " + participantId + " " + std::string(wireText(mode)));
 }
-void RecordingListener::onExternalCallRinging(const std::string& callType) {
-  hear("onExternalCallRinging " + callType);
-}
-void RecordingListener::onExternalCallHangup(const std::string& callType) {
-  hear("onExternalCallHangup " + callType);
-}
 void RecordingListener::onEntryResponded(const std::string& id, const std::string& decision) {
   hear("onEntryResponded " + id + " " + decision);
 }

@@ -79,8 +79,19 @@ public:
   void onParticipantModeChanged(const std::string& participantId, Mode mode) override;
   void onWhiteboardStarted(const std::string& url) override { hear("onWhiteboardStarted " + url); }
   void onWhiteboardStopped() override { hear("onWhiteboardStopped"); }
-  void onExternalCallRinging(const std::string& callType) override;
-  void onExternalCallHangup(const std::string& callType) override;
+  void onMicChanged(const std::string& device) override { hear("onMicChanged " + device); }
+  void onExternalCallRinging(const std::string& type) override {
+    hear("onExternalCallRinging " + type);
+  }
+  void onExternalCallAnswered(const std::string& type) override {
+    hear("onExternalCallAnswered " + type);
+  }
+  void onExternalCallRejected(const std::string& type) override {
+    hear("onExternalCallRejected " + type);
+  }
+  void onExternalCallHangup(const std::string& type) override {
+    hear("onExternalCallHangup " + type);
+  }
   void onEntryResponded(const std::string& id, const std::string& decision) override;
   void onEntryRequested(const std::string& id, const std::string& name, Action allowThem,
                         Action denyThem) override;

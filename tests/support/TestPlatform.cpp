@@ -25,7 +25,10 @@ TestPlatform::TestPlatform()
       .peerConnectionFactory = [factory = factory] { return factory; },
       .operatingSystem = {.machine = "x86_64", .major = 12, .minor = 5, .patch = 0},
       .frameCryptors = cryptors,
-      .screenSharing = screen};
+      .screenSharing = screen,
+      .audioSession = audio,
+      .rtcAudioSession = std::make_shared<RTCAudioSession>(audio),
+      .makeCallObserver = [calls = calls] { return calls; }};
   Platform::install(std::move(platform));
   MainQueue::adopt(_io.get_executor());
   SdkTracer::shared().setLogLevel(LogLevel::none);

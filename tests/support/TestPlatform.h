@@ -7,6 +7,7 @@
 
 #include "Journal.h"
 #include "ManualScheduler.h"
+#include "ScriptedAudioSession.h"
 #include "ScriptedCapture.h"
 #include "ScriptedCryptors.h"
 #include "ScriptedMediasoup.h"
@@ -52,6 +53,7 @@ public:
   boost::asio::io_context& io() { return _io; }
 
   Journal journal;
+  Journal audioJournal;  ///< of the audio session and the telephone
   const std::shared_ptr<ManualScheduler> clock = std::make_shared<ManualScheduler>();
   const std::shared_ptr<ScriptedSession> session = std::make_shared<ScriptedSession>();
   const std::shared_ptr<ScriptedService> service = std::make_shared<ScriptedService>(clock);
@@ -61,6 +63,10 @@ public:
   const std::shared_ptr<ScriptedCryptors> cryptors = std::make_shared<ScriptedCryptors>(journal);
   const std::shared_ptr<ScriptedCapture> capture;
   const std::shared_ptr<ScriptedScreen> screen = std::make_shared<ScriptedScreen>(journal);
+  const std::shared_ptr<ScriptedAudioSession> audio =
+      std::make_shared<ScriptedAudioSession>(audioJournal);
+  const std::shared_ptr<ScriptedCallObserver> calls =
+      std::make_shared<ScriptedCallObserver>(audioJournal);
   TraceRecorder& traces = TraceRecorder::shared();
 };
 

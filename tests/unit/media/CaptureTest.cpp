@@ -197,7 +197,12 @@ TEST_F(CustomTrackTest, permissionsAreToldWhenTheyAreLackingOnly) {
   };
   using enum AuthorisationStatus;
   const auto delegate = std::make_shared<Delegate>();
-  MediaCapturer::setDelegate(delegate);
+  const auto earlier = std::make_shared<Delegate>();
+  const auto other = std::make_shared<Delegate>();
+  Kestrova::addAuthorisationDelegate(earlier);
+  Kestrova::setAuthorisationDelegate(delegate);
+  Kestrova::addAuthorisationDelegate(std::make_shared<Delegate>());  // goes at once
+  Kestrova::addAuthorisationDelegate(other);
   for (const auto status : {authorized, notDetermined, denied, restricted}) {
     SCOPED_TRACE(static_cast<int>(status));
     platform.traces.clear();
@@ -211,6 +216,11 @@ TEST_F(CustomTrackTest, permissionsAreToldWhenTheyAreLackingOnly) {
     EXPECT_EQ(platform.traces.texts(),
               status == notDetermined ? asked : std::vector<std::string>());
   }
+  EXPECT_EQ(other->calls, 4);
+  EXPECT_EQ(earlier->calls, 0);
+  Kestrova::removeAuthorisationDelegate(other);
+  Kestrova::getAudioPermission();
+  EXPECT_EQ(other->calls, 4);
 }
 
 }  // namespace

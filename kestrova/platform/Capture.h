@@ -81,8 +81,9 @@ struct CaptureConfig {
   /// (.y4m, .mjpeg, .mjpg), which starts over at its end.
   std::string camera = "default";
   /// "default" is the sound server's default source, "none" no microphone, "tone" a sine of
-  /// `toneHz`. Else the name of a source of the sound server, or a .wav file, which starts over at
-  /// its end.
+  /// `toneHz`. Else a microphone by its name, as `Kestrova::getAudioDevices` gives it or as the
+  /// sound server calls the source, or a .wav file, which starts over at its end. What
+  /// `Meeting::changeMic` chooses counts until another one is named here.
   std::string microphone = "default";
   /// "default" is the sound server's default sink, "none" plays nothing. Else the name of a sink.
   /// Without a sound server nothing is played.

@@ -110,9 +110,21 @@ void PulseServer::unload(std::uint32_t module) {
   });
 }
 
-void PulseServer::loadSink(const std::string& name, int channels) {
-  load("module-null-sink",
-       "sink_name=" + name + " rate=48000 norewinds=1 channels=" + std::to_string(channels));
+std::uint32_t PulseServer::loadSink(const std::string& name, int channels,
+                                    const std::string& properties) {
+  return load("module-null-sink",
+              "sink_name=" + name + " rate=48000 norewinds=1 channels=" + std::to_string(channels) +
+                  " sink_properties=\"" + properties + '"');
+}
+
+std::uint32_t PulseServer::loadTone(const std::string& name, int hz,
+                                    const std::string& properties) {
+  // Another one each time: what a source hears stays when the source is unloaded.
+  const auto air = name + "_air" + std::to_string(++_airs);
+  loadSink(air, 1);
+  load("module-sine", "sink=" + air + " frequency=" + std::to_string(hz));
+  return load("module-remap-source", "source_name=" + name + " master=" + air +
+                                         ".monitor source_properties=\"" + properties + '"');
 }
 
 std::uint32_t PulseServer::loadMicrophone(const std::string& name, const std::string& sink) {
@@ -124,6 +136,12 @@ std::uint32_t PulseServer::loadMicrophone(const std::string& name, const std::st
 void PulseServer::makeDefaultSource(const std::string& name) {
   ask([&](pa_context* context) {
     return pa_context_set_default_source(context, name.c_str(), nullptr, nullptr);
+  });
+}
+
+void PulseServer::makeDefaultSink(const std::string& name) {
+  ask([&](pa_context* context) {
+    return pa_context_set_default_sink(context, name.c_str(), nullptr, nullptr);
   });
 }
 

@@ -28,15 +28,20 @@ public:
   /// The module's number. The sinks and sources of a module are there when it returns.
   std::uint32_t load(const std::string& module, const std::string& arguments);
   void unload(std::uint32_t module);
-  void loadSink(const std::string& name, int channels);
+  /// \param properties of the device, such as "device.form_factor=headset"
+  std::uint32_t loadSink(const std::string& name, int channels, const std::string& properties = {});
+  /// A microphone that hears a tone.
+  std::uint32_t loadTone(const std::string& name, int hz, const std::string& properties = {});
   /// A source without a sink, that hears what `sink` plays.
   std::uint32_t loadMicrophone(const std::string& name, const std::string& sink);
   void makeDefaultSource(const std::string& name);
+  void makeDefaultSink(const std::string& name);
   void pauseSource(const std::string& name);
 
 private:
   std::string _folder;
   pid_t _process = -1;
+  int _airs = 0;
   std::thread _log;
 };
 

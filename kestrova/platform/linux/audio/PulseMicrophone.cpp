@@ -1,3 +1,4 @@
+#include <kestrova/platform/linux/audio/MicrophoneRoute.h>
 #include <kestrova/platform/linux/audio/PulseConnection.h>
 #include <kestrova/platform/linux/audio/PulseMicrophone.h>
 #include <kestrova/platform/linux/audio/PulseRecording.h>
@@ -6,6 +7,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <cstdint>
 #include <mutex>
 #include <optional>
 #include <system_error>
@@ -18,9 +20,12 @@ namespace {
 using Clock = PulseConnection::Clock;
 constexpr auto kLongestAnswer = std::chrono::milliseconds(400);
 constexpr auto kLongestStart = std::chrono::seconds(1);
+/// A wireless microphone takes its time to wake.
+constexpr auto kLongestChange = std::chrono::seconds(5);
 
 /// One recording, from `start` to `stop` or its own end, on a thread of its own.
-class Session : public std::enable_shared_from_this<Session> {
+class Session final : public MicrophoneRoute::Follower,
+                      public std::enable_shared_from_this<Session> {
 public:
   Session(std::string sourceName, std::shared_ptr<RTCAudioSource> source,
           MicrophoneCapturer::FailureHandler failed)
@@ -29,7 +34,7 @@ public:
         _failed(std::move(failed)),
         _processing(makeVoiceProcessing(_source->constraints())) {}
 
-  ~Session() {
+  ~Session() override {
     if (!_thread.joinable()) return;
     if (isOwnThread())
       _thread.detach();
@@ -39,6 +44,7 @@ public:
 
   /// True once it records.
   bool start() {
+    MicrophoneRoute::shared().add(weak_from_this());
     try {
       _thread = std::thread([self = shared_from_this()] { self->run(); });
     } catch (const std::system_error&) {
@@ -56,6 +62,8 @@ public:
     std::unique_lock held(_lock);
     _changed.wait(held, [this] { return _phase == Phase::ended; });
   }
+
+  void routeChanged() override { _connection.wake(); }
 
 private:
   enum class Phase { starting, recording, ended };
@@ -75,6 +83,7 @@ private:
       enter(Phase::recording);
       failure = record();
     }
+    _next.reset();
     _recording.reset();
     _connection.close();
     if (!failure.empty() && !_stopping && _failed) _failed(failure);
@@ -84,25 +93,37 @@ private:
 
   bool begin(Clock::time_point until) {
     if (!_connection.openUntil(until)) return false;
-    const auto name = findSource(_connection, _sourceName, until);
+    _routeVersion = MicrophoneRoute::shared().version();
+    const auto wanted = MicrophoneRoute::shared().source(_sourceName);
+    auto name = findSource(_connection, wanted, until);
+    // What was chosen once may be unplugged by now.
+    const bool isChosen = name.has_value();
+    if (!isChosen) name = findSource(_connection, _sourceName, until);
     if (!name) return false;
-    // The default source is not asked for by its name, so that the server moves us along.
-    _recording.emplace(_connection, _sourceName.empty() ? _sourceName : *name,
-                       [this](PulseRecording::Block& block, std::chrono::milliseconds delay) {
-                         deliver(block, delay);
-                       });
+    _recording = record(isChosen ? wanted : _sourceName, *name);
     while (!_stopping && isAlive() && !_recording->isRunning() && Clock::now() < until)
       _connection.iterate(until);
     return !_stopping && _recording->isRunning();
   }
 
-  bool isAlive() const { return _connection.isReady() && !_recording->hasFailed(); }
+  std::unique_ptr<PulseRecording> record(const std::string& wanted, const std::string& name) {
+    const auto number = ++_recordings;
+    // The default source is not asked for by its name, so that the server moves us along.
+    return std::make_unique<PulseRecording>(
+        _connection, wanted.empty() ? wanted : name,
+        [this, number](PulseRecording::Block& block, std::chrono::milliseconds delay) {
+          deliver(number, block, delay);
+        });
+  }
+
+  bool isAlive() const { return _connection.isReady() && (!_recording->hasFailed() || _next); }
 
   /// Gives why it ended, or nothing when it was stopped.
   std::string record() {
     while (!_stopping && isAlive()) {
       if (_recording->wasMoved() && !isMicrophone(_recording->source())) break;
-      _connection.iterate();
+      follow();
+      if (!_stopping && isAlive()) _connection.iterate(_next ? _giveUp : Clock::time_point::max());
     }
     if (_stopping) return {};
     return _connection.isReady() ? "the microphone is gone" : "the sound server is gone";
@@ -112,8 +133,34 @@ private:
     return findSource(_connection, source, Clock::now() + kLongestAnswer) || !_connection.isReady();
   }
 
-  void deliver(PulseRecording::Block& block, std::chrono::milliseconds delay) {
-    if (_stopping) return;
+  /// Goes over to the source that was chosen. The one before is heard until the other one is.
+  void follow() {
+    takeOver();
+    if (_next && (_next->hasFailed() || Clock::now() >= _giveUp)) _next.reset();
+    const auto version = MicrophoneRoute::shared().version();
+    if (version == _routeVersion) return;
+    _routeVersion = version;
+    const auto wanted = MicrophoneRoute::shared().source(_sourceName);
+    const auto name = findSource(_connection, wanted, Clock::now() + kLongestAnswer);
+    takeOver();  // it may have begun meanwhile
+    if (!name || isOn(_next ? *_next : *_recording, wanted, *name)) return;
+    _next = record(wanted, *name);
+    _giveUp = Clock::now() + kLongestChange;
+  }
+
+  void takeOver() {
+    if (_next && _heard == _recordings) _recording = std::move(_next);
+  }
+
+  static bool isOn(const PulseRecording& recording, const std::string& wanted,
+                   const std::string& name) {
+    if (wanted.empty() || recording.asked().empty()) return wanted == recording.asked();
+    return recording.asked() == name && (!recording.isRunning() || recording.source() == name);
+  }
+
+  void deliver(int recording, PulseRecording::Block& block, std::chrono::milliseconds delay) {
+    if (_stopping || recording < _heard) return;
+    _heard = recording;
     if (_processing) _processing->process(block, delay);
     _source->onData({block.data(), PulseRecording::kSampleRate, 1, PulseRecording::kFrames});
   }
@@ -126,7 +173,12 @@ private:
   std::shared_ptr<RTCAudioSource> _source;
   MicrophoneCapturer::FailureHandler _failed;
   std::shared_ptr<VoiceProcessing> _processing;
-  std::optional<PulseRecording> _recording;
+  std::unique_ptr<PulseRecording> _recording;
+  std::unique_ptr<PulseRecording> _next;  // on its way to take over
+  Clock::time_point _giveUp;              // the next one
+  int _recordings = 0;                    // so far; the newest has this number
+  int _heard = 0;                         // the number of the one that is heard
+  std::uint64_t _routeVersion = 0;
 
   std::mutex _lock;
   std::condition_variable _changed;
@@ -182,8 +234,16 @@ private:
 std::unique_ptr<MicrophoneCapturer> makePulseMicrophone(const std::string& sourceName) {
   const auto until = Clock::now() + kLongestAnswer;
   PulseConnection connection;
-  if (!connection.openUntil(until) || !findSource(connection, sourceName, until)) return nullptr;
-  return std::make_unique<PulseMicrophone>(sourceName);
+  if (!connection.openUntil(until)) return nullptr;
+  auto name = sourceName;
+  if (!findSource(connection, name, until)) {
+    const auto shown = sourceShownAs(connection, sourceName, until);
+    const auto chosen = MicrophoneRoute::shared().source(sourceName);
+    // What was chosen since may be there all the same.
+    if (!shown && (chosen == sourceName || !findSource(connection, chosen, until))) return nullptr;
+    if (shown) name = *shown;
+  }
+  return std::make_unique<PulseMicrophone>(name);
 }
 
 }  // namespace kestrova

@@ -17,8 +17,11 @@ namespace kestrova {
 /// `start` waits until samples flow or fail to, at most a second. `stop` and release wait for a
 /// delivery in progress, unless they come from it. The first quarter of a second may be missing.
 ///
-/// \param sourceName empty for the default source, which the capture follows when the user changes
-/// it
+/// While it runs it goes over to the source that `MicrophoneRoute` says, without a gap: what was
+/// recorded before is heard until the other source gives samples, and goes on if it never does.
+///
+/// \param sourceName a source's name, or what people are shown of it; empty for the default source,
+/// which the capture follows when the user changes it
 std::unique_ptr<MicrophoneCapturer> makePulseMicrophone(const std::string& sourceName = {});
 
 }  // namespace kestrova

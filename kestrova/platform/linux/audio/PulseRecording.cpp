@@ -6,7 +6,7 @@
 namespace kestrova {
 
 PulseRecording::PulseRecording(PulseConnection& connection, const std::string& source, Take take)
-    : _take(std::move(take)) {
+    : _take(std::move(take)), _asked(source) {
   const pa_sample_spec format{PA_SAMPLE_S16NE, kSampleRate, 1};
   _stream = pa_stream_new_with_proplist(connection.context(), "Microphone", &format, nullptr,
                                         callProperties().get());

@@ -29,6 +29,8 @@ public:
   PulseRecording& operator=(const PulseRecording&) = delete;
 
   bool isRunning() const;
+  /// What it was begun on.
+  const std::string& asked() const { return _asked; }
   /// The source refused, or it went away and there is no other.
   bool hasFailed() const;
   /// Whether the server has moved the stream since this was last asked.
@@ -42,6 +44,7 @@ private:
   std::chrono::milliseconds delay() const;
 
   Take _take;
+  const std::string _asked;
   pa_stream* _stream = nullptr;
   bool _moved = false;
   Block _block{};

@@ -15,4 +15,8 @@ namespace kestrova {
 std::optional<std::string> findSource(PulseConnection& connection, const std::string& name,
                                       PulseConnection::Clock::time_point until);
 
+/// The name of the source that people are shown under that text; nothing when there is none.
+std::optional<std::string> sourceShownAs(PulseConnection& connection, const std::string& shown,
+                                         PulseConnection::Clock::time_point until);
+
 }  // namespace kestrova

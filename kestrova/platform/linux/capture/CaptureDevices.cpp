@@ -1,3 +1,4 @@
+#include <kestrova/platform/linux/audio/MicrophoneRoute.h>
 #include <kestrova/platform/linux/audio/PulseMicrophone.h>
 #include <kestrova/platform/linux/audio/Speaker.h>
 #include <kestrova/platform/linux/capture/CaptureDevices.h>
@@ -9,6 +10,8 @@
 #include <kestrova/platform/linux/capture/WavMicrophone.h>
 
 #include <mutex>
+#include <optional>
+#include <string>
 
 namespace kestrova {
 namespace {
@@ -40,6 +43,7 @@ class LinuxCaptureDevices final : public CaptureDevices {
 public:
   void configure(const CaptureConfig& config) override {
     setSpeaker(config.speaker);
+    MicrophoneRoute::shared().configure(soundServerSource(config));
     std::scoped_lock held(_lock);
     _config = config;
   }
@@ -82,8 +86,8 @@ public:
     const auto config = current();
     if (config.microphone == "tone") return std::make_unique<ToneCapturer>(config.toneHz);
     if (isSoundFile(config.microphone)) return std::make_unique<WavMicrophone>(config.microphone);
-    if (config.microphone == "none") return nullptr;
-    return makePulseMicrophone(config.microphone == "default" ? "" : config.microphone);
+    const auto source = soundServerSource(config);
+    return source ? makePulseMicrophone(*source) : nullptr;
   }
 
 private:
@@ -92,6 +96,14 @@ private:
     if (config.camera == "none") return Camera::none;
     if (config.camera == "pattern") return Camera::pattern;
     return isPictureFile(config.camera) ? Camera::file : Camera::device;
+  }
+
+  /// Nothing where the microphone is no device of the sound server.
+  static std::optional<std::string> soundServerSource(const CaptureConfig& config) {
+    const auto& microphone = config.microphone;
+    if (microphone == "tone" || microphone == "none" || isSoundFile(microphone))
+      return std::nullopt;
+    return microphone == "default" ? "" : microphone;
   }
 
   CaptureConfig current() const {

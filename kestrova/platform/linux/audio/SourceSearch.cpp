@@ -1,12 +1,10 @@
 #include <kestrova/platform/linux/audio/PulseConnection.h>
-#include <kestrova/platform/linux/audio/PulseDevices.h>
+#include <kestrova/platform/linux/audio/SoundDevices.h>
 #include <kestrova/platform/linux/audio/SourceSearch.h>
 #include <kestrova/platform/linux/audio/Speaker.h>
 
 namespace kestrova {
 namespace {
-
-constexpr auto kLongestAnswer = std::chrono::milliseconds(500);
 
 struct FoundSource {
   std::string name;
@@ -48,18 +46,15 @@ std::optional<std::string> findSource(PulseConnection& connection, const std::st
   return source.name;
 }
 
-std::vector<Microphone> microphones() {
-  const auto until = PulseConnection::Clock::now() + kLongestAnswer;
-  std::vector<Microphone> list;
-  PulseConnection connection;
-  if (!connection.openUntil(until)) return list;
-  const auto found = [](pa_context*, const pa_source_info* info, int end, void* out) {
-    if (end || !info || info->monitor_of_sink != PA_INVALID_INDEX) return;
-    static_cast<std::vector<Microphone>*>(out)->push_back(
-        {text(info->name), text(info->description)});
-  };
-  connection.await(pa_context_get_source_info_list(connection.context(), found, &list), until);
-  return list;
+std::optional<std::string> sourceShownAs(PulseConnection& connection, const std::string& shown,
+                                         PulseConnection::Clock::time_point until) {
+  const auto devices = shown.empty() ? std::nullopt : readDevices(connection, until);
+  if (!devices) return std::nullopt;
+  for (const auto& source : devices->sources) {
+    const bool isBuiltIn = source.portType == AVAudioSessionPortBuiltInMic && shown == "Speaker";
+    if (source.description == shown || isBuiltIn) return source.name;
+  }
+  return std::nullopt;
 }
 
 }  // namespace kestrova

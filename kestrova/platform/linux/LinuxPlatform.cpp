@@ -2,6 +2,8 @@
 #include <kestrova/platform/Runtime.h>
 #include <kestrova/platform/ScreenSharing.h>
 #include <kestrova/platform/linux/ProcessUsage.h>
+#include <kestrova/platform/linux/audio/LinuxAudioSession.h>
+#include <kestrova/platform/linux/calls/ModemCallObserver.h>
 #include <kestrova/platform/linux/capture/CaptureDevices.h>
 #include <kestrova/platform/linux/e2ee/LinuxFrameCryptors.h>
 #include <kestrova/platform/linux/http/CurlSession.h>
@@ -34,6 +36,7 @@ OperatingSystem describeSystem() {
 }
 
 Platform makeLinuxPlatform() {
+  const auto audioSession = makeAudioSession();
   return {
       .background = Runtime::background(),
       .scheduler = Runtime::scheduler(),
@@ -58,6 +61,9 @@ Platform makeLinuxPlatform() {
       .makeImageRequestHandler = makeImageRequestHandler,
       .mainScreenSize = [] { return mainScreenSize(); },
       .screenSharing = makeScreenSharing(Runtime::network()),
+      .audioSession = audioSession,
+      .rtcAudioSession = std::make_shared<RTCAudioSession>(audioSession),
+      .makeCallObserver = [] { return makeCallObserver(Runtime::network()); },
   };
 }
 

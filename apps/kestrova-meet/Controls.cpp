@@ -26,6 +26,7 @@ void Controls::press(char key) {
     void (Controls::*operation)();
   };
   static constexpr Row rows[] = {{'m', &Controls::toggleMicrophone},
+                                 {'n', &Controls::changeToNextMicrophone},
                                  {'v', &Controls::toggleWebcam},
                                  {'b', &Controls::toggleBackground},
                                  {'i', &Controls::takeStill},
@@ -46,9 +47,9 @@ void Controls::press(char key) {
 }
 
 std::string Controls::help() {
-  return "keys: m microphone, v webcam, s screen, b background, i still picture, q quality, p pin, "
-         "R "
-         "recording, T transcription, H HLS, W whiteboard, l leave, ? help";
+  return "keys: m microphone, n next microphone, v webcam, s screen, b background, i still "
+         "picture, "
+         "q quality, p pin, R recording, T transcription, H HLS, W whiteboard, l leave, ? help";
 }
 
 void Controls::tell(const std::string& line) {

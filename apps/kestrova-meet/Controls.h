@@ -2,6 +2,7 @@
 
 #include <kestrova/session/Meeting.h>
 
+#include "AudioWatch.h"
 #include "MeetingWatcher.h"
 #include "Picture.h"
 #include "ServiceWatch.h"
@@ -14,13 +15,14 @@ namespace kestrova::meet {
 /// What the keys do. Main queue only.
 class Controls {
 public:
-  /// \param meeting \param watcher \param services \param picture must outlive the controls
+  /// \param meeting \param watcher \param services \param picture \param audio must outlive these
   Controls(Meeting& meeting, MeetingWatcher& watcher, ServiceWatch& services, Picture& picture,
-           std::function<void()> leave)
+           AudioWatch& audio, std::function<void()> leave)
       : _meeting(meeting),
         _watcher(watcher),
         _services(services),
         _picture(picture),
+        _audio(audio),
         _leave(std::move(leave)) {}
   void press(char key);
   /// One line.
@@ -28,6 +30,7 @@ public:
 
 private:
   void toggleMicrophone();
+  void changeToNextMicrophone() { _audio.changeToNext(); }
   void toggleWebcam();
   void toggleScreen();
   void changeQuality();
@@ -45,6 +48,7 @@ private:
   MeetingWatcher& _watcher;
   ServiceWatch& _services;
   Picture& _picture;
+  AudioWatch& _audio;
   const std::function<void()> _leave;
 };
 

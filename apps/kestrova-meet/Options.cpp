@@ -62,6 +62,12 @@ std::string device(std::string_view flag, const std::string& value,
                    "\"");
 }
 
+/// Also a device by its name, which may be anything but a file's that isn't there.
+std::string microphone(const std::string& value) {
+  const bool isFile = value.empty() || value.ends_with(".wav") || value.find('/') != value.npos;
+  return isFile ? device("--mic", value, {"tone", "none", "default"}) : value;
+}
+
 double tone(const std::string& value) {
   const auto hertz = number<double>(value);
   if (!hertz || !(*hertz >= lowestTone && *hertz <= highestTone))
@@ -152,12 +158,12 @@ constexpr Row rows[] = {
     {"--background", "WHAT",
      "a picture behind us (FILE or URL, PNG or JPEG), or blur: the room out of focus",
      [](Options& o, const std::string& v) { o.background = background(v); }},
-    {"--mic", "KIND", "tone, none, default or a .wav file (tone)",
-     [](Options& o, const std::string& v) {
-       o.capture.microphone = device("--mic", v, {"tone", "none", "default"});
-     }},
+    {"--mic", "NAME", "tone, none, default, a .wav file or a microphone's name (tone)",
+     [](Options& o, const std::string& v) { o.capture.microphone = microphone(v); }},
     {"--speaker", "NAME", "none, default or a sink of the sound server (none)",
      [](Options& o, const std::string& v) { o.capture.speaker = v; }},
+    {"--list-devices", "", "the cameras and microphones of this machine, by their names",
+     [](Options& o, const std::string&) { o.listDevices = true; }},
     {"--tone-hz", "HZ", "pitch of the tone (440)",
      [](Options& o, const std::string& v) { o.capture.toneHz = tone(v); }},
     {"--screen", "", "share the screen after the join",
@@ -264,7 +270,7 @@ Options parseOptions(const std::vector<std::string>& arguments, const char* envi
       row->apply(options, arguments[i]);
     }
   }
-  if (options.help || options.version) return options;
+  if (options.help || options.version || options.listDevices) return options;
   if (options.token.empty() && !options.tokenFile.empty())
     options.token = tokenFrom(options.tokenFile);
   if (options.token.empty() && environmentToken) options.token = environmentToken;
@@ -283,11 +289,10 @@ std::string usageText() {
     text += left + std::string(row.help) + "\n";
   }
   text +=
-      "\nOn a terminal, without --json and --chat: m microphone, v webcam, s screen, b "
-      "background,\n"
-      "i still picture of us into a file, q quality and p pin of who came last, l leave, ? help.\n"
-      "Capitals start and stop services of the meeting: R recording, T transcription, H HLS,\n"
-      "W whiteboard.\n"
+      "\nOn a terminal, without --json and --chat: m microphone, n next microphone, v webcam,\n"
+      "s screen, b background, i still picture of us into a file, q quality and p pin of who came\n"
+      "last, l leave, ? help. Capitals start and stop services of the meeting: R recording,\n"
+      "T transcription, H HLS, W whiteboard.\n"
       "\nWith --chat a line is a message, or one of /set KEY VALUE (no value clears), /get KEY,\n"
       "/watch KEY, /file PATH, and for an AI character /say ID TEXT or @ID TEXT, /interrupt ID;\n"
       "of an encrypted meeting /rekey reads --key-file again, /ratchet goes on to the next key;\n"

@@ -43,6 +43,7 @@ struct Options {
   std::string relayToken;  ///< for that meeting; empty: this one's is good there
   bool acceptRelays = false;
   std::optional<std::uint16_t> inspect;  ///< the page's port, 0 for any; no page without it
+  bool listDevices = false;
   bool chat = false;
   bool json = false;
   bool verbose = false;

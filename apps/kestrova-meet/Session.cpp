@@ -88,6 +88,8 @@ void Session::listen() {
   _meeting->addEventListener(_services);
   _relays = std::make_shared<RelayWatch>(*_watcher, _options.acceptRelays);
   _meeting->addEventListener(_relays);
+  _audio = std::make_shared<AudioWatch>(*_meeting, *_watcher);
+  _meeting->addEventListener(_audio);
   _characters = std::make_shared<Characters>(_loop, *_meeting, *_watcher);
   _meeting->addEventListener(_characters);
 }
@@ -120,7 +122,7 @@ void Session::takeInput() {
     return;
   }
   if (_options.json) return;
-  _controls = std::make_unique<Controls>(*_meeting, *_watcher, *_services, *_picture,
+  _controls = std::make_unique<Controls>(*_meeting, *_watcher, *_services, *_picture, *_audio,
                                          [this] { end(exitGood, {}); });
   _keyboard = Keyboard::open(_loop, [this](char key) { _controls->press(key); });
   if (_keyboard) _watcher->note("key", Controls::help());

@@ -7,6 +7,7 @@
 #include <boost/asio/signal_set.hpp>
 #include <boost/asio/steady_timer.hpp>
 
+#include "AudioWatch.h"
 #include "Characters.h"
 #include "Chat.h"
 #include "Controls.h"
@@ -65,6 +66,7 @@ private:
   std::shared_ptr<MeetingWatcher> _watcher;
   std::shared_ptr<Meeting> _meeting;
   std::shared_ptr<ServiceWatch> _services;
+  std::shared_ptr<AudioWatch> _audio;
   std::shared_ptr<RelayWatch> _relays;
   std::shared_ptr<Characters> _characters;
   std::unique_ptr<Inspector> _inspector;

@@ -1,8 +1,10 @@
 #include <kestrova/platform/Queue.h>
+#include <kestrova/session/Kestrova.h>
 
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "AudioWatch.h"
 #include "Encryption.h"
 #include "ExitCode.h"
 #include "Options.h"
@@ -61,6 +63,11 @@ int main(int argc, char** argv) {
   }
   if (options.version) {
     std::puts("kestrova-meet " KESTROVA_VERSION);
+    return exitGood;
+  }
+  if (options.listDevices) {
+    Kestrova::setLogLevel(LogLevel::none);
+    std::puts(listDevices(options.json).c_str());
     return exitGood;
   }
   return run(options);

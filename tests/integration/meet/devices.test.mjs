@@ -6,6 +6,7 @@ import { test } from 'node:test';
 import { setTimeout as sleep } from 'node:timers/promises';
 import { temporaryFolder } from '../../../server/test/support.mjs';
 import { joinAs, openPlace, Run, start } from './support.mjs';
+import { TerminalRun } from './terminal.mjs';
 
 const { service } = await openPlace();
 
@@ -39,15 +40,19 @@ test('a camera is seen by the others until it is unplugged, and the meeting live
   await leave(ada, grace);
 });
 
-/** A sound server of the test's own, whose microphone hears what its speaker plays. */
-async function openSoundServer() {
+const roomAndSpeaker = [
+  'module-null-sink sink_name=speaker norewinds=1',
+  'module-remap-source source_name=microphone master=speaker.monitor',
+  'module-always-sink',
+];
+
+/** A sound server of the test's own; its microphone hears what its speaker plays, unless said otherwise. */
+async function openSoundServer(devices = roomAndSpeaker) {
   const folder = temporaryFolder();
   const socket = path.join(folder, 'native');
   const modules = [
     `module-native-protocol-unix auth-anonymous=1 socket=${socket}`,
-    'module-null-sink sink_name=speaker norewinds=1',
-    'module-remap-source source_name=microphone master=speaker.monitor',
-    'module-always-sink',
+    ...devices,
   ];
   const options = ['-n', '--daemonize=no', '--exit-idle-time=-1', '--use-pid-file=no'];
   const quiet = ['--disable-shm=yes', '--realtime=no', '--high-priority=no', '--log-level=error'];
@@ -84,5 +89,45 @@ test('what one meeting plays on the speaker, another hears from the microphone',
     await leave(...runs);
   } finally {
     await sound.close();
+  }
+});
+
+/** A microphone that hears a tone. */
+const toneMicrophone = (name, hertz) => [
+  `module-null-sink sink_name=${name}_air norewinds=1`,
+  `module-sine sink=${name}_air frequency=${hertz}`,
+  `module-remap-source source_name=${name} master=${name}_air.monitor source_properties=device.description=The-${name}`,
+];
+
+test('microphones are listed, taken by their names and changed while they are heard', async () => {
+  const sound = await openSoundServer([
+    ...toneMicrophone('desk', 500),
+    ...toneMicrophone('cam', 900),
+  ]);
+  const folder = temporaryFolder();
+  try {
+    const list = new Run(['--list-devices', '--json'], sound.env);
+    assert.equal(await list.ended, 0);
+    assert.deepEqual(list.events[0].microphones, ['The-desk', 'The-cam']);
+    const nowhere = new Run(['--list-devices'], { PULSE_SERVER: 'unix:/nowhere' });
+    assert.equal(await nowhere.ended, 0);
+    assert.match(nowhere.stdout, /^microphones: none$/m);
+
+    const grace = joining('mics', 'Grace', {}, '--camera', 'none', '--mic', 'none');
+    await grace.event('joined');
+    const own = [sound.env, '--camera', 'none', '--mic', 'The-cam'];
+    const ada = new TerminalRun(service, folder, 'mics', 'Ada', ...own);
+    const hears = (hertz) => sample(grace, 'Ada', (one) => Math.abs(one.hertz - hertz) < 15);
+    await hears(900);
+    ada.press('n');
+    await ada.shows(/microphone: The-desk/);
+    await hears(500);
+    assert.ok(!grace.events.some(({ event }) => event === 'streamDisabled'));
+    ada.press('l');
+    assert.equal(await ada.finish(), 0);
+    await leave(grace);
+  } finally {
+    await sound.close();
+    fs.rmSync(folder, { recursive: true });
   }
 });

@@ -16,10 +16,11 @@ export class TerminalRun {
   constructor(service, folder, meeting, name, ...more) {
     this.pidFile = path.join(folder, `${name}.pid`);
     const { args, env } = joinAs(service, meeting, name);
+    const extra = typeof more[0] === 'object' ? more.shift() : {}; // of its environment
     const program = quoted([process.env.KESTROVA_MEET, ...args, ...more]);
     const line = `sh -c 'echo $$ > "$PID_FILE"; exec "$@"' sh ${program}; echo "ended $?"; stty -a`;
     this.child = start('script', ['-qefc', line, '/dev/null'], {
-      env: { ...process.env, ...env, PID_FILE: this.pidFile, SHELL: '/bin/sh', TERM: 'xterm' },
+      env: { ...process.env, ...env, ...extra, PID_FILE: this.pidFile, SHELL: '/bin/sh', TERM: 'xterm' },
       stdio: ['pipe', 'pipe', 'inherit'],
     });
     this.child.stdout.on('data', (data) => (this.output += data));

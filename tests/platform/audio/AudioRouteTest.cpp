@@ -220,6 +220,18 @@ TEST_F(AudioRouteTest, ARunningMicrophoneGoesOverWithoutAGap) {
     }
   }
   EXPECT_LT(gap, 100'000);
+  // One that sleeps: the other is heard until it is awake.
+  server.pauseSource("high");
+  session->setPreferredInput(input("high"));
+  EXPECT_TRUE(hears(*heard, 400) && hears(*heard, 400));
+  server.pauseSource("high", false);
+  EXPECT_TRUE(hears(*heard, 1000));
+  // The last wish counts, whatever is on its way.
+  server.pauseSource("low");
+  session->setPreferredInput(input("low"));
+  session->setPreferredInput(input("high"));
+  server.pauseSource("low", false);
+  for (int window = 0; window < 5; ++window) EXPECT_TRUE(hears(*heard, 1000));
   RecordProperty("gapUs", std::to_string(gap));
 }
 

@@ -145,9 +145,9 @@ void PulseServer::makeDefaultSink(const std::string& name) {
   });
 }
 
-void PulseServer::pauseSource(const std::string& name) {
+void PulseServer::pauseSource(const std::string& name, bool pause) {
   ask([&](pa_context* context) {
-    return pa_context_suspend_source_by_name(context, name.c_str(), 1, nullptr, nullptr);
+    return pa_context_suspend_source_by_name(context, name.c_str(), pause, nullptr, nullptr);
   });
 }
 

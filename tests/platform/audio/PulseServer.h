@@ -36,7 +36,7 @@ public:
   std::uint32_t loadMicrophone(const std::string& name, const std::string& sink);
   void makeDefaultSource(const std::string& name);
   void makeDefaultSink(const std::string& name);
-  void pauseSource(const std::string& name);
+  void pauseSource(const std::string& name, bool pause = true);
 
 private:
   std::string _folder;

@@ -143,7 +143,9 @@ private:
     const auto wanted = MicrophoneRoute::shared().source(_sourceName);
     const auto name = findSource(_connection, wanted, Clock::now() + kLongestAnswer);
     takeOver();  // it may have begun meanwhile
-    if (!name || isOn(_next ? *_next : *_recording, wanted, *name)) return;
+    if (!name || (_next && isOn(*_next, wanted, *name))) return;
+    _next.reset();
+    if (isOn(*_recording, wanted, *name)) return;
     _next = record(wanted, *name);
     _giveUp = Clock::now() + kLongestChange;
   }

@@ -41,8 +41,9 @@ void CallObserverManager::stopMonitoring() {
 void CallObserverManager::callObserver(const CXCallObserver& /*observer*/,
                                        const CXCall& callChanged) {
   NotificationCenter::defaultCenter().post(
-      "ExternalCallDetected", {{"event", eventOf(callChanged)},
-                               {"callType", callChanged.isOutgoing ? "outgoing" : "incoming"}});
+      externalCallDetectedNotification,
+      {{"event", eventOf(callChanged)},
+       {"callType", callChanged.isOutgoing ? "outgoing" : "incoming"}});
 }
 
 }  // namespace kestrova

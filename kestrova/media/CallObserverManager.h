@@ -7,8 +7,10 @@
 
 namespace kestrova {
 
-/// Tells meetings of telephone calls outside of them, by the notification "ExternalCallDetected"
-/// with "event", which is the name of a listener's operation, and "callType". One for the process;
+/// Its user info has "event", which is the name of a listener's operation, and "callType".
+inline constexpr const char* externalCallDetectedNotification = "ExternalCallDetected";
+
+/// Tells meetings of telephone calls outside of them, by that notification. One for the process;
 /// it observes while anybody monitors. Thread-safe.
 class CallObserverManager final : public CXCallObserverDelegate {
 public:

@@ -43,8 +43,8 @@ void MeetingCore::observeExternalCalls() {
       if (event == "onExternalCallHangup") listener.onExternalCallHangup(callType);
     });
   };
-  _callObserver =
-      NotificationCenter::defaultCenter().addObserver("ExternalCallDetected", std::move(handler));
+  _callObserver = NotificationCenter::defaultCenter().addObserver(externalCallDetectedNotification,
+                                                                  std::move(handler));
 }
 
 // ---- The guard ---------------------------------------------------------------------------------

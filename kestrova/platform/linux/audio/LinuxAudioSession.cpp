@@ -99,9 +99,9 @@ public:
 
   void setPreferredInput(const std::optional<AVAudioSessionPortDescription>& input) override {
     auto& microphone = MicrophoneRoute::shared();
+    if (!input) return microphone.prefer(std::nullopt);
     if (!microphone.isDevice())
       throw AudioSessionError("the microphone is no device of the sound server");
-    if (!input) return microphone.prefer(std::nullopt);
     const auto found = requireDevices();
     const auto isIt = [&](const SoundDevice& source) { return source.name == input->uid; };
     if (std::none_of(found.sources.begin(), found.sources.end(), isIt))

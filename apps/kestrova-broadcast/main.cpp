@@ -33,6 +33,12 @@ std::unique_ptr<ScreenSource> makeSource(const Options& options, const Ending& e
   return makeX11Source(options);
 }
 
+/// Nobody is told of a screen before there is a picture of it. \throws SourceFailure when none
+/// comes
+void awaitPicture(ScreenSource& source, const Ending& ending) {
+  while (!source.take()) ending.waitUntil(Clock::now() + connectPause);
+}
+
 /// Says that a share begins, as long as it takes until somebody is there to take it.
 void meet(FrameSender& sender, const std::string& folder, CrossProcessNotifications& center,
           const Ending& ending) {
@@ -79,6 +85,7 @@ int share(const Options& options, const std::string& folder, CrossProcessNotific
   const Ending ending(options.lifeline);
   try {
     const auto source = makeSource(options, ending);
+    awaitPicture(*source, ending);
     FrameSender sender(ending);
     meet(sender, folder, center, ending);
     sendPictures(*source, options, sender);

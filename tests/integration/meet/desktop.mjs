@@ -5,7 +5,7 @@ import { once } from 'node:events';
 import { temporaryFolder, until } from '../../../server/test/support.mjs';
 import { start } from './support.mjs';
 
-const programs = ['sway', 'swaybg', 'pipewire', 'wireplumber', 'dbus-daemon', 'busctl', 'setpriv'];
+const programs = ['sway', 'swaymsg', 'swaybg', 'pipewire', 'wireplumber', 'wpctl', 'dbus-daemon', 'busctl', 'setpriv'];
 const portals = ['xdg-permission-store', 'xdg-desktop-portal-wlr', 'xdg-desktop-portal'];
 const nobody = 65534;
 
@@ -78,6 +78,8 @@ export class Desktop {
     this.#run('pipewire');
     await until(() => fs.existsSync(this.#at('run', 'pipewire-0')));
     this.#run('wireplumber');
+    // Without it no stream gets its source.
+    await until(() => spawnSync('wpctl', ['status'], { env: this.env, encoding: 'utf8' }).stdout?.includes('WirePlumber ['));
     await this.#startPortal(chooser, screencopy);
   }
 
@@ -132,6 +134,13 @@ export class Desktop {
     await this.#owns('org.freedesktop.impl.portal.desktop.wlr');
     this.#run('/usr/libexec/xdg-desktop-portal');
     await this.#owns('org.freedesktop.portal.Desktop');
+  }
+
+  /** Paints the background anew: a screen on which nothing moves may not show at all here. */
+  paint(colour) {
+    const socket = fs.readdirSync(this.#at('sway')).find((name) => name.startsWith('sway-ipc.'));
+    const env = { ...this.env, SWAYSOCK: this.#at('sway', socket) };
+    spawnSync('swaymsg', ['output', 'HEADLESS-1', 'bg', colour, 'solid_color'], { env });
   }
 
   async close() {

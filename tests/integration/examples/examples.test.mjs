@@ -179,6 +179,21 @@ test('chat-bot knows what was said before it came, and says it again', async () 
   await ada.stop('SIGINT');
 });
 
+test('kiosk does what the desk asks of it, in an encrypted meeting', async () => {
+  const key = { KESTROVA_KEY: 'of the lobby', SSL_CERT_FILE: service.ready.ca, KESTROVA_TOKEN: service.token() };
+  const ada = talk(service, 'lobby-desk', 'Ada');
+  await ada.event('joined');
+  const kiosk = new Example('kiosk', [service.ready.service, 'lobby-desk'], key);
+  await ada.event('participantJoined', named('Kiosk'));
+  // It listens from a moment after its join on: ask until it answers.
+  const asking = setInterval(() => ada.say('mic'), 250);
+  const answer = await ada.event('message', (entry) => entry.senderName === 'Kiosk' && /microphone$/.test(entry.message));
+  clearInterval(asking);
+  assert.equal(answer.message, 'no microphone');
+  assert.equal(await kiosk.stop(), 0, kiosk.stderr);
+  await ada.stop('SIGINT');
+});
+
 test('shared-counter is raised by everybody, and everybody sees it', async () => {
   const first = inMeeting('shared-counter', 'counting', '2');
   await first.says(/^2 by /);

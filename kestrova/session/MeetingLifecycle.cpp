@@ -384,6 +384,7 @@ void MeetingLifecycle::endFailed() {
   over->decide(
       {.kind = _wasJoined ? MeetingEnd::Kind::connectionLost : MeetingEnd::Kind::joinFailed});
   _context->connections->end();
+  _media->releaseCustomStreams();
   _registry->clear();
   _characters->clear();
   if (const auto client = _context->existingRoomClient()) client->cleanUpTracing();

@@ -266,6 +266,19 @@ TEST_F(ScreenShareTest, nothingOutlivesTheMeeting) {
   EXPECT_THAT(sockets().open, IsEmpty());
 }
 
+TEST_F(ScreenShareTest, aReturnThatIsRefusedEndsIt) {
+  join();
+  share();
+  test->socket().drop();
+  platform.advance(2s);
+  EXPECT_EQ(screen().programsRunning, 1);
+  service().refuse("requestEntry", 4005, "full");
+  test->reachSocket();
+  platform.pump();
+  ASSERT_EQ(meeting().meetingState(), MeetingState::FAILED);
+  expectNothingRuns();
+}
+
 TEST_F(ScreenShareTest, aModeWithoutSendingEndsIt) {
   join();
   share();

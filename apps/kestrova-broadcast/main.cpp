@@ -83,6 +83,8 @@ int complain(const std::string& problem, int code) {
 /// \returns the exit code
 int share(const Options& options, const std::string& folder, CrossProcessNotifications& center) {
   const Ending ending(options.lifeline);
+  // Of a failure the exit code tells more, and the closed connection as much.
+  const auto sayStopped = [&] { center.post(folder, "kestrova.flutter.stopScreenShare"); };
   try {
     const auto source = makeSource(options, ending);
     awaitPicture(*source, ending);
@@ -90,8 +92,11 @@ int share(const Options& options, const std::string& folder, CrossProcessNotific
     meet(sender, folder, center, ending);
     sendPictures(*source, options, sender);
   } catch (const Ending::Reached&) {
+    sayStopped();
   } catch (const FrameSender::Closed&) {
+    // Whoever closed it knows, or has turned this one away: then the share is another sender's.
   } catch (const SourceClosed& closed) {
+    sayStopped();
     return complain(closed.what(), broadcastExit::finished);
   } catch (const SourceRefused& refusal) {
     return complain(refusal.what(), broadcastExit::refused);
@@ -115,10 +120,7 @@ int main(int argc, char** argv) {
   if (!folder)
     return complain("there is no folder of this user alone to meet in", broadcastExit::failed);
   const auto center = makeNotifications(boost::asio::system_executor());
-  const int code = share(options, *folder, *center);
-  // Of a failure the exit code tells more, and the closed connection as much.
-  if (code == broadcastExit::finished) center->post(*folder, "kestrova.flutter.stopScreenShare");
-  return code;
+  return share(options, *folder, *center);
 }
 
 }  // namespace

@@ -72,6 +72,15 @@ test('a sender that is started by hand is taken, whoever comes first', async () 
   const ada = joining('hand', 'Ada', env, '--screen', '--screen-program', '');
   await enabled(grace);
   await grace.event('firstShare');
+  // More senders are turned away, and leave the share of the first one alone.
+  for (let more = 0; more < 2; ++more) {
+    const other = start(sender, ['--pattern', '320x180'], {
+      env: { ...process.env, ...env },
+      stdio: 'ignore',
+    });
+    assert.deepEqual(await once(other, 'close'), [0, null]);
+    assert.equal(byHand.exitCode, null);
+  }
   await ada.stop('SIGTERM');
   assert.deepEqual(await ended, [0, null]); // the share is over
   assert.deepEqual(fs.readdirSync(path.join(runtime, 'kestrova', 'kestrova')), []);

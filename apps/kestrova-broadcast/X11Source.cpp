@@ -100,6 +100,7 @@ public:
     if (xcb_connection_has_error(_connection.get())) throw SourceClosed("the X11 screen is gone");
     if (!reply) {
       // A window that is being resized, moved out of the screen or hidden: it shows again, or not.
+      --_grabs;  // the picture before this one is the last
       look();
       return last(false);
     }

@@ -108,8 +108,8 @@ void BroadcastCapturer::connectReader(const std::shared_ptr<SocketConnectionFram
   reader->isQuiet = [weak] {
     if (const auto self = weak.lock()) self->repeat();
   };
-  reader->didEnd = [weak] {
-    if (const auto self = weak.lock()) self->ended();
+  reader->didEnd = [weak, ending = reader.get()] {
+    if (const auto self = weak.lock()) self->ended(ending);
   };
 }
 
@@ -180,10 +180,12 @@ void BroadcastCapturer::repeat() {
   source->onFrame(frame);
 }
 
-void BroadcastCapturer::ended() {
+/// The handler is of the present share, which the end of an earlier one does not concern.
+void BroadcastCapturer::ended(const SocketConnectionFrameReader* reader) {
   std::function<void()> handler;
   {
     std::scoped_lock held(_sourceLock);
+    if (_framereader.get() != reader) return;
     handler = _ended;
   }
   if (handler) handler();

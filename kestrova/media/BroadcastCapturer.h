@@ -43,8 +43,8 @@ public:
   /// \param identifier empty: the one that was declared
   void useGroup(std::string identifier);
 
-  /// `handler` is told, on the bridge's own thread, when the sender has gone. Replaces an earlier
-  /// one.
+  /// `handler` is told, on the bridge's own thread, when the sender of the present broadcast has
+  /// gone. Replaces an earlier one.
   void onEnded(std::function<void()> handler);
 
 protected:
@@ -56,7 +56,7 @@ private:
   std::int64_t timeStampUs();
   void deliver(const std::shared_ptr<PixelBuffer>& buffer, int rotation);
   void repeat();
-  void ended();
+  void ended(const SocketConnectionFrameReader* reader);
 
   const std::shared_ptr<const Platform> _platform;
   const BridgeRules& _rules;

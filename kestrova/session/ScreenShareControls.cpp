@@ -68,6 +68,16 @@ void ScreenShareControls::report(const KestrovaError& error) {
 
 Task<void> ScreenShareControls::beginInTurn(Number number) {
   const auto turn = co_await _turns.acquire();
+  bool isEarlierThere = false;
+  {
+    std::scoped_lock held(_stateLock);
+    isEarlierThere = _share.number != 0;
+  }
+  // Its end was asked for first, and may have got a later turn.
+  if (isEarlierThere) {
+    auto ending = endShare(std::nullopt);
+    co_await std::move(ending);
+  }
   // Where the dialogs of other systems want it.
   auto begun = [this, number](Completion<bool> done) {
     MainQueue::shared().async([this, number, done] {
@@ -81,8 +91,8 @@ Task<void> ScreenShareControls::beginInTurn(Number number) {
 void ScreenShareControls::begin(Number number) {
   if (!isWished(number)) return;
   if (!_screen) {
-    report(KestrovaError::ERROR_GET_DISPLAY_MEDIA);
-    return stopShare(number);
+    if (stopShare(number)) report(KestrovaError::ERROR_GET_DISPLAY_MEDIA);
+    return;
   }
   const auto extension = _screen->infoValue(screenSharingExtensionKey);
   const auto declared = _screen->infoValue(appGroupIdentifierKey);
@@ -94,16 +104,9 @@ void ScreenShareControls::begin(Number number) {
   _context->roomClient()->broadcast()->onEnded([weak = weak_from_this(), number] {
     if (const auto self = weak.lock()) self->stopShare(number);
   });
-  if (const auto container = _screen->container(group)) {
-    const auto center = _screen->notifications();
-    share.startObserver =
-        center->addObserver(*container, startNotification, [weak = weak_from_this(), number] {
-          if (const auto self = weak.lock()) self->startScreenShare(number);
-        });
-    share.stopObserver =
-        center->addObserver(*container, stopNotification, [weak = weak_from_this(), number] {
-          if (const auto self = weak.lock()) self->stopShare(number);
-        });
+  if (!observe(share, group)) {
+    letGo(std::move(share));
+    return fail(number, "there is no folder of this user alone to meet in");
   }
   if (extension) {
     auto ended = [weak = weak_from_this(), number](const BroadcastEnd& end) {
@@ -117,11 +120,23 @@ void ScreenShareControls::begin(Number number) {
     if (_isWished && _number == number) std::swap(_share, share);
   }
   letGo(std::move(share));  // where it was switched off meanwhile
-  if (!lacksProgram) return;
-  traceError("The program that sends the screen is not there", {{"program", *extension}});
-  report(KestrovaError::ERROR_SCREENSHARE_PRODUCE_FAILED.withCause("there is no program " +
-                                                                   *extension));
-  stopShare(number);
+  if (lacksProgram) fail(number, "there is no program " + *extension);
+}
+
+bool ScreenShareControls::observe(Share& share, const std::string& group) {
+  const auto container = _screen->container(group);
+  if (!container) return false;
+  const auto center = _screen->notifications();
+  const auto number = share.number;
+  share.startObserver =
+      center->addObserver(*container, startNotification, [weak = weak_from_this(), number] {
+        if (const auto self = weak.lock()) self->startScreenShare(number);
+      });
+  share.stopObserver =
+      center->addObserver(*container, stopNotification, [weak = weak_from_this(), number] {
+        if (const auto self = weak.lock()) self->stopShare(number);
+      });
+  return share.startObserver && share.stopObserver;
 }
 
 void ScreenShareControls::startScreenShare(Number number) {
@@ -129,31 +144,39 @@ void ScreenShareControls::startScreenShare(Number number) {
   spawn(shared_from_this(), publish(number, std::nullopt));
 }
 
-void ScreenShareControls::stopShare(Number number) {
+bool ScreenShareControls::stopShare(Number number) {
   {
     std::scoped_lock held(_stateLock);
-    if (_number != number || !std::exchange(_isWished, false)) return;
+    if (_number != number || !std::exchange(_isWished, false)) return false;
   }
   silence();
   spawn(shared_from_this(), stop(number, std::nullopt));
+  return true;
+}
+
+/// Whoever hears of it may switch it on again at once.
+void ScreenShareControls::fail(Number number, const std::string& cause) {
+  traceError("The screen can't be shared", {{"error", cause}});
+  if (stopShare(number)) report(KestrovaError::ERROR_SCREENSHARE_PRODUCE_FAILED.withCause(cause));
 }
 
 void ScreenShareControls::programEnded(Number number, const BroadcastEnd& end) {
-  if (!isWished(number)) return;
+  using Kind = BroadcastEnd::Kind;
+  // Even where its connection ended first, and the share with that.
+  if (end.kind == Kind::failed)
+    traceError("The program that sends the screen failed", {{"error", end.cause}});
   bool hasStarted = false;
   {
     std::scoped_lock held(_stateLock);
-    hasStarted = _share.hasStarted;
+    hasStarted = _share.number == number && _share.hasStarted;
   }
-  if (end.kind == BroadcastEnd::Kind::refused) {
-    const auto line = KestrovaError::ERROR_GET_DISPLAY_MEDIA_PERMISSION_DENIED.message();
-    traceError(line);
+  if (!stopShare(number)) return;
+  if (end.kind == Kind::refused) {
+    traceError(KestrovaError::ERROR_GET_DISPLAY_MEDIA_PERMISSION_DENIED.message());
     report(KestrovaError::ERROR_GET_DISPLAY_MEDIA_PERMISSION_DENIED.withCause(end.cause));
-  } else if (end.kind == BroadcastEnd::Kind::failed) {
-    traceError("The program that sends the screen failed", {{"error", end.cause}});
-    if (!hasStarted) report(KestrovaError::ERROR_SCREENSHARE_PRODUCE_FAILED.withCause(end.cause));
+  } else if (end.kind == Kind::failed && !hasStarted) {
+    report(KestrovaError::ERROR_SCREENSHARE_PRODUCE_FAILED.withCause(end.cause));
   }
-  stopShare(number);
 }
 
 // ---- Publication -------------------------------------------------------------------------------
@@ -190,9 +213,8 @@ Task<bool> ScreenShareControls::publishNow(Number number, Connection connection,
   }
   if (!connection.isCurrent()) co_return false;
   if (!producer) {
-    if (isWished(number) && !isReported)
+    if (stopShare(number) && !isReported)
       report(KestrovaError::ERROR_SCREENSHARE_PRODUCE_FAILED.withCause(cause));
-    stopShare(number);
     co_return false;
   }
   bool isWanted = false;
@@ -266,10 +288,18 @@ Task<void> ScreenShareControls::stopForMode(Connection connection,
 Task<void> ScreenShareControls::stop(Number number, std::optional<SpanScope> parentSpan) {
   const auto self = shared_from_this();
   const auto turn = co_await _turns.acquire();
-  bool isPublished = false;
   {
     std::scoped_lock held(_stateLock);
     if (_share.number != number) co_return;  // it had not begun, or has ended
+  }
+  auto ending = endShare(std::move(parentSpan));
+  co_await std::move(ending);
+}
+
+Task<void> ScreenShareControls::endShare(std::optional<SpanScope> parentSpan) {
+  bool isPublished = false;
+  {
+    std::scoped_lock held(_stateLock);
     isPublished = _share.producer != nullptr;
   }
   if (isPublished) {

@@ -57,13 +57,20 @@ private:
 
   Task<void> beginInTurn(Number number);
   void begin(Number number);
+  /// Hears what the program of `share` says. False where it can't be heard.
+  bool observe(Share& share, const std::string& group);
+  /// Ends a share that can't be, and reports that where it is still wished.
+  void fail(Number number, const std::string& cause);
   bool isWished(Number number) const;
   void startScreenShare(Number number);
   Task<void> publish(Number number, std::optional<SpanScope> parentSpan);
   /// Under the turn. \returns whether a publication stands
   Task<bool> publishNow(Number number, Connection connection, std::optional<SpanScope> parentSpan);
-  void stopShare(Number number);
+  /// \returns whether it was wished until now
+  bool stopShare(Number number);
   Task<void> stop(Number number, std::optional<SpanScope> parentSpan);
+  /// Under the turn: the share that is there, published or not.
+  Task<void> endShare(std::optional<SpanScope> parentSpan);
   Task<void> refuseToStop();
   Task<void> closePublication(std::optional<SpanScope> parentSpan);
   void programEnded(Number number, const BroadcastEnd& end);

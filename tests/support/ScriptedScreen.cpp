@@ -125,8 +125,10 @@ public:
     std::string name;
     std::function<void()> handler;
   };
+  explicit Center(const ScriptedScreen& screen) : _screen(screen) {}
   std::shared_ptr<Observer> addObserver(const std::string&, std::string name,
                                         std::function<void()> handler) override {
+    if (!_screen.canObserve) return nullptr;
     auto ear = std::make_shared<Ear>();
     ear->name = std::move(name);
     ear->handler = std::move(handler);
@@ -138,10 +140,13 @@ public:
       if (const auto ear = weak.lock(); ear && ear->name == name) ear->handler();
   }
   std::vector<std::weak_ptr<Ear>> ears;
+
+private:
+  const ScriptedScreen& _screen;
 };
 
 std::shared_ptr<CrossProcessNotifications> ScriptedScreen::notifications() {
-  if (!_center) _center = std::make_shared<Center>();
+  if (!_center) _center = std::make_shared<Center>(*this);
   return _center;
 }
 

@@ -74,6 +74,7 @@ public:
   const std::shared_ptr<ScriptedSockets> scriptedSockets;
   ScreenShareConfig config{.screenSharingExtension = "sender"};
   bool hasContainers = true;
+  bool canObserve = true;
   bool hasProgram = true;
   int programsRunning = 0;
 

@@ -143,6 +143,12 @@ TEST_F(ScreenShareTest, whatKeepsItFromBeginningIsReported) {
   const Case cases[] = {
       {"onError 3061 ERROR_SCREENSHARE_PRODUCE_FAILED", "there is no program sender",
        [](auto& t) { t.screen().hasProgram = false; }},
+      {"onError 3061 ERROR_SCREENSHARE_PRODUCE_FAILED",
+       "there is no folder of this user alone to meet in",
+       [](auto& t) { t.screen().hasContainers = false; }},
+      {"onError 3061 ERROR_SCREENSHARE_PRODUCE_FAILED",
+       "there is no folder of this user alone to meet in",
+       [](auto& t) { t.screen().canObserve = false; }},
       {"onError 3061 ERROR_SCREENSHARE_PRODUCE_FAILED", "no display",
        [](auto& t) {
          t.meeting().enableScreenShare();
@@ -159,7 +165,7 @@ TEST_F(ScreenShareTest, whatKeepsItFromBeginningIsReported) {
        [](auto& t) { t.service().refuse("produce"); }},
   };
   for (const auto& each : cases) {
-    platform.screen->hasProgram = true;
+    screen().hasProgram = screen().hasContainers = screen().canObserve = true;
     join();
     each.spoil(*this);
     meeting().enableScreenShare();
@@ -207,6 +213,17 @@ TEST_F(ScreenShareTest, offCountsFromTheMomentItIsAskedFor) {
   EXPECT_TRUE(platform.traces.has(
       "Attempted to call disableScreenShare() while screenshare is already disabled"));
   EXPECT_FALSE(test->listener->has("onError"));
+}
+
+TEST_F(ScreenShareTest, aFailureIsTracedThoughTheConnectionEndedFirst) {
+  join();
+  const int sender = share();
+  sockets().hangUp(sender);
+  screen().endProgram({.kind = BroadcastEnd::Kind::failed, .cause = "no memory"});
+  platform.pump();
+  EXPECT_TRUE(platform.traces.has("The program that sends the screen failed"));
+  EXPECT_FALSE(test->listener->has("onError"));
+  expectNothingLeft();
 }
 
 TEST_F(ScreenShareTest, aReturnPublishesTheSameBroadcastAgain) {

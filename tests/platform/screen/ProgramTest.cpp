@@ -111,6 +111,13 @@ TEST_F(ProgramTest, programsAreFoundWhereTheyAreExpected) {
   const std::string path = std::getenv("PATH");
   ::setenv("PATH", (".:" + runtime.path + ":" + path).c_str(), 1);
   EXPECT_EQ(findProgram(name), here);
+  // Where anybody can put a program, none is taken.
+  for (const auto& place : {runtime.path, here}) {
+    ::chmod(place.c_str(), 0777);
+    EXPECT_FALSE(findProgram(name)) << place;
+    ::chmod(place.c_str(), 0700);
+  }
+  EXPECT_EQ(findProgram(name), here);
   ::setenv("PATH", path.c_str(), 1);
   EXPECT_FALSE(findProgram(""));
 }

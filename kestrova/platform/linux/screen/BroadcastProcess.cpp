@@ -33,6 +33,18 @@ bool isProgram(const std::string& path) {
          ::access(path.c_str(), X_OK) == 0;
 }
 
+/// Whether root's or ours, and nobody but them and their group may change it.
+bool isTrusted(const std::string& path) {
+  struct stat found {};
+  return ::stat(path.c_str(), &found) == 0 && (found.st_uid == 0 || found.st_uid == ::geteuid()) &&
+         (found.st_mode & S_IWOTH) == 0;
+}
+
+bool isTrustedProgram(const std::filesystem::path& path) {
+  return isProgram(path.string()) && isTrusted(path.string()) &&
+         isTrusted(path.parent_path().string());
+}
+
 /// The environment without what is the application's own, such as its access token.
 std::vector<char*> environmentForOthers() {
   std::vector<char*> kept;
@@ -236,10 +248,8 @@ std::optional<std::string> findProgram(const std::string& name) {
   std::error_code error;
   const auto self = std::filesystem::read_symlink("/proc/self/exe", error);
   if (!error) {
-    const auto folder = self.parent_path();
-    // Beside this program, or where a build of the library has it.
-    for (const auto& place : {folder / name, folder.parent_path() / name / name})
-      if (isProgram(place.string())) return place.string();
+    const auto beside = self.parent_path() / name;
+    if (isTrustedProgram(beside)) return beside.string();
   }
   const char* path = std::getenv("PATH");
   std::string_view left = path ? path : "";
@@ -248,7 +258,7 @@ std::optional<std::string> findProgram(const std::string& name) {
     const auto place = std::string(left.substr(0, end)) + "/" + name;
     left.remove_prefix(std::min(end + 1, left.size()));
     // A relative place would mean another program in every folder.
-    if (place.starts_with('/') && isProgram(place)) return place;
+    if (place.starts_with('/') && isTrustedProgram(place)) return place;
   }
   return std::nullopt;
 }

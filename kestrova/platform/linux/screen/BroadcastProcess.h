@@ -21,6 +21,7 @@ inline constexpr int refused = 3;
 }  // namespace broadcastExit
 
 /// The program of that name: a path as it stands, else one beside this program, else one in PATH.
+/// A place in which other users can put programs is passed over.
 std::optional<std::string> findProgram(const std::string& name);
 
 /// Starts a program that sends the screen. Its standard input is a pipe that nobody writes to: at

@@ -31,7 +31,8 @@ public:
 
 /// How a program that sends the screen came to its end.
 struct BroadcastEnd {
-  enum class Kind { finished, refused, failed };
+  /// `unknown` where the application itself has taken the exit code, such as by ignoring SIGCHLD.
+  enum class Kind { finished, refused, failed, unknown };
   Kind kind = Kind::finished;
   /// For people; empty where nothing is known.
   std::string cause = {};
@@ -47,6 +48,7 @@ public:
 class ScreenSharing {
 public:
   virtual ~ScreenSharing() = default;
+  /// \throws std::invalid_argument for a group whose name is none of a directory, or too long
   virtual void configure(const ScreenShareConfig& config) = 0;
   /// What the application declared under that key; nothing for an empty value, too.
   virtual std::optional<std::string> infoValue(std::string_view key) = 0;
@@ -66,6 +68,7 @@ public:
   /// Asks the system, and thereby the user, to start sending the screen to that group.
   /// \param ended is called once, on a thread of the library, unless the program was let go of
   /// \returns nothing when there is no such program
+  /// \throws std::system_error when it can't be started
   virtual std::unique_ptr<BroadcastProgram> showBroadcastPicker(
       const std::string& preferredExtension, const std::string& groupIdentifier,
       std::function<void(const BroadcastEnd& end)> ended) = 0;

@@ -5,6 +5,7 @@
 #include <kestrova/session/ScreenShareControls.h>
 #include <kestrova/tracing/Trace.h>
 
+#include <system_error>
 #include <utility>
 
 namespace kestrova {
@@ -108,19 +109,24 @@ void ScreenShareControls::begin(Number number) {
     letGo(std::move(share));
     return fail(number, "there is no folder of this user alone to meet in");
   }
+  std::string problem;
   if (extension) {
     auto ended = [weak = weak_from_this(), number](const BroadcastEnd& end) {
       if (const auto self = weak.lock()) self->programEnded(number, end);
     };
-    share.program = _screen->showBroadcastPicker(*extension, group, std::move(ended));
+    try {
+      share.program = _screen->showBroadcastPicker(*extension, group, std::move(ended));
+      if (!share.program) problem = "there is no program " + *extension;
+    } catch (const std::system_error& error) {
+      problem = error.what();
+    }
   }
-  const bool lacksProgram = extension && !share.program;
   {
     std::scoped_lock held(_stateLock);
     if (_isWished && _number == number) std::swap(_share, share);
   }
   letGo(std::move(share));  // where it was switched off meanwhile
-  if (lacksProgram) fail(number, "there is no program " + *extension);
+  if (!problem.empty()) fail(number, problem);
 }
 
 bool ScreenShareControls::observe(Share& share, const std::string& group) {
@@ -174,7 +180,7 @@ void ScreenShareControls::programEnded(Number number, const BroadcastEnd& end) {
   if (end.kind == Kind::refused) {
     traceError(KestrovaError::ERROR_GET_DISPLAY_MEDIA_PERMISSION_DENIED.message());
     report(KestrovaError::ERROR_GET_DISPLAY_MEDIA_PERMISSION_DENIED.withCause(end.cause));
-  } else if (end.kind == Kind::failed && !hasStarted) {
+  } else if (end.kind != Kind::finished && !hasStarted) {
     report(KestrovaError::ERROR_SCREENSHARE_PRODUCE_FAILED.withCause(end.cause));
   }
 }

@@ -4,6 +4,7 @@
 #include <boost/asio/io_context.hpp>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <signal.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -13,6 +14,7 @@
 #include "PrivateRuntime.h"
 #include <fstream>
 #include <future>
+#include <system_error>
 #include <thread>
 
 namespace kestrova::test {
@@ -68,6 +70,37 @@ TEST_F(ProgramTest, itsEndIsToldWithItsLastWords) {
   const auto killed = endOf(script("kill -9 $$"));
   EXPECT_EQ(killed.kind, BroadcastEnd::Kind::failed);
   EXPECT_EQ(killed.cause, "ended by signal 9");
+}
+
+TEST_F(ProgramTest, anExitCodeThatTheApplicationIgnoresIsUnknown) {
+  const auto pipe = runtime.path + "/until";
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  std::promise<BroadcastEnd> ended;
+  ::signal(SIGCHLD, SIG_IGN);
+  const auto program =
+      startBroadcast(script("read line < " + pipe + "; echo 'no display' >&2; exit 1"), {},
+                     loop.get_executor(), [&](const auto& end) { ended.set_value(end); });
+  std::ofstream(pipe) << "go\n";
+  auto end = ended.get_future();
+  const bool isTold =
+      end.wait_for(std::chrono::seconds(patienceSeconds)) == std::future_status::ready;
+  ::signal(SIGCHLD, SIG_DFL);
+  ASSERT_TRUE(isTold);
+  const auto told = end.get();
+  EXPECT_EQ(told.kind, BroadcastEnd::Kind::unknown);
+  EXPECT_EQ(told.cause, "no display");
+}
+
+TEST_F(ProgramTest, whatKeepsItFromStartingIsSaid) {
+  const auto path = runtime.path + "/broken";
+  std::ofstream(path) << "#!/nowhere\n";
+  ::chmod(path.c_str(), 0700);
+  try {
+    startBroadcast(path, {}, loop.get_executor(), [](const BroadcastEnd&) {});
+    ADD_FAILURE() << "it has started";
+  } catch (const std::system_error& error) {
+    EXPECT_EQ(error.code(), std::errc::no_such_file_or_directory);
+  }
 }
 
 TEST_F(ProgramTest, itInheritsNothingOfTheApplication) {

@@ -155,6 +155,12 @@ TEST_F(ScreenShareTest, whatKeepsItFromBeginningIsReported) {
          t.platform.pump();
          t.screen().endProgram({.kind = BroadcastEnd::Kind::failed, .cause = "no display"});
        }},
+      {"onError 3061 ERROR_SCREENSHARE_PRODUCE_FAILED", "last words",
+       [](auto& t) {
+         t.meeting().enableScreenShare();
+         t.platform.pump();
+         t.screen().endProgram({.kind = BroadcastEnd::Kind::unknown, .cause = "last words"});
+       }},
       {"onError 3016 ERROR_GET_DISPLAY_MEDIA_PERMISSION_DENIED", "the user said no",
        [](auto& t) {
          t.meeting().enableScreenShare();

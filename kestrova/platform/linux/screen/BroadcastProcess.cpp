@@ -13,10 +13,12 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 extern char** environ;
@@ -45,6 +47,10 @@ bool isTrustedProgram(const std::filesystem::path& path) {
          isTrusted(path.parent_path().string());
 }
 
+[[noreturn]] void failToStart(int error) {
+  throw std::system_error(error, std::generic_category(), "the program can't be started");
+}
+
 /// The environment without what is the application's own, such as its access token.
 std::vector<char*> environmentForOthers() {
   std::vector<char*> kept;
@@ -59,7 +65,7 @@ struct Pipe {
   int write = -1;
   Pipe() {
     int ends[2];
-    if (::pipe2(ends, O_CLOEXEC) != 0) return;
+    if (::pipe2(ends, O_CLOEXEC) != 0) failToStart(errno);
     read = ends[0];
     write = ends[1];
   }
@@ -71,6 +77,7 @@ struct Pipe {
   Pipe& operator=(const Pipe&) = delete;
 };
 
+/// \throws std::system_error
 pid_t spawnProgram(const std::string& path, const std::vector<std::string>& arguments, int input,
                    int errors) {
   std::vector<char*> words{const_cast<char*>(path.c_str())};
@@ -78,7 +85,7 @@ pid_t spawnProgram(const std::string& path, const std::vector<std::string>& argu
   words.push_back(nullptr);
   posix_spawn_file_actions_t files;
   posix_spawnattr_t attributes;
-  if (::posix_spawn_file_actions_init(&files) != 0) return -1;
+  if (const int error = ::posix_spawn_file_actions_init(&files)) failToStart(error);
   ::posix_spawnattr_init(&attributes);
   ::posix_spawn_file_actions_adddup2(&files, input, STDIN_FILENO);
   ::posix_spawn_file_actions_addopen(&files, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
@@ -97,11 +104,11 @@ pid_t spawnProgram(const std::string& path, const std::vector<std::string>& argu
       &attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
   auto environment = environmentForOthers();
   pid_t process = -1;
-  if (::posix_spawn(&process, path.c_str(), &files, &attributes, words.data(),
-                    environment.data()) != 0)
-    process = -1;
+  const int failure =
+      ::posix_spawn(&process, path.c_str(), &files, &attributes, words.data(), environment.data());
   ::posix_spawnattr_destroy(&attributes);
   ::posix_spawn_file_actions_destroy(&files);
+  if (failure != 0) failToStart(failure);
   return process;
 }
 
@@ -155,10 +162,9 @@ private:
   }
 
   void reap() {
-    if (::waitid(P_PIDFD, static_cast<id_t>(_handle.native_handle()), &_result, WEXITED) != 0) {
-      _result.si_code = CLD_EXITED;  // somebody else reaped it
-      _result.si_status = broadcastExit::finished;
-    }
+    const auto handle = static_cast<id_t>(_handle.native_handle());
+    // Otherwise somebody else, or the system, has reaped it.
+    _isResultKnown = ::waitid(P_PIDFD, handle, &_result, WEXITED) == 0;
     _hasEnded = true;
     _grace.cancel();
     // What was read already comes first.
@@ -184,6 +190,7 @@ private:
   }
 
   BroadcastEnd judge(const siginfo_t& info) const {
+    if (!_isResultKnown) return {.kind = BroadcastEnd::Kind::unknown, .cause = lastLine()};
     if (info.si_code != CLD_EXITED)
       return {.kind = BroadcastEnd::Kind::failed,
               .cause = "ended by signal " + std::to_string(info.si_status)};
@@ -228,6 +235,7 @@ private:
   std::string _complaint;
   bool _isReading = false;
   bool _hasEnded = false;
+  bool _isResultKnown = false;
   siginfo_t _result{};
 };
 
@@ -269,14 +277,13 @@ std::unique_ptr<BroadcastProgram> startBroadcast(const std::string& path,
                                                  std::function<void(const BroadcastEnd&)> ended) {
   Pipe input;
   Pipe errors;
-  if (input.read < 0 || errors.read < 0) return nullptr;
   const auto process = spawnProgram(path, arguments, input.read, errors.write);
-  if (process < 0) return nullptr;
   const int handle = static_cast<int>(::syscall(SYS_pidfd_open, process, 0));
   if (handle < 0) {
+    const int error = errno;
     ::kill(process, SIGKILL);
     ::waitpid(process, nullptr, 0);
-    return nullptr;
+    failToStart(error);
   }
   auto watch = std::make_shared<Watch>(network, process, handle, std::exchange(input.write, -1),
                                        std::exchange(errors.read, -1), std::move(ended));

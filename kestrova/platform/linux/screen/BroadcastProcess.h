@@ -28,7 +28,7 @@ std::optional<std::string> findProgram(const std::string& name);
 /// its end the program ends, so it doesn't outlive this process, however that goes. Whoever lets go
 /// of it ends it, within two seconds.
 /// \param ended is called once, on the network's thread, unless it was let go of
-/// \returns nothing when it can't be started
+/// \throws std::system_error when it can't be started
 std::unique_ptr<BroadcastProgram> startBroadcast(const std::string& path,
                                                  const std::vector<std::string>& arguments,
                                                  const boost::asio::any_io_executor& network,

@@ -133,7 +133,8 @@ public:
   /// one that runs is not disturbed.
   static void configureCapture(const CaptureConfig& config);
 
-  /// Who sends the screen when a meeting shares it, from the next share on.
+  /// Who sends the screen when a meeting shares it, from the next share on. \throws
+  /// std::invalid_argument for a group whose name is none of a directory, or too long
   static void configureScreenShare(const ScreenShareConfig& config);
 
   static void setLogLevel(LogLevel level);

@@ -1,9 +1,11 @@
 #include <kestrova/media/BroadcastSocketConnection.h>
 #include <kestrova/media/SocketConnectionFrameReader.h>
 #include <kestrova/platform/linux/screen/LinuxRenderer.h>
+#include <kestrova/platform/linux/screen/LinuxScreenSharing.h>
 #include <kestrova/platform/linux/screen/LinuxUnixSockets.h>
 #include <kestrova/platform/linux/screen/PrivateFolder.h>
 
+#include <boost/asio/io_context.hpp>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -16,6 +18,7 @@
 #include <condition_variable>
 #include <cstring>
 #include <mutex>
+#include <stdexcept>
 #include <thread>
 
 namespace kestrova::test {
@@ -214,6 +217,18 @@ TEST(PrivateFolderTest, aFolderThatOthersCanReachIsNotUsed) {
   const auto elsewhere = privateFolder();
   ASSERT_TRUE(elsewhere);
   EXPECT_FALSE(elsewhere->starts_with(runtime.path));
+}
+
+TEST(PrivateFolderTest, aDeclaredNameLeavesRoomForWhatAShareAdds) {
+  PrivateRuntime runtime;
+  boost::asio::io_context loop;
+  const auto screen = makeScreenSharing(loop.get_executor());
+  const std::string longest(longestDeclaredGroup, 'g');
+  screen->configure({.appGroupIdentifier = longest});
+  EXPECT_TRUE(screen->container(screen->ownGroup(longest)));
+  for (const std::string& name : {longest + "g", std::string("a/b"), std::string(".hidden")})
+    EXPECT_THROW(screen->configure({.appGroupIdentifier = name}), std::invalid_argument) << name;
+  EXPECT_EQ(screen->infoValue(appGroupIdentifierKey), longest);
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 
 #include <atomic>
 #include <mutex>
+#include <stdexcept>
 #include <utility>
 
 namespace kestrova {
@@ -20,6 +21,11 @@ public:
       : _network(network), _notifications(makeNotifications(std::move(network))) {}
 
   void configure(const ScreenShareConfig& config) override {
+    const auto& group = config.appGroupIdentifier;
+    if (!group.empty() && (!isGroupName(group) || group.size() > longestDeclaredGroup))
+      throw std::invalid_argument("appGroupIdentifier takes up to " +
+                                  std::to_string(longestDeclaredGroup) +
+                                  " letters, digits, '.', '_' and '-', and no dot first");
     auto copy = config;
     std::scoped_lock held(_lock);
     std::swap(_config, copy);

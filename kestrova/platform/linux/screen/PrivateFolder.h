@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -16,5 +17,8 @@ std::optional<std::string> privateFolder();
 std::optional<std::string> groupFolder(const std::string& group);
 /// Whether it is made of letters, digits, '.', '_' and '-', and does not begin with a dot.
 bool isGroupName(std::string_view name);
+/// What a name may have that an application declares: one of a share's own is longer, and the
+/// socket in its folder must fit into an address.
+inline constexpr std::size_t longestDeclaredGroup = 44;
 
 }  // namespace kestrova

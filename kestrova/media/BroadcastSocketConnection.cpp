@@ -77,11 +77,13 @@ bool BroadcastSocketConnection::openSocket() {
   }
   _sockets->unlink(filePath);
   if (!_sockets->bind(handle, address)) return fail(_rules.bindFailed);
+  auto file = _sockets->fileId(address);
   {
     std::scoped_lock held(_closeLock);
     _boundPath = address;
+    _boundFile.swap(file);
   }
-  if (!_sockets->fileExists(filePath) || !_sockets->listen(handle, backlog))
+  if (_sockets->fileId(filePath).empty() || !_sockets->listen(handle, backlog))
     return fail(_rules.listenFailed);
   auto loop = _sockets->makeLoop();
   if (!loop) return fail(_rules.listenFailed);
@@ -152,6 +154,7 @@ void BroadcastSocketConnection::close() {
   std::shared_ptr<Input> input;
   int handle = -1;
   std::string bound;
+  std::string file;
   {
     std::scoped_lock held(_closeLock);
     _shouldKeepRunning = false;
@@ -159,6 +162,7 @@ void BroadcastSocketConnection::close() {
     input = std::move(_inputStream);
     handle = std::exchange(_socketHandle, -1);
     bound.swap(_boundPath);
+    file.swap(_boundFile);
   }
   // A read that is under way ends before its handle is closed.
   if (loop && input) loop->release(input->handle);
@@ -166,7 +170,8 @@ void BroadcastSocketConnection::close() {
     loop->release(handle);
   else if (handle >= 0)
     _sockets->close(handle);
-  if (!bound.empty()) _sockets->unlink(bound);
+  // By now it may be that of somebody else, who listens there.
+  if (!file.empty() && _sockets->fileId(bound) == file) _sockets->unlink(bound);
 }
 
 }  // namespace kestrova

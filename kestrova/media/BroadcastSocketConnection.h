@@ -60,6 +60,7 @@ private:
   std::shared_ptr<Input> _inputStream;
   bool _shouldKeepRunning = false;
   std::string _boundPath;
+  std::string _boundFile;  ///< which one lies there since
 };
 
 /// The older bridge's.

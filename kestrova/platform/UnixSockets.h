@@ -41,7 +41,8 @@ public:
   virtual std::string lastError() = 0;
   virtual void close(int handle) = 0;
   virtual void unlink(const std::string& path) = 0;
-  virtual bool fileExists(const std::string& path) = 0;
+  /// Tells the file that lies there now from any other that ever does; empty where there is none.
+  virtual std::string fileId(const std::string& path) = 0;
   virtual std::unique_ptr<SocketLoop> makeLoop() = 0;
 };
 

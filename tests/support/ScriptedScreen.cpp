@@ -72,9 +72,11 @@ int ScriptedSockets::socket() {
   return _last;
 }
 
-bool ScriptedSockets::bind(int, const std::string& path) {
-  if (bindWorks) files.insert(path);
-  return bindWorks;
+bool ScriptedSockets::bind(int handle, const std::string& path) {
+  if (!bindWorks) return false;
+  files.insert(path);
+  _ids[path] = handle;
+  return true;
 }
 
 bool ScriptedSockets::listen(int handle, int backlog) {

@@ -41,7 +41,9 @@ public:
   std::string lastError() override { return _lastError; }
   void close(int handle) override { open.erase(handle); }
   void unlink(const std::string& path) override { files.erase(path); }
-  bool fileExists(const std::string& path) override { return files.contains(path); }
+  std::string fileId(const std::string& path) override {
+    return files.contains(path) ? std::to_string(_ids[path]) : std::string();
+  }
   std::unique_ptr<SocketLoop> makeLoop() override;
 
 private:
@@ -58,6 +60,7 @@ private:
   int _listening = -1;
   std::deque<int> _waiting;
   std::map<int, Client> _clients;
+  std::map<std::string, int> _ids;  // by path: the handle that was bound there
   std::string _lastError;
   // Shared with the loops, which may outlive this object.
   const std::shared_ptr<std::map<int, std::function<void()>>> _watched =

@@ -134,6 +134,20 @@ TEST_F(BroadcastTest, aPathHasItsLimits) {
   EXPECT_FALSE(BroadcastSocketConnection::make("", listener, platform.screen->scriptedSockets));
 }
 
+TEST_F(BroadcastTest, aSocketThatIsSomebodyElsesByNowStays) {
+  const auto listener = std::make_shared<Silent>();
+  const auto make = [&] {
+    return BroadcastSocketConnection::make("/here", listener, platform.screen->scriptedSockets);
+  };
+  const auto first = make();
+  const auto second = make();
+  ASSERT_TRUE(first->open() && second->open());
+  first->close();
+  EXPECT_THAT(sockets().files, ElementsAre("/here"));
+  second->close();
+  EXPECT_THAT(sockets().files, IsEmpty());
+}
+
 TEST_F(BroadcastTest, theOlderBridgeTurnsPicturesAndTellsMore) {
   const auto capturer = iOSBroadcastScreenCapturer::make();
   create(capturer);

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <map>
 #include <mutex>
@@ -182,9 +183,17 @@ public:
 
   void close(int handle) override { ::close(handle); }
   void unlink(const std::string& path) override { ::unlink(path.c_str()); }
-  bool fileExists(const std::string& path) override {
+  std::string fileId(const std::string& path) override {
     struct stat found {};
-    return ::lstat(path.c_str(), &found) == 0;
+    if (::lstat(path.c_str(), &found) != 0) return {};
+    // The number of a file that is gone is given to the next one.
+    const auto& changed = found.st_ctim;
+    std::string id;
+    for (const auto part :
+         {static_cast<std::intmax_t>(found.st_dev), static_cast<std::intmax_t>(found.st_ino),
+          static_cast<std::intmax_t>(changed.tv_sec), static_cast<std::intmax_t>(changed.tv_nsec)})
+      id += std::to_string(part) + ":";
+    return id;
   }
 
   std::unique_ptr<SocketLoop> makeLoop() override {

@@ -48,6 +48,7 @@ void ScreenShareControls::disableScreenShare() {
     number = _number;
   }
   silence();
+  if (wasWished) endProgram(number);
   spawn(shared_from_this(), wasWished ? stop(number, std::nullopt) : refuseToStop());
 }
 
@@ -95,6 +96,8 @@ void ScreenShareControls::begin(Number number) {
     if (stopShare(number)) report(KestrovaError::ERROR_GET_DISPLAY_MEDIA);
     return;
   }
+  // Before anybody is asked for the screen.
+  if (!sendsMedia(_context->sending->mode())) return fail(number, "the mode does not send");
   const auto extension = _screen->infoValue(screenSharingExtensionKey);
   const auto declared = _screen->infoValue(appGroupIdentifierKey);
   Share share{.number = number};
@@ -217,15 +220,17 @@ Task<bool> ScreenShareControls::publishNow(Number number, Connection connection,
     cause = error.what();
     traceError(cause);
   }
-  if (!connection.isCurrent()) co_return false;
   if (!producer) {
-    if (stopShare(number) && !isReported)
+    if (connection.isCurrent() && stopShare(number) && !isReported)
       report(KestrovaError::ERROR_SCREENSHARE_PRODUCE_FAILED.withCause(cause));
     co_return false;
   }
+  if (_context->connections->isOver()) co_return false;
+  // Where the connection went in the last moment, too: the return clears it.
   bool isWanted = false;
   {
     std::scoped_lock held(_stateLock);
+    if (_share.number != number) co_return false;  // the meeting has ended it
     isWanted = _isWished && _number == number;
     _isScreenSharingActive = true;
     _share.producer = producer;
@@ -233,7 +238,7 @@ Task<bool> ScreenShareControls::publishNow(Number number, Connection connection,
   }
   if (!isWanted) producer->track()->setEnabled(false);  // a stop waits for the turn
   _context->localParticipant->addStream(std::make_shared<MediaStream>(producer));
-  co_return true;
+  co_return connection.isCurrent();
 }
 
 Task<void> ScreenShareControls::clearEarlier(Connection connection) {
@@ -274,6 +279,12 @@ void ScreenShareControls::silence() {
   if (producer) producer->track()->setEnabled(false);
 }
 
+void ScreenShareControls::endProgram(Number number) {
+  std::unique_ptr<BroadcastProgram> program;
+  std::scoped_lock held(_stateLock);
+  if (_share.number == number) program.swap(_share.program);
+}
+
 Task<void> ScreenShareControls::stopForMode(Connection connection,
                                             std::optional<SpanScope> parentSpan) {
   const auto self = shared_from_this();
@@ -287,6 +298,7 @@ Task<void> ScreenShareControls::stopForMode(Connection connection,
     number = _number;
   }
   silence();
+  endProgram(number);
   auto stopping = stop(number, span.scope());
   co_await std::move(stopping);
 }

@@ -77,6 +77,8 @@ private:
   void report(const KestrovaError& error);
   /// Silent from now on, whatever still comes.
   void silence();
+  /// Ends the capture of a share that was switched off, though its publication waits for its turn.
+  void endProgram(Number number);
   Share takeShare();
   void endBroadcast();
   void letGo(Share share);

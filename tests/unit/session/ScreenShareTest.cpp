@@ -198,6 +198,7 @@ TEST_F(ScreenShareTest, offCountsFromTheMomentItIsAskedFor) {
   platform.pump();
   notify(started);
   meeting().disableScreenShare();
+  EXPECT_EQ(screen().programsRunning, 0);  // whatever the service takes to answer
   meeting().enableScreenShare();
   meeting().enableScreenShare();
   EXPECT_TRUE(
@@ -300,6 +301,15 @@ TEST_F(ScreenShareTest, aReturnThatIsRefusedEndsIt) {
   platform.pump();
   ASSERT_EQ(meeting().meetingState(), MeetingState::FAILED);
   expectNothingRuns();
+}
+
+TEST_F(ScreenShareTest, nobodyIsAskedInAModeWithoutSending) {
+  join({.mode = Mode::RECV_ONLY});
+  meeting().enableScreenShare();
+  platform.pump();
+  EXPECT_FALSE(platform.journal.has("picker"));
+  ASSERT_TRUE(test->listener->has("onError 3061 ERROR_SCREENSHARE_PRODUCE_FAILED"));
+  EXPECT_EQ(test->listener->errors.back().cause(), "the mode does not send");
 }
 
 TEST_F(ScreenShareTest, aModeWithoutSendingEndsIt) {
